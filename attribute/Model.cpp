@@ -1,0 +1,55 @@
+// Severity, AttributeIdentity, Attribute and AttributeAnalyzer.
+#include "attribute/Attribute.hpp"
+#include "attribute/AttributeAnalyzer.hpp"
+#include "attribute/AttributeIdentity.hpp"
+#include "attribute/Severity.hpp"
+
+namespace dependency::attribute {
+
+std::string_view toString(Severity severity) noexcept {
+    switch (severity) {
+    case Severity::Information:
+        return "Information";
+    case Severity::Warning:
+        return "Warning";
+    case Severity::Problem:
+        return "Problem";
+    }
+    return {};
+}
+
+AttributeIdentity::AttributeIdentity(std::u16string const& id, std::u16string const& name, Severity const& severity)
+    : Shareable("dependencies.internal.attribute.AttributeIdentity"), id_(id), name_(name), severity_(severity) {}
+
+AttributeIdentity::~AttributeIdentity() = default;
+
+// std::u16string's comparison works on char16_t, an unsigned type, so it is
+// exactly the code-unit order with the shorter prefix first.
+bool operator<(AttributeIdentity const& a, AttributeIdentity const& b) noexcept {
+    if (int const byId = a.getID().compare(b.getID()); byId != 0) {
+        return byId < 0;
+    }
+    if (int const byName = a.getName().compare(b.getName()); byName != 0) {
+        return byName < 0;
+    }
+    return static_cast<std::int32_t>(a.getSeverity()) < static_cast<std::int32_t>(b.getSeverity());
+}
+
+bool operator==(AttributeIdentity const& a, AttributeIdentity const& b) noexcept {
+    return a.getID() == b.getID() && a.getName() == b.getName() && a.getSeverity() == b.getSeverity();
+}
+
+bool operator!=(AttributeIdentity const& a, AttributeIdentity const& b) noexcept {
+    return !(a == b);
+}
+
+Attribute::Attribute(std::shared_ptr<AttributeIdentity> const& identity, std::function<void()> fix)
+    : Shareable("dependencies.internal.attribute.Attribute"), identity_(identity), fix_(std::move(fix)) {}
+
+Attribute::~Attribute() = default;
+
+AttributeAnalyzer::AttributeAnalyzer() : Shareable("dependencies.internal.attribute.AttributeAnalyzer") {}
+
+AttributeAnalyzer::~AttributeAnalyzer() = default;
+
+}  // namespace dependency::attribute
