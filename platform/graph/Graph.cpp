@@ -98,6 +98,12 @@ Graph::Graph(std::vector<std::shared_ptr<Node>> nodes, std::vector<std::shared_p
     }
 }
 
+Graph::Graph(std::vector<std::shared_ptr<Node>> nodes, Adjacency downstream, Index index, std::size_t dependencyCount)
+    : nodes_(std::move(nodes)),
+      downstream_(std::move(downstream)),
+      indexById_(std::move(index)),
+      dependencyCount_(dependencyCount) {}
+
 Graph::~Graph() = default;
 
 NodeRange Graph::getNodes() const {

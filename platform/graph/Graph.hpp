@@ -67,14 +67,14 @@ using Properties = std::map<std::u16string, std::u16string, std::less<>>;
 
 // Everything a node is made of; the graph builder and the loader fill one in.
 struct NodeData {
-    std::u16string id;
-    std::u16string name;
+    std::u16string id{};
+    std::u16string name{};
     Type type = Type::FILE();
-    std::u16string path;
-    std::vector<std::u16string> location;
+    std::u16string path{};
+    std::vector<std::u16string> location{};
     bool isFile = false;
     bool resolved = true;
-    Properties properties;
+    Properties properties{};
 };
 
 // One node of the graph. Immutable; held through std::shared_ptr<Node>.
@@ -148,6 +148,12 @@ protected:
     Graph();
 
 private:
+    friend class GraphBuilder;
+    using Index = std::unordered_map<std::u16string_view, std::size_t>;
+    using Adjacency = std::vector<std::vector<std::shared_ptr<Dependency>>>;
+    // Takes over what a builder has already indexed; index keys view the node IDs.
+    Graph(std::vector<std::shared_ptr<Node>> nodes, Adjacency downstream, Index index, std::size_t dependencyCount);
+
     std::vector<std::shared_ptr<Node>> nodes_;
     std::vector<std::vector<std::shared_ptr<Dependency>>> downstream_;  // parallel to nodes_
     std::unordered_map<std::u16string_view, std::size_t> indexById_;

@@ -1,0 +1,481 @@
+#include "platform/graph/GraphFile.hpp"
+
+#include "platform/graph/GraphBuilder.hpp"
+
+#include <boost/locale/encoding_utf.hpp>
+#include <simdjson.h>
+
+#include <sstream>
+#include <unordered_map>
+
+namespace dependency::graph {
+
+namespace {
+
+namespace od = simdjson::ondemand;
+
+std::string describe(std::string const& file, std::size_t line, std::size_t column, std::string const& reason) {
+    std::ostringstream text;
+    text << file;
+    if (line > 0) {
+        text << ':' << line << ':' << column;
+    }
+    text << ": " << reason;
+    return text.str();
+}
+
+std::u16string toUtf16(std::string_view utf8) {
+    // Graph files are mostly ASCII: widen directly and convert only when needed.
+    std::u16string result(utf8.size(), u'\0');
+    for (std::size_t i = 0; i < utf8.size(); ++i) {
+        auto const byte = static_cast<unsigned char>(utf8[i]);
+        if (byte >= 0x80) {
+            return boost::locale::conv::utf_to_utf<char16_t>(utf8.data(), utf8.data() + utf8.size());
+        }
+        result[i] = static_cast<char16_t>(byte);
+    }
+    return result;
+}
+
+// Reads one graph document. Every error is raised at the place it is found,
+// with the line and column of the offending text.
+class GraphReader {
+public:
+    GraphReader(simdjson::padded_string text, std::string const& fileName, std::filesystem::path const& baseFolder)
+        : text_(std::move(text)), fileName_(fileName), baseFolder_(baseFolder) {
+        if (!baseFolder_.empty()) {
+            auto const normal = baseFolder_.lexically_normal().u8string();
+            basePrefix_ = toUtf16(std::string_view(reinterpret_cast<char const*>(normal.data()), normal.size()));
+            if (basePrefix_.empty() || basePrefix_.back() != u'/') {
+                basePrefix_ += u'/';
+            }
+        }
+    }
+
+    std::shared_ptr<Graph const> read() {
+        od::parser parser;
+        od::document document;
+        if (auto const error = parser.iterate(text_).get(document)) {
+            fail(0, 0, std::string("not a JSON document: ") + simdjson::error_message(error));
+        }
+        document_ = &document;
+        od::object top;
+        check(document.get_object().get(top), document);
+
+        bool sawNodes = false;
+        for (auto fieldResult : top) {
+            od::field field;
+            check(std::move(fieldResult).get(field), document);
+            std::string_view key;
+            check(field.unescaped_key().get(key), document);
+            od::value value = field.value();
+            if (key == "nodes") {
+                readNodes(value);
+                sawNodes = true;
+            } else if (key == "edges") {
+                readEdges(value);
+            } else if (key == "format") {
+                std::string_view format = readString(value, "format");
+                if (format != "depattr-graph") {
+                    failAt(value, "\"format\" must be \"depattr-graph\"");
+                }
+            } else if (key == "version") {
+                std::uint64_t version = 0;
+                check(value.get_uint64().get(version), value);
+                if (version != 1) {
+                    failAt(value, "unsupported graph-file version " + std::to_string(version) + " (expected 1)");
+                }
+            } else {
+                failAt(value, "unknown member \"" + std::string(key) + "\" in the graph");
+            }
+        }
+        if (char const* rest = nullptr; document.current_location().get(rest) == simdjson::SUCCESS) {
+            failAtPointer(rest, "unexpected text after the graph");
+        }
+        if (!sawNodes) {
+            fail(0, 0, "the graph has no \"nodes\" member");
+        }
+        // Edges are usually grouped by their upstream node: look it up once per group.
+        PendingEdge const* previous = nullptr;
+        std::size_t upstream = 0;
+        for (auto const& edge : edges_) {
+            if (previous == nullptr || previous->from.id != edge.from.id) {
+                upstream = resolve(edge.from);
+            }
+            builder_.addDependency(upstream, resolve(edge.to), edge.relationship);
+            previous = &edge;
+        }
+        return builder_.build();
+    }
+
+private:
+    struct EdgeEnd {
+        std::u16string id;
+        char const* where;
+    };
+    struct PendingEdge {
+        EdgeEnd from;
+        EdgeEnd to;
+        Type relationship;
+    };
+
+    std::size_t resolve(EdgeEnd const& end) const {
+        auto const index = builder_.indexOf(end.id);
+        if (!index) {
+            failAtPointer(end.where, "edge end \"" + idText(end.id) + "\" is not a node of the graph");
+        }
+        return *index;
+    }
+
+    [[noreturn]] void fail(std::size_t line, std::size_t column, std::string const& reason) const {
+        throw GraphFileError(fileName_, line, column, reason);
+    }
+
+    [[noreturn]] void failAtPointer(char const* where, std::string const& reason) const {
+        if (where == nullptr || where < text_.data() || where > text_.data() + text_.size()) {
+            fail(0, 0, reason);
+        }
+        std::size_t line = 1;
+        std::size_t column = 1;
+        for (char const* p = text_.data(); p < where; ++p) {
+            if (*p == '\n') {
+                ++line;
+                column = 1;
+            } else {
+                ++column;
+            }
+        }
+        fail(line, column, reason);
+    }
+
+    // Where a value starts, or for arrays, objects and the document where the
+    // reader stands now, as a pointer into the text.
+    template <class Json>
+    char const* whereIs(Json& json) const {
+        if constexpr (std::is_same_v<Json, od::value>) {
+            return json.raw_json_token().data();
+        } else {
+            char const* where = nullptr;
+            if (document_ == nullptr || document_->current_location().get(where) != simdjson::SUCCESS) {
+                return nullptr;
+            }
+            return where;
+        }
+    }
+
+    template <class Json>
+    [[noreturn]] void failAt(Json& json, std::string const& reason) const {
+        failAtPointer(whereIs(json), reason);
+    }
+
+    template <class Json>
+    void check(simdjson::error_code error, Json& json) const {
+        if (error != simdjson::SUCCESS) {
+            failAt(json, error == simdjson::INCORRECT_TYPE ? "value of the wrong type" : simdjson::error_message(error));
+        }
+    }
+
+    std::string_view readString(od::value& value, std::string_view what) {
+        std::string_view text;
+        if (value.get_string().get(text) != simdjson::SUCCESS) {
+            failAt(value, "\"" + std::string(what) + "\" must be a string");
+        }
+        return text;
+    }
+
+    bool readBool(od::value& value, std::string_view what) {
+        bool flag = false;
+        if (value.get_bool().get(flag) != simdjson::SUCCESS) {
+            failAt(value, "\"" + std::string(what) + "\" must be true or false");
+        }
+        return flag;
+    }
+
+    static bool needsNormalising(std::string_view path) {
+        return path == "." || path == ".." || path.starts_with("./") || path.starts_with("../") ||
+               path.find("/./") != std::string_view::npos || path.find("/../") != std::string_view::npos ||
+               path.ends_with("/.") || path.ends_with("/..") || path.find("//") != std::string_view::npos;
+    }
+
+    std::u16string resolvePath(std::string_view path) const {
+        if (path.empty() || baseFolder_.empty()) {
+            return toUtf16(path);
+        }
+        if (path.front() != '/' && !needsNormalising(path)) {
+            return basePrefix_ + toUtf16(path);
+        }
+        std::filesystem::path const asPath(std::u8string(path.begin(), path.end()));
+        if (asPath.is_absolute()) {
+            return toUtf16(path);
+        }
+        auto const resolved = (baseFolder_ / asPath).lexically_normal().u8string();
+        return toUtf16(std::string_view(reinterpret_cast<char const*>(resolved.data()), resolved.size()));
+    }
+
+    void readNodes(od::value& nodes) {
+        od::array array;
+        if (nodes.get_array().get(array) != simdjson::SUCCESS) {
+            failAt(nodes, "\"nodes\" must be an array");
+        }
+        // One structural pass to size the tables, so they never rehash.
+        std::size_t count = 0;
+        if (array.count_elements().get(count) == simdjson::SUCCESS) {
+            builder_.reserve(count);
+            nodeStarts_.reserve(count);
+        }
+        for (auto elementResult : array) {
+            od::value element;
+            check(std::move(elementResult).get(element), array);
+            readNode(element);
+        }
+    }
+
+    void readNode(od::value& element) {
+        char const* const nodeStart = element.raw_json_token().data();
+        od::object object;
+        if (element.get_object().get(object) != simdjson::SUCCESS) {
+            failAt(element, "a node must be an object");
+        }
+
+        NodeData data;
+        bool haveId = false;
+        std::optional<Type> type;
+        std::optional<bool> isFile;
+        bool haveName = false;
+        bool haveLocation = false;
+        std::optional<std::string_view> rawPath;
+        std::vector<std::string_view> rawLocation;
+
+        for (auto fieldResult : object) {
+            od::field field;
+            check(std::move(fieldResult).get(field), object);
+            std::string_view key;
+            check(field.unescaped_key().get(key), object);
+            od::value value = field.value();
+            if (key == "id") {
+                data.id = toUtf16(readString(value, "id"));
+                haveId = true;
+            } else if (key == "type") {
+                std::string_view const name = readString(value, "type");
+                type = Type::fromName(name);
+                if (!type || !isNodeType(*type)) {
+                    failAt(value, "unknown node type \"" + std::string(name) +
+                                      "\" (expected file, function, package, product, project or derived)");
+                }
+            } else if (key == "name") {
+                data.name = toUtf16(readString(value, "name"));
+                haveName = true;
+            } else if (key == "path") {
+                rawPath = readString(value, "path");
+                data.path = resolvePath(*rawPath);
+            } else if (key == "location") {
+                readLocation(value, rawLocation);
+                haveLocation = true;
+            } else if (key == "file") {
+                isFile = readBool(value, "file");
+            } else if (key == "resolved") {
+                data.resolved = readBool(value, "resolved");
+            } else if (key == "properties") {
+                readProperties(value, data.properties);
+            } else {
+                failAt(value, "unknown member \"" + std::string(key) + "\" in a node");
+            }
+        }
+
+        if (!haveId || data.id.empty()) {
+            failAtPointer(nodeStart, "a node needs a non-empty \"id\"");
+        }
+        if (!type) {
+            failAtPointer(nodeStart, "a node needs a \"type\"");
+        }
+        data.type = *type;
+        data.isFile = isFile.value_or(*type == Type::FILE() || *type == Type::DERIVED());
+        if (!haveName) {
+            data.name = data.id;
+        }
+        // The first location entry of file-like and function nodes is a path.
+        bool const firstEntryIsPath = data.isFile || *type == Type::FUNCTION();
+        for (std::size_t i = 0; i < rawLocation.size(); ++i) {
+            data.location.push_back(i == 0 && firstEntryIsPath ? resolvePath(rawLocation[i]) : toUtf16(rawLocation[i]));
+        }
+        if (!haveLocation && data.isFile && !data.path.empty()) {
+            data.location.push_back(data.path);
+        }
+
+        try {
+            builder_.addNode(std::move(data));
+        } catch (DuplicateNodeError const& duplicate) {
+            auto const& first = *builder_.node(duplicate.existingIndex());
+            auto const [line, column] = position(nodeStarts_[duplicate.existingIndex()]);
+            failAtPointer(nodeStart, "duplicate node ID \"" + idText(first.getID()) + "\" (first defined at line " +
+                                         std::to_string(line) + ", column " + std::to_string(column) + ")");
+        }
+        nodeStarts_.push_back(nodeStart);
+    }
+
+    void readLocation(od::value& value, std::vector<std::string_view>& entries) {
+        od::array array;
+        if (value.get_array().get(array) != simdjson::SUCCESS) {
+            failAt(value, "\"location\" must be an array of strings");
+        }
+        for (auto entryResult : array) {
+            od::value entry;
+            check(std::move(entryResult).get(entry), array);
+            entries.push_back(readString(entry, "location entry"));
+        }
+    }
+
+    // Property values are text. true and false are taken as the words; arrays
+    // and objects are kept as their JSON text (for properties holding JSON).
+    void readProperties(od::value& value, Properties& properties) {
+        od::object object;
+        if (value.get_object().get(object) != simdjson::SUCCESS) {
+            failAt(value, "\"properties\" must be an object");
+        }
+        for (auto fieldResult : object) {
+            od::field field;
+            check(std::move(fieldResult).get(field), object);
+            std::string_view key;
+            check(field.unescaped_key().get(key), object);
+            od::value property = field.value();
+            od::json_type kind;
+            check(property.type().get(kind), property);
+            std::u16string text;
+            switch (kind) {
+            case od::json_type::string:
+                text = toUtf16(readString(property, key));
+                break;
+            case od::json_type::boolean:
+                text = readBool(property, key) ? u"true" : u"false";
+                break;
+            case od::json_type::array: {
+                od::array array;
+                check(property.get_array().get(array), property);
+                std::string_view raw;
+                check(array.raw_json().get(raw), array);
+                text = toUtf16(raw);
+                break;
+            }
+            case od::json_type::object: {
+                od::object inner;
+                check(property.get_object().get(inner), property);
+                std::string_view raw;
+                check(inner.raw_json().get(raw), inner);
+                text = toUtf16(raw);
+                break;
+            }
+            default:
+                failAt(property, "property \"" + std::string(key) + "\" must be a string, true, false, an array or an object");
+            }
+            properties.insert_or_assign(toUtf16(key), std::move(text));
+        }
+    }
+
+    void readEdges(od::value& edges) {
+        od::array array;
+        if (edges.get_array().get(array) != simdjson::SUCCESS) {
+            failAt(edges, "\"edges\" must be an array");
+        }
+        for (auto elementResult : array) {
+            od::value element;
+            check(std::move(elementResult).get(element), array);
+            readEdge(element);
+        }
+    }
+
+    void readEdge(od::value& element) {
+        char const* const edgeStart = element.raw_json_token().data();
+        od::object object;
+        if (element.get_object().get(object) != simdjson::SUCCESS) {
+            failAt(element, "an edge must be an object");
+        }
+        std::optional<EdgeEnd> from;
+        std::optional<EdgeEnd> to;
+        std::optional<Type> relationship;
+        for (auto fieldResult : object) {
+            od::field field;
+            check(std::move(fieldResult).get(field), object);
+            std::string_view key;
+            check(field.unescaped_key().get(key), object);
+            od::value value = field.value();
+            if (key == "from" || key == "to") {
+                char const* const where = value.raw_json_token().data();
+                auto& end = key == "from" ? from : to;
+                end = EdgeEnd{toUtf16(readString(value, key)), where};
+            } else if (key == "type") {
+                std::string_view const name = readString(value, "type");
+                relationship = Type::fromName(name);
+                if (!relationship || isNodeOnlyType(*relationship)) {
+                    failAt(value, "unknown relationship type \"" + std::string(name) +
+                                      "\" (expected derived, call, inheritance, reference or requirement)");
+                }
+            } else {
+                failAt(value, "unknown member \"" + std::string(key) + "\" in an edge");
+            }
+        }
+        if (!from || !to || !relationship) {
+            failAtPointer(edgeStart, "an edge needs \"from\", \"to\" and \"type\"");
+        }
+        edges_.push_back({std::move(*from), std::move(*to), *relationship});
+    }
+
+    static bool isNodeOnlyType(Type type) {
+        return type == Type::FILE() || type == Type::FUNCTION() || type == Type::PACKAGE() || type == Type::PRODUCT() ||
+               type == Type::PROJECT();
+    }
+    static bool isNodeType(Type type) { return isNodeOnlyType(type) || type == Type::DERIVED(); }
+
+    static std::string idText(std::u16string const& id) {
+        return boost::locale::conv::utf_to_utf<char>(id.data(), id.data() + id.size());
+    }
+
+    std::pair<std::size_t, std::size_t> position(char const* where) const {
+        std::size_t line = 1;
+        std::size_t column = 1;
+        for (char const* p = text_.data(); p < where; ++p) {
+            if (*p == '\n') {
+                ++line;
+                column = 1;
+            } else {
+                ++column;
+            }
+        }
+        return {line, column};
+    }
+
+    simdjson::padded_string text_;
+    std::string const& fileName_;
+    std::filesystem::path const& baseFolder_;
+    std::u16string basePrefix_;  // the normalised base folder with a trailing '/'
+    GraphBuilder builder_;
+    std::vector<char const*> nodeStarts_;  // where each node's text begins, by node index
+    std::vector<PendingEdge> edges_;
+    od::document* document_ = nullptr;
+};
+
+}  // namespace
+
+GraphFileError::GraphFileError(std::string file, std::size_t line, std::size_t column, std::string const& reason)
+    : std::runtime_error(describe(file, line, column, reason)),
+      file_(std::move(file)),
+      line_(line),
+      column_(column),
+      reason_(reason) {}
+
+std::shared_ptr<Graph const> parseGraph(std::string_view text, std::string const& fileName,
+                                        std::filesystem::path const& baseFolder) {
+    return GraphReader(simdjson::padded_string(text), fileName, baseFolder).read();
+}
+
+std::shared_ptr<Graph const> loadGraphFile(std::filesystem::path const& path) {
+    std::string const fileName = path.string();
+    simdjson::padded_string content;
+    if (auto const error = simdjson::padded_string::load(fileName).get(content)) {
+        throw GraphFileError(fileName, 0, 0, std::string("cannot read the graph file: ") + simdjson::error_message(error));
+    }
+    std::error_code ignored;
+    auto const folder = std::filesystem::absolute(path, ignored).parent_path();
+    return GraphReader(std::move(content), fileName, folder).read();
+}
+
+}  // namespace dependency::graph

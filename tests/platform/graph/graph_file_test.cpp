@@ -1,0 +1,146 @@
+#include "platform/graph/GraphFile.hpp"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+using namespace dependency::graph;
+
+namespace {
+
+std::shared_ptr<Graph const> parse(std::string_view text, std::filesystem::path const& base = "/base") {
+    return parseGraph(text, "g.json", base);
+}
+
+// Parses text that must fail; returns the error.
+GraphFileError parseError(std::string_view text) {
+    try {
+        parse(text);
+    } catch (GraphFileError const& error) {
+        return error;
+    }
+    ADD_FAILURE() << "no error for: " << text;
+    return GraphFileError("", 0, 0, "");
+}
+
+}  // namespace
+
+TEST(GraphFileTest, ReadsEveryNodeFieldAndEdge) {
+    auto const graph = parse(R"({
+  "format": "depattr-graph", "version": 1,
+  "nodes": [
+    {"id": "f1", "type": "file", "path": "src/a.qx"},
+    {"id": "fn", "type": "function", "name": "solve", "location": ["src/b.qx", "solve"], "path": "src/b.qx"},
+    {"id": "p", "type": "product", "location": ["loc:one", "loc:two"], "resolved": false},
+    {"id": "pkg", "type": "package", "path": "/abs/pkg", "location": ["a", "b", "c", "0f8fad5b-d9cb-469f-a165-70867728950e"]},
+    {"id": "prj", "type": "project", "file": false,
+     "properties": {"futureRelease": true, "note": "caf\u00e9", "circularReferences": ["A > B > A", "x"], "obj": {"k": 1}}},
+    {"id": "d", "type": "derived", "path": "../out.bin"}
+  ],
+  "edges": [
+    {"from": "d", "to": "f1", "type": "derived"},
+    {"from": "fn", "to": "p", "type": "requirement"}
+  ]
+})");
+    ASSERT_EQ(graph->nodeCount(), 6u);
+    auto const file = graph->findNode(u"f1");
+    EXPECT_EQ(file->getType(), Type::FILE());
+    EXPECT_TRUE(file->isFile());
+    EXPECT_TRUE(file->isResolved());
+    EXPECT_EQ(file->getName(), u"f1");
+    EXPECT_EQ(file->getPath(), u"/base/src/a.qx");
+    EXPECT_EQ(file->getLocation(), (std::vector<std::u16string>{u"/base/src/a.qx"}));
+
+    auto const function = graph->findNode(u"fn");
+    EXPECT_FALSE(function->isFile());
+    EXPECT_EQ(function->getName(), u"solve");
+    EXPECT_EQ(function->getLocation(), (std::vector<std::u16string>{u"/base/src/b.qx", u"solve"}));
+
+    auto const product = graph->findNode(u"p");
+    EXPECT_FALSE(product->isResolved());
+    EXPECT_EQ(product->getLocation(), (std::vector<std::u16string>{u"loc:one", u"loc:two"}));
+
+    EXPECT_EQ(graph->findNode(u"pkg")->getPath(), u"/abs/pkg");
+    EXPECT_EQ(graph->findNode(u"pkg")->getLocation().at(3), u"0f8fad5b-d9cb-469f-a165-70867728950e");
+
+    auto const project = graph->findNode(u"prj");
+    EXPECT_EQ(project->getProperty(u"futureRelease"), u"true");
+    EXPECT_EQ(project->getProperty(u"note"), u"caf\u00e9");
+    EXPECT_EQ(project->getProperty(u"circularReferences"), u"[\"A > B > A\", \"x\"]");
+    EXPECT_EQ(project->getProperty(u"obj"), u"{\"k\": 1}");
+
+    EXPECT_EQ(graph->findNode(u"d")->getPath(), u"/out.bin");
+    EXPECT_TRUE(graph->findNode(u"d")->isFile());
+
+    std::size_t edges = 0;
+    for (auto const& dependency : graph->getDownstreamDependencies(*graph->findNode(u"d"))) {
+        EXPECT_EQ(dependency->getDownstreamNode()->getID(), u"f1");
+        EXPECT_EQ(dependency->getRelationship(), Type::DERIVED());
+        ++edges;
+    }
+    EXPECT_EQ(edges, 1u);
+    EXPECT_EQ(graph->dependencyCount(), 2u);
+}
+
+TEST(GraphFileTest, ErrorsNameFileLineAndColumn) {
+    struct Case {
+        std::string_view text;
+        std::size_t line;
+        std::size_t column;
+        std::string_view reasonPart;
+    };
+    Case const cases[] = {
+        {"{\"nodes\": [\n  {\"id\": \"a\", \"type\": \"widget\"}\n]}", 2, 23, "unknown node type \"widget\""},
+        {"{\"nodes\": [\n  {\"id\": \"a\", \"type\": \"call\"}\n]}", 2, 23, "unknown node type"},
+        {"{\"nodes\": [{\"id\": \"a\", \"type\": \"file\"},\n {\"id\": \"a\", \"type\": \"file\"}]}", 2, 2,
+         "duplicate node ID \"a\" (first defined at line 1, column 12)"},
+        {"{\"nodes\": [{\"id\": \"a\", \"type\": \"file\"}],\n \"edges\": [{\"from\": \"a\", \"to\": \"b\", \"type\": \"call\"}]}",
+         2, 32, "edge end \"b\" is not a node"},
+        {"{\"nodes\": [{\"id\": \"a\", \"type\": \"file\"}],\n \"edges\": [{\"from\": \"a\", \"to\": \"a\", \"type\": \"file\"}]}",
+         2, 45, "unknown relationship type"},
+        {"{\"nodes\": [{\"id\": \"a\", \"type\": \"file\", \"colour\": 1}]}", 1, 50, "unknown member \"colour\""},
+        {"{\"nodes\": [{\"type\": \"file\"}]}", 1, 12, "non-empty \"id\""},
+        {"{\"nodes\": [{\"id\": \"a\"}]}", 1, 12, "needs a \"type\""},
+        {"{\"nodes\": [{\"id\": 7, \"type\": \"file\"}]}", 1, 19, "\"id\" must be a string"},
+        {"{\"nodes\": {}}", 1, 11, "\"nodes\" must be an array"},
+        {"{\"nodes\": [{\"id\": \"a\", \"type\": \"file\", \"resolved\": \"yes\"}]}", 1, 52, "must be true or false"},
+        {"{\"nodes\": [{\"id\": \"a\", \"type\": \"file\", \"properties\": {\"k\": 3}}]}", 1, 60, "property \"k\""},
+        {"{\"nodes\": [], \"version\": 2}", 1, 26, "unsupported graph-file version 2"},
+        {"{\"edges\": []}", 0, 0, "no \"nodes\""},
+    };
+    for (auto const& c : cases) {
+        auto const error = parseError(c.text);
+        EXPECT_EQ(error.file(), "g.json") << c.text;
+        EXPECT_EQ(error.line(), c.line) << c.text << " -> " << error.what();
+        EXPECT_EQ(error.column(), c.column) << c.text << " -> " << error.what();
+        EXPECT_NE(error.reason().find(c.reasonPart), std::string::npos) << error.what();
+        if (c.line > 0) {
+            EXPECT_EQ(std::string(error.what()).rfind("g.json:" + std::to_string(c.line) + ":", 0), 0u) << error.what();
+        }
+    }
+}
+
+TEST(GraphFileTest, MalformedJsonIsAnErrorNotACrash) {
+    for (std::string_view text : {"", "[", "{\"nodes\": [", "{\"nodes\": [}", "{\"nodes\": []} trailing", "nul",
+                                  "{\"nodes\": [{\"id\": \"a\", \"type\": \"file\"}]", "\xff\xfe"}) {
+        EXPECT_THROW(parse(text), GraphFileError) << text;
+    }
+}
+
+TEST(GraphFileTest, LoadsFromDiskResolvingAgainstTheFilesFolder) {
+    auto const folder = std::filesystem::temp_directory_path() / "depattr_graph_file_test";
+    std::filesystem::create_directories(folder);
+    auto const file = folder / "graph.json";
+    std::ofstream(file) << R"({"nodes": [{"id": "a", "type": "file", "path": "x/a.qx"}]})";
+    auto const graph = loadGraphFile(file);
+    auto const expected = (std::filesystem::absolute(folder) / "x/a.qx").lexically_normal().u16string();
+    EXPECT_EQ(graph->findNode(u"a")->getPath(), expected);
+
+    try {
+        loadGraphFile(folder / "absent.json");
+        FAIL() << "an absent file must not load";
+    } catch (GraphFileError const& error) {
+        EXPECT_NE(std::string(error.what()).find("absent.json"), std::string::npos);
+    }
+    std::filesystem::remove_all(folder);
+}

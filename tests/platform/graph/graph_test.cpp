@@ -1,0 +1,136 @@
+#include "platform/graph/Graph.hpp"
+#include "platform/graph/GraphBuilder.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+using namespace dependency::graph;
+
+namespace {
+
+std::vector<std::u16string> idsOf(NodeRange const& range) {
+    std::vector<std::u16string> ids;
+    for (auto const& node : range) {
+        ids.push_back(node->getID());
+    }
+    return ids;
+}
+
+}  // namespace
+
+TEST(TypeTest, NamesRoundTripAndKindsAreDistinct) {
+    for (auto const& type : Type::all()) {
+        auto const back = Type::fromName(type.name());
+        ASSERT_TRUE(back.has_value()) << type.name();
+        EXPECT_EQ(*back, type);
+    }
+    EXPECT_FALSE(Type::fromName("File").has_value());
+    EXPECT_FALSE(Type::fromName("").has_value());
+    EXPECT_FALSE(Type::DERIVED() == Type::FILE());
+    EXPECT_FALSE(Type::PRODUCT() == Type::PACKAGE());
+    EXPECT_EQ(&Type::PROJECT(), &Type::PROJECT());
+}
+
+TEST(NodeTest, OrderingAndEqualityFollowTheIdAsCodeUnits) {
+    NodeData first;
+    first.id = u"abc";
+    first.name = u"one";
+    NodeData second = first;
+    second.name = u"another name";
+    Node const a(first);
+    Node const b(second);
+    EXPECT_TRUE(a == b);
+    EXPECT_FALSE(a < b);
+    EXPECT_FALSE(b < a);
+
+    auto const make = [](std::u16string id) {
+        NodeData data;
+        data.id = std::move(id);
+        return Node(data);
+    };
+    EXPECT_TRUE(make(u"Z") < make(u"a"));
+    EXPECT_TRUE(make(u"ab") < make(u"abc"));
+    EXPECT_TRUE(make(u"") < make(u"a"));
+    // Code units compare unsigned: U+FFFD is above a surrogate unit.
+    EXPECT_TRUE(make(u"\xD800") < make(u"\xFFFD"));
+    EXPECT_FALSE(make(u"b") == make(u"a"));
+}
+
+TEST(NodeTest, AbsentPropertyIsEmptyNotAnEmptyString) {
+    NodeData data;
+    data.id = u"n";
+    data.properties[u"empty"] = u"";
+    Node const node(data);
+    EXPECT_FALSE(node.getProperty(u"missing").has_value());
+    ASSERT_TRUE(node.getProperty(u"empty").has_value());
+    EXPECT_EQ(*node.getProperty(u"empty"), u"");
+}
+
+TEST(GraphTest, EmptyGraphHasAnEmptyNodeRange) {
+    auto const graph = GraphBuilder().build();
+    auto const range = graph->getNodes();
+    EXPECT_TRUE(range.begin() == range.end());
+}
+
+TEST(GraphTest, NodesInInsertionOrderAndEdgesPerNodeInOrder) {
+    GraphBuilder builder;
+    builder.addNode(u"c", Type::FILE());
+    builder.addNode(u"a", Type::FILE());
+    builder.addNode(u"b", Type::PRODUCT());
+    builder.addDependency(u"c", u"b", Type::REQUIREMENT());
+    builder.addDependency(u"c", u"a", Type::DERIVED());
+    builder.addDependency(u"a", u"b", Type::REQUIREMENT());
+    auto const graph = builder.build();
+
+    EXPECT_EQ(idsOf(graph->getNodes()), (std::vector<std::u16string>{u"c", u"a", u"b"}));
+    EXPECT_EQ(graph->nodeCount(), 3u);
+    EXPECT_EQ(graph->dependencyCount(), 3u);
+
+    // Looked up through a separate but equivalent node object.
+    NodeData probe;
+    probe.id = u"c";
+    std::vector<std::pair<std::u16string, Type>> edges;
+    for (auto const& dependency : graph->getDownstreamDependencies(Node(probe))) {
+        EXPECT_EQ(dependency->getUpstreamNode()->getID(), u"c");
+        edges.emplace_back(dependency->getDownstreamNode()->getID(), dependency->getRelationship());
+    }
+    ASSERT_EQ(edges.size(), 2u);
+    EXPECT_EQ(edges[0].first, u"b");
+    EXPECT_EQ(edges[0].second, Type::REQUIREMENT());
+    EXPECT_EQ(edges[1].first, u"a");
+    EXPECT_EQ(edges[1].second, Type::DERIVED());
+
+    auto const leaf = graph->getDownstreamDependencies(*graph->findNode(u"b"));
+    EXPECT_TRUE(leaf.begin() == leaf.end());
+    probe.id = u"stranger";
+    auto const unknown = graph->getDownstreamDependencies(Node(probe));
+    EXPECT_TRUE(unknown.begin() == unknown.end());
+    EXPECT_EQ(graph->findNode(u"stranger"), nullptr);
+}
+
+TEST(GraphTest, BuilderRejectsDuplicateIdsAndDanglingEdges) {
+    GraphBuilder builder;
+    builder.addNode(u"a", Type::FILE());
+    EXPECT_THROW(builder.addNode(u"a", Type::FUNCTION()), std::invalid_argument);
+    EXPECT_THROW(builder.addDependency(u"a", u"nowhere", Type::CALL()), std::invalid_argument);
+    EXPECT_THROW(builder.addDependency(u"nowhere", u"a", Type::CALL()), std::invalid_argument);
+    EXPECT_EQ(builder.build()->nodeCount(), 1u);
+}
+
+TEST(GraphTest, GraphRejectsDuplicateIdsAndEdgesLeavingIt) {
+    auto const a = std::make_shared<Node>(NodeData{.id = u"a"});
+    auto const twin = std::make_shared<Node>(NodeData{.id = u"a"});
+    auto const outsider = std::make_shared<Node>(NodeData{.id = u"x"});
+    EXPECT_THROW(Graph({a, twin}, {}), std::invalid_argument);
+    EXPECT_THROW(Graph({a}, {std::make_shared<Dependency>(a, outsider, Type::CALL())}), std::invalid_argument);
+    EXPECT_THROW(Dependency(a, nullptr, Type::CALL()), std::invalid_argument);
+}
+
+TEST(GraphTest, BuilderDefaultsFileFlagByType) {
+    GraphBuilder builder;
+    EXPECT_TRUE(builder.addNode(u"f", Type::FILE())->isFile());
+    EXPECT_TRUE(builder.addNode(u"d", Type::DERIVED())->isFile());
+    EXPECT_FALSE(builder.addNode(u"g", Type::FUNCTION())->isFile());
+    EXPECT_TRUE(builder.addNode(u"p", Type::PROJECT())->isResolved());
+}
