@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Sets up and runs every test: a warnings-as-errors build with all unit tests,
+# then the unit tests again under ASan+UBSan and under TSan.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/bootstrap.sh
+jobs=$(nproc)
+
+run_suite() {
+  local dir=$1; shift
+  echo "== configure and build ${dir} ($*)"
+  cmake -S . -B "${dir}" -G Ninja -DDEPATTR_WERROR=ON "$@" >/dev/null
+  cmake --build "${dir}" -j "${jobs}"
+  echo "== test ${dir}"
+  ctest --test-dir "${dir}" --output-on-failure -j "${jobs}" --timeout 300
+}
+
+run_suite build/ci -DCMAKE_BUILD_TYPE=RelWithDebInfo
+run_suite build/asan -DCMAKE_BUILD_TYPE=Debug -DDEPATTR_SANITIZE=address -DDEPATTR_BUILD_BENCH=OFF
+run_suite build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDEPATTR_SANITIZE=thread -DDEPATTR_BUILD_BENCH=OFF
