@@ -70,8 +70,12 @@ public:
             check(field.unescaped_key().get(key), document);
             od::value value = field.value();
             if (key == "nodes") {
+                if (sawNodes) {
+                    failAt(value, "the graph has two \"nodes\" members");
+                }
                 readNodes(value);
                 sawNodes = true;
+                nodesRead_ = true;
             } else if (key == "edges") {
                 readEdges(value);
             } else if (key == "format") {
@@ -95,15 +99,8 @@ public:
         if (!sawNodes) {
             fail(0, 0, "the graph has no \"nodes\" member");
         }
-        // Edges are usually grouped by their upstream node: look it up once per group.
-        PendingEdge const* previous = nullptr;
-        std::size_t upstream = 0;
-        for (auto const& edge : edges_) {
-            if (previous == nullptr || previous->from.id != edge.from.id) {
-                upstream = resolve(edge.from);
-            }
-            builder_.addDependency(upstream, resolve(edge.to), edge.relationship);
-            previous = &edge;
+        for (auto const& edge : pendingEdges_) {
+            builder_.addDependency(resolve(edge.from), resolve(edge.to), edge.relationship);
         }
         return builder_.build();
     }
@@ -416,7 +413,12 @@ private:
         if (!from || !to || !relationship) {
             failAtPointer(edgeStart, "an edge needs \"from\", \"to\" and \"type\"");
         }
-        edges_.push_back({std::move(*from), std::move(*to), *relationship});
+        if (nodesRead_) {
+            builder_.addDependency(resolve(*from), resolve(*to), *relationship);
+        } else {
+            // Edges written before the nodes wait until every node is known.
+            pendingEdges_.push_back({std::move(*from), std::move(*to), *relationship});
+        }
     }
 
     static bool isNodeOnlyType(Type type) {
@@ -449,7 +451,8 @@ private:
     std::u16string basePrefix_;  // the normalised base folder with a trailing '/'
     GraphBuilder builder_;
     std::vector<char const*> nodeStarts_;  // where each node's text begins, by node index
-    std::vector<PendingEdge> edges_;
+    bool nodesRead_ = false;
+    std::vector<PendingEdge> pendingEdges_;
     od::document* document_ = nullptr;
 };
 

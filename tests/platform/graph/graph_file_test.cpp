@@ -120,6 +120,23 @@ TEST(GraphFileTest, ErrorsNameFileLineAndColumn) {
     }
 }
 
+TEST(GraphFileTest, EdgesMayComeBeforeTheNodes) {
+    auto const graph = parse(R"({"edges": [{"from": "a", "to": "b", "type": "call"}, {"from": "a", "to": "a", "type": "reference"}],
+                               "nodes": [{"id": "a", "type": "function"}, {"id": "b", "type": "function"}]})");
+    std::vector<std::u16string> ends;
+    for (auto const& dependency : graph->getDownstreamDependencies(*graph->findNode(u"a"))) {
+        ends.push_back(dependency->getDownstreamNode()->getID());
+    }
+    EXPECT_EQ(ends, (std::vector<std::u16string>{u"b", u"a"}));
+
+    auto const error = parseError("{\"edges\": [{\"from\": \"a\", \"to\": \"zz\", \"type\": \"call\"}],\n"
+                                  "\"nodes\": [{\"id\": \"a\", \"type\": \"file\"}]}");
+    EXPECT_EQ(error.line(), 1u);
+    EXPECT_EQ(error.column(), 32u);
+    EXPECT_NE(error.reason().find("edge end \"zz\""), std::string::npos);
+    EXPECT_NE(parseError("{\"nodes\": [], \"nodes\": []}").reason().find("two \"nodes\""), std::string::npos);
+}
+
 TEST(GraphFileTest, MalformedJsonIsAnErrorNotACrash) {
     for (std::string_view text : {"", "[", "{\"nodes\": [", "{\"nodes\": [}", "{\"nodes\": []} trailing", "nul",
                                   "{\"nodes\": [{\"id\": \"a\", \"type\": \"file\"}]", "\xff\xfe"}) {
