@@ -35,7 +35,7 @@ public:
 
 class EveryTenth final : public AttributeAnalyzer {
 public:
-    std::vector<std::shared_ptr<Attribute>> analyze(std::shared_ptr<Node> const& node,
+    std::vector<std::shared_ptr<Attribute>> analyze(std::shared_ptr<Node> const&,
                                                     std::shared_ptr<Graph const> const&) const override {
         if (++count_ % 10 != 0) {
             return {};
