@@ -1,0 +1,560 @@
+#include "attribute/analyzers/JsonPropertyReader.hpp"
+
+#include <charconv>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace dependency::attribute::jsonproperty {
+
+namespace {
+
+using foundation::json::Value;
+
+// ASCII-only tests: the text is UTF-8 and locale-independent by definition.
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+bool isSpace(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+int hexValue(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
+    return -1;
+}
+
+void appendUtf8(std::string& out, char32_t c) {
+    if (c < 0x80) {
+        out.push_back(static_cast<char>(c));
+    } else if (c < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else if (c < 0x10000) {
+        out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else {
+        out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    }
+}
+
+enum class IntegerType { None, Signed, Unsigned };
+
+IntegerType integerTypeOf(std::string_view name) {
+    for (std::string_view const type : {"int64", "int32", "int16", "int8"}) {
+        if (name == type) {
+            return IntegerType::Signed;
+        }
+    }
+    for (std::string_view const type : {"uint64", "uint32", "uint16", "uint8"}) {
+        if (name == type) {
+            return IntegerType::Unsigned;
+        }
+    }
+    return IntegerType::None;
+}
+
+// A double from scanned number text. The text is valid JSON number syntax, so
+// the only failure from_chars can report is a value out of double's range:
+// then the decimal exponent tells overflow (infinity) from underflow (zero).
+double toDouble(std::string_view text) {
+    double value = 0.0;
+    auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    (void)end;
+    if (error != std::errc::result_out_of_range) {
+        return value;
+    }
+    bool const negative = text.front() == '-';
+    std::string_view digits = negative ? text.substr(1) : text;
+    std::size_t const exponentAt = digits.find_first_of("eE");
+    long exponent = 0;
+    if (exponentAt != std::string_view::npos) {
+        std::string_view exponentText = digits.substr(exponentAt + 1);
+        bool const negativeExponent = exponentText.front() == '-';
+        if (exponentText.front() == '+' || exponentText.front() == '-') {
+            exponentText.remove_prefix(1);
+        }
+        for (char const c : exponentText) {
+            exponent = std::min(exponent * 10 + (c - '0'), 1'000'000L);
+        }
+        exponent = negativeExponent ? -exponent : exponent;
+        digits = digits.substr(0, exponentAt);
+    }
+    std::string_view const integerPart = digits.substr(0, digits.find('.'));
+    long magnitude = 0;
+    if (integerPart != "0") {
+        magnitude = static_cast<long>(integerPart.size());
+    } else if (std::size_t const point = digits.find('.'); point != std::string_view::npos) {
+        std::size_t const firstNonZero = digits.find_first_not_of('0', point + 1);
+        magnitude = -static_cast<long>((firstNonZero == std::string_view::npos ? digits.size() : firstNonZero) - point);
+    }
+    double const infinity = std::numeric_limits<double>::infinity();
+    return magnitude + exponent > 0 ? (negative ? -infinity : infinity) : (negative ? -0.0 : 0.0);
+}
+
+class Reader {
+public:
+    Reader(char const*& pos, char const* end) : pos_(pos), end_(end) {}
+
+    int array(std::vector<Value>& out) {
+        if (atEnd()) {
+            return UnexpectedEnd;
+        }
+        if (*pos_ != '[') {
+            return ArrayBracketExpected;
+        }
+        if (depth_ >= maximumNesting) {
+            return NestingTooDeep;
+        }
+        ++pos_;
+        ++depth_;
+        int const code = arrayElements(out, IntegerType::None);
+        --depth_;
+        return code;
+    }
+
+    int value(Value& out) {
+        skipSpace();
+        if (atEnd()) {
+            return UnexpectedEnd;
+        }
+        switch (*pos_) {
+        case '"': {
+            std::string text;
+            int const code = string(text);
+            if (code == Success) {
+                out = Value(std::move(text));
+            }
+            return code;
+        }
+        case '{':
+            return object(out);
+        case '[': {
+            std::vector<Value> elements;
+            int const code = array(elements);
+            if (code == Success) {
+                out = Value(std::move(elements));
+            }
+            return code;
+        }
+        case 't':
+            return literal("true", Value(true), out);
+        case 'f':
+            return literal("false", Value(false), out);
+        case 'n':
+            return literal("null", Value::null(), out);
+        default:
+            return number(out);
+        }
+    }
+
+private:
+    bool atEnd() const { return pos_ == end_; }
+
+    void skipSpace() {
+        while (!atEnd() && isSpace(*pos_)) {
+            ++pos_;
+        }
+    }
+
+    // The rest of an array after its '['. With an integer type, elements that
+    // are plain integers become exact integers of that signedness.
+    int arrayElements(std::vector<Value>& out, IntegerType integerType) {
+        skipSpace();
+        if (atEnd()) {
+            return UnexpectedEnd;
+        }
+        std::vector<Value> elements;
+        if (*pos_ == ']') {
+            ++pos_;
+            out = std::move(elements);
+            return Success;
+        }
+        while (true) {
+            Value element;
+            int const code = integerType == IntegerType::None ? value(element) : integerElement(element, integerType);
+            if (code != Success) {
+                return code;
+            }
+            skipSpace();
+            if (atEnd()) {
+                return UnexpectedEnd;
+            }
+            elements.push_back(std::move(element));
+            if (*pos_ == ',') {
+                ++pos_;
+                skipSpace();
+            } else if (*pos_ == ']') {
+                ++pos_;
+                out = std::move(elements);
+                return Success;
+            } else {
+                return ArraySeparatorExpected;
+            }
+        }
+    }
+
+    int literal(std::string_view word, Value const& meaning, Value& out) {
+        auto const available = static_cast<std::size_t>(end_ - pos_);
+        std::string_view const text(pos_, std::min(available, word.size()));
+        if (text != word.substr(0, text.size())) {
+            return DigitExpected;  // no value begins like this
+        }
+        if (text.size() < word.size()) {
+            return UnexpectedEnd;
+        }
+        pos_ += word.size();
+        out = meaning;
+        return Success;
+    }
+
+    // Consumes a run of digits; false when there is none.
+    bool digits() {
+        if (atEnd() || !isDigit(*pos_)) {
+            return false;
+        }
+        while (!atEnd() && isDigit(*pos_)) {
+            ++pos_;
+        }
+        return true;
+    }
+
+    int number(Value& out) {
+        char const* const start = pos_;
+        if (*pos_ == '-') {
+            ++pos_;
+        }
+        if (atEnd()) {
+            return UnexpectedEnd;
+        }
+        if (*pos_ == '0') {
+            ++pos_;
+        } else if (!digits()) {
+            return DigitExpected;
+        }
+        if (!atEnd() && *pos_ == '.') {
+            ++pos_;
+            if (atEnd()) {
+                return UnexpectedEnd;
+            }
+            if (!digits()) {
+                return FractionDigitExpected;
+            }
+        }
+        if (!atEnd() && (*pos_ == 'e' || *pos_ == 'E')) {
+            ++pos_;
+            if (!atEnd() && (*pos_ == '+' || *pos_ == '-')) {
+                ++pos_;
+            }
+            if (atEnd()) {
+                return UnexpectedEnd;
+            }
+            if (!digits()) {
+                return ExponentDigitExpected;
+            }
+        }
+        out = Value(toDouble(std::string_view(start, static_cast<std::size_t>(pos_ - start))));
+        return Success;
+    }
+
+    int hexUnit(char32_t& unit) {
+        unit = 0;
+        for (int i = 0; i < 4; ++i) {
+            if (atEnd()) {
+                return UnexpectedEnd;
+            }
+            int const digit = hexValue(*pos_++);
+            if (digit < 0) {
+                return BadStringCharacter;
+            }
+            unit = unit * 16 + static_cast<char32_t>(digit);
+        }
+        return Success;
+    }
+
+    // After "\u": one code unit, or a surrogate pair written as two escapes.
+    int unicodeEscape(std::string& out) {
+        char32_t unit = 0;
+        if (int const code = hexUnit(unit); code != Success) {
+            return code;
+        }
+        if (unit >= 0xDC00 && unit <= 0xDFFF) {
+            return BadStringCharacter;  // a low surrogate without its high half
+        }
+        if (unit >= 0xD800 && unit <= 0xDBFF) {
+            if (end_ - pos_ < 2) {
+                return atEnd() || *pos_ == '\\' ? UnexpectedEnd : UnpairedHighSurrogate;
+            }
+            if (pos_[0] != '\\' || pos_[1] != 'u') {
+                return UnpairedHighSurrogate;
+            }
+            pos_ += 2;
+            char32_t low = 0;
+            if (int const code = hexUnit(low); code != Success) {
+                return code;
+            }
+            if (low < 0xDC00 || low > 0xDFFF) {
+                return BadStringCharacter;
+            }
+            unit = 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
+        }
+        appendUtf8(out, unit);
+        return Success;
+    }
+
+    int string(std::string& out) {
+        if (atEnd()) {
+            return UnexpectedEnd;
+        }
+        if (*pos_ != '"') {
+            return QuoteExpected;
+        }
+        ++pos_;
+        while (true) {
+            if (atEnd()) {
+                return UnexpectedEnd;
+            }
+            char const c = *pos_++;
+            if (c == '"') {
+                return Success;
+            }
+            if (static_cast<unsigned char>(c) < 0x20) {
+                return BadStringCharacter;
+            }
+            if (c != '\\') {
+                out.push_back(c);
+                continue;
+            }
+            if (atEnd()) {
+                return UnexpectedEnd;
+            }
+            switch (char const escape = *pos_++) {
+            case '"':
+            case '\\':
+            case '/':
+                out.push_back(escape);
+                break;
+            case 'b':
+                out.push_back('\b');
+                break;
+            case 'f':
+                out.push_back('\f');
+                break;
+            case 'n':
+                out.push_back('\n');
+                break;
+            case 'r':
+                out.push_back('\r');
+                break;
+            case 't':
+                out.push_back('\t');
+                break;
+            case 'u':
+                if (int const code = unicodeEscape(out); code != Success) {
+                    return code;
+                }
+                break;
+            default:
+                return BadStringCharacter;
+            }
+        }
+    }
+
+    // One element of typed integer data: an exact integer when the text is a
+    // plain integer in range, otherwise whatever ordinary value stands there.
+    int integerElement(Value& out, IntegerType integerType) {
+        skipSpace();
+        char const* const start = pos_;
+        if (std::optional<Value> exact = plainInteger(integerType)) {
+            out = std::move(*exact);
+            return Success;
+        }
+        pos_ = start;
+        return value(out);
+    }
+
+    std::optional<Value> plainInteger(IntegerType integerType) {
+        bool const negative = !atEnd() && *pos_ == '-';
+        if (negative) {
+            if (integerType == IntegerType::Unsigned) {
+                return std::nullopt;
+            }
+            ++pos_;
+        }
+        std::uint64_t const limit = integerType == IntegerType::Unsigned ? std::numeric_limits<std::uint64_t>::max()
+                                    : negative                           ? std::uint64_t{1} << 63
+                                                                         : (std::uint64_t{1} << 63) - 1;
+        if (atEnd() || !isDigit(*pos_)) {
+            return std::nullopt;
+        }
+        std::uint64_t magnitude = 0;
+        if (*pos_ == '0') {
+            ++pos_;
+        } else {
+            while (!atEnd() && isDigit(*pos_)) {
+                auto const digit = static_cast<std::uint64_t>(*pos_ - '0');
+                if (magnitude > limit / 10 || magnitude * 10 > limit - digit) {
+                    return std::nullopt;
+                }
+                magnitude = magnitude * 10 + digit;
+                ++pos_;
+            }
+        }
+        if (!atEnd() && (*pos_ == '.' || *pos_ == 'e' || *pos_ == 'E' || *pos_ == '"')) {
+            return std::nullopt;
+        }
+        if (integerType == IntegerType::Unsigned) {
+            return Value(static_cast<unsigned long>(magnitude));
+        }
+        // Two's complement negation in unsigned arithmetic also covers the most negative value.
+        return Value(static_cast<long>(negative ? ~magnitude + 1 : magnitude));
+    }
+
+    // The value of a "qzdata" member once its integer type is known.
+    int typedData(Value& out, IntegerType integerType) {
+        skipSpace();
+        if (atEnd()) {
+            return UnexpectedEnd;
+        }
+        if (*pos_ != '[') {
+            return value(out);
+        }
+        if (depth_ >= maximumNesting) {
+            return NestingTooDeep;
+        }
+        ++pos_;
+        ++depth_;
+        std::vector<Value> elements;
+        int const code = arrayElements(elements, integerType);
+        --depth_;
+        if (code == Success) {
+            out = Value(std::move(elements));
+        }
+        return code;
+    }
+
+    int object(Value& out) {
+        if (*pos_ != '{') {
+            return ObjectBraceExpected;
+        }
+        if (depth_ >= maximumNesting) {
+            return NestingTooDeep;
+        }
+        ++pos_;
+        ++depth_;
+        Value::Object members;
+        int const code = objectMembers(members);
+        --depth_;
+        if (code == Success) {
+            out = Value(std::move(members));
+        }
+        return code;
+    }
+
+    int objectMembers(Value::Object& members) {
+        skipSpace();
+        if (atEnd()) {
+            return UnexpectedEnd;
+        }
+        if (*pos_ == '}') {
+            ++pos_;
+            return Success;
+        }
+        IntegerType integerType = IntegerType::None;
+        char const* typedDataStart = nullptr;  // where "qzdata" began, if it came before "qztype"
+        while (true) {
+            std::string key;
+            if (int const code = string(key); code != Success) {
+                return code;
+            }
+            skipSpace();
+            if (atEnd()) {
+                return UnexpectedEnd;
+            }
+            if (*pos_ != ':') {
+                return ColonExpected;
+            }
+            ++pos_;
+            skipSpace();
+            Value member;
+            if (key == "qzdata") {
+                typedDataStart = pos_;
+                int const code = integerType == IntegerType::None ? value(member) : typedData(member, integerType);
+                if (code != Success) {
+                    return code;
+                }
+            } else {
+                if (int const code = value(member); code != Success) {
+                    return code;
+                }
+                if (key == "qztype" && member.kind() == Value::Kind::String) {
+                    integerType = integerTypeOf(member.asString());
+                    if (integerType != IntegerType::None && typedDataStart != nullptr) {
+                        if (int const code = rereadTypedData(typedDataStart, integerType, members); code != Success) {
+                            return code;
+                        }
+                    }
+                }
+            }
+            members.insert_or_assign(std::move(key), std::move(member));
+            skipSpace();
+            if (atEnd()) {
+                return UnexpectedEnd;
+            }
+            if (*pos_ == ',') {
+                ++pos_;
+                skipSpace();
+            } else if (*pos_ == '}') {
+                ++pos_;
+                return Success;
+            } else {
+                return ObjectSeparatorExpected;
+            }
+        }
+    }
+
+    // "qzdata" came first and was read as an ordinary value: read its text
+    // again as typed data and replace the member.
+    int rereadTypedData(char const* start, IntegerType integerType, Value::Object& members) {
+        char const* const resume = pos_;
+        pos_ = start;
+        Value typed;
+        int const code = typedData(typed, integerType);
+        pos_ = resume;
+        if (code == Success) {
+            members.insert_or_assign("qzdata", std::move(typed));
+        }
+        return code;
+    }
+
+    char const*& pos_;
+    char const* end_;
+    int depth_ = 0;
+};
+
+}  // namespace
+
+int readArray(char const*& pos, char const* end, std::vector<Value>& out, int /*options*/) {
+    return Reader(pos, end).array(out);
+}
+
+int readValue(char const*& pos, char const* end, Value& out, int /*options*/) {
+    return Reader(pos, end).value(out);
+}
+
+}  // namespace dependency::attribute::jsonproperty

@@ -1,0 +1,49 @@
+// Reports for every file node whether the file is present on disk.
+#include "attribute/analyzers/Analyzers.hpp"
+#include "attribute/analyzers/FilePresence.hpp"
+#include "attribute/analyzers/Messages.hpp"
+
+namespace dependency::attribute {
+
+namespace {
+
+// Process-wide identities, made on first use; a failed lookup leaves them
+// unmade so that the next call tries again.
+std::shared_ptr<AttributeIdentity> const& presentFileIdentity() {
+    static auto const identity =
+        std::make_shared<AttributeIdentity>(u"Exists", attributeMessage("FileExistsAttribute"), Severity::Information);
+    return identity;
+}
+
+std::shared_ptr<AttributeIdentity> const& missingFileIdentity() {
+    static auto const identity =
+        std::make_shared<AttributeIdentity>(u"Missing", attributeMessage("MissingFileProblem"), Severity::Warning);
+    return identity;
+}
+
+class MissingFileAnalyzer final : public AttributeAnalyzer {
+public:
+    ~MissingFileAnalyzer() override = default;
+
+    std::vector<std::shared_ptr<Attribute>> analyze(
+        std::shared_ptr<dependency::graph::Node> const& node,
+        std::shared_ptr<dependency::graph::Graph const> const& /*graph*/) const override {
+        auto const& present = presentFileIdentity();
+        auto const& missing = missingFileIdentity();
+        if (!node->isFile()) {
+            return {};
+        }
+        // Presence is reported too, as Information, so every file node gets exactly one finding.
+        std::vector<std::shared_ptr<Attribute>> findings;
+        findings.push_back(std::make_shared<Attribute>(detail::isPresentFile(*node) ? present : missing, nullptr));
+        return findings;
+    }
+};
+
+}  // namespace
+
+std::shared_ptr<AttributeAnalyzer> createMissingFileAnalyzer() {
+    return std::make_shared<MissingFileAnalyzer>();
+}
+
+}  // namespace dependency::attribute

@@ -1,0 +1,96 @@
+#include "platform/fl/FileSystem.hpp"
+
+#include <gtest/gtest.h>
+
+#include <boost/date_time/posix_time/posix_time.hpp>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+
+class FileSystemTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        folder_ = fs::temp_directory_path() / ("fl_filesystem_" + std::to_string(::getpid()) + "_" +
+                                               ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(folder_);
+        fs::create_directories(folder_);
+    }
+    void TearDown() override { fs::remove_all(folder_); }
+
+    std::u16string touch(std::string const& name) {
+        std::ofstream(folder_ / name) << "x";
+        return (folder_ / name).u16string();
+    }
+
+    fs::path folder_;
+};
+
+TEST_F(FileSystemTest, ExistsAnswersForFilesFoldersAndAbsentPaths) {
+    EXPECT_TRUE(fl::filesystem::exists(touch("present.qx")));
+    EXPECT_TRUE(fl::filesystem::exists(folder_.u16string()));
+    EXPECT_FALSE(fl::filesystem::exists((folder_ / "absent.qx").u16string()));
+    // A path through a file cannot exist; the query answers false rather than failing.
+    EXPECT_FALSE(fl::filesystem::exists((folder_ / "present.qx" / "inner").u16string()));
+}
+
+TEST_F(FileSystemTest, NonAsciiPathsAreFound) {
+    std::u16string const path = touch("データ-ü.qx");
+    EXPECT_TRUE(fl::filesystem::exists(path));
+}
+
+TEST_F(FileSystemTest, RejectedPathsThrowInvalidArgument) {
+    std::u16string const withNul = folder_.u16string() + u"/a\0b"s;
+    EXPECT_THROW(fl::filesystem::exists(withNul), std::invalid_argument);
+    EXPECT_THROW(fl::filesystem::exists(u""), std::invalid_argument);
+    EXPECT_THROW(fl::filesystem::status_express_light(withNul), std::invalid_argument);
+    EXPECT_THROW(fl::filesystem::detail::make_native_form(withNul, false), std::invalid_argument);
+}
+
+TEST_F(FileSystemTest, StatusReportsTheModificationTimeToTheMicrosecond) {
+    std::u16string const path = touch("timed.qx");
+    // 2021-03-04 05:06:07.123456 UTC
+    auto const when = std::chrono::file_clock::from_sys(std::chrono::sys_days{std::chrono::year(2021) / 3 / 4} +
+                                                        std::chrono::hours(5) + std::chrono::minutes(6) +
+                                                        std::chrono::seconds(7) + std::chrono::microseconds(123456));
+    fs::last_write_time(folder_ / "timed.qx", when);
+
+    fl::filesystem::Status const status = fl::filesystem::status_express_light(path);
+    EXPECT_EQ(status.last_modified, boost::posix_time::time_from_string("2021-03-04 05:06:07.123456"));
+    EXPECT_TRUE(status.is_regular_file);
+    EXPECT_FALSE(status.is_directory);
+    EXPECT_EQ(status.size, 1u);
+
+    EXPECT_TRUE(fl::filesystem::status_express_light(folder_.u16string()).is_directory);
+}
+
+TEST_F(FileSystemTest, StatusOfAnAbsentPathThrowsNamingThePath) {
+    std::u16string const absent = (folder_ / "absent.qx").u16string();
+    try {
+        fl::filesystem::status_express_light(absent);
+        FAIL() << "expected FileSystemError";
+    } catch (fl::filesystem::FileSystemError const& error) {
+        EXPECT_EQ(error.path(), absent);
+        EXPECT_NE(std::string(error.what()).find("absent.qx"), std::string::npos);
+    }
+}
+
+TEST(MakeNativeForm, RemovesRedundantPartsAndMakesAbsoluteOnRequest) {
+    using fl::filesystem::detail::make_native_form;
+    EXPECT_EQ(make_native_form(u"/a//b/./c/", false), u"/a/b/c");
+    EXPECT_EQ(make_native_form(u"/a/../b", false),
+              u"/a/../b");  // ".." stays: symbolic links
+    EXPECT_EQ(make_native_form(u"a/./b", false), u"a/b");
+    EXPECT_EQ(make_native_form(u"./", false), u".");
+    EXPECT_EQ(make_native_form(u"a/b", true), (fs::current_path() / "a" / "b").u16string());
+    EXPECT_EQ(make_native_form(u"/x", true), u"/x");
+}
+
+}  // namespace

@@ -1,0 +1,268 @@
+#include "platform/fl/MessageCatalog.hpp"
+
+#include <gtest/gtest.h>
+
+#include <boost/locale/generator.hpp>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <locale>
+#include <optional>
+#include <thread>
+
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using fl::i18n::MessageCatalog;
+using resource_core::BaseMsgID;
+
+// Points DEPATTR_RESOURCES at a scratch resources folder for one test and
+// restores the previous value (and the global locale) afterwards.
+class CatalogFolderTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (char const* previous = std::getenv("DEPATTR_RESOURCES")) {
+            previous_ = previous;
+        }
+        folder_ = fs::temp_directory_path() / ("fl_catalog_" + std::to_string(::getpid()) + "_" +
+                                               ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(folder_);
+        fs::create_directories(folder_);
+        ::setenv("DEPATTR_RESOURCES", folder_.c_str(), 1);
+        MessageCatalog::clear_cache();
+    }
+
+    void TearDown() override {
+        std::locale::global(std::locale::classic());
+        if (previous_) {
+            ::setenv("DEPATTR_RESOURCES", previous_->c_str(), 1);
+        } else {
+            ::unsetenv("DEPATTR_RESOURCES");
+        }
+        MessageCatalog::clear_cache();
+        fs::remove_all(folder_);
+    }
+
+    fs::path write(std::string const& language, std::string const& relative, std::string const& content) {
+        fs::path const file = folder_ / language / relative;
+        fs::create_directories(file.parent_path());
+        std::ofstream(file) << content;
+        return file;
+    }
+
+    static std::string catalog(std::string const& name, std::string const& messages) {
+        return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<catalog name=\"" + name + "\">\n" + messages +
+               "</catalog>\n";
+    }
+
+    fs::path folder_;
+    std::optional<std::string> previous_;
+};
+
+TEST_F(CatalogFolderTest, FillsPlaceholdersFromEveryArgumentKind) {
+    write("en", "test/one.xml",
+          catalog("QORVEX:test:one", R"(<message key="Mixed">{2} has {0} of {1}; {3} and {x} stay</message>)"));
+    BaseMsgID const id("QORVEX:test:one", "Mixed", {42L, std::string("caf\xc3\xa9"), std::u16string(u"ファイル")});
+    EXPECT_EQ(MessageCatalog::get_message(id, "en"), u"ファイル has 42 of café; {3} and {x} stay");
+}
+
+TEST_F(CatalogFolderTest, UsesTheRequestedLanguageAndFallsBackToEnglishPerKey) {
+    write(
+        "en", "test/one.xml",
+        catalog("QORVEX:test:one", R"(<message key="Both">both-en</message><message key="OnlyEn">only-en</message>)"));
+    write("ja", "test/one.xml", catalog("QORVEX:test:one", R"(<message key="Both">両方</message>)"));
+    EXPECT_EQ(MessageCatalog::get_message(BaseMsgID("QORVEX:test:one", "Both"), "ja"), u"両方");
+    EXPECT_EQ(MessageCatalog::get_message(BaseMsgID("QORVEX:test:one", "OnlyEn"), "ja"), u"only-en");
+    EXPECT_EQ(MessageCatalog::get_message(BaseMsgID("QORVEX:test:one", "Both"), "de"), u"both-en");
+    EXPECT_EQ(MessageCatalog::get_message(BaseMsgID("QORVEX:test:one", "Both"), "JA"), u"両方");
+    // A language that is not a plain code cannot reach another folder.
+    EXPECT_EQ(MessageCatalog::get_message(BaseMsgID("QORVEX:test:one", "Both"), "../ja"), u"both-en");
+}
+
+TEST_F(CatalogFolderTest, UnknownKeysAndCatalogsNameCatalogAndKey) {
+    write("en", "test/one.xml", catalog("QORVEX:test:one", R"(<message key="Known">known</message>)"));
+    for (BaseMsgID const& id : {BaseMsgID("QORVEX:test:one", "Unknown"), BaseMsgID("QORVEX:test:none", "Known"),
+                                BaseMsgID("QORVEX:../test:one", "Known")}) {
+        try {
+            MessageCatalog::get_message(id, "en");
+            ADD_FAILURE() << "expected MessageNotFound for " << id.catalog() << " " << id.key();
+        } catch (fl::i18n::MessageNotFound const& error) {
+            EXPECT_EQ(error.catalog(), id.catalog());
+            EXPECT_EQ(error.key(), id.key());
+            std::string const what = error.what();
+            EXPECT_NE(what.find(id.catalog()), std::string::npos) << what;
+            EXPECT_NE(what.find(id.key()), std::string::npos) << what;
+        }
+    }
+}
+
+TEST_F(CatalogFolderTest, MalformedCatalogsNameTheFileAndPosition) {
+    struct Case {
+        std::string content;
+        std::string expectedDetail;
+    };
+    std::vector<Case> const cases{
+        {"<?xml version=\"1.0\"?>\n<catalog name=\"QORVEX:test:bad\">\n<message "
+         "key=\"A\">a</mesage>\n</catalog>\n",
+         "line 3"},
+        {catalog("QORVEX:test:bad", "<message>no key</message>\n"), "without a key"},
+        {catalog("QORVEX:test:bad", "<message key=\"A\">a</message>\n<message key=\"A\">b</message>\n"), "twice"},
+        {catalog("QORVEX:test:bad", "<text key=\"A\">a</text>\n"), "unexpected element <text>"},
+        {catalog("QORVEX:test:other", "<message key=\"A\">a</message>\n"), "QORVEX:test:other"},
+        {"<messages/>", "root element"},
+    };
+    for (auto const& [content, expectedDetail] : cases) {
+        fs::path const file = write("en", "test/bad.xml", content);
+        MessageCatalog::clear_cache();
+        try {
+            MessageCatalog::get_message(BaseMsgID("QORVEX:test:bad", "A"), "en");
+            ADD_FAILURE() << "expected CatalogError for " << content;
+        } catch (fl::i18n::CatalogError const& error) {
+            std::string const what = error.what();
+            EXPECT_EQ(error.file(), file.string());
+            EXPECT_NE(what.find(file.string()), std::string::npos) << what;
+            EXPECT_NE(what.find(expectedDetail), std::string::npos) << what;
+        }
+    }
+}
+
+TEST_F(CatalogFolderTest, CatalogsAreParsedOnceAndCached) {
+    fs::path const file =
+        write("en", "test/one.xml", catalog("QORVEX:test:one", R"(<message key="Key">first</message>)"));
+    EXPECT_EQ(MessageCatalog::get_message(BaseMsgID("QORVEX:test:one", "Key"), "en"), u"first");
+    std::ofstream(file) << catalog("QORVEX:test:one", R"(<message key="Key">second</message>)");
+    EXPECT_EQ(MessageCatalog::get_message(BaseMsgID("QORVEX:test:one", "Key"), "en"), u"first");
+    MessageCatalog::clear_cache();
+    EXPECT_EQ(MessageCatalog::get_message(BaseMsgID("QORVEX:test:one", "Key"), "en"), u"second");
+}
+
+TEST_F(CatalogFolderTest, ConcurrentLookupsAgree) {
+    write("en", "test/one.xml", catalog("QORVEX:test:one", R"(<message key="Key">value {0}</message>)"));
+    write("ja", "test/one.xml", catalog("QORVEX:test:one", R"(<message key="Key">値 {0}</message>)"));
+    std::vector<std::thread> threads;
+    std::vector<int> mismatches(4, 0);
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t, &mismatches] {
+            for (long i = 0; i < 200; ++i) {
+                bool const japanese = (i + t) % 2 == 0;
+                std::u16string const text =
+                    MessageCatalog::get_message(BaseMsgID("QORVEX:test:one", "Key", {i}), japanese ? "ja" : "en");
+                std::u16string const expected =
+                    (japanese ? u"値 " : u"value ") + fl::i18n::to_ustring(std::to_string(i));
+                mismatches[t] += text == expected ? 0 : 1;
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(mismatches, std::vector<int>(4, 0));
+}
+
+TEST_F(CatalogFolderTest, TheGlobalLocaleChoosesTheLanguage) {
+    write("en", "test/one.xml", catalog("QORVEX:test:one", R"(<message key="Key">english</message>)"));
+    write("ja", "test/one.xml", catalog("QORVEX:test:one", R"(<message key="Key">日本語</message>)"));
+    BaseMsgID const id("QORVEX:test:one", "Key");
+    EXPECT_EQ(MessageCatalog::current_language(), "en");
+    EXPECT_EQ(MessageCatalog::get_message(id), u"english");
+
+    // The machine need not have a Japanese C library locale; Boost.Locale makes one on its own.
+    std::locale::global(boost::locale::generator()("ja_JP.UTF-8"));
+    EXPECT_EQ(MessageCatalog::current_language(), "ja");
+    EXPECT_EQ(MessageCatalog::get_message(id), u"日本語");
+
+    try {
+        std::locale::global(std::locale("ja_JP.UTF-8"));
+        EXPECT_EQ(MessageCatalog::current_language(), "ja");
+        EXPECT_EQ(MessageCatalog::get_message(id), u"日本語");
+    } catch (std::runtime_error const&) {
+        // no system locale of that name here; the Boost.Locale case above covers the lookup
+    }
+
+    std::locale::global(boost::locale::generator()("fr_FR.UTF-8"));
+    EXPECT_EQ(MessageCatalog::get_message(id), u"english");
+}
+
+TEST(LanguageOfLocaleName, TakesTheLanguagePartOrEnglish) {
+    using fl::i18n::language_of_locale_name;
+    EXPECT_EQ(language_of_locale_name("ja_JP.UTF-8"), "ja");
+    EXPECT_EQ(language_of_locale_name("de_DE@euro"), "de");
+    EXPECT_EQ(language_of_locale_name("fr"), "fr");
+    EXPECT_EQ(language_of_locale_name("EN_us"), "en");
+    EXPECT_EQ(language_of_locale_name("C"), "en");
+    EXPECT_EQ(language_of_locale_name("C.UTF-8"), "en");
+    EXPECT_EQ(language_of_locale_name("POSIX"), "en");
+    EXPECT_EQ(language_of_locale_name("*"), "en");
+    EXPECT_EQ(language_of_locale_name(""), "en");
+    EXPECT_EQ(language_of_locale_name("LC_CTYPE=en_US.UTF-8;LC_NUMERIC=C;LC_"
+                                      "MESSAGES=ja_JP.UTF-8;LC_PAPER=C"),
+              "ja");
+    EXPECT_EQ(language_of_locale_name("LC_CTYPE=ja_JP.UTF-8;LC_NUMERIC=C"), "en");
+}
+
+TEST(ShippedCatalogs, EveryKeyExistsInEnglishAndJapanese) {
+    // ctest points DEPATTR_RESOURCES at the repository's resources folder; so does a direct run.
+    ::setenv("DEPATTR_RESOURCES", DEPATTR_SOURCE_DIR "/resources", 0);
+    ASSERT_FALSE(MessageCatalog::resources_folder().empty());
+    MessageCatalog::clear_cache();
+    struct Expected {
+        char const* catalog;
+        char const* key;
+        std::vector<resource_core::MessageArgument> args;
+    };
+    std::vector<Expected> const expected{
+        {"QORVEX:dependency:attribute", "FileExistsAttribute", {}},
+        {"QORVEX:dependency:attribute", "MissingFileProblem", {}},
+        {"QORVEX:dependency:attribute", "DerivedFileProblem", {}},
+        {"QORVEX:dependency:attribute", "FutureReleaseProblem", {}},
+        {"QORVEX:dependency:attribute", "InvalidFormatProblem", {}},
+        {"QORVEX:dependency:attribute", "SyntaxErrorProblem", {}},
+        {"QORVEX:dependency:attribute", "ModelInPackageProblem", {}},
+        {"QORVEX:dependency:attribute", "MissingProjectReferenceProblem", {}},
+        {"QORVEX:dependency:attribute", "CircularDependency", {std::u16string(u"ARG0")}},
+        {"QORVEX:dependency:attribute", "MissingFunctionProblem", {}},
+        {"QORVEX:dependency:attribute", "MissingProductProblem", {std::u16string(u"ARG0")}},
+        {"QORVEX:dependency:attribute", "MissingPackageDependencyProblem", {}},
+        {"QORVEX:dependency:analysis", "AnalysisError", {std::u16string(u"ARG0")}},
+        {"QORVEX:dependency:analysis", "AnalysisParsingError", {}},
+    };
+    fs::path const resources = MessageCatalog::resources_folder();
+    for (auto const& [catalog, key, args] : expected) {
+        BaseMsgID const id(catalog, key, args);
+        std::u16string const en = MessageCatalog::get_message(id, "en");
+        std::u16string const ja = MessageCatalog::get_message(id, "ja");
+        EXPECT_FALSE(en.empty()) << key;
+        // A Japanese text equal to the English one means the Japanese catalog lacks the key.
+        EXPECT_NE(en, ja) << key;
+        EXPECT_EQ(en.find(u"ARG0") != std::u16string::npos, !args.empty()) << key;
+        EXPECT_EQ(ja.find(u"ARG0") != std::u16string::npos, !args.empty()) << key;
+    }
+}
+
+TEST(Utf, ConvertsBothWaysAndRepairsIllFormedInput) {
+    using fl::i18n::to_string;
+    using fl::i18n::to_ustring;
+    std::u16string const text = u"a\u00e9\u30d5\U0001F600z";
+    EXPECT_EQ(to_string(text), "a\xc3\xa9\xe3\x83\x95\xf0\x9f\x98\x80z");
+    EXPECT_EQ(to_ustring(to_string(text)), text);
+    EXPECT_EQ(fl::i18n::ustring_to_utf8(text), to_string(text));
+
+    EXPECT_EQ(to_string(std::u16string{u'a', char16_t(0xD800), u'b'}),
+              "a\xef\xbf\xbd"
+              "b");
+    EXPECT_EQ(to_string(std::u16string{char16_t(0xDC00)}), "\xef\xbf\xbd");
+    EXPECT_EQ(to_ustring("a\xff"
+                         "b"),
+              u"a\uFFFDb");
+    EXPECT_EQ(to_ustring("\xc3"), u"\uFFFD");            // truncated sequence
+    EXPECT_EQ(to_ustring("\xc0\xaf"), u"\uFFFD\uFFFD");  // overlong form
+    EXPECT_EQ(to_ustring("\xed\xa0\x80"),
+              u"\uFFFD\uFFFD\uFFFD");  // encoded surrogate
+    EXPECT_EQ(to_ustring(std::string("a\0b", 3)), std::u16string(u"a\0b", 3));
+}
+
+}  // namespace
