@@ -1,0 +1,278 @@
+// Reports function nodes whose function is not defined in the code file the node points at.
+#include "attribute/AnalysisErrors.hpp"
+#include "attribute/analyzers/Analyzers.hpp"
+#include "attribute/analyzers/Messages.hpp"
+#include "platform/codeanalysis/CodeAnalysis.hpp"
+#include "platform/fl/FileSystem.hpp"
+
+#include <algorithm>
+#include <ostream>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace dependency::attribute {
+
+namespace missing_function {
+
+using ca::astapi::Node;
+using ca::astapi::NodeKind;
+
+// Searches a syntax tree for a definition of one name. The walk is depth first and always runs to the end, so a
+// tree it cannot handle (a kind outside the numbering, an input argument without a name) throws even after a
+// match; the caller counts that as missing. Iterative, so that no tree is too deep for it.
+class DefinitionSearch {
+public:
+    DefinitionSearch(std::u16string_view soughtName, std::u16string_view ownerName, std::ostream& diagnostics)
+        : soughtName_(soughtName), ownerName_(ownerName), diagnostics_(diagnostics)
+    {
+    }
+
+    // True when no definition of the sought name was found.
+    bool run(Node const& root)
+    {
+        pending_.push_back(&root);
+        while (!pending_.empty()) {
+            auto const* node = pending_.back();
+            pending_.pop_back();
+            visit(*node);
+        }
+        return missing_;
+    }
+
+private:
+    static bool isLeafKind(int code) noexcept
+    {
+        switch (code) {
+        case 2: case 7: case 10: case 16: case 19: case 20: case 21: case 26: case 27: case 33: case 37: case 39:
+        case 48: case 58: case 64:
+            return true;
+        default:
+            return false;
+        }
+    }
+
+    static Node const& requiredChild(Node const& node, unsigned slot)
+    {
+        auto const* child = node.child(slot);
+        if (child == nullptr) {
+            throw std::logic_error("syntax tree node without its required child " + std::to_string(slot));
+        }
+        return *child;
+    }
+
+    // The visit order is the order in which children are taken from the stack, so each node's children are
+    // pushed last first.
+    class Visits {
+    public:
+        explicit Visits(std::vector<Node const*>& stack) : stack_(stack), mark_(stack.size()) {}
+        void child(Node const* node) { append(node); }
+        void list(std::span<Node const* const> nodes)
+        {
+            for (auto const* node : nodes) {
+                append(node);
+            }
+        }
+        ~Visits() { std::reverse(stack_.begin() + static_cast<std::ptrdiff_t>(mark_), stack_.end()); }
+        Visits(Visits const&) = delete;
+        Visits& operator=(Visits const&) = delete;
+
+    private:
+        void append(Node const* node)
+        {
+            if (node != nullptr) {
+                stack_.push_back(node);
+            }
+        }
+        std::vector<Node const*>& stack_;
+        std::size_t mark_;
+    };
+
+    void visitDefinitionChildren(Node const& definition, Node const& name)
+    {
+        Visits visits(pending_);
+        visits.child(&name);
+        visits.list(definition.list(8, 9));
+        visits.list(definition.list(5, 6));
+        visits.list(definition.list(11, 12));
+        visits.list(definition.list(13, 14));
+    }
+
+    void found(std::u16string_view candidate) noexcept
+    {
+        if (candidate == soughtName_) {
+            missing_ = false;
+        }
+    }
+
+    static bool isStaticMethod(Node const& method)
+    {
+        using AttributeQueries = lf::astapi::NodeCustomization<lf::astapi::Attribute<ca::astapi::CA>>;
+        for (auto const* attribute :
+             lf::astapi::NodeCustomization<lf::astapi::Method<ca::astapi::CA>>::getAttributes(method)) {
+            if (AttributeQueries::getName(*attribute) == u"Static" &&
+                AttributeQueries::getOperand(*attribute) == nullptr &&
+                AttributeQueries::isAttributeWithGivenLogicalValue(*attribute, true)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    void visit(Node const& node)
+    {
+        auto const code = static_cast<int>(node.kind());
+        if (code == 0 || code > ca::astapi::lastNodeKind) {
+            diagnostics_ << "Unhandled node kind \"" << node.kind() << "\" encountered in AstDispatcher.";
+            throw std::logic_error("Unhandled node kind encountered in AstDispatcher");
+        }
+        if (isLeafKind(code)) {
+            return;
+        }
+        switch (node.kind()) {
+        case NodeKind::FunctionDefinition: {
+            auto const& name = requiredChild(node, 7);
+            found(name.identifier().getString());
+            visitDefinitionChildren(node, name);
+            return;
+        }
+        case NodeKind::MethodDefinition: {
+            auto const& name = requiredChild(node, 7);
+            auto const methodName = name.identifier().getString();
+            if (isStaticMethod(node)) {
+                std::u16string qualified(ownerName_);
+                qualified += u'.';
+                qualified += methodName;
+                found(qualified);
+            } else {
+                found(methodName);
+            }
+            visitDefinitionChildren(node, name);
+            return;
+        }
+        case NodeKind::ClassDefinition: {
+            auto const& name = requiredChild(node, 8);
+            found(name.identifier().getString());
+            Visits visits(pending_);
+            visits.list(node.list(6, 7));
+            visits.child(&name);
+            visits.list(node.list(9, 10));
+            visits.list(node.list(11, 12));
+            return;
+        }
+        case NodeKind::InputArgument: {
+            auto const* argument = node.child(0) != nullptr ? node.child(0) : node.child(1);
+            if (argument == nullptr) {
+                throw std::logic_error("InputArgument has neither an Identifier nor an Ignored");
+            }
+            pending_.push_back(argument);
+            return;
+        }
+        default: {
+            Visits visits(pending_);
+            visits.list(node.children());
+            return;
+        }
+        }
+    }
+
+    std::u16string_view soughtName_;
+    std::u16string_view ownerName_;
+    std::ostream& diagnostics_;
+    bool missing_ = true;
+    std::vector<Node const*> pending_;
+};
+
+// Whether the tree under root lacks a definition of soughtName; throws std::logic_error for a tree the search
+// cannot handle, after writing a diagnostic for an unknown node kind. Used by the analyzer and by its tests.
+bool lacksDefinition(Node const& root, std::u16string_view soughtName, std::u16string_view ownerName,
+                     std::ostream& diagnostics)
+{
+    return DefinitionSearch(soughtName, ownerName, diagnostics).run(root);
+}
+
+}  // namespace missing_function
+
+namespace {
+
+std::shared_ptr<AttributeIdentity> const& missingFunctionIdentity()
+{
+    static auto const identity = std::make_shared<AttributeIdentity>(
+        u"Missing", attributeMessage("MissingFunctionProblem"), Severity::Warning);
+    return identity;
+}
+
+// "pkg/f" names f in its file, "a/b/f" names b/f: only the part before the first "/" is dropped.
+std::u16string soughtNameOf(graph::Node const& node)
+{
+    auto const& name = node.getLocation().at(1);
+    auto const slash = name.find(u'/');
+    return slash == std::u16string::npos ? name : name.substr(slash + 1);
+}
+
+// Diagnostics of the search go nowhere: a library that wrote to the process's streams would disturb its callers'
+// output, and the finding already says that the function counts as missing.
+class DiscardingStream : public std::ostream {
+public:
+    DiscardingStream() : std::ostream(nullptr) {}
+};
+
+class MissingFunctionAnalyzer final : public AttributeAnalyzer {
+public:
+    ~MissingFunctionAnalyzer() override = default;
+
+    std::vector<std::shared_ptr<Attribute>> analyze(
+        std::shared_ptr<dependency::graph::Node> const& node,
+        std::shared_ptr<dependency::graph::Graph const> const& /*graph*/) const override
+    {
+        auto const& identity = missingFunctionIdentity();
+        std::vector<std::shared_ptr<Attribute>> findings;
+        if (!(node->getType() == graph::Type::FUNCTION())) {
+            return findings;
+        }
+        auto const soughtName = soughtNameOf(*node);
+        bool missing = true;
+        try {
+            missing = isMissing(*node, soughtName);
+        } catch (...) {
+            // Every failure to look means the function cannot be shown to be there.
+        }
+        if (missing) {
+            findings.push_back(std::make_shared<Attribute>(identity, nullptr));
+        }
+        return findings;
+    }
+
+private:
+    static bool isMissing(graph::Node const& node, std::u16string const& soughtName)
+    {
+        if (!node.isResolved() || !fl::filesystem::exists(node.getLocation().at(0))) {
+            return true;
+        }
+        auto const& path = node.getPath();
+        std::shared_ptr<ca::AnalysisResult const> result;
+        try {
+            auto analyzer = ca::createSingleFileAnalyzer();
+            result = analyzer->analyze(path);
+        } catch (...) {
+            QORVEX::dependency::analysis::throwAnalysisError(path);
+        }
+        if (result->hasErrors()) {
+            QORVEX::dependency::analysis::throwAnalysisParsingError();
+        }
+        DiscardingStream diagnostics;
+        return missing_function::lacksDefinition(result->getRootNode(), soughtName, result->getOwnerName(),
+                                                 diagnostics);
+    }
+};
+
+}  // namespace
+
+std::shared_ptr<AttributeAnalyzer> createMissingFunctionAnalyzer()
+{
+    return std::make_shared<MissingFunctionAnalyzer>();
+}
+
+}  // namespace dependency::attribute

@@ -1,0 +1,116 @@
+// Analysing files: reading, the errors of unreadable files, and the per-process cache of results.
+
+#include "platform/codeanalysis/CodeAnalysis.hpp"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class FileAnalysisTest : public ::testing::Test {
+protected:
+    FileAnalysisTest()
+        : folder_(fs::temp_directory_path() / ("depattr_codeanalysis_" + std::to_string(::getpid())))
+    {
+        fs::remove_all(folder_);
+        fs::create_directories(folder_);
+    }
+    ~FileAnalysisTest() override
+    {
+        std::error_code ignored;
+        fs::remove_all(folder_, ignored);
+    }
+
+    std::u16string write(std::string const& name, std::string const& code,
+                         fs::file_time_type time = fs::file_time_type::clock::now())
+    {
+        auto const path = folder_ / name;
+        std::ofstream(path, std::ios::binary | std::ios::trunc) << code;
+        fs::last_write_time(path, time);
+        return path.u16string();
+    }
+
+    fs::path folder_;
+    std::unique_ptr<ca::SingleFileAnalyzer> analyzer_ = ca::createSingleFileAnalyzer();
+};
+
+TEST_F(FileAnalysisTest, AnUnreadablePathThrowsNamingTheFile)
+{
+    auto const expectReadError = [&](std::u16string const& path, std::string const& named) {
+        try {
+            analyzer_->analyze(path);
+            ADD_FAILURE() << "no exception for " << named;
+        } catch (ca::FileReadError const& error) {
+            EXPECT_NE(std::string(error.what()).find(named), std::string::npos) << error.what();
+        }
+    };
+    expectReadError((folder_ / "absent.qx").u16string(), (folder_ / "absent.qx").string());
+    expectReadError(folder_.u16string(), folder_.string());
+    expectReadError(write("real.qx", "x = 1;") + std::u16string(u"\0.qx", 4), "NUL");
+    // A file whose code is broken is readable: its errors are in the result.
+    EXPECT_TRUE(analyzer_->analyze(write("broken.qx", "x = (;"))->hasErrors());
+}
+
+TEST_F(FileAnalysisTest, AnUnchangedFileIsParsedOnceAndAChangedOneAgain)
+{
+    auto const start = fs::file_time_type::clock::now() - std::chrono::hours(1);
+    auto const path = write("f.qx", "function f\nend\n", start);
+    auto const first = analyzer_->analyze(path);
+    // Another analyzer shares the cache.
+    EXPECT_EQ(ca::createSingleFileAnalyzer()->analyze(path), first);
+
+    // Same size, new content, new time: parsed again.
+    write("f.qx", "function g\nend\n", start + std::chrono::seconds(5));
+    auto const second = analyzer_->analyze(path);
+    EXPECT_NE(second, first);
+    EXPECT_EQ(second->getRootNode().children()[0]->child(7)->identifier().getString(), u"g");
+
+    // Same time, different size: parsed again.
+    write("f.qx", "function longer\nend\n", start + std::chrono::seconds(5));
+    auto const third = analyzer_->analyze(path);
+    EXPECT_EQ(third->getRootNode().children()[0]->child(7)->identifier().getString(), u"longer");
+    EXPECT_EQ(analyzer_->analyze(path), third);
+}
+
+TEST_F(FileAnalysisTest, ConcurrentAnalysesAgreeAndShareResults)
+{
+    std::vector<std::u16string> paths;
+    for (int i = 0; i < 4; ++i) {
+        paths.push_back(write("c" + std::to_string(i) + ".qx",
+                              "function c" + std::to_string(i) + "\n  x = [1 2 3];\nend\n"));
+    }
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            auto analyzer = ca::createSingleFileAnalyzer();
+            for (int round = 0; round < 50; ++round) {
+                auto const& path = paths[static_cast<std::size_t>((round + t) % 4)];
+                auto const result = analyzer->analyze(path);
+                auto const name = result->getRootNode().children()[0]->child(7)->identifier().getString();
+                if (result->hasErrors() || path.find(std::u16string(name) + u".qx") == std::u16string::npos) {
+                    ++wrong;
+                }
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong.load(), 0);
+    auto const once = analyzer_->analyze(paths[0]);
+    EXPECT_EQ(analyzer_->analyze(paths[0]), once);
+}
+
+}  // namespace

@@ -1,0 +1,392 @@
+// Parsing of the host language's constructs, checked on the tree's text form (see TreeDump.hpp).
+
+#include "TreeDump.hpp"
+#include "platform/codeanalysis/CodeAnalysis.hpp"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+namespace {
+
+using ca::astapi::Node;
+using ca::astapi::NodeKind;
+using ca::testing::dump;
+
+// The statements of a script, one text form per statement separated by " ; ", or "error L:C message".
+std::string parsed(std::string_view code)
+{
+    auto const result = ca::analyzeText(code);
+    if (result->hasErrors()) {
+        auto const& error = result->getErrors().front();
+        return "error " + std::to_string(error.line) + ":" + std::to_string(error.column) + " " + error.message;
+    }
+    std::string text;
+    for (auto const* statement : result->getRootNode().children()) {
+        text += (text.empty() ? "" : " ; ") + dump(*statement);
+    }
+    return text;
+}
+
+// The right-hand side of the script's one assignment.
+std::string value(std::string_view code)
+{
+    auto const result = ca::analyzeText(code);
+    if (result->hasErrors()) {
+        return "error: " + result->getErrors().front().message;
+    }
+    auto const statements = result->getRootNode().children();
+    if (statements.size() != 1 || statements[0]->kind() != NodeKind::Assignment) {
+        return "not one assignment: " + parsed(code);
+    }
+    return dump(*statements[0]->child(1));
+}
+
+TEST(Parser, AQuoteIsATransposeOnlyRightAfterAnOperand)
+{
+    EXPECT_EQ(value("x = a';"), "(PostfixOperation['] Identifier:a)");
+    EXPECT_EQ(value("x = a.';"), "(PostfixOperation[.'] Identifier:a)");
+    EXPECT_EQ(value("x = a'';"), "(PostfixOperation['] (PostfixOperation['] Identifier:a))");
+    EXPECT_EQ(value("x = 2' + (1)' + {3}' + [4]';"),
+              "(BinaryOperation[+] (BinaryOperation[+] (BinaryOperation[+] (PostfixOperation['] Number:2) "
+              "(PostfixOperation['] (Parenthesized Number:1))) (PostfixOperation['] (Cell (Row Number:3)))) "
+              "(PostfixOperation['] (Matrix (Row Number:4))))");
+    EXPECT_EQ(value("x = [a' 'b'];"), "(Matrix (Row (PostfixOperation['] Identifier:a) CharacterString:b))");
+    EXPECT_EQ(value("x = 'it''s';"), "CharacterString:it's");
+    EXPECT_EQ(value("x = \"say \"\"hi\"\"\";"), "String:say \"hi\"");
+    EXPECT_EQ(value("x = {'a', \"b\"};"), "(Cell (Row CharacterString:a String:b))");
+    // After a keyword-like field name the quote still transposes.
+    EXPECT_EQ(value("x = s.end';"), "(PostfixOperation['] (FieldAccess Identifier:s Identifier:end))");
+}
+
+TEST(Parser, WhiteSpaceSeparatesMatrixElementsOnlyBeforeAnOperand)
+{
+    EXPECT_EQ(value("x = [1 -2];"), "(Matrix (Row Number:1 (UnaryOperation[-] Number:2)))");
+    EXPECT_EQ(value("x = [1 - 2];"), "(Matrix (Row (BinaryOperation[-] Number:1 Number:2)))");
+    EXPECT_EQ(value("x = [1 -2 + 3];"),
+              "(Matrix (Row Number:1 (BinaryOperation[+] (UnaryOperation[-] Number:2) Number:3)))");
+    EXPECT_EQ(value("x = [a (1)];"), "(Matrix (Row Identifier:a (Parenthesized Number:1)))");
+    EXPECT_EQ(value("x = [a(1) b{2}];"),
+              "(Matrix (Row (ParenIndex Identifier:a Number:1) (BraceIndex Identifier:b Number:2)))");
+    EXPECT_EQ(value("x = [f(1 -2)];"),
+              "(Matrix (Row (ParenIndex Identifier:f (BinaryOperation[-] Number:1 Number:2))))");
+    EXPECT_EQ(value("x = f(1 -2);"), "(ParenIndex Identifier:f (BinaryOperation[-] Number:1 Number:2))");
+    EXPECT_EQ(value("x = [1, 2\n 3 4; 5];"),
+              "(Matrix (Row Number:1 Number:2) (Row Number:3 Number:4) (Row Number:5))");
+    EXPECT_EQ(value("x = {@(v) v + 1, 2};"),
+              "(Cell (Row (AnonymousFunction (InputArgument Identifier:v) (BinaryOperation[+] Identifier:v "
+              "Number:1)) Number:2))");
+    EXPECT_EQ(value("x = [];"), "Matrix");
+    EXPECT_EQ(value("x = [1 2]' ;"), "(PostfixOperation['] (Matrix (Row Number:1 Number:2)))");
+}
+
+TEST(Parser, CommandFormNeedsWhiteSpaceAndNoOperatorThatWhiteSpaceFollows)
+{
+    EXPECT_EQ(parsed("hold on"), "(CommandStatement Identifier:hold CommandArgument:on)");
+    EXPECT_EQ(parsed("disp -x"), "(CommandStatement Identifier:disp CommandArgument:-x)");
+    EXPECT_EQ(parsed("disp 'two words' x;"),
+              "(CommandStatement Identifier:disp CommandArgument:two words CommandArgument:x)");
+    EXPECT_EQ(parsed("format long % the rest is a comment"),
+              "(CommandStatement Identifier:format CommandArgument:long)");
+    EXPECT_EQ(parsed("hold on, x = 1"),
+              "(CommandStatement Identifier:hold CommandArgument:on) ; (Assignment Identifier:x Number:1)");
+    EXPECT_EQ(parsed("a - b"), "(ExpressionStatement (BinaryOperation[-] Identifier:a Identifier:b))");
+    EXPECT_EQ(parsed("a == b"), "(ExpressionStatement (Comparison[==] Identifier:a Identifier:b))");
+    EXPECT_EQ(parsed("a = b"), "(Assignment Identifier:a Identifier:b)");
+    EXPECT_EQ(parsed("disp (1)"), "(ExpressionStatement (ParenIndex Identifier:disp Number:1))");
+    EXPECT_EQ(parsed("a"), "(ExpressionStatement Identifier:a)");
+    EXPECT_EQ(parsed("a ..."), "(ExpressionStatement Identifier:a)");
+    // Only a statement's first word can start a command.
+    EXPECT_EQ(parsed("x = a b"), "error 1:7 expected the end of the statement but found 'b'");
+}
+
+TEST(Parser, EndInsideIndexingIsAnExpressionAndElsewhereClosesABlock)
+{
+    EXPECT_EQ(value("y = x(end);"), "(ParenIndex Identifier:x End)");
+    EXPECT_EQ(value("y = x{end - 1};"), "(BraceIndex Identifier:x (BinaryOperation[-] End Number:1))");
+    EXPECT_EQ(value("y = x([1 end]);"), "(ParenIndex Identifier:x (Matrix (Row Number:1 End)))");
+    EXPECT_EQ(value("y = x(end:-1:1, :);"),
+              "(ParenIndex Identifier:x (Range End (UnaryOperation[-] Number:1) Number:1) Colon)");
+    EXPECT_EQ(parsed("if x(end) > 1, y = 1; end"),
+              "(IfStatement (IfClause (Comparison[>] (ParenIndex Identifier:x End) Number:1) "
+              "(Assignment Identifier:y Number:1)))");
+    EXPECT_EQ(parsed("x = 1;\nend"), "error 2:1 unexpected 'end'");
+    EXPECT_EQ(parsed("y = end;"), "error 1:5 unexpected keyword 'end' in an expression");
+}
+
+TEST(Parser, CommentsAndContinuationsAreWhiteSpace)
+{
+    EXPECT_EQ(parsed("%{\nx = 1;\n%}\ny = 2;"), "(Assignment Identifier:y Number:2)");
+    EXPECT_EQ(parsed("  %{  \n%{\ninner\n%}\nstill comment\n  %}\ny = 2;"), "(Assignment Identifier:y Number:2)");
+    // %{ with text after it on its line is an ordinary line comment.
+    EXPECT_EQ(parsed("%{ not a block\ny = 2;"), "(Assignment Identifier:y Number:2)");
+    EXPECT_EQ(parsed("y = 1 + ... the rest is a comment\n    2;"),
+              "(Assignment Identifier:y (BinaryOperation[+] Number:1 Number:2))");
+    EXPECT_EQ(parsed("y = [1, ... one row\n 2];"), "(Assignment Identifier:y (Matrix (Row Number:1 Number:2)))");
+    EXPECT_EQ(parsed("y = 1; % 'quote' in a comment\r\nz = 2;"),
+              "(Assignment Identifier:y Number:1) ; (Assignment Identifier:z Number:2)");
+    EXPECT_EQ(parsed("x = 1;\n%{\nnever closed"), "error 2:1 block comment '%{' is not closed by a line '%}'");
+}
+
+TEST(Parser, OperatorsBindByPrecedence)
+{
+    EXPECT_EQ(value("x = -2^2;"), "(UnaryOperation[-] (BinaryOperation[^] Number:2 Number:2))");
+    EXPECT_EQ(value("x = 2^-1;"), "(BinaryOperation[^] Number:2 (UnaryOperation[-] Number:1))");
+    EXPECT_EQ(value("x = a + b * c;"),
+              "(BinaryOperation[+] Identifier:a (BinaryOperation[*] Identifier:b Identifier:c))");
+    EXPECT_EQ(value("x = a - b - c;"),
+              "(BinaryOperation[-] (BinaryOperation[-] Identifier:a Identifier:b) Identifier:c)");
+    EXPECT_EQ(value("x = a:b:c + 1;"),
+              "(Range Identifier:a Identifier:b (BinaryOperation[+] Identifier:c Number:1))");
+    EXPECT_EQ(value("x = a < b & c || d && e;"),
+              "(ShortCircuit[||] (BinaryOperation[&] (Comparison[<] Identifier:a Identifier:b) Identifier:c) "
+              "(ShortCircuit[&&] Identifier:d Identifier:e))");
+    EXPECT_EQ(value("x = ~a == b;"), "(Comparison[==] (UnaryOperation[~] Identifier:a) Identifier:b)");
+    EXPECT_EQ(value("x = a | b & c;"),
+              "(BinaryOperation[|] Identifier:a (BinaryOperation[&] Identifier:b Identifier:c))");
+    EXPECT_EQ(value("x = a .* b ./ c .\\ d .^ e;"),
+              "(BinaryOperation[.\\] (BinaryOperation[./] (BinaryOperation[.*] Identifier:a Identifier:b) "
+              "Identifier:c) (BinaryOperation[.^] Identifier:d Identifier:e))");
+    EXPECT_EQ(value("x = 1 < 2:3;"), "(Comparison[<] Number:1 (Range Number:2 Number:3))");
+    EXPECT_EQ(value("x = s.a.(n){2}(3);"),
+              "(ParenIndex (BraceIndex (DynamicField (FieldAccess Identifier:s Identifier:a) Identifier:n) Number:2) "
+              "Number:3)");
+    EXPECT_EQ(value("x = 1e-3 + .5i;"), "(BinaryOperation[+] Number:1e-3 ImaginaryNumber:.5i)");
+    EXPECT_EQ(value("x = @pkg.fn;"), "(FunctionHandle DottedName:pkg.fn)");
+    EXPECT_EQ(value("x = ?pkg.Cls;"), "MetaclassQuery:pkg.Cls");
+    EXPECT_EQ(value("x = f(Name = 1);"), "(ParenIndex Identifier:f (Assignment Identifier:Name Number:1))");
+}
+
+TEST(Parser, StatementsHaveTheirClauses)
+{
+    EXPECT_EQ(parsed("if a\n x = 1;\nelseif b\nelse\n y = 2;\nend"),
+              "(IfStatement (IfClause Identifier:a (Assignment Identifier:x Number:1)) (ElseifClause Identifier:b) "
+              "(ElseClause (Assignment Identifier:y Number:2)))");
+    EXPECT_EQ(parsed("switch s\n case 1\n  a;\n case {2, 3}\n otherwise\n  b;\nend"),
+              "(SwitchStatement Identifier:s (CaseClause Number:1 (ExpressionStatement Identifier:a)) "
+              "(CaseClause (Cell (Row Number:2 Number:3))) (OtherwiseClause (ExpressionStatement Identifier:b)))");
+    EXPECT_EQ(parsed("try\n a;\ncatch err\n b;\nend"),
+              "(TryStatement (ExpressionStatement Identifier:a) (CatchClause Identifier:err "
+              "(ExpressionStatement Identifier:b)))");
+    EXPECT_EQ(parsed("try, a; catch disp(1), end"),
+              "(TryStatement (ExpressionStatement Identifier:a) (CatchClause (ExpressionStatement (ParenIndex "
+              "Identifier:disp Number:1))))");
+    EXPECT_EQ(parsed("for k = 1:3, break; end"),
+              "(ForStatement Identifier:k (Range Number:1 Number:3) Break)");
+    EXPECT_EQ(parsed("parfor (k = 1:3, 4)\n continue\nend"),
+              "(ParforStatement Identifier:k (Range Number:1 Number:3) Number:4 Continue)");
+    EXPECT_EQ(parsed("while x, return, end"), "(WhileStatement Identifier:x Return)");
+    EXPECT_EQ(parsed("global A B\npersistent C"),
+              "(GlobalStatement Identifier:A Identifier:B) ; (PersistentStatement Identifier:C)");
+    EXPECT_EQ(parsed("[a, ~, s.b] = f();"),
+              "(MultipleAssignment Identifier:a Ignored (FieldAccess Identifier:s Identifier:b) "
+              "(ParenIndex Identifier:f))");
+    EXPECT_EQ(parsed(";\nx = 1;;"), "EmptyStatement ; (Assignment Identifier:x Number:1) ; EmptyStatement");
+    EXPECT_EQ(parsed("[a, 1] = f();"), "error 1:1 invalid target in a multiple assignment");
+    EXPECT_EQ(parsed("f(x) + 1 = 2;"), "error 1:1 the left side of '=' cannot be assigned to");
+    EXPECT_EQ(parsed("if a\n x = 1;\nelse if\nend"), "error 3:8 unexpected end of line");
+}
+
+TEST(Parser, FunctionDefinitionsFillTheirSlots)
+{
+    auto const result =
+        ca::analyzeText("function [a, b] = f(x, ~, varargin)\n  a = x;\n  function g\n  end\n  b = 2;\nend\n");
+    ASSERT_FALSE(result->hasErrors());
+    auto const& function = *result->getRootNode().children()[0];
+    ASSERT_EQ(function.kind(), NodeKind::FunctionDefinition);
+    EXPECT_EQ(function.line(), 1u);
+    EXPECT_EQ(function.column(), 1u);
+    EXPECT_EQ(function.child(7)->identifier().getString(), u"f");
+    ASSERT_EQ(function.list(5, 6).size(), 2u);
+    EXPECT_EQ(function.list(5, 6)[1]->identifier().getString(), u"b");
+    auto const inputs = function.list(8, 9);
+    ASSERT_EQ(inputs.size(), 3u);
+    EXPECT_EQ(dump(*inputs[0]), "(InputArgument Identifier:x)");
+    EXPECT_EQ(dump(*inputs[1]), "(InputArgument Ignored)");
+    EXPECT_EQ(inputs[1]->child(0), nullptr);
+    EXPECT_EQ(inputs[1]->child(1)->kind(), NodeKind::Ignored);
+    ASSERT_EQ(function.list(11, 12).size(), 2u);
+    EXPECT_EQ(function.list(11, 12)[1]->line(), 5u);
+    ASSERT_EQ(function.list(13, 14).size(), 1u);
+    EXPECT_EQ(function.list(13, 14)[0]->child(7)->identifier().getString(), u"g");
+    for (unsigned reserved : {0u, 1u, 2u, 3u, 4u, 10u}) {
+        EXPECT_EQ(function.child(reserved), nullptr);
+    }
+    // get.Name and set.Name are one name.
+    auto const accessor = ca::analyzeText("function v = get.Name(obj)\nv = 1;\n");
+    ASSERT_FALSE(accessor->hasErrors());
+    EXPECT_EQ(accessor->getRootNode().children()[0]->child(7)->identifier().getString(), u"get.Name");
+}
+
+TEST(Parser, FunctionsOfAFileEitherAllEndOrNoneDoes)
+{
+    auto const names = [](std::string_view code) {
+        auto const result = ca::analyzeText(code);
+        if (result->hasErrors()) {
+            return "error " + std::to_string(result->getErrors().front().line);
+        }
+        std::string text;
+        for (auto const* item : result->getRootNode().children()) {
+            text += ca::testing::narrow(item->child(7)->identifier().getString());
+            text += "[" + std::to_string(item->list(13, 14).size()) + "] ";
+        }
+        return text;
+    };
+    EXPECT_EQ(names("function a\nx = 1;\nfunction b\nfunction c\ny = 2;\n"), "a[0] b[0] c[0] ");
+    EXPECT_EQ(names("function a\nfunction b\nend\nend\nfunction c\nend\n"), "a[1] c[0] ");
+    EXPECT_EQ(names("function a\nif x, y = 1; end\nend\nfunction b\nend"), "a[0] b[0] ");
+    EXPECT_EQ(names("function a\nend\nfunction b\n"), "error 3");
+    EXPECT_EQ(names("function a\nfunction b\nend\n"), "error 1");
+    EXPECT_EQ(names("function a\nx = 1;\nend\nend\n"), "error 4");
+}
+
+TEST(Parser, ClassDefinitionsFillTheirSlotsAndMethodsSeeTheirBlocksAttributes)
+{
+    auto const result = ca::analyzeText(
+        "classdef (Sealed, ~Hidden) pkg_C < handle & pkg.Base\n"
+        "  properties (Access = private)\n    P (1,:) double {mustBeFinite} = 3\n  end\n"
+        "  methods (Static, Static = true, Static = false, Access = {?A}, Flag = 1)\n"
+        "    function s()\n    end\n    sig(a)\n  end\n"
+        "  events\n    E\n  end\n"
+        "end\n");
+    ASSERT_FALSE(result->hasErrors()) << result->getErrors().front().message;
+    EXPECT_EQ(result->getOwnerName(), u"pkg_C");
+    auto const& cls = *result->getRootNode().children()[0];
+    ASSERT_EQ(cls.kind(), NodeKind::ClassDefinition);
+    EXPECT_EQ(cls.child(8)->identifier().getString(), u"pkg_C");
+    EXPECT_EQ(cls.list(6, 7).size(), 2u);
+    ASSERT_EQ(cls.list(9, 10).size(), 2u);
+    EXPECT_EQ(dump(*cls.list(9, 10)[1]), "DottedName:pkg.Base");
+    auto const blocks = cls.list(11, 12);
+    ASSERT_EQ(blocks.size(), 3u);
+    EXPECT_EQ(dump(*blocks[0]),
+              "(PropertiesBlock (Attribute Identifier:Access Identifier:private) (Property Identifier:P "
+              "(Dimensions Number:1 Colon) Identifier:double Identifier:mustBeFinite Number:3))");
+    EXPECT_EQ(dump(*blocks[2]), "(EventsBlock (Event Identifier:E))");
+
+    using Methods = lf::astapi::NodeCustomization<lf::astapi::Method<ca::astapi::CA>>;
+    using Attributes = lf::astapi::NodeCustomization<lf::astapi::Attribute<ca::astapi::CA>>;
+    auto const members = blocks[1]->list(2, 3);
+    ASSERT_EQ(members.size(), 2u);
+    auto const& method = *members[0];
+    ASSERT_EQ(method.kind(), NodeKind::MethodDefinition);
+    EXPECT_EQ(members[1]->kind(), NodeKind::MethodSignature);
+    auto const attributes = Methods::getAttributes(method);
+    ASSERT_EQ(attributes.size(), 5u);
+    EXPECT_EQ(attributes.data(), method.list(15, 16).data());
+    // The attributes belong to the methods block's sub-tree, not to each method's.
+    EXPECT_EQ(method.children().size(), 1u);
+    EXPECT_EQ(attributes[0], blocks[1]->list(0, 1)[0]);
+
+    EXPECT_EQ(Attributes::getName(*attributes[0]), u"Static");
+    EXPECT_TRUE(Attributes::isAttributeWithGivenLogicalValue(*attributes[0], true));   // Static
+    EXPECT_FALSE(Attributes::isAttributeWithGivenLogicalValue(*attributes[0], false));
+    EXPECT_TRUE(Attributes::isAttributeWithGivenLogicalValue(*attributes[1], true));   // Static = true
+    EXPECT_EQ(Attributes::getOperand(*attributes[1]), nullptr);
+    EXPECT_FALSE(Attributes::isAttributeWithGivenLogicalValue(*attributes[2], true));  // Static = false
+    EXPECT_TRUE(Attributes::isAttributeWithGivenLogicalValue(*attributes[2], false));
+    ASSERT_NE(Attributes::getOperand(*attributes[3]), nullptr);  // Access = {?A}
+    EXPECT_EQ(dump(*Attributes::getOperand(*attributes[3])), "(Cell (Row MetaclassQuery:A))");
+    EXPECT_FALSE(Attributes::isAttributeWithGivenLogicalValue(*attributes[3], true));
+    EXPECT_FALSE(Attributes::isAttributeWithGivenLogicalValue(*attributes[3], false));
+    EXPECT_FALSE(Attributes::isAttributeWithGivenLogicalValue(*attributes[4], true));  // Flag = 1: an operand
+
+    auto const classAttributes = cls.list(6, 7);
+    EXPECT_TRUE(Attributes::isAttributeWithGivenLogicalValue(*classAttributes[1], false));  // ~Hidden
+    EXPECT_TRUE(Methods::getAttributes(cls).empty());
+    EXPECT_FALSE(Attributes::isAttributeWithGivenLogicalValue(cls, true));
+}
+
+TEST(Parser, ArgumentsBlocksAreRecognisedOnlyWhereTheyCanBe)
+{
+    auto const result = ca::analyzeText(
+        "function f(x, opts)\n  arguments\n    x (1,1) double\n    opts.Name string = \"n\"\n  end\n"
+        "  arguments (Output)\n  end\n  arguments(1) = 2;\nend\n");
+    ASSERT_FALSE(result->hasErrors()) << result->getErrors().front().message;
+    auto const body = result->getRootNode().children()[0]->list(11, 12);
+    ASSERT_EQ(body.size(), 3u);
+    EXPECT_EQ(dump(*body[0]),
+              "(ArgumentsBlock (ArgumentDeclaration Identifier:x (Dimensions Number:1 Number:1) Identifier:double) "
+              "(ArgumentDeclaration DottedName:opts.Name Identifier:string String:n))");
+    EXPECT_EQ(dump(*body[1]), "(ArgumentsBlock (Attribute Identifier:Output))");
+    EXPECT_EQ(dump(*body[2]), "(Assignment (ParenIndex Identifier:arguments Number:1) Number:2)");
+}
+
+TEST(Parser, NestingDeeperThanTheBoundIsAnErrorNotACrash)
+{
+    auto const nested = [](std::string const& open, std::string const& inner, std::string const& close, int depth) {
+        std::string code = "x = ";
+        for (int i = 0; i < depth; ++i) {
+            code += open;
+        }
+        code += inner;
+        for (int i = 0; i < depth; ++i) {
+            code += close;
+        }
+        return ca::analyzeText(code + ";\n");
+    };
+    EXPECT_FALSE(nested("(", "1", ")", 200)->hasErrors());
+    for (auto const& [open, close] : {std::pair{"(", ")"}, {"[", "]"}, {"{", "}"}, {"-", ""}, {"~", ""},
+                                      {"f(", ")"}, {"@() ", ""}, {"x.(", ")"}}) {
+        auto const deep = nested(open, "1", close, 100000);
+        ASSERT_TRUE(deep->hasErrors()) << open;
+        EXPECT_NE(deep->getErrors().front().message.find("nested more than 256"), std::string::npos);
+    }
+    std::string blocks;
+    for (int i = 0; i < 5000; ++i) {
+        blocks += "if x\n";
+    }
+    EXPECT_TRUE(ca::analyzeText(blocks)->hasErrors());
+    // A long flat chain is not nesting.
+    std::string chain = "x = 1";
+    for (int i = 0; i < 100000; ++i) {
+        chain += " + 1";
+    }
+    EXPECT_FALSE(ca::analyzeText(chain)->hasErrors());
+}
+
+TEST(Parser, BadTextIsReportedWithItsPositionAndNeverThrows)
+{
+    EXPECT_EQ(parsed(std::string_view("x = 1;\n\0", 8)), "error 2:1 unexpected character byte 0x00");
+    EXPECT_EQ(parsed("x = 1;\ny = a $ b;"), "error 2:7 unexpected character '$'");
+    EXPECT_EQ(parsed("x = 'abc\ny = 1;"), "error 1:5 character vector is not terminated before the end of the line");
+    EXPECT_EQ(parsed("x = \"abc"), "error 1:5 string is not terminated before the end of the line");
+    EXPECT_EQ(parsed("x = 12abc;"), "error 1:7 invalid number: 'a' directly after digits");
+    EXPECT_EQ(parsed("x = (1, 2);"), "error 1:7 expected ')' but found ','");
+    EXPECT_EQ(parsed("x = f(1\n);"), "error 1:8 expected ',' or ')' but found end of line");
+    EXPECT_EQ(parsed("y = 1;\nclassdef C\nend"), "error 2:1 'classdef' must be the first statement of a file");
+    EXPECT_EQ(parsed("\xEF\xBB\xBFx = 1;"), "(Assignment Identifier:x Number:1)");
+    for (std::string_view garbage : {"(((", "]]]", "function", "classdef", "x = [1 2", "@", "?", "'", "%{",
+                                     "function [a b = f", "classdef C < ", "\xFF\xFE", "x.(", "s.", "a(:", "...",
+                                     "\r", "\r\r\n", "case 1", "properties", "x = @(", "x = a'''"}) {
+        EXPECT_NO_THROW(ca::analyzeText(garbage)) << garbage;
+    }
+}
+
+TEST(Parser, TextIsDecodedToUtf16)
+{
+    auto const text = [](std::string_view code) {
+        auto const result = ca::analyzeText(code);
+        return std::u16string(result->getRootNode().children()[0]->child(1)->identifier().getString());
+    };
+    EXPECT_EQ(text("x = 'h\xC3\xA9llo';"), u"h\u00E9llo");
+    EXPECT_EQ(text("x = \"\xF0\x9F\x98\x80\";"), u"\U0001F600");
+    EXPECT_EQ(text("x = '\xFF\xC3';"), u"\uFFFD\uFFFD");
+}
+
+TEST(Parser, KindsStreamByNameAndUnknownKindsByNumber)
+{
+    auto const text = [](NodeKind kind) {
+        std::ostringstream out;
+        out << kind;
+        return out.str();
+    };
+    EXPECT_EQ(text(NodeKind::Invalid), "Invalid");
+    EXPECT_EQ(text(NodeKind::FunctionDefinition), "FunctionDefinition");
+    EXPECT_EQ(text(NodeKind::ShortCircuit), "ShortCircuit");
+    EXPECT_EQ(text(static_cast<NodeKind>(67)), "67");
+    EXPECT_EQ(text(static_cast<NodeKind>(255)), "255");
+}
+
+}  // namespace
