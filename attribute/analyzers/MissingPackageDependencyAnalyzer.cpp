@@ -1,0 +1,122 @@
+// Reports every package that a node uses from an installed product but that the
+// analysed product's package definition does not declare.
+#include "attribute/analyzers/Analyzers.hpp"
+#include "attribute/analyzers/Messages.hpp"
+#include "platform/fl/FileSystem.hpp"
+#include "platform/fl/MessageCatalog.hpp"
+#include "platform/packages/PackageDescriptor.hpp"
+#include "platform/storage/Vfs.hpp"
+#include "platform/toolbox/ToolboxFinder.hpp"
+
+#include <boost/lexical_cast.hpp>
+#include <boost/uuid/uuid.hpp>
+#include <boost/uuid/uuid_io.hpp>
+
+#include <algorithm>
+
+namespace dependency::attribute {
+
+namespace {
+
+using dependency::graph::Node;
+using dependency::toolbox::ToolboxFinder;
+
+// Kind of the products whose package definition lists their declared dependencies.
+constexpr int packagedProductKind = 3;
+// A package node's location holds its unique ID at this index.
+constexpr std::size_t packageIdIndex = 3;
+
+struct PackageReference {
+    std::u16string name;
+    boost::uuids::uuid uniqueId;
+
+    friend bool operator==(PackageReference const&, PackageReference const&) = default;
+};
+
+// Made on the first call of analyze; a failed message lookup leaves it unmade so
+// that the next call tries again.
+std::shared_ptr<AttributeIdentity> const& missingPackageDependencyIdentity() {
+    static auto const identity = std::make_shared<AttributeIdentity>(
+        u"Missing", attributeMessage("MissingPackageDependencyProblem"), Severity::Warning);
+    return identity;
+}
+
+std::u16string nativeForm(std::u16string const& path) {
+    return path.empty() ? path : fl::filesystem::detail::make_native_form(path, true);
+}
+
+// The packages that `node` uses from installed products, in dependency order,
+// duplicates kept. Packages outside every installed product are not checked.
+std::vector<PackageReference> usedPackages(Node const& node, dependency::graph::Graph const& graph,
+                                           ToolboxFinder const& finder) {
+    std::vector<PackageReference> used;
+    for (auto const& edge : graph.getDownstreamDependencies(node)) {
+        auto const package = edge->getDownstreamNode();
+        if (!(package->getType() == dependency::graph::Type::PACKAGE())) {
+            continue;
+        }
+        if (finder.findProductsContainingPath(nativeForm(package->getPath())).empty()) {
+            continue;
+        }
+        // Checked access and a strict conversion: a short location or an ID that
+        // is not a UUID fails the whole call instead of being guessed at.
+        std::u16string const& idText = package->getLocation().at(packageIdIndex);
+        auto const uniqueId = boost::lexical_cast<boost::uuids::uuid>(fl::i18n::ustring_to_utf8(idText));
+        used.push_back(PackageReference{package->getName(), uniqueId});
+    }
+    return used;
+}
+
+class MissingPackageDependencyAnalyzer final : public AttributeAnalyzer {
+public:
+    ~MissingPackageDependencyAnalyzer() override = default;
+
+    std::vector<std::shared_ptr<Attribute>> analyze(
+        std::shared_ptr<Node> const& node,
+        std::shared_ptr<dependency::graph::Graph const> const& graph) const override {
+        auto const& identity = missingPackageDependencyIdentity();
+        auto const finder = ToolboxFinder::getInstance();
+        std::vector<PackageReference> const used = usedPackages(*node, *graph, *finder);
+        if (declared_.empty()) {
+            readDeclaredDependencies(*node, *finder);
+        }
+        std::vector<std::shared_ptr<Attribute>> findings;
+        for (auto const& package : used) {
+            if (std::find(declared_.begin(), declared_.end(), package) == declared_.end()) {
+                findings.push_back(std::make_shared<Attribute>(identity, nullptr));
+            }
+        }
+        return findings;
+    }
+
+private:
+    // The first product of the analysed node, when it is of the packaged kind,
+    // declares the dependencies. Once read, the list serves every later node of
+    // the analysis, whatever product that node lies in; an empty one is read again.
+    void readDeclaredDependencies(Node const& node, ToolboxFinder const& finder) const {
+        auto const products = finder.findProductsContainingPath(nativeForm(node.getPath()));
+        if (products.empty() || products.front()->getKind() != packagedProductKind) {
+            return;
+        }
+        namespace vfs = foundation::storage::vfs;
+        std::u16string const root = fl::filesystem::detail::make_native_form(products.front()->getVerDir(), true);
+        vfs::Folder const folder(vfs::toAbsoluteIRI(u"file", root), vfs::GetStorageSystemReference());
+        vfs::File const definition(folder, foundation::packages::PackageDefRelativeToRoot);
+        // Taking the descriptor from a failed result throws the reason, naming the file.
+        auto const result = foundation::packages::GetPackageDescriptorFactory().create(definition, 0);
+        for (auto const& range : result->GetDependencyRanges()) {
+            declared_.push_back(PackageReference{range.GetName(), range.GetUniqueId()});
+        }
+    }
+
+    // Filled at most once, without a lock: one analyzer serves one thread at a time.
+    mutable std::vector<PackageReference> declared_;
+};
+
+}  // namespace
+
+std::shared_ptr<AttributeAnalyzer> createMissingPackageDependencyAnalyzer() {
+    return std::make_shared<MissingPackageDependencyAnalyzer>();
+}
+
+}  // namespace dependency::attribute

@@ -1,0 +1,280 @@
+#include "platform/toolbox/ToolboxFinder.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using dependency::toolbox::ProductInfo;
+using dependency::toolbox::ToolboxCatalogError;
+using dependency::toolbox::ToolboxFinder;
+
+// A fresh installation root under the system's temporary folder, removed again at the end.
+class InstallRoot {
+public:
+    InstallRoot() {
+        std::string pattern = (fs::temp_directory_path() / "depattr-toolbox-XXXXXX").string();
+        if (mkdtemp(pattern.data()) == nullptr) {
+            throw std::runtime_error("cannot make a temporary folder");
+        }
+        root_ = pattern;
+        fs::create_directories(root_ / "products");
+    }
+    ~InstallRoot() {
+        std::error_code ignored;
+        fs::remove_all(root_, ignored);
+    }
+    InstallRoot(InstallRoot const&) = delete;
+    InstallRoot& operator=(InstallRoot const&) = delete;
+
+    fs::path const& path() const { return root_; }
+    fs::path write(std::string const& fileName, std::string const& text) const {
+        fs::path const file = root_ / "products" / fileName;
+        std::ofstream(file) << text;
+        return file;
+    }
+
+private:
+    fs::path root_;
+};
+
+std::string descriptor(std::string const& name, std::string const& code, bool installed, std::string const& folder,
+                       std::string const& locators, int kind = 1) {
+    return R"({"name": ")" + name + R"(", "baseCode": ")" + code + R"(", "kind": )" + std::to_string(kind) +
+           R"(, "installed": )" + (installed ? "true" : "false") + R"(, "versionFolder": ")" + folder +
+           R"(", "locators": )" + locators + "}";
+}
+
+std::vector<std::u16string> baseCodes(ToolboxFinder::ProductList const& products) {
+    std::vector<std::u16string> codes;
+    for (auto const& product : products) {
+        codes.push_back(product->getBaseCode());
+    }
+    return codes;
+}
+
+std::u16string text(fs::path const& path) {
+    return path.u16string();
+}
+
+// Restores the process-wide finder that the tests below replace.
+class ProcessWideFinder : public ::testing::Test {
+protected:
+    ~ProcessWideFinder() override { ToolboxFinder::setInstallRoot({}); }
+};
+
+TEST(ToolboxFinderTest, ReadsDescriptorsAndLooksUpLocatorsInFileNameOrder) {
+    InstallRoot root;
+    root.write("b.json", descriptor("Signal Kit", "SK", true, "toolbox/signal", R"(["signal", "shared"])", 3));
+    root.write("a.json", descriptor("Optim Kit", "OK", false, "/opt/elsewhere/optim/", R"(["optim", "shared"])"));
+    root.write("c.json", descriptor("Signal Kit", "SK2", false, "", R"(["signal"])"));
+    root.write("notes.txt", "not a descriptor");
+    fs::create_directories(root.path() / "products" / "folder.json");
+
+    auto const finder = ToolboxFinder::fromInstallRoot(root.path());
+    ASSERT_EQ(finder->getProducts().size(), 3u);
+
+    auto const shared = finder->findProductsByLocator(u"shared");
+    EXPECT_EQ(baseCodes(shared), (std::vector<std::u16string>{u"OK", u"SK"}));
+    auto const signal = finder->findProductsByLocator(u"signal");
+    EXPECT_EQ(baseCodes(signal), (std::vector<std::u16string>{u"SK", u"SK2"}));
+    EXPECT_TRUE(finder->findProductsByLocator(u"Signal").empty());
+    EXPECT_TRUE(finder->findProductsByLocator(u"").empty());
+
+    ProductInfo const& kit = *signal[0];
+    EXPECT_EQ(kit.getName(), u"Signal Kit");
+    EXPECT_EQ(kit.getKind(), 3);
+    EXPECT_TRUE(kit.isInstalled());
+    EXPECT_EQ(kit.getVerDir(), text(fs::absolute(root.path()) / "toolbox" / "signal"));
+    EXPECT_EQ(shared[0]->getVerDir(), u"/opt/elsewhere/optim");
+    EXPECT_FALSE(shared[0]->isInstalled());
+    EXPECT_EQ(signal[1]->getVerDir(), u"");
+}
+
+TEST(ToolboxFinderTest, LocatorListedTwiceInOneDescriptorAnswersOnce) {
+    ToolboxFinder const finder({std::make_shared<ProductInfo>(u"A", u"A", 1, true, u"/a", std::vector<std::u16string>{
+                                                                                             u"x", u"x"})});
+    EXPECT_EQ(finder.findProductsByLocator(u"x").size(), 1u);
+}
+
+TEST(ToolboxFinderTest, PathContainmentIsByWholeComponentsAndInstalledOnly) {
+    auto product = [](std::u16string code, bool installed, std::u16string folder) {
+        return std::make_shared<ProductInfo>(u"P", std::move(code), 1, installed, std::move(folder),
+                                             std::vector<std::u16string>{});
+    };
+    ToolboxFinder const finder({
+        product(u"OUTER", true, u"/a"),
+        product(u"B", true, u"/a/b/"),
+        product(u"GONE", false, u"/a/b"),
+        product(u"INNER", true, u"/a/b/c"),
+        product(u"B_TWIN", true, u"/a/./b"),
+    });
+
+    EXPECT_EQ(baseCodes(finder.findProductsContainingPath(u"/a/b/c/f.qx")),
+              (std::vector<std::u16string>{u"INNER", u"B", u"B_TWIN", u"OUTER"}));
+    EXPECT_EQ(baseCodes(finder.findProductsContainingPath(u"/a/b")),
+              (std::vector<std::u16string>{u"B", u"B_TWIN", u"OUTER"}));
+    EXPECT_EQ(baseCodes(finder.findProductsContainingPath(u"/a/bc/f.qx")), (std::vector<std::u16string>{u"OUTER"}));
+    EXPECT_EQ(baseCodes(finder.findProductsContainingPath(u"/a/b/../x")), (std::vector<std::u16string>{u"OUTER"}));
+    EXPECT_TRUE(finder.findProductsContainingPath(u"/ab").empty());
+    EXPECT_TRUE(finder.findProductsContainingPath(u"/").empty());
+    EXPECT_TRUE(finder.findProductsContainingPath(u"").empty());
+
+    ToolboxFinder const everything({product(u"ROOT", true, u"/")});
+    EXPECT_EQ(everything.findProductsContainingPath(u"/any/where").size(), 1u);
+}
+
+TEST(ToolboxFinderTest, MalformedDescriptorNamesFileAndPosition) {
+    struct Case {
+        std::string text;
+        std::size_t line;
+        std::size_t column;
+        std::string reason;
+    };
+    std::vector<Case> const cases = {
+        {"{\"name\": \"A\",\n  \"kind\": \"three\"}", 2, 11, "\"kind\" must be an integer"},
+        {"{\"name\": \"A\",\n  \"name\": \"B\"}", 2, 3, "duplicate key \"name\""},
+        {"{\"name\": \"A\",\n  \"instaled\": true}", 2, 3, "unknown key \"instaled\""},
+        {"{\"name\": \"A\", \"baseCode\": \"A\", \"kind\": 1}", 1, 1, "missing key \"installed\""},
+        {"{\"name\": \"A\", \"baseCode\": \"A\", \"kind\": 1, \"installed\": true}", 1, 1, "versionFolder"},
+        {"{\"name\": \"A\",\n \"locators\": [\"a\", 3]}", 2, 20, "every entry of \"locators\""},
+        {"{\"name\": \"A\", \"baseCode\": \"A\", \"kind\": 1, \"installed\": false}\n{}", 2, 1, "unexpected text"},
+        {"{\"name\": \"A\",\n \"baseCode\": \"A\" \"kind\": 1}", 2, 18, "malformed JSON"},
+        {"[1, 2]", 1, 1, "must be a JSON object"},
+        {"{\"name\": \"never closed}", 0, 0, "malformed JSON"},
+        {"", 0, 0, "malformed JSON"},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.text);
+        InstallRoot root;
+        root.write("a_good.json", descriptor("Good", "G", true, "g", "[]"));
+        fs::path const bad = root.write("b_bad.json", c.text);
+        try {
+            ToolboxFinder::fromInstallRoot(root.path());
+            ADD_FAILURE() << "no error";
+        } catch (ToolboxCatalogError const& error) {
+            EXPECT_EQ(error.file(), bad.string());
+            EXPECT_EQ(error.line(), c.line);
+            EXPECT_EQ(error.column(), c.column);
+            EXPECT_THAT(error.reason(), ::testing::HasSubstr(c.reason));
+            EXPECT_THAT(error.what(), ::testing::StartsWith(bad.string() + ":"));
+        }
+    }
+}
+
+TEST(ToolboxFinderTest, RootThatIsNoFolderIsAnErrorAndRootWithoutProductsIsEmpty) {
+    InstallRoot root;
+    EXPECT_THROW(ToolboxFinder::fromInstallRoot(root.path() / "missing"), ToolboxCatalogError);
+    fs::path const plainFile = root.write("x.json", "{}");
+    EXPECT_THROW(ToolboxFinder::fromInstallRoot(plainFile), ToolboxCatalogError);
+    fs::remove_all(root.path() / "products");
+    EXPECT_TRUE(ToolboxFinder::fromInstallRoot(root.path())->getProducts().empty());
+}
+
+TEST_F(ProcessWideFinder, SettingTheRootReloadsAndAFailedReloadKeepsTheCatalogue) {
+    InstallRoot root;
+    root.write("a.json", descriptor("A", "A", true, "a", R"(["a"])"));
+    ToolboxFinder::setInstallRoot(root.path());
+    auto const first = ToolboxFinder::getInstance();
+    EXPECT_EQ(first, ToolboxFinder::getInstance());
+    EXPECT_EQ(first->findProductsByLocator(u"a").size(), 1u);
+
+    root.write("b.json", descriptor("B", "B", true, "b", R"(["a"])"));
+    ToolboxFinder::setInstallRoot(root.path());
+    EXPECT_EQ(ToolboxFinder::getInstance()->findProductsByLocator(u"a").size(), 2u);
+    EXPECT_EQ(first->findProductsByLocator(u"a").size(), 1u);  // an old holder keeps its catalogue
+
+    root.write("c.json", "{");
+    EXPECT_THROW(ToolboxFinder::setInstallRoot(root.path()), ToolboxCatalogError);
+    EXPECT_EQ(ToolboxFinder::getInstance()->findProductsByLocator(u"a").size(), 2u);
+
+    ToolboxFinder::setInstallRoot({});
+    EXPECT_TRUE(ToolboxFinder::getInstance()->getProducts().empty());
+}
+
+TEST_F(ProcessWideFinder, EnvironmentNamesTheRootOnFirstUse) {
+    InstallRoot root;
+    root.write("a.json", descriptor("A", "A", true, "a", R"(["from-env"])"));
+    ::setenv("DEPATTR_INSTALL_ROOT", root.path().c_str(), 1);
+    ToolboxFinder::setInstance(nullptr);
+    EXPECT_EQ(ToolboxFinder::getInstance()->findProductsByLocator(u"from-env").size(), 1u);
+
+    root.write("b.json", "{\"name\": 1}");
+    ToolboxFinder::setInstance(nullptr);
+    EXPECT_THROW(ToolboxFinder::getInstance(), ToolboxCatalogError);
+
+    ::setenv("DEPATTR_INSTALL_ROOT", "", 1);
+    EXPECT_TRUE(ToolboxFinder::getInstance()->getProducts().empty());  // the failed load was not kept
+    ::unsetenv("DEPATTR_INSTALL_ROOT");
+}
+
+TEST_F(ProcessWideFinder, ReadersRunWhileTheCatalogueIsReplaced) {
+    auto catalogue = [](std::u16string code) {
+        return std::make_shared<ToolboxFinder>(ToolboxFinder::ProductList{std::make_shared<ProductInfo>(
+            u"P", std::move(code), 1, true, u"/p", std::vector<std::u16string>{u"p"})});
+    };
+    ToolboxFinder::setInstance(catalogue(u"FIRST"));
+    std::atomic<bool> stop{false};
+    std::atomic<int> wrongAnswers{0};
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 3; ++i) {
+        readers.emplace_back([&] {
+            while (!stop.load()) {
+                auto const found = ToolboxFinder::getInstance()->findProductsContainingPath(u"/p/q");
+                if (found.size() != 1 || found[0]->getBaseCode().empty()) {
+                    ++wrongAnswers;
+                }
+            }
+        });
+    }
+    for (int i = 0; i < 200; ++i) {
+        ToolboxFinder::setInstance(catalogue(i % 2 == 0 ? u"EVEN" : u"ODD"));
+    }
+    stop = true;
+    for (auto& reader : readers) {
+        reader.join();
+    }
+    EXPECT_EQ(wrongAnswers.load(), 0);
+}
+
+}  // namespace
+
+namespace {
+
+// The example installation root is used by the example graph; its README lists what these checks expect.
+TEST(ToolboxFinderTest, ExampleInstallationRootReadsAsDocumented) {
+    fs::path const root = fs::path(DEPATTR_SOURCE_DIR) / "examples" / "install";
+    auto const finder = ToolboxFinder::fromInstallRoot(root);
+    ASSERT_EQ(finder->getProducts().size(), 5u);
+
+    auto const optim = finder->findProductsByLocator(u"optim");
+    ASSERT_EQ(optim.size(), 1u);
+    EXPECT_FALSE(optim[0]->isInstalled());
+    EXPECT_EQ(optim[0]->getBaseCode(), u"OK");
+    ASSERT_EQ(finder->findProductsByLocator(u"signal").size(), 1u);
+    EXPECT_TRUE(finder->findProductsByLocator(u"signal")[0]->isInstalled());
+
+    fs::path const absoluteRoot = fs::absolute(root).lexically_normal();
+    auto const inMapping =
+        finder->findProductsContainingPath((absoluteRoot / "packages/mapping/mapview.qx").u16string());
+    ASSERT_EQ(inMapping.size(), 1u);
+    EXPECT_EQ(inMapping[0]->getKind(), 3);
+    EXPECT_TRUE(fs::exists(fs::path(inMapping[0]->getVerDir()) / "resources" / "pkgdef.json"));
+    for (char const* package : {"packages/geometry", "packages/tiles"}) {
+        auto const found = finder->findProductsContainingPath((absoluteRoot / package).u16string());
+        ASSERT_EQ(found.size(), 1u) << package;
+        EXPECT_TRUE(found[0]->isInstalled());
+    }
+}
+
+}  // namespace
