@@ -1,0 +1,152 @@
+// The binding registry: which native objects the host knows, under which host
+// class, and the host objects that share ownership of them.
+
+#include "platform/host/Qcos.hpp"
+
+#include "platform/host/detail/Runtime.hpp"
+
+#include <fmt/format.h>
+
+#include <mutex>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace qcos {
+
+// The table is never destroyed: native objects may still be withdrawn while
+// static destructors run.
+namespace {
+
+struct Binding {
+    internal::InternedName className;
+};
+
+struct BindingTable {
+    std::mutex mutex;
+    std::unordered_map<dependency::services::Shareable const*, Binding> bindings;
+};
+
+void withdrawFromBindingTable(dependency::services::Shareable const* object) noexcept;
+
+BindingTable& bindingTable() {
+    static auto* table = [] {
+        auto* created = new BindingTable;
+        dependency::services::setWithdrawHook(&withdrawFromBindingTable);
+        return created;
+    }();
+    return *table;
+}
+
+void withdrawFromBindingTable(dependency::services::Shareable const* object) noexcept {
+    auto& table = bindingTable();
+    std::lock_guard lock(table.mutex);
+    table.bindings.erase(object);
+}
+
+}  // namespace
+
+namespace internal {
+
+InternedName makeInterned(std::string_view name) {
+    struct Pool {
+        std::mutex mutex;
+        std::unordered_set<std::string> names;
+    };
+    static auto* pool = new Pool;
+    std::lock_guard lock(pool->mutex);
+    return InternedName(&*pool->names.emplace(name).first);
+}
+
+}  // namespace internal
+
+namespace factory::basic {
+
+namespace {
+
+void record(std::shared_ptr<dependency::services::Shareable> const& object, internal::InternedName className,
+            bool keepExisting) {
+    if (!object) {
+        throw HostError("qcos:binding:nullObject", "Cannot announce a null native object.");
+    }
+    auto& table = bindingTable();
+    {
+        std::lock_guard lock(table.mutex);
+        auto const [found, inserted] = table.bindings.try_emplace(object.get(), Binding{className});
+        if (!inserted && !keepExisting) {
+            found->second.className = className;
+        }
+    }
+    object->markPublished();
+}
+
+}  // namespace
+
+void BindingRegistry::announce(std::shared_ptr<dependency::services::Shareable> const& object,
+                               internal::InternedName className) {
+    record(object, className, false);
+}
+
+void BindingRegistry::announce(std::shared_ptr<dependency::services::Shareable> const& object,
+                               std::string_view className) {
+    record(object, internal::makeInterned(className), false);
+}
+
+void BindingRegistry::announceForConstructor(std::shared_ptr<dependency::services::Shareable> const& object,
+                                             std::string_view className) {
+    record(object, internal::makeInterned(className), true);
+}
+
+std::optional<std::string> BindingRegistry::announcedClassOf(dependency::services::Shareable const* object) {
+    auto& table = bindingTable();
+    std::lock_guard lock(table.mutex);
+    auto const found = table.bindings.find(object);
+    if (found == table.bindings.end()) {
+        return std::nullopt;
+    }
+    return found->second.className.str();
+}
+
+std::size_t BindingRegistry::size() {
+    auto& table = bindingTable();
+    std::lock_guard lock(table.mutex);
+    return table.bindings.size();
+}
+
+}  // namespace factory::basic
+
+namespace factory::full {
+
+COSInterfacePtr acquireReference(std::shared_ptr<dependency::services::Shareable> const& object) {
+    if (!object) {
+        throw HostError("qcos:binding:nullObject", "Cannot make a host reference to a null native object.");
+    }
+    auto className = basic::BindingRegistry::announcedClassOf(object.get());
+    if (!className) {
+        throw HostError("qcos:binding:notAnnounced",
+                        fmt::format("The native object of host class '{}' was not announced to the binding registry.",
+                                    object->getFullyQualifiedQcosTypeName()));
+    }
+    return ObjectAccess::make(std::move(*className), object, std::nullopt);
+}
+
+}  // namespace factory::full
+
+namespace factory::impl {
+
+std::shared_ptr<dependency::services::Shareable> validateSelfPointer(COSInterface const& object) {
+    auto const& native = object.getNative();
+    if (!native) {
+        throw HostError("qcos:binding:invalidSelf",
+                        fmt::format("The object of class '{}' does not wrap a native object.", object.getClassName()));
+    }
+    if (!basic::BindingRegistry::announcedClassOf(native.get())) {
+        throw HostError("qcos:binding:invalidSelf",
+                        fmt::format("The native object of this '{}' object is not known to the binding registry.",
+                                    object.getClassName()));
+    }
+    return native;
+}
+
+}  // namespace factory::impl
+
+}  // namespace qcos

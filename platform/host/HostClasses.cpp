@@ -1,0 +1,271 @@
+#include "platform/host/HostClasses.hpp"
+
+#include "platform/host/detail/Runtime.hpp"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <mutex>
+
+namespace dependency::services {
+
+namespace {
+
+using dependency::graph::Dependency;
+using dependency::graph::Node;
+
+// Node and Dependency are plain graph types; the binding registry holds
+// Shareables, so each host object of these classes owns a small holder.
+template <class T>
+class Holder final : public Shareable {
+public:
+    Holder(std::string const& hostClassName, std::shared_ptr<T> held)
+        : Shareable(hostClassName), held_(std::move(held)) {}
+    std::shared_ptr<T> const& held() const noexcept { return held_; }
+
+private:
+    std::shared_ptr<T> held_;
+};
+
+template <class T>
+qcos::COSInterfacePtr toHeldObject(char const* className, std::shared_ptr<T> const& held) {
+    if (!held) {
+        throw qcos::HostError("qcos:binding:nullObject",
+                              fmt::format("Cannot make a '{}' object of nothing.", className));
+    }
+    auto holder = std::make_shared<Holder<T>>(className, held);
+    qcos::factory::basic::BindingRegistry::announce(holder, qcos::internal::makeInterned(className));
+    return qcos::factory::full::acquireReference(holder);
+}
+
+qcos::COSInterface const& self(std::span<qxArray const* const> inputs) {
+    return *qcos::cosiGetArrayElement(*inputs[0], 0);
+}
+
+std::shared_ptr<Dependency> fromDependencyObject(qcos::COSInterface const& object) {
+    return qcos::factory::impl::validateSelfPointer<Holder<Dependency>>(object)->held();
+}
+
+qxArrayPtr text(std::u16string_view value) {
+    return qxArray::createString(value);
+}
+
+std::vector<qxArrayPtr> one(qxArrayPtr value) {
+    std::vector<qxArrayPtr> outputs;
+    outputs.push_back(std::move(value));
+    return outputs;
+}
+
+template <class T>
+qxArrayPtr objectRow(char const* className, std::vector<std::shared_ptr<T>> const& values) {
+    auto row = qcos::omCreateQCOSMatrix(1, values.size(), className);
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        qcos::omSetArrayElement(*row, i, toHeldObject(className, values[i]));
+    }
+    qcos::omSetClassOfHeterogeneousArray(*row, className);
+    return row;
+}
+
+std::shared_ptr<qcos::COSClassInfo> makeNodeClass() {
+    auto info = std::make_shared<qcos::QcosFactoryClassInfo>(NodeClassName);
+    auto node = [](qcos::COSInterface const& object) {
+        return fromNodeObject(object);
+    };
+    info->addProperty(
+        qcos::QcosProperty::withGetter("ID", "char", [=](auto const& o) { return text(node(o)->getID()); }));
+    info->addProperty(
+        qcos::QcosProperty::withGetter("Name", "char", [=](auto const& o) { return text(node(o)->getName()); }));
+    info->addProperty(qcos::QcosProperty::withGetter("Type", "char", [=](auto const& o) {
+        auto const name = node(o)->getType().name();
+        return text(std::u16string(name.begin(), name.end()));
+    }));
+    info->addProperty(
+        qcos::QcosProperty::withGetter("Path", "char", [=](auto const& o) { return text(node(o)->getPath()); }));
+    info->addProperty(qcos::QcosProperty::withGetter(
+        "IsFile", "logical scalar", [=](auto const& o) { return matrix::to_qorvex(node(o)->isFile()); }));
+    info->addProperty(qcos::QcosProperty::withGetter(
+        "IsResolved", "logical scalar", [=](auto const& o) { return matrix::to_qorvex(node(o)->isResolved()); }));
+    info->addProperty(qcos::QcosProperty::withGetter("LocationCount", "double scalar", [=](auto const& o) {
+        return matrix::to_qorvex(static_cast<double>(node(o)->getLocation().size()));
+    }));
+
+    qcos::QcosMethod getLocation("getLocation");
+    getLocation.addSignature(
+        qcos::createSignatureImpl({"char"}, {NodeClassName, "double scalar"}),
+        [=](std::span<qxArray const* const> inputs, int) {
+            auto const& location = node(self(inputs))->getLocation();
+            double const position = inputs[1]->getDouble(0);
+            if (!(position >= 1 && position <= static_cast<double>(location.size())) ||
+                position != std::floor(position)) {
+                throw qcos::HostError(
+                    "graph:node:locationIndex",
+                    fmt::format("Location entry {} does not exist; the node has {}.", position, location.size()));
+            }
+            return one(text(location[static_cast<std::size_t>(position) - 1]));
+        });
+    info->addMethod(std::move(getLocation));
+
+    qcos::QcosMethod getProperty("getProperty");
+    getProperty.addSignature(qcos::createSignatureImpl({"any"}, {NodeClassName, "QcosFactoryString scalar"}),
+                             [=](std::span<qxArray const* const> inputs, int) {
+                                 auto value = node(self(inputs))->getProperty(inputs[1]->getString());
+                                 return one(value ? text(*value) : qxArray::createEmpty());
+                             });
+    info->addMethod(std::move(getProperty));
+
+    qcos::QcosMethod hasProperty("hasProperty");
+    hasProperty.addSignature(qcos::createSignatureImpl({"logical scalar"}, {NodeClassName, "QcosFactoryString scalar"}),
+                             [=](std::span<qxArray const* const> inputs, int) {
+                                 auto const value = node(self(inputs))->getProperty(inputs[1]->getString());
+                                 return one(matrix::to_qorvex(value.has_value()));
+                             });
+    info->addMethod(std::move(hasProperty));
+    return info;
+}
+
+std::shared_ptr<qcos::COSClassInfo> makeDependencyClass() {
+    auto info = std::make_shared<qcos::QcosFactoryClassInfo>(DependencyClassName);
+    info->addProperty(qcos::QcosProperty::withGetter("UpstreamNode", NodeClassName, [](auto const& o) {
+        return qcos::omCreateQCOSScalar(toNodeObject(fromDependencyObject(o)->getUpstreamNode()));
+    }));
+    info->addProperty(qcos::QcosProperty::withGetter("DownstreamNode", NodeClassName, [](auto const& o) {
+        return qcos::omCreateQCOSScalar(toNodeObject(fromDependencyObject(o)->getDownstreamNode()));
+    }));
+    info->addProperty(qcos::QcosProperty::withGetter("Relationship", "char", [](auto const& o) {
+        auto const name = fromDependencyObject(o)->getRelationship().name();
+        return text(std::u16string(name.begin(), name.end()));
+    }));
+    return info;
+}
+
+std::shared_ptr<qcos::COSClassInfo> makeGraphClass() {
+    auto info = std::make_shared<qcos::QcosFactoryClassInfo>(GraphClassName);
+    info->addProperty(qcos::QcosProperty::withGetter("NodeCount", "double scalar", [](auto const& o) {
+        return matrix::to_qorvex(static_cast<double>(fromGraphObject(o)->getGraph()->nodeCount()));
+    }));
+
+    std::string const nodeVector = std::string(NodeClassName) + " vector";
+    qcos::QcosMethod getNodes("getNodes");
+    getNodes.addSignature(
+        qcos::createSignatureImpl({nodeVector}, {GraphClassName}), [](std::span<qxArray const* const> inputs, int) {
+            auto const graph = fromGraphObject(self(inputs))->getGraph();
+            std::vector<std::shared_ptr<Node>> nodes(graph->getNodes().begin(), graph->getNodes().end());
+            return one(toNodeVectorQxArray(nodes));
+        });
+    info->addMethod(std::move(getNodes));
+
+    qcos::QcosMethod getDownstream("getDownstreamDependencies");
+    getDownstream.addSignature(
+        qcos::createSignatureImpl({std::string(DependencyClassName) + " vector"}, {GraphClassName, NodeClassName}),
+        [](std::span<qxArray const* const> inputs, int) {
+            auto const graph = fromGraphObject(self(inputs))->getGraph();
+            auto const node = fromScalarNodeQxArray(*inputs[1]);
+            auto const range = graph->getDownstreamDependencies(*node);
+            std::vector<std::shared_ptr<Dependency>> dependencies(range.begin(), range.end());
+            return one(objectRow(DependencyClassName, dependencies));
+        });
+    info->addMethod(std::move(getDownstream));
+    return info;
+}
+
+std::shared_ptr<qcos::COSClassInfo> makeRegistryClass() {
+    auto info = std::make_shared<qcos::COSClassInfo>(qcos::registry::RegistryClassName);
+    auto analyzers = qcos::omCreateQCOSMatrix(1, 0, qcos::registry::AnalyzerClassName);
+    analyzers->setObjectClass(qcos::registry::AnalyzerClassName, true);
+    info->addProperty(qcos::QcosProperty::stored("AttributeAnalyzers", std::move(analyzers)));
+    // The one registry object; made from the descriptor itself because class
+    // lookups are not available while the platform registers its classes.
+    auto instance = qcos::detail::makeScriptObject(*info);
+    info->addProperty(qcos::QcosProperty::constant("Instance", qcos::omCreateQCOSScalar(instance)));
+    return info;
+}
+
+}  // namespace
+
+qcos::COSInterfacePtr toGraphObject(std::shared_ptr<ImmutableGraph> const& graph) {
+    if (!graph) {
+        throw qcos::HostError("qcos:binding:nullObject", "Cannot make a graph object of nothing.");
+    }
+    qcos::factory::basic::BindingRegistry::announce(graph, qcos::internal::makeInterned(GraphClassName));
+    return qcos::factory::full::acquireReference(graph);
+}
+
+qcos::COSInterfacePtr toNodeObject(std::shared_ptr<Node> const& node) {
+    return toHeldObject(NodeClassName, node);
+}
+
+std::shared_ptr<ImmutableGraph> fromGraphObject(qcos::COSInterface const& object) {
+    return qcos::factory::impl::validateSelfPointer<ImmutableGraph>(object);
+}
+
+std::shared_ptr<Node> fromNodeObject(qcos::COSInterface const& object) {
+    return qcos::factory::impl::validateSelfPointer<Holder<Node>>(object)->held();
+}
+
+std::shared_ptr<dependency::graph::Graph const> fromScalarGraphQxArray(qxArray const& array) {
+    return fromGraphObject(*qcos::cosiGetArrayElement(array, 0))->getGraph();
+}
+
+std::shared_ptr<Node> fromScalarNodeQxArray(qxArray const& array) {
+    return fromNodeObject(*qcos::cosiGetArrayElement(array, 0));
+}
+
+qxArrayPtr toNodeVectorQxArray(std::vector<std::shared_ptr<Node>> const& nodes) {
+    return objectRow(NodeClassName, nodes);
+}
+
+}  // namespace dependency::services
+
+namespace qcos {
+
+void detail::registerPlatformClasses() {
+    // The marker superclass of classes whose objects may share one
+    // heterogeneous array; it declares nothing.
+    detail::insertClass(std::make_shared<COSClassInfo>("qorvex.mixin.Heterogeneous"), true);
+    detail::insertClass(dependency::services::makeGraphClass(), true);
+    detail::insertClass(dependency::services::makeNodeClass(), true);
+    detail::insertClass(dependency::services::makeDependencyClass(), true);
+    detail::insertClass(dependency::services::makeRegistryClass(), true);
+}
+
+namespace registry {
+
+namespace {
+
+// Serialises read-modify-write updates of the registry's analyzer list.
+std::mutex& registryUpdateMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+COSInterfacePtr registryInstance() {
+    auto const instance = omGetConstantProperty(RegistryClassName, "Instance");
+    return omGetArrayElement(*instance, 0);
+}
+
+}  // namespace
+
+void addAttributeAnalyzer(COSInterfacePtr analyzer) {
+    std::lock_guard lock(registryUpdateMutex());
+    auto instance = registryInstance();
+    auto const current = omGetProperty(*instance, "AttributeAnalyzers");
+    auto const count = current->getNumberOfElements();
+    auto updated = omCreateQCOSMatrix(1, count + 1, AnalyzerClassName);
+    for (std::size_t i = 0; i < count; ++i) {
+        omSetArrayElement(*updated, i, current->getObject(i));
+    }
+    omSetArrayElement(*updated, count, std::move(analyzer));
+    omSetClassOfHeterogeneousArray(*updated, AnalyzerClassName);
+    omSetProperty(*instance, "AttributeAnalyzers", std::move(updated));
+}
+
+void clearAttributeAnalyzers() {
+    std::lock_guard lock(registryUpdateMutex());
+    auto instance = registryInstance();
+    auto empty = omCreateQCOSMatrix(1, 0, AnalyzerClassName);
+    omSetClassOfHeterogeneousArray(*empty, AnalyzerClassName);
+    omSetProperty(*instance, "AttributeAnalyzers", std::move(empty));
+}
+
+}  // namespace registry
+}  // namespace qcos

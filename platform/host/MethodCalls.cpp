@@ -1,0 +1,230 @@
+// Method calls: type names, choosing a signature, dispatch to the most derived
+// class, and the error kept for the caller of a failed call.
+
+#include "platform/host/Qcos.hpp"
+
+#include "platform/host/detail/Runtime.hpp"
+
+#include <fmt/format.h>
+
+#include <stdexcept>
+
+namespace qcos {
+
+namespace {
+
+thread_local std::exception_ptr lastCallError;
+
+bool endsWith(std::string_view text, std::string_view suffix) {
+    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
+}
+
+bool matchesType(qxArray const& array, std::string_view type) {
+    if (type == "any") {
+        return true;
+    }
+    enum class Shape { Any, Scalar, Vector } shape = Shape::Any;
+    if (endsWith(type, " scalar")) {
+        shape = Shape::Scalar;
+        type.remove_suffix(7);
+    } else if (endsWith(type, " vector")) {
+        shape = Shape::Vector;
+        type.remove_suffix(7);
+    }
+    auto const& dims = array.getDimensions();
+    bool const isRow = dims.size() == 2 && dims[0] == 1;
+    if (type == "QcosFactoryString") {
+        // One string is a char row, whatever the shape word says.
+        return array.classID() == qxClassID::Char && (isRow || array.isEmpty());
+    }
+    bool const shapeFits = shape == Shape::Any || (shape == Shape::Scalar && array.isScalar()) ||
+                           (shape == Shape::Vector && dims.size() == 2 && (dims[0] <= 1 || dims[1] <= 1));
+    if (!shapeFits) {
+        return false;
+    }
+    if (type == "double") {
+        return array.classID() == qxClassID::Double;
+    }
+    if (type == "logical") {
+        return array.classID() == qxClassID::Logical;
+    }
+    if (type == "char") {
+        return array.classID() == qxClassID::Char;
+    }
+    if (type == "void") {
+        return false;
+    }
+    return array.classID() == qxClassID::Object && omIsA(array.getClassName(), type);
+}
+
+QcosMethod::Overload const& chooseOverload(QcosMethod const& method, std::string_view className,
+                                           std::span<qxArray const* const> inputs) {
+    QcosMethod::Overload const* firstOfRightArity = nullptr;
+    for (auto const& overload : method.getOverloads()) {
+        auto const& types = overload.signature.inputTypes;
+        if (overload.signature.untyped) {
+            return overload;
+        }
+        if (types.size() != inputs.size()) {
+            continue;
+        }
+        if (firstOfRightArity == nullptr) {
+            firstOfRightArity = &overload;
+        }
+        bool matches = true;
+        for (std::size_t i = 0; i < inputs.size() && matches; ++i) {
+            matches = matchesType(*inputs[i], types[i]);
+        }
+        if (matches) {
+            return overload;
+        }
+    }
+    if (firstOfRightArity == nullptr) {
+        throw HostError("qcos:method:wrongArgumentCount",
+                        fmt::format("No signature of method '{}' of class '{}' takes {} input(s).", method.getName(),
+                                    className, inputs.size()));
+    }
+    auto const& types = firstOfRightArity->signature.inputTypes;
+    for (std::size_t i = 0; i < inputs.size(); ++i) {
+        if (!matchesType(*inputs[i], types[i])) {
+            throw HostError("qcos:method:wrongArgumentType",
+                            fmt::format("Input {} of method '{}' of class '{}' must be of type '{}', got class '{}'.",
+                                        i + 1, method.getName(), className, types[i], inputs[i]->getClassName()));
+        }
+    }
+    throw std::logic_error("chooseOverload: a signature matched on the second pass only");
+}
+
+void invoke(COSClient const& client, QcosMethod const& method, std::string_view className, int nlhs, qxArrayPtr* plhs,
+            int nrhs, qxArray const* const* prhs) {
+    if (nlhs < 0 || nrhs < 0 || (nlhs > 0 && plhs == nullptr) || (nrhs > 0 && prhs == nullptr)) {
+        throw HostError("qcos:method:badArguments", "Negative argument counts or missing argument slots.");
+    }
+    if (!client.mayCall(method.getAttributes().access)) {
+        throw HostError("qcos:method:noAccess",
+                        fmt::format("Method '{}' of class '{}' is private.", method.getName(), className));
+    }
+    std::span<qxArray const* const> const inputs(prhs, static_cast<std::size_t>(nrhs));
+    for (auto const* input : inputs) {
+        if (input == nullptr) {
+            throw HostError("qcos:method:badArguments", "A method input is missing.");
+        }
+    }
+    auto const& overload = chooseOverload(method, className, inputs);
+    auto outputs = overload.function(inputs, nlhs);
+    if (outputs.size() < static_cast<std::size_t>(nlhs)) {
+        throw HostError("qcos:method:tooManyOutputs",
+                        fmt::format("Method '{}' of class '{}' returns {} output(s); {} requested.", method.getName(),
+                                    className, outputs.size(), nlhs));
+    }
+    if (!overload.signature.untyped) {
+        auto const& types = overload.signature.outputTypes;
+        for (std::size_t i = 0; i < outputs.size(); ++i) {
+            if (!outputs[i] || i >= types.size() || !matchesType(*outputs[i], types[i])) {
+                throw HostError("qcos:method:wrongOutputType",
+                                fmt::format("Output {} of method '{}' of class '{}' does not match its signature.",
+                                            i + 1, method.getName(), className));
+            }
+        }
+    }
+    for (int i = 0; i < nlhs; ++i) {
+        plhs[i] = std::move(outputs[static_cast<std::size_t>(i)]);
+    }
+}
+
+}  // namespace
+
+COSClient const& COSGetPublicClient() noexcept {
+    static constexpr COSClient client(false);
+    return client;
+}
+
+COSClient const& COSGetInternalClient() noexcept {
+    static constexpr COSClient client(true);
+    return client;
+}
+
+bool omCallMethod(COSClient const& client, std::string_view methodName, int nlhs, qxArrayPtr* plhs, int nrhs,
+                  qxArray const* const* prhs) noexcept {
+    try {
+        if (nrhs < 1 || prhs == nullptr || prhs[0] == nullptr || prhs[0]->classID() != qxClassID::Object) {
+            throw HostError("qcos:method:noObject",
+                            fmt::format("Method '{}' needs an object as its first input.", methodName));
+        }
+        // The most derived class: the element's own class, not the array's.
+        auto const& self = *prhs[0];
+        std::string const className =
+            self.isEmpty() ? self.getClassName() : cosiGetArrayElement(self, 0)->getClassName();
+        detail::requireClass(className);
+        auto const* method = detail::findMethod(className, methodName);
+        if (method == nullptr) {
+            throw HostError("qcos:method:undefined",
+                            fmt::format("No method '{}' for class '{}'.", methodName, className));
+        }
+        invoke(client, *method, className, nlhs, plhs, nrhs, prhs);
+        lastCallError = nullptr;
+        return true;
+    } catch (...) {
+        lastCallError = std::current_exception();
+        return false;
+    }
+}
+
+bool omCallStaticMethod(COSClient const& client, std::string_view className, std::string_view methodName, int nlhs,
+                        qxArrayPtr* plhs, int nrhs, qxArray const* const* prhs) noexcept {
+    try {
+        detail::requireClass(className);
+        auto const* method = detail::findMethod(className, methodName);
+        if (method == nullptr || !method->getAttributes().isStatic) {
+            throw HostError("qcos:method:undefined",
+                            fmt::format("No static method '{}' for class '{}'.", methodName, className));
+        }
+        invoke(client, *method, className, nlhs, plhs, nrhs, prhs);
+        lastCallError = nullptr;
+        return true;
+    } catch (...) {
+        lastCallError = std::current_exception();
+        return false;
+    }
+}
+
+std::exception_ptr omGetLastError() noexcept {
+    return lastCallError;
+}
+
+}  // namespace qcos
+
+namespace computils::qcos {
+
+void throwErrorCallingQorvexException(std::string const& context) {
+    auto const error = ::qcos::omGetLastError();
+    if (!error) {
+        ::qcos::HostError failure("qcos:call:unknownFailure", context + ": the call failed without an error.");
+        failure.setContext(context);
+        throw failure;
+    }
+    try {
+        std::rethrow_exception(error);
+    } catch (::qcos::HostError const& hostError) {
+        ::qcos::HostError withContext(hostError.identifier(), hostError.what());
+        withContext.setContext(context);
+        throw withContext;
+    } catch (std::exception const& nativeError) {
+        ::qcos::HostError wrapped("qcos:call:nativeError", nativeError.what());
+        wrapped.setContext(context);
+        throw wrapped;
+    } catch (...) {
+        ::qcos::HostError wrapped("qcos:call:nativeError", "A native operation failed with a non-standard exception.");
+        wrapped.setContext(context);
+        throw wrapped;
+    }
+}
+
+void validateType(qxArray const& array, std::string_view className) {
+    if (array.classID() != qxClassID::Object || !::qcos::omIsA(array.getClassName(), className)) {
+        throw ::qcos::HostError("qcos:type:wrongClass", fmt::format("Expected an array of class '{}', got class '{}'.",
+                                                                    className, array.getClassName()));
+    }
+}
+
+}  // namespace computils::qcos

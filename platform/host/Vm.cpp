@@ -1,0 +1,399 @@
+#include "platform/host/Vm.hpp"
+
+#include "platform/host/HostError.hpp"
+#include "platform/host/Qcos.hpp"
+
+#include <fmt/format.h>
+#include <boost/locale/encoding_utf.hpp>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <iostream>
+#include <mutex>
+#include <random>
+#include <thread>
+#include <typeinfo>
+
+namespace cmddistributor {
+
+namespace {
+
+// The sinks of the request the command thread is serving; null elsewhere.
+struct CurrentSinks {
+    OutputSink const* output = nullptr;
+    OutputSink const* error = nullptr;
+};
+thread_local CurrentSinks currentSinks;
+
+std::exception_ptr shutDownError() {
+    return std::make_exception_ptr(RuntimeException(3, "The command distributor has shut down."));
+}
+
+}  // namespace
+
+RunOptions::RunOptions(Buffer output, Buffer error, SinkTraits outputTraits, SinkTraits errorTraits)
+    : output_(std::move(output)), error_(std::move(error)), outputTraits_(outputTraits), errorTraits_(errorTraits) {}
+
+bool OutputSink::write(std::u16string_view text) const {
+    if (!buffer_) {
+        return false;
+    }
+    buffer_->sputn(text.data(), static_cast<std::streamsize>(text.size()));
+    return true;
+}
+
+RuntimeException::RuntimeException(int executionStatus, std::string message, std::string stack,
+                                   std::vector<std::string> causes)
+    : std::runtime_error(message),
+      status_(executionStatus),
+      message_(std::move(message)),
+      stack_(std::move(stack)),
+      causes_(std::move(causes)) {}
+
+IIP::~IIP() = default;
+
+namespace detail {
+
+boost::exception_ptr toBoostExceptionPtr(std::exception_ptr error) {
+    // boost::current_exception() would slice standard exceptions to their std
+    // base class (a qcos::HostError would arrive as a plain std::runtime_error).
+    // The common types are stored as exact copies instead: every read of the
+    // future then throws a fresh copy made on the reading thread, so no
+    // exception object is shared between the threads.
+    try {
+        std::rethrow_exception(error);
+    } catch (qcos::HostError const& e) {
+        if (typeid(e) == typeid(qcos::HostError)) {
+            return boost::copy_exception(e);
+        }
+    } catch (RuntimeException const& e) {
+        if (typeid(e) == typeid(RuntimeException)) {
+            return boost::copy_exception(e);
+        }
+    } catch (std::invalid_argument const& e) {
+        if (typeid(e) == typeid(std::invalid_argument)) {
+            return boost::copy_exception(e);
+        }
+    } catch (std::out_of_range const& e) {
+        if (typeid(e) == typeid(std::out_of_range)) {
+            return boost::copy_exception(e);
+        }
+    } catch (std::logic_error const& e) {
+        if (typeid(e) == typeid(std::logic_error)) {
+            return boost::copy_exception(e);
+        }
+    } catch (std::runtime_error const& e) {
+        if (typeid(e) == typeid(std::runtime_error)) {
+            return boost::copy_exception(e);
+        }
+    } catch (...) {
+    }
+    // Any other exception travels as itself, inside the wrapper that Boost
+    // uses for exceptions it does not know: boost::rethrow_exception (and so
+    // every future's get) unwraps it with std::rethrow_exception, keeping its
+    // dynamic type.
+    return boost::copy_exception(boost::exception_detail::std_exception_ptr_wrapper(std::move(error)));
+}
+
+}  // namespace detail
+
+struct CmdDistributor::State {
+    struct Queued {
+        qvm::RequestID id;
+        std::shared_ptr<IIP> iip;
+        RunOptions options;
+    };
+
+    std::mutex mutex;
+    std::condition_variable wake;
+    std::deque<Queued> queue;
+    bool stopping = false;
+    std::atomic<std::thread::id> commandThread;
+    std::thread thread;
+};
+
+namespace {
+
+void runWithSinks(std::shared_ptr<IIP> const& iip, RunOptions const& options) {
+    OutputSink const output(options.getOutputBuffer(), options.getOutputTraits());
+    OutputSink const error(options.getErrorBuffer(), options.getErrorTraits());
+    // Saved and restored: a request made by host code on the command thread
+    // runs nested inside the one being served.
+    auto const saved = currentSinks;
+    currentSinks = CurrentSinks{&output, &error};
+    iip->run();
+    currentSinks = saved;
+}
+
+}  // namespace
+
+CmdDistributor::CmdDistributor() : state_(std::make_shared<State>()) {
+    state_->thread = std::thread([state = state_] {
+        std::deque<State::Queued> abandoned;
+        for (;;) {
+            std::unique_lock lock(state->mutex);
+            state->wake.wait(lock, [&] { return state->stopping || !state->queue.empty(); });
+            if (state->stopping) {
+                abandoned.swap(state->queue);
+                break;
+            }
+            auto next = std::move(state->queue.front());
+            state->queue.pop_front();
+            lock.unlock();
+            runWithSinks(next.iip, next.options);
+        }
+        for (auto& queued : abandoned) {
+            queued.iip->cancel(shutDownError());
+        }
+    });
+    state_->commandThread.store(state_->thread.get_id(), std::memory_order_release);
+}
+
+CmdDistributor::~CmdDistributor() {
+    shutdown();
+}
+
+bool CmdDistributor::isCommandThread() const noexcept {
+    return state_->commandThread.load(std::memory_order_acquire) == std::this_thread::get_id();
+}
+
+void CmdDistributor::shutdown() noexcept {
+    {
+        std::lock_guard lock(state_->mutex);
+        if (state_->stopping) {
+            return;
+        }
+        state_->stopping = true;
+    }
+    state_->wake.notify_all();
+    if (isCommandThread()) {
+        // The last owner let go on the command thread itself: it cannot wait for
+        // itself. The thread keeps the state alive and ends after this request.
+        state_->thread.detach();
+    } else {
+        state_->thread.join();
+    }
+}
+
+void CmdDistributor::enqueue(qvm::RequestID id, std::shared_ptr<IIP> iip, RunOptions const& options) {
+    if (isCommandThread()) {
+        runWithSinks(iip, options);
+        return;
+    }
+    {
+        std::lock_guard lock(state_->mutex);
+        if (!state_->stopping) {
+            state_->queue.push_back(State::Queued{id, std::move(iip), options});
+            state_->wake.notify_one();
+            return;
+        }
+    }
+    iip->cancel(shutDownError());
+}
+
+}  // namespace cmddistributor
+
+namespace qvm {
+
+namespace {
+
+std::vector<qxArrayPtr> callHostFunction(std::string const& name, std::vector<qxArrayPtr> const& arguments,
+                                         int outputCount) {
+    if (name != "eval") {
+        throw qcos::HostError("qvm:feval:undefinedFunction", fmt::format("Undefined function '{}'.", name));
+    }
+    if (arguments.size() != 1 || !arguments[0] || arguments[0]->classID() != qxClassID::Char) {
+        throw qcos::HostError("qvm:eval:notText", "eval takes one char array holding the expression.");
+    }
+    if (outputCount > 1) {
+        throw qcos::HostError("qvm:eval:tooManyOutputs", "eval returns one output.");
+    }
+    std::vector<qxArrayPtr> outputs;
+    outputs.push_back(evaluate(arguments[0]->getString()));
+    return outputs;
+}
+
+std::string describe(std::u16string_view text) {
+    return boost::locale::conv::utf_to_utf<char>(text.data(), text.data() + text.size());
+}
+
+struct CurrentVM {
+    std::mutex mutex;
+    std::shared_ptr<QVM> vm;
+};
+
+CurrentVM& currentVM() {
+    static CurrentVM current;
+    return current;
+}
+
+}  // namespace
+
+QVM::QVM(bool withCmdDistributor)
+    : distributor_(withCmdDistributor ? std::make_shared<cmddistributor::CmdDistributor>() : nullptr) {}
+
+QVM::~QVM() {
+    if (distributor_) {
+        distributor_->shutdown();
+    }
+}
+
+std::shared_ptr<QVM> QVM::create(bool withCmdDistributor) {
+    return std::shared_ptr<QVM>(new QVM(withCmdDistributor));
+}
+
+RequestID QVM::createRequestID() const {
+    return detail::createID();
+}
+
+boost::future<std::vector<qxArrayPtr>> QVM::feval(std::string const& functionName, std::vector<qxArrayPtr> arguments,
+                                                  int outputCount, RequestID id,
+                                                  cmddistributor::RunOptions const& options) {
+    using Result = std::vector<qxArrayPtr>;
+    if (!distributor_) {
+        detail::NullCmdDistributorTaskReference<Result> failed;
+        return std::move(failed.getFuture());
+    }
+    // std::function needs a copyable closure; the arguments are shared instead.
+    auto shared = std::make_shared<std::vector<qxArrayPtr>>(std::move(arguments));
+    auto iip = std::make_shared<cmddistributor::PackagedTaskIIP<Result>>(
+        [functionName, shared, outputCount] { return callHostFunction(functionName, *shared, outputCount); },
+        "feval " + functionName);
+    return distributor_->enqueueWithFuture(std::make_shared<cmddistributor::Request<Result>>(id, std::move(iip)),
+                                           options);
+}
+
+std::shared_ptr<QVM> Factory::getCurrentLocalQVM() {
+    auto& current = currentVM();
+    std::lock_guard lock(current.mutex);
+    if (!current.vm) {
+        current.vm = QVM::create(true);
+    }
+    return current.vm;
+}
+
+void Factory::setCurrentLocalQVM(std::shared_ptr<QVM> vm) {
+    auto& current = currentVM();
+    std::shared_ptr<QVM> previous;
+    {
+        std::lock_guard lock(current.mutex);
+        previous = std::exchange(current.vm, std::move(vm));
+    }
+    // `previous` may be the last owner; its command thread is joined here,
+    // outside the lock.
+}
+
+void print(std::u16string_view text) {
+    auto const* sink = cmddistributor::currentSinks.output;
+    if (sink != nullptr && sink->traits().plainText && sink->write(text)) {
+        return;
+    }
+    std::cout << describe(text) << std::flush;
+}
+
+void warning(std::u16string_view text) {
+    auto const* sink = cmddistributor::currentSinks.error;
+    if (sink != nullptr && sink->traits().warnings && sink->write(text)) {
+        return;
+    }
+    std::cerr << "Warning: " << describe(text) << std::endl;
+}
+
+qxArrayPtr evaluate(std::u16string_view expression) {
+    auto const shown = describe(expression);
+    // Split into names, remembering where each starts for error messages.
+    std::vector<std::string> names;
+    std::size_t position = 0;
+    auto const skipBlanks = [&] {
+        while (position < expression.size() && (expression[position] == u' ' || expression[position] == u'\t')) {
+            ++position;
+        }
+    };
+    skipBlanks();
+    for (;;) {
+        std::string name;
+        std::size_t const start = position;
+        while (position < expression.size()) {
+            char16_t const c = expression[position];
+            bool const letter = (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z');
+            bool const digitOrUnderscore = (c >= u'0' && c <= u'9') || c == u'_';
+            if (!letter && !(digitOrUnderscore && !name.empty())) {
+                break;
+            }
+            name.push_back(static_cast<char>(c));
+            ++position;
+        }
+        if (name.empty()) {
+            throw qcos::HostError(
+                "qvm:eval:invalidExpression",
+                fmt::format("Invalid expression '{}': expected a name at position {}.", shown, start + 1));
+        }
+        names.push_back(std::move(name));
+        skipBlanks();
+        if (position == expression.size()) {
+            break;
+        }
+        if (expression[position] != u'.') {
+            throw qcos::HostError(
+                "qvm:eval:invalidExpression",
+                fmt::format("Invalid expression '{}': unexpected character at position {}.", shown, position + 1));
+        }
+        ++position;
+        skipBlanks();
+    }
+
+    // The shortest leading run of names that is a registered class.
+    std::string className;
+    std::size_t next = 0;
+    for (std::string prefix; next < names.size();) {
+        prefix += (next == 0 ? "" : ".") + names[next];
+        ++next;
+        if (qcos::omFindClass(prefix)) {
+            className = prefix;
+            break;
+        }
+    }
+    if (className.empty()) {
+        throw qcos::HostError("qvm:eval:undefined",
+                              fmt::format("Unrecognized name '{}': no class is named by its leading part.", shown));
+    }
+    if (next == names.size()) {
+        throw qcos::HostError("qvm:eval:classNotValue", fmt::format("'{}' names a class, not a value.", className));
+    }
+    auto value = qcos::omGetConstantProperty(className, names[next]);
+    for (++next; next < names.size(); ++next) {
+        if (value->classID() != qxClassID::Object || !value->isScalar()) {
+            throw qcos::HostError("qvm:eval:notAnObject",
+                                  fmt::format("Cannot read property '{}' of a value of class '{}' that is not one "
+                                              "object.",
+                                              names[next], value->getClassName()));
+        }
+        value = qcos::omGetProperty(*qcos::cosiGetArrayElement(*value, 0), names[next]);
+    }
+    return value;
+}
+
+namespace detail {
+
+RequestID createID() {
+    // One random word per process, one counter per request: unique in the
+    // process and unlikely to repeat across processes.
+    static std::uintptr_t const processStamp = [] {
+        std::random_device device;
+        return (static_cast<std::uintptr_t>(device()) << 16) ^ static_cast<std::uintptr_t>(device());
+    }();
+    static std::atomic<std::uintptr_t> counter{0};
+    return RequestID{processStamp, counter.fetch_add(1, std::memory_order_relaxed) + 1};
+}
+
+DistributorAndSinks getCmdDistributorAndSinks(std::shared_ptr<QVM> const& vm,
+                                              cmddistributor::RunOptions const& options) {
+    return DistributorAndSinks{
+        vm ? vm->getCmdDistributor() : nullptr,
+        std::make_shared<cmddistributor::OutputSink>(options.getOutputBuffer(), options.getOutputTraits()),
+        std::make_shared<cmddistributor::OutputSink>(options.getErrorBuffer(), options.getErrorTraits())};
+}
+
+}  // namespace detail
+}  // namespace qvm

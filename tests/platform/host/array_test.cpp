@@ -1,0 +1,87 @@
+#include "platform/host/Array.hpp"
+#include "platform/host/Qcos.hpp"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+template <class F>
+std::string identifierOf(F&& f) {
+    try {
+        f();
+    } catch (qcos::HostError const& error) {
+        return error.identifier();
+    }
+    return "no error";
+}
+
+TEST(HostArray, ElementsAreStoredInColumnMajorOrder) {
+    auto array = qxArray::createDouble({2, 3});
+    // Fill by subscripts; the linear order must run down the columns first.
+    for (std::size_t column = 0; column < 3; ++column) {
+        for (std::size_t row = 0; row < 2; ++row) {
+            array->setDouble(array->linearIndex({row, column}), static_cast<double>(10 * row + column));
+        }
+    }
+    std::vector<double> linear;
+    for (std::size_t i = 0; i < array->getNumberOfElements(); ++i) {
+        linear.push_back(array->getDouble(i));
+    }
+    EXPECT_EQ(linear, (std::vector<double>{0, 10, 1, 11, 2, 12}));
+
+    auto cube = qxArray::createLogical({2, 3, 4});
+    EXPECT_EQ(cube->linearIndex({1, 2, 3}), 1u + 2u * 2u + 3u * 6u);
+    EXPECT_EQ(identifierOf([&] { cube->linearIndex({0, 3}); }), "qx:array:subscriptOutOfRange");
+    // Trailing subscripts address singleton dimensions.
+    EXPECT_EQ(array->linearIndex({1, 2, 0}), 5u);
+    EXPECT_EQ(identifierOf([&] { array->linearIndex({0, 0, 1}); }), "qx:array:subscriptOutOfRange");
+}
+
+TEST(HostArray, DimensionsAreNormalisedAndEmptiesAreOneByZero) {
+    EXPECT_EQ(qxArray::createDouble({2, 3, 1, 1})->getDimensions(), (qxArray::Dimensions{2, 3}));
+    EXPECT_EQ(qxArray::createDouble({4})->getDimensions(), (qxArray::Dimensions{4, 1}));
+    EXPECT_EQ(qxArray::createDouble({})->getDimensions(), (qxArray::Dimensions{0, 0}));
+    EXPECT_EQ(qxArray::createDouble({2, 1, 3})->getDimensions(), (qxArray::Dimensions{2, 1, 3}));
+
+    auto const empty = qxArray::createEmpty();
+    EXPECT_EQ(empty->getDimensions(), (qxArray::Dimensions{1, 0}));
+    EXPECT_TRUE(empty->isEmpty());
+    EXPECT_EQ(empty->getClassName(), "double");
+
+    auto const noText = qxArray::createString(u"");
+    EXPECT_EQ(noText->getDimensions(), (qxArray::Dimensions{1, 0}));
+    EXPECT_EQ(noText->getClassName(), "char");
+
+    std::size_t const huge = std::size_t{1} << 40;
+    EXPECT_EQ(identifierOf([&] { qxArray::createDouble({huge, huge}); }), "qx:array:tooLarge");
+}
+
+TEST(HostArray, ElementAccessChecksKindAndRange) {
+    auto text = matrix::to_qorvex(std::u16string_view(u"héllo"));
+    EXPECT_EQ(text->getDimensions(), (qxArray::Dimensions{1, 5}));
+    EXPECT_EQ(text->getString(), u"héllo");
+    EXPECT_EQ(text->getChar(1), u'é');
+    EXPECT_EQ(identifierOf([&] { text->getDouble(0); }), "qx:array:wrongElementType");
+    EXPECT_EQ(identifierOf([&] { text->getChar(5); }), "qx:array:indexOutOfRange");
+
+    auto flag = matrix::to_qorvex(true);
+    EXPECT_TRUE(flag->getLogical(0));
+    flag->setLogical(0, false);
+    EXPECT_FALSE(flag->getLogical(0));
+    EXPECT_EQ(identifierOf([&] { flag->setDouble(0, 1.0); }), "qx:array:wrongElementType");
+    EXPECT_EQ(identifierOf([&] { flag->getObject(0); }), "qx:array:wrongElementType");
+    EXPECT_EQ(identifierOf([] { qxArray::createObjects({1, 1}, ""); }), "qx:array:noClassName");
+}
+
+TEST(HostArray, ArgumentCountErrorsAreHostErrors) {
+    EXPECT_EQ(identifierOf([] { matrix::detail::error_maxlhs(); }), "qorvex:maxlhs");
+    EXPECT_EQ(identifierOf([] { matrix::detail::error_maxrhs(); }), "qorvex:maxrhs");
+    EXPECT_EQ(identifierOf([] { matrix::detail::error_minrhs(); }), "qorvex:minrhs");
+    try {
+        matrix::detail::error_minrhs();
+    } catch (qcos::HostError const& error) {
+        EXPECT_STREQ(error.what(), "Not enough input arguments.");
+    }
+}
+
+}  // namespace
