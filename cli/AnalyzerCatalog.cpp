@@ -2,6 +2,7 @@
 
 #include "attribute/analyzers/Analyzers.hpp"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace depattr::cli {
@@ -26,11 +27,11 @@ std::vector<AnalyzerEntry> const& builtInAnalyzers() {
     return entries;
 }
 
-std::vector<std::shared_ptr<da::AttributeAnalyzer>> createAnalyzers(std::string_view names) {
-    std::vector<std::shared_ptr<da::AttributeAnalyzer>> analyzers;
+std::vector<NamedAnalyzer> createAnalyzers(std::string_view names) {
+    std::vector<NamedAnalyzer> analyzers;
     if (names.empty() || names == "all") {
         for (auto const& entry : builtInAnalyzers()) {
-            analyzers.push_back(entry.create());
+            analyzers.push_back({entry.name, entry.create()});
         }
         return analyzers;
     }
@@ -47,7 +48,7 @@ std::vector<std::shared_ptr<da::AttributeAnalyzer>> createAnalyzers(std::string_
             }
             throw std::invalid_argument("unknown analyzer \"" + std::string(name) + "\" (known: " + known + ")");
         }
-        analyzers.push_back(it->create());
+        analyzers.push_back({it->name, it->create()});
     }
     return analyzers;
 }

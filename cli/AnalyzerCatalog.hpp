@@ -16,11 +16,17 @@ struct AnalyzerEntry {
     std::shared_ptr<dependency::attribute::AttributeAnalyzer> (*create)();
 };
 
+// An analyzer made from the catalogue, with the name it was chosen by.
+struct NamedAnalyzer {
+    std::string_view name;
+    std::shared_ptr<dependency::attribute::AttributeAnalyzer> analyzer;
+};
+
 // Every built-in analyzer, in the order they run by default.
 std::vector<AnalyzerEntry> const& builtInAnalyzers();
 
 // New analyzers for a comma-separated list of names ("all" or empty: every
 // one), in the order given. Throws std::invalid_argument naming an unknown name.
-std::vector<std::shared_ptr<dependency::attribute::AttributeAnalyzer>> createAnalyzers(std::string_view names);
+std::vector<NamedAnalyzer> createAnalyzers(std::string_view names);
 
 }  // namespace depattr::cli

@@ -16,15 +16,16 @@ std::string toUtf8(std::u16string const& text) {
 
 std::size_t Report::count(Severity severity) const {
     std::size_t total = 0;
-    for (auto const& entry : findings) {
-        total += static_cast<std::size_t>(std::count_if(entry.attributes.begin(), entry.attributes.end(),
-                                                        [&](auto const& a) { return a->getSeverity() == severity; }));
+    for (auto const& entry : nodes) {
+        total += static_cast<std::size_t>(std::count_if(entry.findings.begin(), entry.findings.end(), [&](auto const& f) {
+            return f.attribute->getSeverity() == severity;
+        }));
     }
     return total;
 }
 
 Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::GraphAttributes const& result,
-                  Severity minimum) {
+                  Severity minimum, FindingSources const* sources) {
     Report report;
     report.nodeCount = graph.nodeCount();
     report.dependencyCount = graph.dependencyCount();
@@ -35,10 +36,15 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
     }
     std::sort(nodes.begin(), nodes.end(), [](auto const& a, auto const& b) { return *a < *b; });
     for (auto const& node : nodes) {
-        auto attributes = result.getAttributes(node, minimum);
-        if (!attributes.empty()) {
-            report.findings.push_back({node, std::move(attributes)});
+        auto const attributes = result.getAttributes(node, minimum);
+        if (attributes.empty()) {
+            continue;
         }
+        NodeFindings entry{node, {}};
+        for (auto const& attribute : attributes) {
+            entry.findings.push_back({attribute, sources ? std::string(sources->analyzerOf(attribute)) : std::string()});
+        }
+        report.nodes.push_back(std::move(entry));
     }
     return report;
 }
@@ -62,6 +68,8 @@ std::string lowerName(Severity severity) {
     std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
     return name;
 }
+
+}  // namespace
 
 std::string jsonString(std::string_view text) {
     std::string out = "\"";
@@ -93,20 +101,19 @@ std::string jsonString(std::string_view text) {
     return out + "\"";
 }
 
-}  // namespace
-
 void writeText(std::ostream& out, Report const& report, bool colour) {
     out << fmt::format("{}: {} nodes, {} edges, {} analyzers\n", report.graphName, report.nodeCount,
                        report.dependencyCount, report.analyzerCount);
     std::size_t idWidth = 0;
-    for (auto const& entry : report.findings) {
-        for (auto const& attribute : entry.attributes) {
-            idWidth = std::max(idWidth, toUtf8(attribute->getID()).size());
+    for (auto const& entry : report.nodes) {
+        for (auto const& finding : entry.findings) {
+            idWidth = std::max(idWidth, toUtf8(finding.attribute->getID()).size());
         }
     }
-    for (auto const& entry : report.findings) {
+    for (auto const& entry : report.nodes) {
         out << fmt::format("\n{}  ({})\n", toUtf8(entry.node->getID()), entry.node->getType().name());
-        for (auto const& attribute : entry.attributes) {
+        for (auto const& finding : entry.findings) {
+            auto const& attribute = finding.attribute;
             auto const severity = attribute->getSeverity();
             auto const label = fmt::format("{:<11}", toString(severity));
             out << "  " << (colour ? colourOf(severity) : "") << label << (colour ? "\x1b[0m" : "") << "  "
@@ -116,7 +123,7 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
     }
     out << fmt::format("\n{} problems, {} warnings, {} information on {} of {} nodes (at or above {})\n",
                        report.count(Severity::Problem), report.count(Severity::Warning),
-                       report.count(Severity::Information), report.findings.size(), report.nodeCount,
+                       report.count(Severity::Information), report.nodes.size(), report.nodeCount,
                        lowerName(report.minimum));
 }
 
@@ -130,23 +137,28 @@ void writeJson(std::ostream& out, Report const& report) {
                        report.count(Severity::Information));
     out << "  \"findings\": [";
     bool firstNode = true;
-    for (auto const& entry : report.findings) {
+    for (auto const& entry : report.nodes) {
         out << (firstNode ? "\n" : ",\n");
         firstNode = false;
         out << "    {\"node\": " << jsonString(toUtf8(entry.node->getID()))
             << ", \"type\": " << jsonString(entry.node->getType().name()) << ", \"attributes\": [";
         bool firstAttribute = true;
-        for (auto const& attribute : entry.attributes) {
+        for (auto const& finding : entry.findings) {
+            auto const& attribute = finding.attribute;
             out << (firstAttribute ? "\n" : ",\n");
             firstAttribute = false;
             out << "      {\"id\": " << jsonString(toUtf8(attribute->getID()))
                 << ", \"name\": " << jsonString(toUtf8(attribute->getName()))
                 << ", \"severity\": " << jsonString(toString(attribute->getSeverity()))
-                << ", \"hasFix\": " << (attribute->hasFix() ? "true" : "false") << "}";
+                << ", \"hasFix\": " << (attribute->hasFix() ? "true" : "false");
+            if (!finding.analyzer.empty()) {
+                out << ", \"analyzer\": " << jsonString(finding.analyzer);
+            }
+            out << "}";
         }
         out << "\n    ]}";
     }
-    out << (report.findings.empty() ? "]\n}\n" : "\n  ]\n}\n");
+    out << (report.nodes.empty() ? "]\n}\n" : "\n  ]\n}\n");
 }
 
 }  // namespace depattr::cli

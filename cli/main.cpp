@@ -1,6 +1,8 @@
 // depattr: runs the dependency analyzers over a graph file and reports the findings.
 #include "attribute/GraphAttributes.hpp"
 #include "cli/AnalyzerCatalog.hpp"
+#include "cli/FindingSources.hpp"
+#include "cli/ProgressMeter.hpp"
 #include "cli/Report.hpp"
 #include "platform/graph/GraphFile.hpp"
 #include "platform/toolbox/ToolboxFinder.hpp"
@@ -10,6 +12,7 @@
 #include <fmt/format.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
 #include <map>
 #include <unistd.h>
@@ -50,27 +53,58 @@ struct AnalyzeOptions {
     std::string format = "text";
     std::string locale;
     std::string installRoot;
+    std::string output;
 };
+
+void writeReport(std::ostream& out, AnalyzeOptions const& options, dependency::graph::Graph const& graph,
+                 depattr::cli::Report const& report, bool colour) {
+    if (options.format == "json") {
+        depattr::cli::writeJson(out, report);
+    } else if (options.format == "sarif") {
+        depattr::cli::writeSarif(out, report, DEPATTR_VERSION, std::filesystem::current_path());
+    } else if (options.format == "dot") {
+        depattr::cli::writeDot(out, graph, report);
+    } else {
+        depattr::cli::writeText(out, report, colour);
+    }
+}
 
 int analyze(AnalyzeOptions const& options) {
     applyLocale(options.locale);
     if (!options.installRoot.empty()) {
         dependency::toolbox::ToolboxFinder::setInstallRoot(std::filesystem::absolute(options.installRoot));
     }
-    auto const analyzers = depattr::cli::createAnalyzers(options.analyzers);
+    auto const chosen = depattr::cli::createAnalyzers(options.analyzers);
     auto const graph = dependency::graph::loadGraphFile(options.graph);
-    auto const result = dependency::attribute::analyzeGraph(graph, analyzers);
 
-    auto report = depattr::cli::makeReport(*graph, *result, options.minimum);
-    report.graphName = options.graph;
-    report.analyzerCount = analyzers.size();
-    if (options.format == "json") {
-        depattr::cli::writeJson(std::cout, report);
-    } else {
-        bool const colour = isatty(STDOUT_FILENO) == 1 && std::getenv("NO_COLOR") == nullptr;
-        depattr::cli::writeText(std::cout, report, colour);
+    auto const sources = std::make_shared<depattr::cli::FindingSources>();
+    auto analyzers = sources->track(chosen);
+    std::shared_ptr<depattr::cli::ProgressMeter> progress;
+    // On a terminal, analyses that take a while show a progress bar.
+    if (isatty(STDERR_FILENO) == 1) {
+        progress = std::make_shared<depattr::cli::ProgressMeter>(graph->nodeCount(), std::cerr);
+        analyzers.push_back(progress);
     }
-    std::cout.flush();
+    auto const result = dependency::attribute::analyzeGraph(graph, analyzers);
+    if (progress) {
+        progress->finish();
+    }
+
+    auto report = depattr::cli::makeReport(*graph, *result, options.minimum, sources.get());
+    report.graphName = options.graph;
+    report.analyzerCount = chosen.size();
+    if (options.output.empty()) {
+        bool const colour = isatty(STDOUT_FILENO) == 1 && std::getenv("NO_COLOR") == nullptr;
+        writeReport(std::cout, options, *graph, report, colour);
+        std::cout.flush();
+    } else {
+        std::ofstream file(options.output, std::ios::binary);
+        writeReport(file, options, *graph, report, false);
+        file.close();
+        if (!file) {
+            throw std::runtime_error(options.output + ": cannot write the report");
+        }
+    }
     return report.empty() ? kNothingFound : kFound;
 }
 
@@ -80,7 +114,7 @@ int main(int argc, char** argv) {
     CLI::App app{"depattr: finds missing files, functions, products and packages, out-of-date derived files, "
                  "invalid formats and broken project references in a dependency graph."};
     app.require_subcommand(1);
-    app.set_version_flag("--version", "depattr 0.1.0");
+    app.set_version_flag("--version", "depattr " DEPATTR_VERSION);
 
     AnalyzeOptions options;
     auto* analyzeCommand = app.add_subcommand("analyze", "analyze a graph file and print the findings");
@@ -93,8 +127,11 @@ int main(int argc, char** argv) {
     analyzeCommand
         ->add_option("-s,--min-severity", options.minimum, "report findings at or above: information, warning, problem")
         ->transform(CLI::CheckedTransformer(severities, CLI::ignore_case));
-    analyzeCommand->add_option("-f,--format", options.format, "output format: text or json")
-        ->check(CLI::IsMember({"text", "json"}));
+    analyzeCommand
+        ->add_option("-f,--format", options.format,
+                     "output format: text (grouped by node), json, sarif (SARIF 2.1.0) or dot (Graphviz)")
+        ->check(CLI::IsMember({"text", "json", "sarif", "dot"}));
+    analyzeCommand->add_option("-o,--output", options.output, "write the report to this file instead of standard output");
     analyzeCommand->add_option("-l,--locale", options.locale,
                                "language of the finding names, e.g. ja or ja_JP.UTF-8 (default: from the environment)");
 

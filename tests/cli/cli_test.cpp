@@ -18,12 +18,14 @@ TEST(AnalyzerCatalogTest, AllByDefaultAndNamedOnesInTheGivenOrder) {
     EXPECT_EQ(createAnalyzers("all").size(), 8u);
     auto const two = createAnalyzers("invalid-format,missing-project-reference");
     ASSERT_EQ(two.size(), 2u);
+    EXPECT_EQ(two[0].name, "invalid-format");
+    EXPECT_EQ(two[1].name, "missing-project-reference");
     // Tell them apart by behaviour: an unresolved project is only the second one's concern.
     GraphBuilder builder;
     auto const node = builder.addNode({.id = u"p", .type = Type::PROJECT(), .resolved = false});
     auto const graph = builder.build();
-    EXPECT_TRUE(two[0]->analyze(node, graph).empty());
-    EXPECT_EQ(two[1]->analyze(node, graph).size(), 1u);
+    EXPECT_TRUE(two[0].analyzer->analyze(node, graph).empty());
+    EXPECT_EQ(two[1].analyzer->analyze(node, graph).size(), 1u);
 
     try {
         createAnalyzers("missing-file,,derived-file");
@@ -70,17 +72,17 @@ struct ReportFixture : ::testing::Test {
 
 TEST_F(ReportFixture, FindingsInNodeOrderFilteredByThreshold) {
     auto const all = makeReport(*graph, *result, Severity::Information);
-    ASSERT_EQ(all.findings.size(), 2u);
-    EXPECT_EQ(all.findings[0].node->getID(), u"alpha");  // by ID, not by graph order
-    EXPECT_EQ(all.findings[1].node->getID(), u"zeta");
+    ASSERT_EQ(all.nodes.size(), 2u);
+    EXPECT_EQ(all.nodes[0].node->getID(), u"alpha");  // by ID, not by graph order
+    EXPECT_EQ(all.nodes[1].node->getID(), u"zeta");
     EXPECT_EQ(all.count(Severity::Information), 1u);
     EXPECT_EQ(all.count(Severity::Warning), 1u);
     EXPECT_EQ(all.count(Severity::Problem), 1u);
 
     auto const problems = makeReport(*graph, *result, Severity::Problem);
-    ASSERT_EQ(problems.findings.size(), 1u);
-    EXPECT_EQ(problems.findings[0].attributes.size(), 1u);
-    EXPECT_EQ(problems.findings[0].attributes[0]->getID(), u"Broken");
+    ASSERT_EQ(problems.nodes.size(), 1u);
+    ASSERT_EQ(problems.nodes[0].findings.size(), 1u);
+    EXPECT_EQ(problems.nodes[0].findings[0].attribute->getID(), u"Broken");
 }
 
 TEST_F(ReportFixture, JsonEscapesAndCountsAndTextAligns) {
@@ -106,7 +108,7 @@ TEST_F(ReportFixture, JsonEscapesAndCountsAndTextAligns) {
     writeText(coloured, report, true);
     EXPECT_NE(coloured.str().find("\x1b[1;31mProblem"), std::string::npos);
 
-    report.findings.clear();
+    report.nodes.clear();
     std::ostringstream empty;
     writeJson(empty, report);
     EXPECT_NE(empty.str().find("\"findings\": []"), std::string::npos);

@@ -1,0 +1,107 @@
+// The Graphviz report: the whole graph, each node shaped by its kind and, when
+// it has findings at or above the threshold, filled by the gravest of them,
+// with the findings as its tooltip.
+#include "cli/Report.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <unordered_map>
+
+namespace depattr::cli {
+
+namespace {
+
+using dependency::attribute::Severity;
+using dependency::graph::Node;
+using dependency::graph::Type;
+
+// A double-quoted DOT string; backslashes are escaped so that none of the
+// text is taken for a label escape such as \n or \l.
+std::string dotString(std::string_view text) {
+    std::string out = "\"";
+    for (char const c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (c == '\n') {
+            out += "\\n";
+        } else if (c != '\r') {
+            out += c;
+        }
+    }
+    return out + "\"";
+}
+
+std::string_view shapeOf(Type const& type) {
+    if (type == Type::FUNCTION()) {
+        return "ellipse";
+    }
+    if (type == Type::PRODUCT() || type == Type::PACKAGE()) {
+        return "component";
+    }
+    if (type == Type::PROJECT()) {
+        return "box3d";
+    }
+    if (type == Type::DERIVED()) {
+        return "note";
+    }
+    return "box";
+}
+
+std::string_view fillOf(Severity severity) {
+    switch (severity) {
+    case Severity::Problem:
+        return "#f4a3a3";
+    case Severity::Warning:
+        return "#ffd98a";
+    case Severity::Information:
+        break;
+    }
+    return "#d6eaf8";
+}
+
+std::string nodeStatement(Node const& node, NodeFindings const* entry) {
+    auto const id = toUtf8(node.getID());
+    std::string statement = fmt::format("  {} [shape={}", dotString(id), shapeOf(node.getType()));
+    if (entry != nullptr) {
+        Severity gravest = Severity::Information;
+        std::string tooltip;
+        for (auto const& finding : entry->findings) {
+            auto const& attribute = *finding.attribute;
+            gravest = std::max(gravest, attribute.getSeverity());
+            tooltip += fmt::format("{}{} {}: {}", tooltip.empty() ? "" : "\n", toString(attribute.getSeverity()),
+                                   toUtf8(attribute.getID()), toUtf8(attribute.getName()));
+        }
+        statement += fmt::format(", style=\"filled,rounded\", fillcolor={}, tooltip={}", dotString(fillOf(gravest)),
+                                 dotString(tooltip));
+    }
+    return statement + "];\n";
+}
+
+}  // namespace
+
+void writeDot(std::ostream& out, dependency::graph::Graph const& graph, Report const& report) {
+    std::unordered_map<Node const*, NodeFindings const*> findingsByNode;
+    for (auto const& entry : report.nodes) {
+        findingsByNode.emplace(entry.node.get(), &entry);
+    }
+    out << "digraph " << dotString(report.graphName) << " {\n"
+        << "  graph [rankdir=LR, fontname=\"Helvetica\"];\n"
+        << "  node [fontname=\"Helvetica\", fontsize=10];\n"
+        << "  edge [fontname=\"Helvetica\", fontsize=8, color=\"#555555\"];\n";
+    for (auto const& node : graph.getNodes()) {
+        auto const found = findingsByNode.find(node.get());
+        out << nodeStatement(*node, found == findingsByNode.end() ? nullptr : found->second);
+    }
+    for (auto const& node : graph.getNodes()) {
+        for (auto const& edge : graph.getDownstreamDependencies(*node)) {
+            out << fmt::format("  {} -> {} [label={}];\n", dotString(toUtf8(node->getID())),
+                               dotString(toUtf8(edge->getDownstreamNode()->getID())),
+                               dotString(edge->getRelationship().name()));
+        }
+    }
+    out << "}\n";
+}
+
+}  // namespace depattr::cli

@@ -1,0 +1,50 @@
+#include "cli/FindingSources.hpp"
+
+namespace depattr::cli {
+
+namespace {
+
+using dependency::attribute::Attribute;
+using dependency::attribute::AttributeAnalyzer;
+
+class TrackedAnalyzer final : public AttributeAnalyzer {
+public:
+    TrackedAnalyzer(NamedAnalyzer inner, std::shared_ptr<FindingSources> sources)
+        : inner_(std::move(inner)), sources_(std::move(sources)) {}
+
+    std::vector<std::shared_ptr<Attribute>> analyze(
+        std::shared_ptr<dependency::graph::Node> const& node,
+        std::shared_ptr<dependency::graph::Graph const> const& graph) const override {
+        auto findings = inner_.analyzer->analyze(node, graph);
+        for (auto const& finding : findings) {
+            sources_->record(finding, inner_.name);
+        }
+        return findings;
+    }
+
+private:
+    NamedAnalyzer inner_;
+    std::shared_ptr<FindingSources> sources_;
+};
+
+}  // namespace
+
+std::vector<std::shared_ptr<AttributeAnalyzer>> FindingSources::track(std::vector<NamedAnalyzer> const& analyzers) {
+    std::vector<std::shared_ptr<AttributeAnalyzer>> tracked;
+    tracked.reserve(analyzers.size());
+    for (auto const& analyzer : analyzers) {
+        tracked.push_back(std::make_shared<TrackedAnalyzer>(analyzer, shared_from_this()));
+    }
+    return tracked;
+}
+
+std::string_view FindingSources::analyzerOf(std::shared_ptr<Attribute const> const& attribute) const {
+    auto const it = sources_.find(attribute);
+    return it == sources_.end() ? std::string_view{} : it->second;
+}
+
+void FindingSources::record(std::shared_ptr<Attribute const> attribute, std::string_view analyzer) {
+    sources_.try_emplace(std::move(attribute), analyzer);
+}
+
+}  // namespace depattr::cli

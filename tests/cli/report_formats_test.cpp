@@ -1,0 +1,206 @@
+#include "cli/FindingSources.hpp"
+#include "cli/ProgressMeter.hpp"
+#include "cli/Report.hpp"
+#include "platform/graph/GraphBuilder.hpp"
+#include "support/TestGraphs.hpp"
+
+#include <gtest/gtest.h>
+#include <simdjson.h>
+
+#include <sstream>
+
+using namespace depattr::cli;
+using namespace dependency::attribute;
+using dependency::graph::GraphBuilder;
+using dependency::graph::NodeData;
+using dependency::graph::Type;
+
+namespace {
+
+std::shared_ptr<Attribute> finding(std::u16string id, std::u16string name, Severity severity) {
+    return std::make_shared<Attribute>(std::make_shared<AttributeIdentity>(id, name, severity),
+                                       std::function<void()>{});
+}
+
+// Two analyzers that share the ID "Missing", as the built-in ones do, plus a
+// third whose one attribute object is handed to every node it reports.
+struct TrackedAnalysis : ::testing::Test {
+    void SetUp() override {
+        GraphBuilder builder;
+        builder.addNode(NodeData{.id = u"src/a.qx", .type = Type::FILE(), .path = u"/work/proj/src/a.qx", .isFile = true});
+        builder.addNode(NodeData{.id = u"odd \"name\"\\x", .type = Type::FILE(), .path = u"/elsewhere/my file.qx",
+                                 .isFile = true});
+        builder.addNode(NodeData{.id = u"product:p", .type = Type::PRODUCT()});
+        builder.addDependency(u"src/a.qx", u"product:p", Type::REQUIREMENT());
+        builder.addDependency(u"odd \"name\"\\x", u"src/a.qx", Type::DERIVED());
+        graph = builder.build();
+
+        auto const missingFile = finding(u"Missing", u"File not found", Severity::Warning);
+        auto const missingFunction = finding(u"Missing", u"Function not found", Severity::Warning);
+        auto const present = finding(u"Exists", u"File exists", Severity::Information);
+        auto const broken = finding(u"Broken", u"Broken \"badly\"", Severity::Problem);
+        auto files = std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const& node) {
+            return node.getID() == u"src/a.qx" ? std::vector{missingFile} : std::vector<std::shared_ptr<Attribute>>{};
+        });
+        auto functions = std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const& node) {
+            if (node.getID() == u"src/a.qx") {
+                return std::vector{missingFunction};
+            }
+            return node.getType() == Type::PRODUCT() ? std::vector{broken} : std::vector<std::shared_ptr<Attribute>>{};
+        });
+        auto shared = std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const& node) {
+            return node.isFile() ? std::vector{present} : std::vector<std::shared_ptr<Attribute>>{};
+        });
+        sources = std::make_shared<FindingSources>();
+        auto const tracked = sources->track({{"files", files}, {"functions", functions}, {"shared", shared}});
+        result = analyzeGraph(graph, tracked);
+        report = makeReport(*graph, *result, Severity::Information, sources.get());
+        report.graphName = "g.json";
+    }
+
+    std::shared_ptr<dependency::graph::Graph const> graph;
+    std::shared_ptr<FindingSources> sources;
+    std::shared_ptr<GraphAttributes> result;
+    Report report;
+};
+
+}  // namespace
+
+TEST_F(TrackedAnalysis, EachFindingKnowsItsAnalyzerAndTrackingChangesNoResult) {
+    auto const node = graph->findNode(u"src/a.qx");
+    auto const attributes = result->getAttributes(node);
+    ASSERT_EQ(attributes.size(), 3u);  // list order: files, functions, shared
+    EXPECT_EQ(attributes[0]->getName(), u"File not found");
+    EXPECT_EQ(attributes[1]->getName(), u"Function not found");
+    EXPECT_EQ(sources->analyzerOf(attributes[0]), "files");
+    EXPECT_EQ(sources->analyzerOf(attributes[1]), "functions");
+    EXPECT_EQ(sources->analyzerOf(attributes[2]), "shared");
+    // The one shared object reported on two nodes is the same finding source.
+    auto const other = result->getAttributes(graph->findNode(u"odd \"name\"\\x"));
+    ASSERT_EQ(other.size(), 1u);
+    EXPECT_EQ(other[0], attributes[2]);
+    EXPECT_TRUE(sources->analyzerOf(finding(u"Missing", u"File not found", Severity::Warning)).empty());
+
+    ASSERT_EQ(report.nodes.size(), 3u);
+    EXPECT_EQ(report.nodes[2].node->getID(), u"src/a.qx");
+    EXPECT_EQ(report.nodes[2].findings[1].analyzer, "functions");
+    std::ostringstream json;
+    writeJson(json, report);
+    EXPECT_NE(json.str().find("\"name\": \"Function not found\", \"severity\": \"Warning\", \"hasFix\": false, "
+                              "\"analyzer\": \"functions\"}"),
+              std::string::npos)
+        << json.str();
+}
+
+TEST_F(TrackedAnalysis, SarifIsValidJsonWithOneRulePerAnalyzerAndIdAndFileOrLogicalLocations) {
+    std::ostringstream out;
+    writeSarif(out, report, "9.9.9", "/work/proj");
+    simdjson::dom::parser parser;
+    simdjson::padded_string text(out.str());
+    simdjson::dom::element log;
+    ASSERT_EQ(parser.parse(text).get(log), simdjson::SUCCESS) << out.str();
+    EXPECT_EQ(std::string_view(log["version"]), "2.1.0");
+    auto const run = log["runs"].at(0);
+    EXPECT_EQ(std::string_view(run["tool"]["driver"]["version"]), "9.9.9");
+    EXPECT_EQ(std::string_view(run["originalUriBaseIds"]["SRCROOT"]["uri"]), "file:///work/proj/");
+
+    std::vector<std::string> ruleIds;
+    for (auto const rule : run["tool"]["driver"]["rules"].get_array()) {
+        ruleIds.emplace_back(std::string_view(rule["id"]));
+    }
+    // Rules in the order first met: the nodes in ID order, each node's findings in list order.
+    EXPECT_EQ(ruleIds, (std::vector<std::string>{"shared/Exists", "functions/Broken", "files/Missing",
+                                                 "functions/Missing"}));
+
+    std::vector<std::string> summary;
+    for (auto const result : run["results"].get_array()) {
+        auto const index = std::size_t(std::uint64_t(result["ruleIndex"]));
+        EXPECT_EQ(ruleIds.at(index), std::string_view(result["ruleId"]));
+        auto const location = result["locations"].at(0);
+        std::string where(std::string_view(location["logicalLocations"].at(0)["fullyQualifiedName"]));
+        simdjson::dom::element artifact;
+        if (location["physicalLocation"]["artifactLocation"].get(artifact) == simdjson::SUCCESS) {
+            where += " @ " + std::string(std::string_view(artifact["uri"]));
+            std::string_view base;
+            if (artifact["uriBaseId"].get(base) == simdjson::SUCCESS) {
+                where += " in " + std::string(base);
+            }
+        }
+        summary.push_back(std::string(std::string_view(result["level"])) + " " +
+                          std::string(std::string_view(result["message"]["text"])) + " | " + where);
+    }
+    EXPECT_EQ(summary, (std::vector<std::string>{
+                           "note File exists | odd \"name\"\\x @ file:///elsewhere/my%20file.qx",
+                           "error Broken \"badly\" | product:p",
+                           "warning File not found | src/a.qx @ src/a.qx in SRCROOT",
+                           "warning Function not found | src/a.qx @ src/a.qx in SRCROOT",
+                           "note File exists | src/a.qx @ src/a.qx in SRCROOT",
+                       }));
+
+    // An analysis without findings is still a complete log.
+    report.nodes.clear();
+    std::ostringstream empty;
+    writeSarif(empty, report, "9.9.9", "/work/proj");
+    simdjson::padded_string emptyText(empty.str());
+    ASSERT_EQ(parser.parse(emptyText).get(log), simdjson::SUCCESS) << empty.str();
+    EXPECT_EQ(log["runs"].at(0)["results"].get_array().size(), 0u);
+}
+
+TEST_F(TrackedAnalysis, DotFillsNodesByGravestFindingAndEscapesNames) {
+    std::ostringstream out;
+    writeDot(out, *graph, report);
+    auto const dot = out.str();
+    EXPECT_EQ(dot.rfind("digraph \"g.json\" {\n", 0), 0u) << dot;
+    // Warning beats Information on src/a.qx; Problem fills the product; the
+    // escaped ID keeps its quotes and backslash.
+    EXPECT_NE(dot.find("\"src/a.qx\" [shape=box, style=\"filled,rounded\", fillcolor=\"#ffd98a\""), std::string::npos)
+        << dot;
+    EXPECT_NE(dot.find("\"product:p\" [shape=component, style=\"filled,rounded\", fillcolor=\"#f4a3a3\", "
+                       "tooltip=\"Problem Broken: Broken \\\"badly\\\"\"]"),
+              std::string::npos)
+        << dot;
+    EXPECT_NE(dot.find("\"odd \\\"name\\\"\\\\x\" [shape=box, style=\"filled,rounded\", fillcolor=\"#d6eaf8\""),
+              std::string::npos)
+        << dot;
+    EXPECT_NE(dot.find("\"src/a.qx\" -> \"product:p\" [label=\"requirement\"];"), std::string::npos);
+    EXPECT_NE(dot.find("\"odd \\\"name\\\"\\\\x\" -> \"src/a.qx\" [label=\"derived\"];"), std::string::npos);
+
+    // Above the threshold only the product keeps a fill.
+    auto const problems = makeReport(*graph, *result, Severity::Problem, sources.get());
+    std::ostringstream filtered;
+    writeDot(filtered, *graph, problems);
+    EXPECT_NE(filtered.str().find("  \"src/a.qx\" [shape=box];\n"), std::string::npos) << filtered.str();
+    EXPECT_NE(filtered.str().find("fillcolor=\"#f4a3a3\""), std::string::npos);
+}
+
+TEST(ProgressMeterTest, DrawsOnlyAfterItsDelayNeverPastFullAndErasesItself) {
+    GraphBuilder builder;
+    for (int i = 0; i < 300; ++i) {
+        auto const digits = std::to_string(i);
+        builder.addNode(u"n" + std::u16string(digits.begin(), digits.end()), Type::FILE());
+    }
+    auto const graph = builder.build();
+    std::vector<std::shared_ptr<dependency::graph::Node>> nodes(graph->getNodes().begin(), graph->getNodes().end());
+
+    std::ostringstream quiet;
+    auto const slow = std::make_shared<ProgressMeter>(nodes.size(), quiet, std::chrono::hours(1));
+    EXPECT_TRUE(analyzeGraph(graph, {slow})->getAttributes(nodes[0]).empty());
+    slow->finish();
+    EXPECT_TRUE(quiet.str().empty()) << quiet.str();
+
+    // A graph that yields its nodes twice: the bar stops at full.
+    auto twice = nodes;
+    twice.insert(twice.end(), nodes.begin(), nodes.end());
+    std::ostringstream drawn;
+    auto const eager = std::make_shared<ProgressMeter>(nodes.size(), drawn, std::chrono::seconds(0),
+                                                       std::chrono::seconds(0));
+    analyzeGraph(std::make_shared<depattr_test::SequenceGraph>(twice), {eager});
+    auto const bars = drawn.str();
+    EXPECT_NE(bars.find("\r[" + std::string(40, '#') + "] 100% 300/300 nodes"), std::string::npos) << bars;
+    EXPECT_NE(bars.find("  85% 256/300 nodes"), std::string::npos) << bars;
+    EXPECT_EQ(bars.find("301/300"), std::string::npos);
+    eager->finish();
+    EXPECT_EQ(drawn.str().substr(bars.size()), "\r\x1b[2K");
+    eager->finish();  // a second finish draws nothing more
+    EXPECT_EQ(drawn.str().size(), bars.size() + 5);
+}
