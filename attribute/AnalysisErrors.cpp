@@ -1,6 +1,11 @@
 #include "attribute/AnalysisErrors.hpp"
 
+#include <utility>
+
 namespace QORVEX::dependency::analysis {
+
+AnalysisError::AnalysisError(std::u16string path)
+    : BaseMsgID(analysisCatalog, "AnalysisError", {resource_core::MessageArgument(std::move(path))}) {}
 
 AnalysisParsingError::AnalysisParsingError() : BaseMsgID(analysisCatalog, "AnalysisParsingError") {}
 

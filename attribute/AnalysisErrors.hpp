@@ -15,12 +15,11 @@ namespace QORVEX::dependency::analysis {
 
 inline constexpr char const* analysisCatalog = "QORVEX:dependency:analysis";
 
-// The code-analysis service failed on a file. One argument: the file's path.
+// The code-analysis service failed on a file. One argument: the file's path,
+// always as a UTF-16 string (argument tag 2), even when it is empty.
 class AnalysisError : public resource_core::BaseMsgID {
 public:
-    template <class PathString>
-    explicit AnalysisError(PathString const& path)
-        : BaseMsgID(analysisCatalog, "AnalysisError", {resource_core::MessageArgument(path)}) {}
+    explicit AnalysisError(std::u16string path);
 };
 
 // The file was analysed but its code has errors. No arguments.

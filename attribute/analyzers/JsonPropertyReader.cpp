@@ -1,5 +1,6 @@
 #include "attribute/analyzers/JsonPropertyReader.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <limits>
@@ -112,20 +113,7 @@ public:
     Reader(char const*& pos, char const* end) : pos_(pos), end_(end) {}
 
     int array(std::vector<Value>& out) {
-        if (atEnd()) {
-            return UnexpectedEnd;
-        }
-        if (*pos_ != '[') {
-            return ArrayBracketExpected;
-        }
-        if (depth_ >= maximumNesting) {
-            return NestingTooDeep;
-        }
-        ++pos_;
-        ++depth_;
-        int const code = arrayElements(out, IntegerType::None);
-        --depth_;
-        return code;
+        return list(out, IntegerType::None, nullptr);
     }
 
     int value(Value& out) {
@@ -172,9 +160,28 @@ private:
         }
     }
 
-    // The rest of an array after its '['. With an integer type, elements that
-    // are plain integers become exact integers of that signedness.
-    int arrayElements(std::vector<Value>& out, IntegerType integerType) {
+    // An array. With an integer type, elements that are plain integers become
+    // exact integers of that signedness. With `starts`, also notes where each
+    // element's text begins.
+    int list(std::vector<Value>& out, IntegerType integerType, std::vector<char const*>* starts) {
+        if (atEnd()) {
+            return UnexpectedEnd;
+        }
+        if (*pos_ != '[') {
+            return ArrayBracketExpected;
+        }
+        if (depth_ >= maximumNesting) {
+            return NestingTooDeep;
+        }
+        ++pos_;
+        ++depth_;
+        int const code = listElements(out, integerType, starts);
+        --depth_;
+        return code;
+    }
+
+    // The rest of an array after its '['.
+    int listElements(std::vector<Value>& out, IntegerType integerType, std::vector<char const*>* starts) {
         skipSpace();
         if (atEnd()) {
             return UnexpectedEnd;
@@ -186,6 +193,9 @@ private:
             return Success;
         }
         while (true) {
+            if (starts != nullptr) {
+                starts->push_back(pos_);
+            }
             Value element;
             int const code = integerType == IntegerType::None ? value(element) : integerElement(element, integerType);
             if (code != Success) {
@@ -425,27 +435,51 @@ private:
         return Value(static_cast<long>(negative ? ~magnitude + 1 : magnitude));
     }
 
-    // The value of a "qzdata" member once its integer type is known.
-    int typedData(Value& out, IntegerType integerType) {
-        skipSpace();
-        if (atEnd()) {
-            return UnexpectedEnd;
-        }
-        if (*pos_ != '[') {
+    // The value of a "qzdata" member: typed data when an integer type is known,
+    // else an ordinary value. For a list, `starts` receives where each element's
+    // text begins, so that the elements can be read again once a later "qztype"
+    // names the type.
+    int data(Value& out, IntegerType integerType, std::vector<char const*>& starts) {
+        starts.clear();
+        if (atEnd() || *pos_ != '[') {
             return value(out);
         }
-        if (depth_ >= maximumNesting) {
-            return NestingTooDeep;
-        }
-        ++pos_;
-        ++depth_;
         std::vector<Value> elements;
-        int const code = arrayElements(elements, integerType);
-        --depth_;
+        int const code = list(elements, integerType, &starts);
         if (code == Success) {
             out = Value(std::move(elements));
         }
         return code;
+    }
+
+    // Turns data read with one integer type (or none) into what reading it with
+    // `integerType` gives. Typed reading differs from ordinary reading only in
+    // the list's top-level elements that are plain integers, so only the
+    // elements that came out as numbers are read again, from where their text
+    // began; everything else, nested objects included, is kept as it is. That
+    // keeps the work proportional to the numbers' text: reading the whole list
+    // again would also read every nested object again, and objects nested in
+    // objects would double the work at each level.
+    void rereadData(Value& data, std::vector<char const*> const& starts, IntegerType integerType) {
+        if (data.kind() != Value::Kind::Array) {
+            return;  // not a list: typed and ordinary readings agree
+        }
+        char const* const resume = pos_;
+        Value::Array& elements = data.asArray();
+        for (std::size_t i = 0; i < elements.size() && i < starts.size(); ++i) {
+            Value::Kind const kind = elements[i].kind();
+            if (kind != Value::Kind::Double && kind != Value::Kind::Int64 && kind != Value::Kind::UInt64) {
+                continue;
+            }
+            pos_ = starts[i];
+            if (std::optional<Value> exact = plainInteger(integerType)) {
+                elements[i] = std::move(*exact);
+            } else {
+                pos_ = starts[i];
+                (void)number(elements[i]);  // the same text read before: cannot fail
+            }
+        }
+        pos_ = resume;
     }
 
     int object(Value& out) {
@@ -475,8 +509,14 @@ private:
             ++pos_;
             return Success;
         }
+        // The integer type named by the latest "qztype" member.
         IntegerType integerType = IntegerType::None;
-        char const* typedDataStart = nullptr;  // where "qzdata" began, if it came before "qztype"
+        // The latest "qzdata" member: where its elements' text began, the type
+        // it was read with, and the type a later "qztype" asks for.
+        bool hasData = false;
+        std::vector<char const*> dataStarts;
+        IntegerType dataReadAs = IntegerType::None;
+        IntegerType dataWanted = IntegerType::None;
         while (true) {
             std::string key;
             if (int const code = string(key); code != Success) {
@@ -493,9 +533,9 @@ private:
             skipSpace();
             Value member;
             if (key == "qzdata") {
-                typedDataStart = pos_;
-                int const code = integerType == IntegerType::None ? value(member) : typedData(member, integerType);
-                if (code != Success) {
+                hasData = true;
+                dataReadAs = dataWanted = integerType;
+                if (int const code = data(member, integerType, dataStarts); code != Success) {
                     return code;
                 }
             } else {
@@ -504,10 +544,8 @@ private:
                 }
                 if (key == "qztype" && member.kind() == Value::Kind::String) {
                     integerType = integerTypeOf(member.asString());
-                    if (integerType != IntegerType::None && typedDataStart != nullptr) {
-                        if (int const code = rereadTypedData(typedDataStart, integerType, members); code != Success) {
-                            return code;
-                        }
+                    if (integerType != IntegerType::None && hasData) {
+                        dataWanted = integerType;
                     }
                 }
             }
@@ -521,25 +559,20 @@ private:
                 skipSpace();
             } else if (*pos_ == '}') {
                 ++pos_;
+                // The data comes out as read with the latest integer type named
+                // before the object ends, whichever member came first. Read it
+                // again once, now that the object is complete,
+                // rather than at every "qztype": an object repeating the member
+                // must not make the reader go over a long list again and again.
+                // Nothing sees the member in between, so the result is the same.
+                if (dataWanted != dataReadAs) {
+                    rereadData(members.at("qzdata"), dataStarts, dataWanted);
+                }
                 return Success;
             } else {
                 return ObjectSeparatorExpected;
             }
         }
-    }
-
-    // "qzdata" came first and was read as an ordinary value: read its text
-    // again as typed data and replace the member.
-    int rereadTypedData(char const* start, IntegerType integerType, Value::Object& members) {
-        char const* const resume = pos_;
-        pos_ = start;
-        Value typed;
-        int const code = typedData(typed, integerType);
-        pos_ = resume;
-        if (code == Success) {
-            members.insert_or_assign("qzdata", std::move(typed));
-        }
-        return code;
     }
 
     char const*& pos_;

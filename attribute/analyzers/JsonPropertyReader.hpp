@@ -1,7 +1,8 @@
 #pragma once
 // Reads JSON text held in node properties (for example "circularReferences")
 // into foundation::json values. A small recursive-descent reader that reports
-// failures as result codes and never throws, so that a malformed property can simply be ignored by its reader.
+// failures as result codes and never throws (short of running out of memory),
+// so that a malformed property can simply be ignored by its reader.
 //
 // Integers normally arrive as doubles. An object with a "qztype" member naming
 // an integer type ("int64", "int32", "int16", "int8", "uint64", "uint32",
@@ -35,7 +36,8 @@ enum ResultCode : int {
     NestingTooDeep = 20,           // arrays and objects nested deeper than maximumNesting
 };
 
-// Arrays and objects nested deeper than this are refused rather than risking the stack.
+// Arrays and objects nested deeper than this are refused rather than risking
+// the stack: reading a value recurses, and so do copying and destroying it.
 inline constexpr int maximumNesting = 512;
 
 // Reads a JSON array starting exactly at `pos` (no white space is skipped

@@ -4,7 +4,6 @@
 #include <pugixml.hpp>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -23,9 +22,18 @@ constexpr char const* fallbackLanguage = "en";
 
 using Messages = std::unordered_map<std::string, std::u16string>;
 
+// ASCII-only character tests: names and language codes are ASCII whatever the C locale says.
+bool isAsciiLetter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+bool isAsciiLetterOrDigit(char c) {
+    return isAsciiLetter(c) || (c >= '0' && c <= '9');
+}
+
 std::string lowerAscii(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
     return text;
 }
 
@@ -71,8 +79,8 @@ std::filesystem::path relativeCatalogFile(std::string const& catalog) {
     std::filesystem::path file;
     for (auto const& component : components) {
         // Only plain names: a catalog name must never reach outside the resources folder.
-        bool const plain = !component.empty() && std::all_of(component.begin(), component.end(), [](unsigned char c) {
-            return std::isalnum(c) || c == '_' || c == '-';
+        bool const plain = !component.empty() && std::all_of(component.begin(), component.end(), [](char c) {
+            return isAsciiLetterOrDigit(c) || c == '_' || c == '-';
         });
         if (!plain) {
             return {};
@@ -83,7 +91,26 @@ std::filesystem::path relativeCatalogFile(std::string const& catalog) {
     return file;
 }
 
+// The text of a <message>: its character data and CDATA sections in order. An
+// element inside the text is an error rather than being dropped silently.
+std::u16string messageText(std::string const& file, pugi::xml_node const& message, std::string const& key) {
+    std::string text;
+    for (pugi::xml_node const& part : message.children()) {
+        if (part.type() == pugi::node_pcdata || part.type() == pugi::node_cdata) {
+            text += part.value();
+        } else if (part.type() == pugi::node_element) {
+            throw CatalogError(file, position(file, part.offset_debug()) + ": unexpected element <" + part.name() +
+                                         "> inside message '" + key + "'");
+        }
+    }
+    return to_ustring(text);
+}
+
 std::shared_ptr<Messages const> parseCatalogFile(std::string const& file, std::string const& catalog) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(file, error)) {
+        throw CatalogError(file, "not a regular file");
+    }
     pugi::xml_document document;
     pugi::xml_parse_result const parsed = document.load_file(file.c_str(), pugi::parse_default, pugi::encoding_utf8);
     if (!parsed) {
@@ -93,6 +120,13 @@ std::shared_ptr<Messages const> parseCatalogFile(std::string const& file, std::s
     if (std::string(root.name()) != "catalog") {
         throw CatalogError(file, position(file, root.offset_debug()) + ": the root element must be <catalog>, not <" +
                                      root.name() + ">");
+    }
+    // The parser also accepts a document fragment; a catalog has exactly one root element.
+    for (pugi::xml_node sibling = root.next_sibling(); sibling; sibling = sibling.next_sibling()) {
+        if (sibling.type() == pugi::node_element || sibling.type() == pugi::node_pcdata ||
+            sibling.type() == pugi::node_cdata) {
+            throw CatalogError(file, position(file, sibling.offset_debug()) + ": content after the <catalog> element");
+        }
     }
     if (std::string const name = root.attribute("name").value(); name != catalog) {
         throw CatalogError(file, position(file, root.offset_debug()) + ": the catalog is named '" + name +
@@ -111,7 +145,7 @@ std::shared_ptr<Messages const> parseCatalogFile(std::string const& file, std::s
         if (key.empty()) {
             throw CatalogError(file, position(file, element.offset_debug()) + ": <message> without a key");
         }
-        if (!messages->emplace(key, to_ustring(element.text().get())).second) {
+        if (!messages->emplace(key, messageText(file, element, key)).second) {
             throw CatalogError(file,
                                position(file, element.offset_debug()) + ": message key '" + key + "' appears twice");
         }
@@ -217,7 +251,7 @@ std::u16string MessageCatalog::get_message(resource_core::BaseMsgID const& id, s
         requested = fallbackLanguage;
     }
     // A requested language that is not a plain language code cannot name a folder.
-    bool const plain = std::all_of(requested.begin(), requested.end(), [](unsigned char c) { return std::isalpha(c); });
+    bool const plain = std::all_of(requested.begin(), requested.end(), isAsciiLetter);
     if (plain && requested != fallbackLanguage) {
         if (auto const messages = catalogFor(requested, id.catalog())) {
             if (auto const found = messages->find(id.key()); found != messages->end()) {
@@ -279,8 +313,8 @@ std::string language_of_locale_name(std::string const& localeName) {
         return fallbackLanguage;
     }
     std::string const language = lowerAscii(name.substr(0, name.find_first_of("_.@-")));
-    bool const isCode = (language.size() == 2 || language.size() == 3) &&
-                        std::all_of(language.begin(), language.end(), [](unsigned char c) { return std::isalpha(c); });
+    bool const isCode =
+        (language.size() == 2 || language.size() == 3) && std::all_of(language.begin(), language.end(), isAsciiLetter);
     if (!isCode) {
         return fallbackLanguage;  // "C", "POSIX", "*", "" and the like
     }

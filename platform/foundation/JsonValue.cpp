@@ -7,8 +7,8 @@ namespace foundation::json {
 namespace {
 
 template <class T>
-T const& access(auto const& data, Value::Kind actual, Value::Kind requested) {
-    if (auto const* value = std::get_if<T>(&data)) {
+auto& access(auto& data, Value::Kind actual, Value::Kind requested) {
+    if (auto* value = std::get_if<T>(&data)) {
         return *value;
     }
     throw std::runtime_error(std::string("invalid conversion: ") + Value::typeName(actual) + " to " +
@@ -74,6 +74,14 @@ Value::Array const& Value::asArray() const {
 }
 
 Value::Object const& Value::asObject() const {
+    return access<Object>(data_, kind(), Kind::Object);
+}
+
+Value::Array& Value::asArray() {
+    return access<Array>(data_, kind(), Kind::Array);
+}
+
+Value::Object& Value::asObject() {
     return access<Object>(data_, kind(), Kind::Object);
 }
 

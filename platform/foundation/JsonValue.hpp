@@ -8,6 +8,9 @@
 
 namespace foundation::json {
 
+// The integer kinds hold exactly 64 bits.
+static_assert(sizeof(long) == 8 && sizeof(unsigned long) == 8, "long must be a 64-bit type");
+
 class Value {
 public:
     // The kinds, with their type names (Value::typeName):
@@ -54,6 +57,8 @@ public:
     double asDouble() const;
     Array const& asArray() const;
     Object const& asObject() const;
+    Array& asArray();
+    Object& asObject();
     // The text of a string value; e.g. "invalid conversion: double to std::string" for a number.
     std::string asString() const;
 

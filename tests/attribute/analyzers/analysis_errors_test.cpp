@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <string>
+#include <type_traits>
+#include <vector>
 
 namespace {
 
@@ -24,6 +27,13 @@ TEST_F(AnalysisErrorsTest, MessageIdentifiersCarryCatalogKeyAndTypedArguments) {
     ASSERT_EQ(error.args().size(), 1u);
     EXPECT_EQ(error.args()[0].index(), 2u);
     EXPECT_EQ(std::get<std::u16string>(error.args()[0]), u"/work/f.qx");
+
+    // The path is always a UTF-16 argument: a narrow string or a number is no path.
+    static_assert(!std::is_constructible_v<AnalysisError, std::string>);
+    static_assert(!std::is_constructible_v<AnalysisError, char const*>);
+    static_assert(!std::is_constructible_v<AnalysisError, long>);
+    AnalysisError const literal(u"/データ/f.qx");
+    EXPECT_EQ(literal.args(), std::vector<resource_core::MessageArgument>{std::u16string(u"/データ/f.qx")});
 
     AnalysisError const emptyPath(std::u16string{});
     ASSERT_EQ(emptyPath.args().size(), 1u);

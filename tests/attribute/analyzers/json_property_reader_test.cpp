@@ -22,6 +22,19 @@ Read readArray(std::string const& text, std::vector<Value> initial = {}) {
     return {code, std::move(initial), static_cast<std::size_t>(pos - text.data())};
 }
 
+// `count` copies of `open`, then `middle`, then `count` copies of `close`.
+std::string nested(std::string const& open, std::string const& middle, std::string const& close, int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i) {
+        text += open;
+    }
+    text += middle;
+    for (int i = 0; i < count; ++i) {
+        text += close;
+    }
+    return text;
+}
+
 TEST(JsonPropertyReader, ResultCodes) {
     struct Case {
         std::string text;
@@ -66,7 +79,36 @@ TEST(JsonPropertyReader, ResultCodes) {
         {"[{\"a\":1", jp::UnexpectedEnd},
         {"[{\"qzdata\":[1,x],\"qztype\":\"int8\"}]", jp::DigitExpected},
         {"[{\"qztype\":\"int8\",\"qzdata\":[1 2]}]", jp::ArraySeparatorExpected},
+        {"[{\"qztype\":\"int8\",\"qzdata\":[1\"]}]", jp::ArraySeparatorExpected},  // a quote ends no integer
+        {"[{\"qztype\":\"int8\",\"qzdata\":[-]}]", jp::DigitExpected},
+        {"[{\"qztype\":\"int8\",\"qzdata\":[00]}]", jp::ArraySeparatorExpected},
+        {"[{\"qztype\":\"int8\",\"qzdata\":[1,]}]", jp::DigitExpected},
+        {"[{\"qztype\":\"int8\",\"qzdata\":[1", jp::UnexpectedEnd},
+        {"[{\"qztype\":\"int8\",\"qzdata\":[1]", jp::UnexpectedEnd},
+        {"[{\"qzdata\":[1],\"qztype\":\"int8\"", jp::UnexpectedEnd},
+        {"[{\"a\":1,}]", jp::QuoteExpected},
+        // White space and digits are ASCII only: vertical tab, form feed, a
+        // no-break space and an Arabic-Indic digit are none of them.
+        {"[1,\v2]", jp::DigitExpected},
+        {"[\f1]", jp::DigitExpected},
+        {"[\xc2\xa0" "1]", jp::DigitExpected},
+        {"[\xd9\xa1]", jp::DigitExpected},
+        {"[-\xd9\xa1]", jp::DigitExpected},
+        {"[1.\xd9\xa1]", jp::FractionDigitExpected},
+        {"[1e\xd9\xa1]", jp::ExponentDigitExpected},
+        {" \r\n\t[\r\n\t1\r\n\t]", jp::ArrayBracketExpected},
+        {"[\r\n\t1\r\n\t,\r\n\t2\r\n\t]", jp::Success},
+        // Nesting is bounded whichever way it is built up; exactly the limit still reads.
         {std::string(10000, '['), jp::NestingTooDeep},
+        {nested("[", "", "]", jp::maximumNesting), jp::Success},
+        {nested("[", "", "]", jp::maximumNesting + 1), jp::NestingTooDeep},
+        {"[" + nested("{\"a\":", "1", "}", jp::maximumNesting - 1) + "]", jp::Success},
+        {"[" + nested("{\"a\":", "1", "}", jp::maximumNesting) + "]", jp::NestingTooDeep},
+        {"[" + nested("{\"qztype\":\"int8\",\"qzdata\":[", "[1]", "]}", 255) + "]", jp::Success},
+        {"[[" + nested("{\"qztype\":\"int8\",\"qzdata\":[", "[1]", "]}", 255) + "]]", jp::NestingTooDeep},
+        {"[[" + nested("{\"qzdata\":[", "[1]", "],\"qztype\":\"int8\"}", 255) + "]]", jp::NestingTooDeep},
+        {nested("[{\"qztype\":\"int8\",\"qzdata\":", "[1]", "}]", 100000), jp::NestingTooDeep},
+        {nested("[{\"qzdata\":", "[1]", "}]", 100000), jp::NestingTooDeep},
         {" \t[true , false,null, -0.5e1 ,\"x\" , [ ] ,{ }]", jp::ArrayBracketExpected},
         {"[ true , false,null, -0.5e1 ,\"x\" , [ ] ,{ } ]", jp::Success},
     };
@@ -136,19 +178,28 @@ TEST(JsonPropertyReader, TypedIntegerDataIsExactWhicheverMemberComesFirst) {
     struct Case {
         std::string type;
         std::string data;
-        std::vector<Value> expected;
+        Value expected;
     };
+    auto list = [](std::vector<Value> elements) { return Value(std::move(elements)); };
     std::vector<Case> const cases{
-        {"int8", "[1, -2]", {Value(1L), Value(-2L)}},
+        {"int8", "[1, -2]", list({Value(1L), Value(-2L)})},
         {"int64",
          "[9223372036854775807, -9223372036854775808]",
-         {Value(9223372036854775807L), Value(static_cast<long>(-9223372036854775807L - 1))}},
-        {"uint64", "[18446744073709551615, 0]", {Value(18446744073709551615UL), Value(0UL)}},
-        {"uint8", "[1, -1]", {Value(1UL), Value(-1.0)}},  // a minus sign is not an unsigned integer
-        {"int32", "[1.5, 2, 3e1]", {Value(1.5), Value(2L), Value(30.0)}},
-        {"int64", "[9223372036854775808]", {Value(9223372036854775808.0)}},  // beyond 64 bits
-        {"uint16", "[\"text\", null]", {Value("text"), Value::null()}},
-        {"double", "[1, 2]", {Value(1.0), Value(2.0)}},  // not an integer type: ordinary numbers
+         list({Value(9223372036854775807L), Value(static_cast<long>(-9223372036854775807L - 1))})},
+        {"uint64", "[18446744073709551615, 0]", list({Value(18446744073709551615UL), Value(0UL)})},
+        {"uint8", "[1, -1]", list({Value(1UL), Value(-1.0)})},  // a minus sign is not an unsigned integer
+        {"int32", "[1.5, 2, 3e1, 4E1]", list({Value(1.5), Value(2L), Value(30.0), Value(40.0)})},
+        // One past the range, at both ends and unsigned: ordinary numbers.
+        {"int64", "[9223372036854775808]", list({Value(9223372036854775808.0)})},
+        {"int16", "[-9223372036854775809]", list({Value(-9223372036854775809.0)})},
+        {"uint32", "[18446744073709551616]", list({Value(18446744073709551616.0)})},
+        {"uint64", "[99999999999999999999]", list({Value(99999999999999999999.0)})},
+        {"int8", "[0, -0, 10, 100]", list({Value(0L), Value(0L), Value(10L), Value(100L)})},
+        {"uint16", "[\"text\", null]", list({Value("text"), Value::null()})},
+        {"int8", "[[1], []]", list({list({Value(1.0)}), list({})})},  // nested lists are ordinary values
+        {"int8", "[ ]", list({})},
+        {"int8", "5", Value(5.0)},  // not a list: an ordinary value
+        {"double", "[1, 2]", list({Value(1.0), Value(2.0)})},  // not an integer type: ordinary numbers
     };
     for (auto const& [type, data, expected] : cases) {
         for (std::string const& text : {"[{\"qztype\": \"" + type + "\", \"qzdata\": " + data + "}]",
@@ -158,14 +209,82 @@ TEST(JsonPropertyReader, TypedIntegerDataIsExactWhicheverMemberComesFirst) {
             ASSERT_EQ(read.code, jp::Success) << text;
             ASSERT_EQ(read.values.size(), 1u);
             Value::Object const& object = read.values[0].asObject();
+            EXPECT_EQ(object.size(), text.find("other") == std::string::npos ? 2u : 3u) << text;
             EXPECT_EQ(object.at("qztype"), Value(type)) << text;
-            EXPECT_EQ(object.at("qzdata"), Value(expected)) << text;
+            EXPECT_EQ(object.at("qzdata"), expected) << text;
         }
     }
     // A non-string qztype names no type, and the reader does not fail over it.
     Read const read = readArray("[{\"qzdata\": [1], \"qztype\": 8}]");
     ASSERT_EQ(read.code, jp::Success);
     EXPECT_EQ(read.values[0].asObject().at("qzdata"), Value(Value::Array{Value(1.0)}));
+}
+
+TEST(JsonPropertyReader, TypedDataAsAWholeObjectAndWithRepeatedMembers) {
+    Value const expected(Value::Object{{"qzdata", Value(Value::Array{Value(1L), Value(-2L)})}, {"qztype", Value("int8")}});
+    for (std::string const text : {R"([{"qztype":"int8","qzdata":[1,-2]}])", R"([{"qzdata":[1,-2],"qztype":"int8"}])"}) {
+        Read const read = readArray(text);
+        ASSERT_EQ(read.code, jp::Success) << text;
+        EXPECT_EQ(read.values, std::vector<Value>{expected}) << text;
+        EXPECT_EQ(read.consumed, text.size()) << text;
+    }
+
+    // A member given twice counts as given last, and the data always follows
+    // the latest type that names an integer type, whichever came first.
+    struct Case {
+        std::string object;
+        Value data;
+    };
+    std::vector<Case> const cases{
+        {R"({"qzdata":[1,-1],"qztype":"int8","qztype":"uint8"})", Value(Value::Array{Value(1UL), Value(-1.0)})},
+        {R"({"qzdata":[1,-1],"qztype":"uint8","qztype":"int8"})", Value(Value::Array{Value(1L), Value(-1L)})},
+        {R"({"qztype":"int8","qzdata":[1,-1],"qztype":"uint8"})", Value(Value::Array{Value(1UL), Value(-1.0)})},
+        {R"({"qzdata":[1],"qztype":"int8","qztype":"text"})", Value(Value::Array{Value(1L)})},
+        {R"({"qztype":"int8","qztype":"text","qzdata":[1]})", Value(Value::Array{Value(1.0)})},
+        {R"({"qztype":"int64","qzdata":[9223372036854775808, -1],"qztype":"uint64"})",
+         Value(Value::Array{Value(9223372036854775808UL), Value(-1.0)})},
+        {R"({"qztype":"uint8","qzdata":[1,-1,18446744073709551615,"1"],"qztype":"int8"})",
+         Value(Value::Array{Value(1L), Value(-1L), Value(18446744073709551615.0), Value("1")})},
+        {R"({"qztype":"int8","qzdata":[1],"qzdata":[2]})", Value(Value::Array{Value(2L)})},
+        {R"({"qzdata":[1],"qztype":"uint8","qzdata":[2]})", Value(Value::Array{Value(2UL)})},
+        {R"({"qzdata":[1],"qztype":"int8","qzdata":[2],"qztype":"uint8"})", Value(Value::Array{Value(2UL)})},
+    };
+    for (auto const& [object, data] : cases) {
+        Read const read = readArray("[" + object + "]");
+        ASSERT_EQ(read.code, jp::Success) << object;
+        EXPECT_EQ(read.values.at(0).asObject().at("qzdata"), data) << object;
+    }
+
+    // Data holding objects that hold data: every level comes out typed, the
+    // type coming after the data at each of them.
+    std::string deep = "[";
+    int const levels = 200;
+    for (int i = 0; i < levels; ++i) {
+        deep += R"({"qzdata":[1, )";
+    }
+    deep += "2";
+    for (int i = 0; i < levels; ++i) {
+        deep += R"(],"qztype":"int8"})";
+    }
+    deep += "]";
+    Read const deepRead = readArray(deep);
+    ASSERT_EQ(deepRead.code, jp::Success);
+    Value const* level = &deepRead.values.at(0);
+    for (int i = 0; i < levels; ++i) {
+        Value::Array const& data = level->asObject().at("qzdata").asArray();
+        ASSERT_EQ(data.size(), 2u) << "level " << i;
+        EXPECT_EQ(data[0], Value(1L)) << "level " << i;
+        level = &data[1];
+    }
+    EXPECT_EQ(*level, Value(2L));
+
+    // Only an object's own members count: a type in an enclosing or a nested
+    // object leaves the data alone.
+    Read const read =
+        readArray(R"([{"qztype":"int8","inner":{"qzdata":[1]}}, {"qzdata":[1],"inner":{"qztype":"int8"}}])");
+    ASSERT_EQ(read.code, jp::Success);
+    EXPECT_EQ(read.values.at(0).asObject().at("inner").asObject().at("qzdata"), Value(Value::Array{Value(1.0)}));
+    EXPECT_EQ(read.values.at(1).asObject().at("qzdata"), Value(Value::Array{Value(1.0)}));
 }
 
 TEST(JsonPropertyReader, ReadValueSkipsLeadingSpaceAndLeavesOutputOnFailure) {
