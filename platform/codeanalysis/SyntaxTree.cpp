@@ -71,7 +71,7 @@ std::u16string_view SyntaxTree::store(std::u16string_view text)
     return {copy, text.size()};
 }
 
-Node const& SyntaxTree::make(NodeSpec const& spec, std::span<Slot const> slots)
+Node const& SyntaxTree::make(NodeFields const& fields, std::span<Slot const> slots)
 {
     unsigned slotCount = 0;
     std::size_t subtreeCount = 0;
@@ -129,17 +129,17 @@ Node const& SyntaxTree::make(NodeSpec const& spec, std::span<Slot const> slots)
         slotIndex += 2;
     }
 
-    node->kind_ = spec.kind;
-    node->op_ = spec.op;
-    node->logicalValue_ = spec.logicalValue;
+    node->kind_ = fields.kind;
+    node->op_ = fields.op;
+    node->logicalValue_ = fields.logicalValue;
     node->slotCount_ = static_cast<std::uint8_t>(slotCount);
     node->singleSlotMask_ = singleMask;
-    node->line_ = spec.line;
-    node->column_ = spec.column;
+    node->line_ = fields.line;
+    node->column_ = fields.column;
     node->subtreeCount_ = static_cast<std::uint32_t>(subtreeCount);
     node->slotValues_ = values;
     node->items_ = items;
-    auto const text = store(spec.text);
+    auto const text = store(fields.text);
     node->text_ = StringId(text.data(), static_cast<std::uint32_t>(text.size()));
     return *node;
 }

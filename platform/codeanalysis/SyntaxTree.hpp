@@ -175,7 +175,7 @@ struct Reference {
 };
 using Slot = std::variant<Single, List, Reference>;
 
-struct NodeSpec {
+struct NodeFields {
     NodeKind kind = NodeKind::Invalid;
     std::uint32_t line = 0;
     std::uint32_t column = 0;
@@ -196,10 +196,10 @@ public:
     ~SyntaxTree();
 
     // Slots are numbered in order: a Single takes one slot number, a List or Reference takes two. At most 32 slots.
-    Node const& make(NodeSpec const& spec, std::span<Slot const> slots);
-    Node const& make(NodeSpec const& spec, std::initializer_list<Slot> slots = {})
+    Node const& make(NodeFields const& fields, std::span<Slot const> slots);
+    Node const& make(NodeFields const& fields, std::initializer_list<Slot> slots = {})
     {
-        return make(spec, std::span<Slot const>(slots.begin(), slots.size()));
+        return make(fields, std::span<Slot const>(slots.begin(), slots.size()));
     }
 
     // Copies text into the tree (for text built up outside it).

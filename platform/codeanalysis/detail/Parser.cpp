@@ -12,7 +12,7 @@ namespace ca::detail {
 using astapi::List;
 using astapi::Node;
 using astapi::NodeKind;
-using astapi::NodeSpec;
+using astapi::NodeFields;
 using astapi::Operator;
 using astapi::Reference;
 using astapi::Single;
@@ -266,25 +266,25 @@ private:
     };
 
     // ----- nodes
-    static NodeSpec spec(NodeKind kind, Token const& at, Operator op = Operator::None)
+    static NodeFields fields(NodeKind kind, Token const& at, Operator op = Operator::None)
     {
-        return NodeSpec{kind, at.line, at.column, op, false, {}};
+        return NodeFields{kind, at.line, at.column, op, false, {}};
     }
-    static NodeSpec spec(NodeKind kind, Node const& at, Operator op = Operator::None)
+    static NodeFields fields(NodeKind kind, Node const& at, Operator op = Operator::None)
     {
-        return NodeSpec{kind, at.line(), at.column(), op, false, {}};
+        return NodeFields{kind, at.line(), at.column(), op, false, {}};
     }
-    Node const& make(NodeSpec const& nodeSpec, std::initializer_list<Slot> slots = {})
+    Node const& make(NodeFields const& nodeFields, std::initializer_list<Slot> slots = {})
     {
-        return tree_.make(nodeSpec, slots);
+        return tree_.make(nodeFields, slots);
     }
     Node const& textLeaf(NodeKind kind, Token const& at, std::string_view utf8)
     {
         text_.clear();
         appendUtf16(utf8, text_);
-        auto nodeSpec = spec(kind, at);
-        nodeSpec.text = text_;
-        return tree_.make(nodeSpec, {});
+        auto nodeFields = fields(kind, at);
+        nodeFields.text = text_;
+        return tree_.make(nodeFields, {});
     }
     Node const& tokenLeaf(NodeKind kind) { return textLeaf(kind, token_, lexer_.text(token_)); }
     static List list(NodeList const& nodes) { return List{std::span<Node const* const>(nodes.data(), nodes.size())}; }
@@ -379,7 +379,7 @@ Node const& Parser::parseFile()
         }
         first = false;
     }
-    return make(spec(NodeKind::File, start), {list(items)});
+    return make(fields(NodeKind::File, start), {list(items)});
 }
 
 Node const& Parser::parseDottedName()
@@ -430,7 +430,7 @@ Node const& Parser::parseAttribute()
             operand = &value;
         }
     }
-    auto attributeSpec = spec(NodeKind::Attribute, start);
+    auto attributeSpec = fields(NodeKind::Attribute, start);
     attributeSpec.logicalValue = logicalValue;
     return make(attributeSpec, {Single{&name}, Single{operand}});
 }
@@ -503,7 +503,7 @@ Node const& Parser::parseClassDefinition()
         }
     }
     ownerName_ = name.identifier().getString();
-    return make(spec(NodeKind::ClassDefinition, opening),
+    return make(fields(NodeKind::ClassDefinition, opening),
                 {Single{}, Single{}, Single{}, Single{}, Single{}, Single{}, list(attributes), Single{&name},
                  list(superclasses), list(blocks)});
 }
@@ -540,7 +540,7 @@ Node const& Parser::parseClassBlock(NodeKind blockKind)
             }
             auto const& name = tokenLeaf(NodeKind::Identifier);
             advance();
-            members.push_back(&make(spec(NodeKind::Event, name), {Single{&name}}));
+            members.push_back(&make(fields(NodeKind::Event, name), {Single{&name}}));
             expectStatementEnd();
             break;
         }
@@ -555,13 +555,13 @@ Node const& Parser::parseClassBlock(NodeKind blockKind)
                 advance();
                 arguments = parseArguments(Tok::RParen, "')'");
             }
-            members.push_back(&make(spec(NodeKind::EnumerationMember, name), {Single{&name}, list(arguments)}));
+            members.push_back(&make(fields(NodeKind::EnumerationMember, name), {Single{&name}, list(arguments)}));
             expectStatementEnd();
             break;
         }
         }
     }
-    return make(spec(blockKind, opening), {list(attributes), list(members)});
+    return make(fields(blockKind, opening), {list(attributes), list(members)});
 }
 
 Node const* Parser::parseDimensions()
@@ -574,7 +574,7 @@ Node const* Parser::parseDimensions()
     NodeList entries;
     for (;;) {
         if (at(Tok::Colon)) {
-            entries.push_back(&make(spec(NodeKind::Colon, token_)));
+            entries.push_back(&make(fields(NodeKind::Colon, token_)));
         } else if (at(Tok::Number)) {
             entries.push_back(&tokenLeaf(NodeKind::Number));
         } else {
@@ -588,7 +588,7 @@ Node const* Parser::parseDimensions()
         expect(Tok::RParen, "',' or ')' in a size");
         break;
     }
-    return &make(spec(NodeKind::Dimensions, start), {list(entries)});
+    return &make(fields(NodeKind::Dimensions, start), {list(entries)});
 }
 
 // `name (dims) Class {validators} = default`, each part but the name optional: properties and arguments.
@@ -612,7 +612,7 @@ Node const& Parser::parseDeclaration(NodeKind kind)
         defaultValue = &parseExpression();
     }
     expectStatementEnd();
-    return make(spec(kind, name),
+    return make(fields(kind, name),
                 {Single{&name}, Single{dimensions}, Single{className}, list(validators), Single{defaultValue}});
 }
 
@@ -658,7 +658,7 @@ FunctionHeader Parser::parseFunctionHeader()
     }
     // A dotted function name (get.Prop, set.Prop) is one name.
     if (header.name->kind() == NodeKind::DottedName) {
-        auto nameSpec = spec(NodeKind::Identifier, *header.name);
+        auto nameSpec = fields(NodeKind::Identifier, *header.name);
         nameSpec.text = header.name->identifier().getString();
         header.name = &tree_.make(nameSpec, {});
     }
@@ -673,13 +673,13 @@ FunctionHeader Parser::parseFunctionHeader()
             Node const* identifier = nullptr;
             Node const* ignored = nullptr;
             if (at(Tok::Not)) {
-                ignored = &make(spec(NodeKind::Ignored, token_));
+                ignored = &make(fields(NodeKind::Ignored, token_));
                 advance();
             } else {
                 identifier = plainName();
             }
             header.inputs.push_back(
-                &make(spec(NodeKind::InputArgument, argumentStart), {Single{identifier}, Single{ignored}}));
+                &make(fields(NodeKind::InputArgument, argumentStart), {Single{identifier}, Single{ignored}}));
             if (at(Tok::Comma)) {
                 advance();
                 continue;
@@ -695,7 +695,7 @@ Node const& Parser::parseMethodSignature()
 {
     auto header = parseFunctionHeader();
     expectStatementEnd();
-    return make(spec(NodeKind::MethodSignature, header.start),
+    return make(fields(NodeKind::MethodSignature, header.start),
                 {list(header.outputs), Single{header.name}, list(header.inputs)});
 }
 
@@ -739,7 +739,7 @@ Node const& Parser::parseArgumentsBlock()
         }
         declarations.push_back(&parseDeclaration(NodeKind::ArgumentDeclaration));
     }
-    return make(spec(NodeKind::ArgumentsBlock, opening), {list(attributes), list(declarations)});
+    return make(fields(NodeKind::ArgumentsBlock, opening), {list(attributes), list(declarations)});
 }
 
 // Looks ahead over the following functions to find whether this file closes functions with `end`, then returns to
@@ -825,7 +825,7 @@ Node const& Parser::parseFunction(std::span<Node const* const> methodAttributes,
     if (isMethod) {
         slots.emplace_back(Reference{methodAttributes});
     }
-    return tree_.make(spec(kind, opening), slots);
+    return tree_.make(fields(kind, opening), slots);
 }
 
 // ===================================================================== statements
@@ -844,7 +844,7 @@ NodeList Parser::parseStatements()
             // A separator that ends nothing (first on its line, or after another separator) is a statement of
             // its own; the one after a statement or a block header is not.
             if (previousKind_ == Tok::Newline || previousKind_ == Tok::Semicolon || previousKind_ == Tok::Comma) {
-                statements.push_back(&make(spec(NodeKind::EmptyStatement, token_)));
+                statements.push_back(&make(fields(NodeKind::EmptyStatement, token_)));
             }
             advance();
             continue;
@@ -896,7 +896,7 @@ Node const& Parser::parseStatement()
         auto const kind = token_.keyword == Keyword::Return  ? NodeKind::Return
                           : token_.keyword == Keyword::Break ? NodeKind::Break
                                                              : NodeKind::Continue;
-        auto const& leaf = make(spec(kind, token_));
+        auto const& leaf = make(fields(kind, token_));
         advance();
         expectStatementEnd();
         return leaf;
@@ -925,7 +925,7 @@ Node const& Parser::parseCommand()
     }
     advance();
     expectStatementEnd();
-    return make(spec(NodeKind::CommandStatement, command), {Single{&command}, list(arguments)});
+    return make(fields(NodeKind::CommandStatement, command), {Single{&command}, list(arguments)});
 }
 
 Node const& Parser::parseExpressionStatement()
@@ -934,7 +934,7 @@ Node const& Parser::parseExpressionStatement()
     auto const& expression = parseExpression();
     if (!at(Tok::Assign)) {
         expectStatementEnd();
-        return make(spec(NodeKind::ExpressionStatement, expression), {Single{&expression}});
+        return make(fields(NodeKind::ExpressionStatement, expression), {Single{&expression}});
     }
     advance();
     if (expression.kind() == NodeKind::Matrix && start.kind == Tok::LBracket) {
@@ -951,14 +951,14 @@ Node const& Parser::parseExpressionStatement()
         }
         auto const& value = parseExpression();
         expectStatementEnd();
-        return make(spec(NodeKind::MultipleAssignment, start), {List{targets}, Single{&value}});
+        return make(fields(NodeKind::MultipleAssignment, start), {List{targets}, Single{&value}});
     }
     if (!isAssignable(expression)) {
         fail(start, "the left side of '=' cannot be assigned to");
     }
     auto const& value = parseExpression();
     expectStatementEnd();
-    return make(spec(NodeKind::Assignment, start), {Single{&expression}, Single{&value}});
+    return make(fields(NodeKind::Assignment, start), {Single{&expression}, Single{&value}});
 }
 
 Node const& Parser::parseIf()
@@ -969,23 +969,23 @@ Node const& Parser::parseIf()
     {
         auto const& condition = parseExpression();
         auto const body = parseStatements();
-        clauses.push_back(&make(spec(NodeKind::IfClause, opening), {Single{&condition}, list(body)}));
+        clauses.push_back(&make(fields(NodeKind::IfClause, opening), {Single{&condition}, list(body)}));
     }
     while (atKeyword(Keyword::Elseif)) {
         auto const clauseStart = token_;
         advance();
         auto const& condition = parseExpression();
         auto const body = parseStatements();
-        clauses.push_back(&make(spec(NodeKind::ElseifClause, clauseStart), {Single{&condition}, list(body)}));
+        clauses.push_back(&make(fields(NodeKind::ElseifClause, clauseStart), {Single{&condition}, list(body)}));
     }
     if (atKeyword(Keyword::Else)) {
         auto const clauseStart = token_;
         advance();
         auto const body = parseStatements();
-        clauses.push_back(&make(spec(NodeKind::ElseClause, clauseStart), {list(body)}));
+        clauses.push_back(&make(fields(NodeKind::ElseClause, clauseStart), {list(body)}));
     }
     expectEnd(opening);
-    return make(spec(NodeKind::IfStatement, opening), {list(clauses)});
+    return make(fields(NodeKind::IfStatement, opening), {list(clauses)});
 }
 
 Node const& Parser::parseLoop()
@@ -1023,10 +1023,10 @@ Node const& Parser::parseLoop()
     auto const body = parseStatements();
     expectEnd(opening);
     if (isParfor) {
-        return make(spec(NodeKind::ParforStatement, opening),
+        return make(fields(NodeKind::ParforStatement, opening),
                     {Single{&variable}, Single{&range}, Single{workers}, list(body)});
     }
-    return make(spec(NodeKind::ForStatement, opening), {Single{&variable}, Single{&range}, list(body)});
+    return make(fields(NodeKind::ForStatement, opening), {Single{&variable}, Single{&range}, list(body)});
 }
 
 Node const& Parser::parseWhile()
@@ -1036,7 +1036,7 @@ Node const& Parser::parseWhile()
     auto const& condition = parseExpression();
     auto const body = parseStatements();
     expectEnd(opening);
-    return make(spec(NodeKind::WhileStatement, opening), {Single{&condition}, list(body)});
+    return make(fields(NodeKind::WhileStatement, opening), {Single{&condition}, list(body)});
 }
 
 Node const& Parser::parseSwitch()
@@ -1053,16 +1053,16 @@ Node const& Parser::parseSwitch()
         advance();
         auto const& value = parseExpression();
         auto const body = parseStatements();
-        clauses.push_back(&make(spec(NodeKind::CaseClause, clauseStart), {Single{&value}, list(body)}));
+        clauses.push_back(&make(fields(NodeKind::CaseClause, clauseStart), {Single{&value}, list(body)}));
     }
     if (atKeyword(Keyword::Otherwise)) {
         auto const clauseStart = token_;
         advance();
         auto const body = parseStatements();
-        clauses.push_back(&make(spec(NodeKind::OtherwiseClause, clauseStart), {list(body)}));
+        clauses.push_back(&make(fields(NodeKind::OtherwiseClause, clauseStart), {list(body)}));
     }
     expectEnd(opening);
-    return make(spec(NodeKind::SwitchStatement, opening), {Single{&subject}, list(clauses)});
+    return make(fields(NodeKind::SwitchStatement, opening), {Single{&subject}, list(clauses)});
 }
 
 Node const& Parser::parseTry()
@@ -1084,10 +1084,10 @@ Node const& Parser::parseTry()
             }
         }
         auto const handler = parseStatements();
-        catchClause = &make(spec(NodeKind::CatchClause, clauseStart), {Single{variable}, list(handler)});
+        catchClause = &make(fields(NodeKind::CatchClause, clauseStart), {Single{variable}, list(handler)});
     }
     expectEnd(opening);
-    return make(spec(NodeKind::TryStatement, opening), {list(body), Single{catchClause}});
+    return make(fields(NodeKind::TryStatement, opening), {list(body), Single{catchClause}});
 }
 
 Node const& Parser::parseNameList(NodeKind kind)
@@ -1100,7 +1100,7 @@ Node const& Parser::parseNameList(NodeKind kind)
         advance();
     }
     expectStatementEnd();
-    return make(spec(kind, opening), {list(names)});
+    return make(fields(kind, opening), {list(names)});
 }
 
 // ===================================================================== expressions
@@ -1142,7 +1142,7 @@ Node const& Parser::parseBinary(int minimumPrecedence)
         }
         advance();
         auto const& right = parseBinary(level->precedence + 1);
-        left = &make(spec(level->kind, *left, level->op), {Single{left}, Single{&right}});
+        left = &make(fields(level->kind, *left, level->op), {Single{left}, Single{&right}});
     }
 }
 
@@ -1156,11 +1156,11 @@ Node const& Parser::parseRange()
     advance();
     auto const& second = parseBinary(rangePrecedence + 1);
     if (!at(Tok::Colon)) {
-        return make(spec(NodeKind::Range, first), {Single{&first}, Single{}, Single{&second}});
+        return make(fields(NodeKind::Range, first), {Single{&first}, Single{}, Single{&second}});
     }
     advance();
     auto const& third = parseBinary(rangePrecedence + 1);
-    return make(spec(NodeKind::Range, first), {Single{&first}, Single{&second}, Single{&third}});
+    return make(fields(NodeKind::Range, first), {Single{&first}, Single{&second}, Single{&third}});
 }
 
 Node const& Parser::parseUnary()
@@ -1174,7 +1174,7 @@ Node const& Parser::parseUnary()
     }
     if (op == Operator::Not && inMatrix_ && (peek().kind == Tok::Comma || peek().kind == Tok::RBracket)) {
         // An ignored output in `[~, b] = f()`.
-        auto const& ignored = make(spec(NodeKind::Ignored, token_));
+        auto const& ignored = make(fields(NodeKind::Ignored, token_));
         advance();
         return ignored;
     }
@@ -1182,7 +1182,7 @@ Node const& Parser::parseUnary()
     auto const start = token_;
     advance();
     auto const& operand = parseUnary();
-    return make(spec(NodeKind::UnaryOperation, start, op), {Single{&operand}});
+    return make(fields(NodeKind::UnaryOperation, start, op), {Single{&operand}});
 }
 
 Node const& Parser::parsePower()
@@ -1192,7 +1192,7 @@ Node const& Parser::parsePower()
         auto const op = at(Tok::Caret) ? Operator::Power : Operator::ElementPower;
         advance();
         auto const& right = parsePowerOperand();
-        left = &make(spec(NodeKind::BinaryOperation, *left, op), {Single{left}, Single{&right}});
+        left = &make(fields(NodeKind::BinaryOperation, *left, op), {Single{left}, Single{&right}});
     }
     return *left;
 }
@@ -1211,7 +1211,7 @@ Node const& Parser::parsePowerOperand()
     auto const start = token_;
     advance();
     auto const& operand = parsePowerOperand();
-    return make(spec(NodeKind::UnaryOperation, start, op), {Single{&operand}});
+    return make(fields(NodeKind::UnaryOperation, start, op), {Single{&operand}});
 }
 
 NodeList Parser::parseArguments(Tok closing, char const* closingText)
@@ -1225,7 +1225,7 @@ NodeList Parser::parseArguments(Tok closing, char const* closingText)
         for (;;) {
             auto const next = peek().kind;
             if (at(Tok::Colon) && (next == Tok::Comma || next == closing)) {
-                arguments.push_back(&make(spec(NodeKind::Colon, token_)));
+                arguments.push_back(&make(fields(NodeKind::Colon, token_)));
                 advance();
             } else if (at(Tok::Identifier) && token_.keyword == Keyword::None && next == Tok::Assign) {
                 // name=value argument
@@ -1233,7 +1233,7 @@ NodeList Parser::parseArguments(Tok closing, char const* closingText)
                 advance();
                 advance();
                 auto const& value = parseExpression();
-                arguments.push_back(&make(spec(NodeKind::Assignment, name), {Single{&name}, Single{&value}}));
+                arguments.push_back(&make(fields(NodeKind::Assignment, name), {Single{&name}, Single{&value}}));
             } else {
                 arguments.push_back(&parseExpression());
             }
@@ -1266,7 +1266,7 @@ Node const& Parser::parsePostfix()
             bool const paren = at(Tok::LParen);
             advance();
             auto const arguments = paren ? parseArguments(Tok::RParen, "')'") : parseArguments(Tok::RBrace, "'}'");
-            expression = &make(spec(paren ? NodeKind::ParenIndex : NodeKind::BraceIndex, *expression),
+            expression = &make(fields(paren ? NodeKind::ParenIndex : NodeKind::BraceIndex, *expression),
                                {Single{expression}, list(arguments)});
             break;
         }
@@ -1275,14 +1275,14 @@ Node const& Parser::parsePostfix()
             if (at(Tok::Identifier)) {
                 auto const& field = tokenLeaf(NodeKind::Identifier);
                 advance();
-                expression = &make(spec(NodeKind::FieldAccess, *expression), {Single{expression}, Single{&field}});
+                expression = &make(fields(NodeKind::FieldAccess, *expression), {Single{expression}, Single{&field}});
             } else if (at(Tok::LParen)) {
                 advance();
                 auto const savedMatrix = std::exchange(inMatrix_, false);
                 auto const& field = parseExpression();
                 expect(Tok::RParen, "')' after a dynamic field name");
                 inMatrix_ = savedMatrix;
-                expression = &make(spec(NodeKind::DynamicField, *expression), {Single{expression}, Single{&field}});
+                expression = &make(fields(NodeKind::DynamicField, *expression), {Single{expression}, Single{&field}});
             } else {
                 fail(token_, "expected a field name after '.' but found " + describe(token_));
             }
@@ -1292,7 +1292,7 @@ Node const& Parser::parsePostfix()
         case Tok::DotTranspose: {
             auto const op = at(Tok::Transpose) ? Operator::Transpose : Operator::DotTranspose;
             advance();
-            expression = &make(spec(NodeKind::PostfixOperation, *expression, op), {Single{expression}});
+            expression = &make(fields(NodeKind::PostfixOperation, *expression, op), {Single{expression}});
             break;
         }
         default:
@@ -1310,7 +1310,7 @@ Node const& Parser::parseMatrix(NodeKind kind, Tok closing, char const* closingT
     NodeList elements;
     auto finishRow = [&] {
         if (!elements.empty()) {
-            rows.push_back(&make(spec(NodeKind::Row, *elements.front()), {list(elements)}));
+            rows.push_back(&make(fields(NodeKind::Row, *elements.front()), {list(elements)}));
             elements.clear();
         }
     };
@@ -1339,7 +1339,7 @@ Node const& Parser::parseMatrix(NodeKind kind, Tok closing, char const* closingT
         }
     }
     inMatrix_ = savedMatrix;
-    return make(spec(kind, opening), {list(rows)});
+    return make(fields(kind, opening), {list(rows)});
 }
 
 Node const& Parser::parseAnonymousFunction(Token const& at)
@@ -1354,7 +1354,7 @@ Node const& Parser::parseAnonymousFunction(Token const& at)
             Node const* identifier = nullptr;
             Node const* ignored = nullptr;
             if (this->at(Tok::Not)) {
-                ignored = &make(spec(NodeKind::Ignored, token_));
+                ignored = &make(fields(NodeKind::Ignored, token_));
             } else if (this->at(Tok::Identifier) && token_.keyword == Keyword::None) {
                 identifier = &tokenLeaf(NodeKind::Identifier);
             } else {
@@ -1362,7 +1362,7 @@ Node const& Parser::parseAnonymousFunction(Token const& at)
             }
             advance();
             parameters.push_back(
-                &make(spec(NodeKind::InputArgument, parameterStart), {Single{identifier}, Single{ignored}}));
+                &make(fields(NodeKind::InputArgument, parameterStart), {Single{identifier}, Single{ignored}}));
             if (this->at(Tok::Comma)) {
                 advance();
                 continue;
@@ -1375,7 +1375,7 @@ Node const& Parser::parseAnonymousFunction(Token const& at)
     auto const savedIndexDepth = std::exchange(indexDepth_, 0);
     auto const& body = parseExpression();
     indexDepth_ = savedIndexDepth;
-    return make(spec(NodeKind::AnonymousFunction, at), {list(parameters), Single{&body}});
+    return make(fields(NodeKind::AnonymousFunction, at), {list(parameters), Single{&body}});
 }
 
 Node const& Parser::parsePrimary()
@@ -1383,7 +1383,7 @@ Node const& Parser::parsePrimary()
     switch (token_.kind) {
     case Tok::Identifier: {
         if (token_.keyword == Keyword::End && indexDepth_ > 0) {
-            auto const& leaf = make(spec(NodeKind::End, token_));
+            auto const& leaf = make(fields(NodeKind::End, token_));
             advance();
             return leaf;
         }
@@ -1414,7 +1414,7 @@ Node const& Parser::parsePrimary()
         auto const& inner = parseExpression();
         expect(Tok::RParen, "')'");
         inMatrix_ = savedMatrix;
-        return make(spec(NodeKind::Parenthesized, opening), {Single{&inner}});
+        return make(fields(NodeKind::Parenthesized, opening), {Single{&inner}});
     }
     case Tok::LBracket: return parseMatrix(NodeKind::Matrix, Tok::RBracket, "']'");
     case Tok::LBrace: return parseMatrix(NodeKind::Cell, Tok::RBrace, "'}'");
@@ -1425,13 +1425,13 @@ Node const& Parser::parsePrimary()
             return parseAnonymousFunction(start);
         }
         auto const& name = parseDottedName();
-        return make(spec(NodeKind::FunctionHandle, start), {Single{&name}});
+        return make(fields(NodeKind::FunctionHandle, start), {Single{&name}});
     }
     case Tok::Question: {
         auto const start = token_;
         advance();
         auto const& name = parseDottedName();
-        auto querySpec = spec(NodeKind::MetaclassQuery, start);
+        auto querySpec = fields(NodeKind::MetaclassQuery, start);
         querySpec.text = name.identifier().getString();
         return tree_.make(querySpec, {});
     }
@@ -1462,7 +1462,7 @@ ParseOutcome parse(std::string_view code)
     }
     // A fresh tree: the failed parse may have left unreachable nodes behind.
     outcome.tree = std::make_unique<astapi::SyntaxTree>();
-    outcome.tree->setRoot(outcome.tree->make(NodeSpec{NodeKind::File, 1, 1, Operator::None, false, {}}, {List{}}));
+    outcome.tree->setRoot(outcome.tree->make(NodeFields{NodeKind::File, 1, 1, Operator::None, false, {}}, {List{}}));
     return outcome;
 }
 

@@ -20,7 +20,7 @@ using namespace analyzer_test;
 using ca::astapi::List;
 using ca::astapi::Node;
 using ca::astapi::NodeKind;
-using ca::astapi::NodeSpec;
+using ca::astapi::NodeFields;
 using ca::astapi::Operator;
 using ca::astapi::Reference;
 using ca::astapi::Single;
@@ -160,9 +160,9 @@ TEST_F(MissingFunctionAnalyzerTest, ALocationWithoutANameIsTheCallersError)
 
 // ----- the tree search on trees built by hand
 
-NodeSpec at(NodeKind kind, std::u16string_view text = {}, bool logicalValue = false)
+NodeFields at(NodeKind kind, std::u16string_view text = {}, bool logicalValue = false)
 {
-    return NodeSpec{kind, 1, 1, Operator::None, logicalValue, text};
+    return NodeFields{kind, 1, 1, Operator::None, logicalValue, text};
 }
 
 struct HandBuiltTree {

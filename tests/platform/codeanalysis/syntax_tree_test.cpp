@@ -10,9 +10,9 @@ namespace {
 
 using namespace ca::astapi;
 
-NodeSpec at(NodeKind kind, std::uint32_t line = 1, std::uint32_t column = 1, std::u16string_view text = {})
+NodeFields at(NodeKind kind, std::uint32_t line = 1, std::uint32_t column = 1, std::u16string_view text = {})
 {
-    return NodeSpec{kind, line, column, Operator::None, false, text};
+    return NodeFields{kind, line, column, Operator::None, false, text};
 }
 
 TEST(SyntaxTree, SlotsAreNumberedInOrderWithTwoNumbersPerList)
