@@ -20,7 +20,9 @@ template <class R>
 R roundTrip(qvm::QVM& vm, cmddistributor::RunOptions const& options, std::function<R()> work) {
     auto iip = std::make_shared<cmddistributor::PackagedTaskIIP<R>>(std::move(work), "bench");
     auto request = std::make_shared<cmddistributor::Request<R>>(qvm::detail::createID(), std::move(iip));
-    return vm.getCmdDistributor()->enqueueWithFuture(request, options).get();
+    // Waited on through a task reference, as a script analyzer waits.
+    qvm::detail::CmdDistributorTaskReference<R> task(vm.getCmdDistributor()->enqueueWithFuture(request, options));
+    return task.get();
 }
 
 void BM_EmptyRequestRoundTrip(benchmark::State& state) {

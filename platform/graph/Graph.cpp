@@ -81,24 +81,25 @@ Graph::Graph() = default;
 Graph::Graph(std::vector<std::shared_ptr<Node>> nodes, std::vector<std::shared_ptr<Dependency>> dependencies)
     : nodes_(std::move(nodes)), downstream_(nodes_.size()), dependencyCount_(dependencies.size()) {
     indexById_.reserve(nodes_.size());
-    for (std::size_t i = 0; i < nodes_.size(); ++i) {
-        if (!nodes_[i]) {
+    for (auto const& node : nodes_) {
+        if (!node) {
             throw std::invalid_argument("a graph cannot hold a null node");
         }
-        if (!indexById_.emplace(nodes_[i]->getID(), i).second) {
+        if (indexById_.insert(node->getID())) {
             throw std::invalid_argument("a graph cannot hold two nodes with one ID");
         }
     }
     for (auto& dependency : dependencies) {
-        auto const it = indexById_.find(dependency->getUpstreamNode()->getID());
-        if (it == indexById_.end() || !indexById_.contains(dependency->getDownstreamNode()->getID())) {
+        auto const upstream = indexById_.find(dependency->getUpstreamNode()->getID());
+        if (!upstream || !indexById_.find(dependency->getDownstreamNode()->getID())) {
             throw std::invalid_argument("a dependency must join two nodes of its graph");
         }
-        downstream_[it->second].push_back(std::move(dependency));
+        downstream_[*upstream].push_back(std::move(dependency));
     }
 }
 
-Graph::Graph(std::vector<std::shared_ptr<Node>> nodes, Adjacency downstream, Index index, std::size_t dependencyCount)
+Graph::Graph(std::vector<std::shared_ptr<Node>> nodes, Adjacency downstream, detail::NodeIndex index,
+             std::size_t dependencyCount)
     : nodes_(std::move(nodes)),
       downstream_(std::move(downstream)),
       indexById_(std::move(index)),
@@ -111,16 +112,16 @@ NodeRange Graph::getNodes() const {
 }
 
 DependencyRange Graph::getDownstreamDependencies(Node const& node) const {
-    auto const it = indexById_.find(node.getID());
-    if (it == indexById_.end()) {
+    auto const position = indexById_.find(node.getID());
+    if (!position) {
         return {};
     }
-    return DependencyRange(downstream_[it->second]);
+    return DependencyRange(downstream_[*position]);
 }
 
 std::shared_ptr<Node> Graph::findNode(std::u16string_view id) const {
-    auto const it = indexById_.find(id);
-    return it == indexById_.end() ? nullptr : nodes_[it->second];
+    auto const position = indexById_.find(id);
+    return position ? nodes_[*position] : nullptr;
 }
 
 }  // namespace dependency::graph

@@ -2,6 +2,8 @@
 // The dependency-graph model: node and relationship kinds, nodes, typed edges
 // and the read-only graph that analyzers walk.
 
+#include "platform/graph/detail/NodeIndex.hpp"
+
 #include <boost/range/any_range.hpp>
 
 #include <cstdint>
@@ -10,7 +12,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace dependency::graph {
@@ -149,14 +150,14 @@ protected:
 
 private:
     friend class GraphBuilder;
-    using Index = std::unordered_map<std::u16string_view, std::size_t>;
     using Adjacency = std::vector<std::vector<std::shared_ptr<Dependency>>>;
     // Takes over what a builder has already indexed; index keys view the node IDs.
-    Graph(std::vector<std::shared_ptr<Node>> nodes, Adjacency downstream, Index index, std::size_t dependencyCount);
+    Graph(std::vector<std::shared_ptr<Node>> nodes, Adjacency downstream, detail::NodeIndex index,
+          std::size_t dependencyCount);
 
     std::vector<std::shared_ptr<Node>> nodes_;
-    std::vector<std::vector<std::shared_ptr<Dependency>>> downstream_;  // parallel to nodes_
-    std::unordered_map<std::u16string_view, std::size_t> indexById_;
+    Adjacency downstream_;          // parallel to nodes_
+    detail::NodeIndex indexById_;  // node positions by ID
     std::size_t dependencyCount_ = 0;
 };
 

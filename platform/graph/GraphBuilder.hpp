@@ -3,11 +3,11 @@
 
 #include "platform/graph/Graph.hpp"
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
-#include <unordered_map>
 #include <string>
 #include <vector>
 
@@ -47,15 +47,28 @@ public:
     std::size_t nodeCount() const noexcept { return nodes_.size(); }
     // The node added at this index.
     std::shared_ptr<Node> const& node(std::size_t index) const { return nodes_.at(index); }
+    // The ID index, for loaders that resolve many IDs and prefetch ahead.
+    detail::NodeIndex const& index() const noexcept { return index_; }
 
     // Hands the nodes and edges to a new graph and leaves the builder empty.
     std::shared_ptr<Graph const> build();
 
+    // Makes room for this many edges in all.
+    void reserveDependencies(std::size_t dependencies);
+
 private:
+    // An edge by node positions; the Dependency objects are made by build(),
+    // when every node's number of edges is known and each node's list can be
+    // allocated once at its final size.
+    struct Edge {
+        std::uint32_t upstream;
+        std::uint32_t downstream;
+        Type relationship;
+    };
+
     std::vector<std::shared_ptr<Node>> nodes_;
-    std::vector<std::vector<std::shared_ptr<Dependency>>> downstream_;  // parallel to nodes_
-    std::unordered_map<std::u16string_view, std::size_t> index_;         // keys view the node IDs
-    std::size_t dependencyCount_ = 0;
+    detail::NodeIndex index_;  // keys view the node IDs
+    std::vector<Edge> edges_;  // in the order they were added
 };
 
 }  // namespace dependency::graph

@@ -5,6 +5,7 @@
 #include <boost/locale/encoding_utf.hpp>
 #include <simdjson.h>
 
+#include <array>
 #include <sstream>
 #include <unordered_map>
 
@@ -373,10 +374,81 @@ private:
         if (edges.get_array().get(array) != simdjson::SUCCESS) {
             failAt(edges, "\"edges\" must be an array");
         }
-        for (auto elementResult : array) {
-            od::value element;
-            check(std::move(elementResult).get(element), array);
-            readEdge(element);
+        if (nodesRead_) {
+            std::size_t count = 0;
+            if (array.count_elements().get(count) == simdjson::SUCCESS) {
+                builder_.reserveDependencies(count);
+            }
+        }
+        try {
+            for (auto elementResult : array) {
+                od::value element;
+                check(std::move(elementResult).get(element), array);
+                readEdge(element);
+            }
+        } catch (GraphFileError const&) {
+            // An edge still waiting may hold an earlier error: that one is reported.
+            resolveWaitingEdges();
+            throw;
+        }
+        resolveWaitingEdges();
+    }
+
+    // Downstream ends are resolved some edges after they are read, so that
+    // the memory accesses of one lookup overlap the reading of the next edges
+    // rather than stalling it: a large graph's node index is far bigger than
+    // the processor's caches. The stages: when an end is read, its hash slot
+    // is prefetched; keyViewStage edges later, the view of the key in that
+    // slot; keyCharsStage edges later, the key's characters; when the ring
+    // is full the end is looked up, by then mostly from cache.
+    static constexpr std::size_t keyViewStage = 8;
+    static constexpr std::size_t keyCharsStage = 16;
+    static constexpr std::size_t waitingCapacity = 24;
+
+    struct WaitingEdge {
+        std::size_t upstream = 0;
+        EdgeEnd downstream;
+        std::uint64_t hash = 0;
+        Type relationship = Type::CALL();
+    };
+
+    WaitingEdge& waiting(std::size_t age) { return waiting_[(waitingStart_ + age) % waitingCapacity]; }
+
+    void addWaitingEdge(std::size_t upstream, EdgeEnd downstream, Type relationship) {
+        if (waitingCount_ == waitingCapacity) {
+            resolveOldestWaitingEdge();
+        }
+        auto const& index = builder_.index();
+        WaitingEdge& edge = waiting(waitingCount_++);
+        edge.upstream = upstream;
+        edge.downstream = std::move(downstream);
+        edge.hash = detail::NodeIndex::hashOf(edge.downstream.id);
+        edge.relationship = relationship;
+        index.prefetchSlot(edge.hash);
+        if (waitingCount_ > keyViewStage) {
+            index.prefetchKeyView(waiting(waitingCount_ - 1 - keyViewStage).hash);
+        }
+        if (waitingCount_ > keyCharsStage) {
+            index.prefetchKeyChars(waiting(waitingCount_ - 1 - keyCharsStage).hash);
+        }
+    }
+
+    void resolveOldestWaitingEdge() {
+        WaitingEdge& edge = waiting(0);
+        auto const downstream = builder_.index().find(edge.downstream.id, edge.hash);
+        if (!downstream) {
+            waitingCount_ = 0;  // the load fails: nothing else waiting matters
+            failAtPointer(edge.downstream.where,
+                          "edge end \"" + idText(edge.downstream.id) + "\" is not a node of the graph");
+        }
+        builder_.addDependency(edge.upstream, *downstream, edge.relationship);
+        waitingStart_ = (waitingStart_ + 1) % waitingCapacity;
+        --waitingCount_;
+    }
+
+    void resolveWaitingEdges() {
+        while (waitingCount_ > 0) {
+            resolveOldestWaitingEdge();
         }
     }
 
@@ -414,7 +486,12 @@ private:
             failAtPointer(edgeStart, "an edge needs \"from\", \"to\" and \"type\"");
         }
         if (nodesRead_) {
-            builder_.addDependency(resolve(*from), resolve(*to), *relationship);
+            // Edges usually come grouped by their upstream node: look it up once per group.
+            if (!lastFrom_ || from->id != lastFrom_->id) {
+                lastFromIndex_ = resolve(*from);
+                lastFrom_ = std::move(from);
+            }
+            addWaitingEdge(lastFromIndex_, std::move(*to), *relationship);
         } else {
             // Edges written before the nodes wait until every node is known.
             pendingEdges_.push_back({std::move(*from), std::move(*to), *relationship});
@@ -453,6 +530,11 @@ private:
     std::vector<char const*> nodeStarts_;  // where each node's text begins, by node index
     bool nodesRead_ = false;
     std::vector<PendingEdge> pendingEdges_;
+    std::optional<EdgeEnd> lastFrom_;  // the upstream end of the edge read last, and its node index
+    std::size_t lastFromIndex_ = 0;
+    std::array<WaitingEdge, waitingCapacity> waiting_;  // a ring of edges whose downstream end is not yet resolved
+    std::size_t waitingStart_ = 0;
+    std::size_t waitingCount_ = 0;
     od::document* document_ = nullptr;
 };
 

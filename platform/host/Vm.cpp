@@ -96,6 +96,24 @@ boost::exception_ptr toBoostExceptionPtr(std::exception_ptr error) {
     return boost::copy_exception(boost::exception_detail::std_exception_ptr_wrapper(std::move(error)));
 }
 
+bool spinUntil(std::function<bool()> const& ready) {
+    auto const deadline = std::chrono::steady_clock::now() + handoffSpin;
+    for (;;) {
+        // Look at the clock only every few polls: reading it costs more than a poll.
+        for (int i = 0; i < 64; ++i) {
+            if (ready()) {
+                return true;
+            }
+#if defined(__x86_64__) || defined(__i386__)
+            __builtin_ia32_pause();
+#endif
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return ready();
+        }
+    }
+}
+
 }  // namespace detail
 
 struct CmdDistributor::State {
@@ -108,6 +126,8 @@ struct CmdDistributor::State {
     std::mutex mutex;
     std::condition_variable wake;
     std::deque<Queued> queue;
+    // The queue's length, readable without the lock, for the command thread's polling.
+    std::atomic<std::size_t> queued{0};
     bool stopping = false;
     std::atomic<std::thread::id> commandThread;
     std::thread thread;
@@ -132,14 +152,17 @@ CmdDistributor::CmdDistributor() : state_(std::make_shared<State>()) {
     state_->thread = std::thread([state = state_] {
         std::deque<State::Queued> abandoned;
         for (;;) {
+            (void)detail::spinUntil([&] { return state->queued.load(std::memory_order_acquire) != 0; });
             std::unique_lock lock(state->mutex);
             state->wake.wait(lock, [&] { return state->stopping || !state->queue.empty(); });
             if (state->stopping) {
                 abandoned.swap(state->queue);
+                state->queued.store(0, std::memory_order_release);
                 break;
             }
             auto next = std::move(state->queue.front());
             state->queue.pop_front();
+            state->queued.fetch_sub(1, std::memory_order_release);
             lock.unlock();
             runWithSinks(next.iip, next.options);
         }
@@ -185,6 +208,7 @@ void CmdDistributor::enqueue(qvm::RequestID id, std::shared_ptr<IIP> iip, RunOpt
         std::lock_guard lock(state_->mutex);
         if (!state_->stopping) {
             state_->queue.push_back(State::Queued{id, std::move(iip), options});
+            state_->queued.fetch_add(1, std::memory_order_release);
             state_->wake.notify_one();
             return;
         }

@@ -12,6 +12,7 @@
 #include <boost/exception_ptr.hpp>
 #include <boost/thread/future.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <functional>
@@ -99,6 +100,17 @@ namespace detail {
 // A Boost exception pointer that rethrows exactly `error` (its dynamic type
 // included) when a Boost future is read.
 boost::exception_ptr toBoostExceptionPtr(std::exception_ptr error);
+
+// How long each side of a handoff polls before it goes to sleep. A caller
+// that sends requests one after another (a script analyzer, node after node)
+// then finds the command thread awake, and the command thread usually answers
+// before the caller has gone to sleep: waking a sleeping thread costs tens of
+// microseconds, far more than a short request. Beyond this bound both sides
+// block, so an idle distributor or a long request costs no processor time.
+inline constexpr std::chrono::microseconds handoffSpin{50};
+
+// Polls `ready` until it holds or `handoffSpin` has passed; returns whether it held.
+bool spinUntil(std::function<bool()> const& ready);
 }  // namespace detail
 
 // Work the command thread runs. run() and cancel() are each called at most
@@ -273,7 +285,10 @@ public:
 
     boost::future<R>& getFuture() noexcept { return future_; }
     // Waits, then returns the result or rethrows the request's exception.
-    R get() { return future_.get(); }
+    R get() {
+        (void)cmddistributor::detail::spinUntil([this] { return future_.is_ready(); });
+        return future_.get();
+    }
 
 private:
     boost::future<R> future_;

@@ -161,3 +161,59 @@ TEST(GraphFileTest, LoadsFromDiskResolvingAgainstTheFilesFolder) {
     }
     std::filesystem::remove_all(folder);
 }
+
+// Downstream ends are resolved some edges after they are read. Whatever the
+// distance, edges keep their file order per node and the first error in the
+// file is the one reported, even when a later edge is broken too.
+TEST(GraphFileTest, ManyEdgesKeepTheirOrderAndTheFirstBadEdgeIsReported) {
+    auto const graphText = [](int nodes, std::string const& extraEdges) {
+        std::string text = "{\"nodes\": [";
+        for (int i = 0; i < nodes; ++i) {
+            text += (i ? ",\n" : "") + std::string("{\"id\": \"node number ") + std::to_string(i) + "\", \"type\": \"function\"}";
+        }
+        text += "],\n\"edges\": [";
+        for (int i = 0; i < nodes; ++i) {
+            for (int k = 1; k <= 3; ++k) {
+                text += (i || k > 1 ? ",\n" : "") + std::string("{\"from\": \"node number ") + std::to_string(i) +
+                        "\", \"to\": \"node number " + std::to_string((i * 7 + k) % nodes) + "\", \"type\": \"call\"}";
+            }
+        }
+        return text + extraEdges + "]}";
+    };
+    int const nodes = 200;
+    auto const graph = parse(graphText(nodes, ""));
+    ASSERT_EQ(graph->dependencyCount(), 3u * nodes);
+    for (int i = 0; i < nodes; ++i) {
+        auto const number = std::to_string(i);
+        auto const node = graph->findNode(u"node number " + std::u16string(number.begin(), number.end()));
+        ASSERT_NE(node, nullptr) << i;
+        std::vector<std::u16string> ends;
+        for (auto const& dependency : graph->getDownstreamDependencies(*node)) {
+            EXPECT_EQ(dependency->getUpstreamNode(), node);
+            ends.push_back(dependency->getDownstreamNode()->getID());
+        }
+        std::vector<std::u16string> expected;
+        for (int k = 1; k <= 3; ++k) {
+            auto const to = std::to_string((i * 7 + k) % nodes);
+            expected.push_back(u"node number " + std::u16string(to.begin(), to.end()));
+        }
+        EXPECT_EQ(ends, expected) << i;
+    }
+
+    // A dangling end, then within a few edges a broken edge and another dangling end.
+    std::string const dangling = ",\n{\"from\": \"node number 1\", \"to\": \"nowhere\", \"type\": \"call\"}";
+    std::string const fine = ",\n{\"from\": \"node number 2\", \"to\": \"node number 3\", \"type\": \"call\"}";
+    std::string const broken = ",\n{\"from\": \"node number 2\", \"to\": \"node number 3\", \"type\": \"file\"}";
+    std::string const danglingFrom = ",\n{\"from\": \"nobody\", \"to\": \"node number 3\", \"type\": \"call\"}";
+    int const firstExtraLine = nodes + 3 * nodes;  // the line of the last regular edge
+    for (std::string const& after : {broken, danglingFrom, dangling, std::string()}) {
+        std::string extra = fine + fine + dangling + fine + fine + fine + after;
+        auto const error = parseError(graphText(nodes, extra));
+        EXPECT_EQ(error.line(), static_cast<std::size_t>(firstExtraLine + 3)) << error.what();
+        EXPECT_NE(error.reason().find("edge end \"nowhere\""), std::string::npos) << error.what();
+    }
+    // A broken edge before any dangling end is the one reported.
+    auto const error = parseError(graphText(nodes, fine + broken + fine + dangling));
+    EXPECT_EQ(error.line(), static_cast<std::size_t>(firstExtraLine + 2)) << error.what();
+    EXPECT_NE(error.reason().find("unknown relationship type"), std::string::npos) << error.what();
+}

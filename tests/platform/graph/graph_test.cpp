@@ -134,3 +134,38 @@ TEST(GraphTest, BuilderDefaultsFileFlagByType) {
     EXPECT_FALSE(builder.addNode(u"g", Type::FUNCTION())->isFile());
     EXPECT_TRUE(builder.addNode(u"p", Type::PROJECT())->isResolved());
 }
+
+// The ID index grows from empty, keeps every key findable across growth,
+// reports the first position of a repeated key and finds nothing it was not given.
+TEST(NodeIndexTest, FindsEveryKeyAcrossGrowthAndRefusesRepeats) {
+    dependency::graph::detail::NodeIndex index;
+    EXPECT_FALSE(index.find(u"a"));
+    std::vector<std::u16string> keys;
+    for (int i = 0; i < 5000; ++i) {
+        auto const number = std::to_string(i);
+        keys.push_back(u"key " + std::u16string(number.begin(), number.end()));
+    }
+    keys.push_back(u"");
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        ASSERT_FALSE(index.insert(keys[i])) << i;
+        if (i % 997 == 0) {
+            for (std::size_t j = 0; j <= i; ++j) {
+                ASSERT_EQ(index.find(keys[j]), j) << i << " " << j;
+            }
+        }
+    }
+    EXPECT_EQ(index.size(), keys.size());
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        EXPECT_EQ(index.find(keys[i]), i);
+        EXPECT_EQ(index.find(keys[i], dependency::graph::detail::NodeIndex::hashOf(keys[i])), i);
+    }
+    std::u16string const again = keys[1234];
+    EXPECT_EQ(index.insert(again), 1234u);
+    EXPECT_EQ(index.size(), keys.size());
+    EXPECT_FALSE(index.find(u"key 5000"));
+    EXPECT_FALSE(index.find(u"key"));
+    index.clear();
+    EXPECT_FALSE(index.find(keys[0]));
+    EXPECT_FALSE(index.insert(keys[7]));
+    EXPECT_EQ(index.find(keys[7]), 0u);
+}
