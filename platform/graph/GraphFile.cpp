@@ -120,9 +120,13 @@ private:
     std::size_t resolve(EdgeEnd const& end) const {
         auto const index = builder_.indexOf(end.id);
         if (!index) {
-            failAtPointer(end.where, "edge end \"" + idText(end.id) + "\" is not a node of the graph");
+            failDangling(end);
         }
         return *index;
+    }
+
+    [[noreturn]] void failDangling(EdgeEnd const& end) const {
+        failAtPointer(end.where, "edge end \"" + idText(end.id) + "\" is not a node of the graph");
     }
 
     [[noreturn]] void fail(std::size_t line, std::size_t column, std::string const& reason) const {
@@ -438,8 +442,7 @@ private:
         auto const downstream = builder_.index().find(edge.downstream.id, edge.hash);
         if (!downstream) {
             waitingCount_ = 0;  // the load fails: nothing else waiting matters
-            failAtPointer(edge.downstream.where,
-                          "edge end \"" + idText(edge.downstream.id) + "\" is not a node of the graph");
+            failDangling(edge.downstream);
         }
         builder_.addDependency(edge.upstream, *downstream, edge.relationship);
         waitingStart_ = (waitingStart_ + 1) % waitingCapacity;
