@@ -68,5 +68,7 @@ std::string language_of_locale_name(std::string const& localeName);
 std::string to_string(std::u16string const& text);        // UTF-16 -> UTF-8
 std::u16string to_ustring(std::string const& text);       // UTF-8 -> UTF-16
 std::string ustring_to_utf8(std::u16string const& text);  // same as to_string
+// Appends the UTF-8 form of one code point (a lone surrogate is encoded as it is).
+void append_utf8(std::string& out, char32_t c);
 
 }  // namespace fl::i18n

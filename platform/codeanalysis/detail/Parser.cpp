@@ -312,6 +312,7 @@ private:
     Node const& parseLoop();
     Node const& parseWhile();
     Node const& parseSwitch();
+    Node const& parseClause(NodeKind kind, bool withExpression);
     Node const& parseTry();
     Node const& parseNameList(NodeKind kind);
     Node const& parseCommand();
@@ -965,27 +966,31 @@ Node const& Parser::parseIf()
 {
     auto const opening = token_;
     NodeList clauses;
-    advance();
-    {
-        auto const& condition = parseExpression();
-        auto const body = parseStatements();
-        clauses.push_back(&make(fields(NodeKind::IfClause, opening), {Single{&condition}, list(body)}));
-    }
+    clauses.push_back(&parseClause(NodeKind::IfClause, true));
     while (atKeyword(Keyword::Elseif)) {
-        auto const clauseStart = token_;
-        advance();
-        auto const& condition = parseExpression();
-        auto const body = parseStatements();
-        clauses.push_back(&make(fields(NodeKind::ElseifClause, clauseStart), {Single{&condition}, list(body)}));
+        clauses.push_back(&parseClause(NodeKind::ElseifClause, true));
     }
     if (atKeyword(Keyword::Else)) {
-        auto const clauseStart = token_;
-        advance();
-        auto const body = parseStatements();
-        clauses.push_back(&make(fields(NodeKind::ElseClause, clauseStart), {list(body)}));
+        clauses.push_back(&parseClause(NodeKind::ElseClause, false));
     }
     expectEnd(opening);
     return make(fields(NodeKind::IfStatement, opening), {list(clauses)});
+}
+
+// One clause of an if or switch statement, at its keyword: the keyword, the
+// expression after it (none for else and otherwise), then the statements up
+// to the next clause or the end.
+Node const& Parser::parseClause(NodeKind kind, bool withExpression)
+{
+    auto const clauseStart = token_;
+    advance();
+    if (!withExpression) {
+        auto const body = parseStatements();
+        return make(fields(kind, clauseStart), {list(body)});
+    }
+    auto const& expression = parseExpression();
+    auto const body = parseStatements();
+    return make(fields(kind, clauseStart), {Single{&expression}, list(body)});
 }
 
 Node const& Parser::parseLoop()
@@ -1049,17 +1054,10 @@ Node const& Parser::parseSwitch()
         advance();
     }
     while (atKeyword(Keyword::Case)) {
-        auto const clauseStart = token_;
-        advance();
-        auto const& value = parseExpression();
-        auto const body = parseStatements();
-        clauses.push_back(&make(fields(NodeKind::CaseClause, clauseStart), {Single{&value}, list(body)}));
+        clauses.push_back(&parseClause(NodeKind::CaseClause, true));
     }
     if (atKeyword(Keyword::Otherwise)) {
-        auto const clauseStart = token_;
-        advance();
-        auto const body = parseStatements();
-        clauses.push_back(&make(fields(NodeKind::OtherwiseClause, clauseStart), {list(body)}));
+        clauses.push_back(&parseClause(NodeKind::OtherwiseClause, false));
     }
     expectEnd(opening);
     return make(fields(NodeKind::SwitchStatement, opening), {Single{&subject}, list(clauses)});
