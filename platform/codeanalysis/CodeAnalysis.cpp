@@ -1,6 +1,7 @@
 #include "platform/codeanalysis/CodeAnalysis.hpp"
 
 #include "platform/codeanalysis/detail/Parser.hpp"
+#include "platform/fl/MessageCatalog.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -34,38 +35,6 @@ std::shared_ptr<AnalysisResult const> analyzeText(std::string_view code)
 }
 
 namespace {
-
-// UTF-16 to UTF-8 for the operating system; an unpaired surrogate becomes U+FFFD (and the path then names no file).
-std::string toNativePath(std::u16string const& path)
-{
-    std::string out;
-    out.reserve(path.size());
-    for (std::size_t i = 0; i < path.size(); ++i) {
-        char32_t code = path[i];
-        if (code >= 0xD800 && code < 0xDC00 && i + 1 < path.size() && path[i + 1] >= 0xDC00 && path[i + 1] < 0xE000) {
-            code = 0x10000 + ((code - 0xD800) << 10) + (path[i + 1] - 0xDC00);
-            ++i;
-        } else if (code >= 0xD800 && code < 0xE000) {
-            code = 0xFFFD;
-        }
-        if (code < 0x80) {
-            out.push_back(static_cast<char>(code));
-        } else if (code < 0x800) {
-            out.push_back(static_cast<char>(0xC0 | (code >> 6)));
-            out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
-        } else if (code < 0x10000) {
-            out.push_back(static_cast<char>(0xE0 | (code >> 12)));
-            out.push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
-        } else {
-            out.push_back(static_cast<char>(0xF0 | (code >> 18)));
-            out.push_back(static_cast<char>(0x80 | ((code >> 12) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
-        }
-    }
-    return out;
-}
 
 [[noreturn]] void throwUnreadable(std::string const& nativePath, int error)
 {
@@ -183,9 +152,10 @@ class CachingSingleFileAnalyzer final : public SingleFileAnalyzer {
 public:
     std::shared_ptr<AnalysisResult const> analyze(std::u16string const& path) override
     {
-        auto const nativePath = toNativePath(path);
+        // An unpaired surrogate becomes U+FFFD, and the path then names no file.
+        auto const nativePath = fl::i18n::to_string(path);
         if (nativePath.find('\0') != std::string::npos) {
-            throw FileReadError("cannot read the code file '" + toNativePath(path.substr(0, path.find(u'\0'))) +
+            throw FileReadError("cannot read the code file '" + fl::i18n::to_string(path.substr(0, path.find(u'\0'))) +
                                 "...': the path contains a NUL character");
         }
         struct stat status{};
