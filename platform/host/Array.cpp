@@ -8,7 +8,7 @@
 namespace {
 
 std::string const& nameOfKind(qxClassID id) {
-    static std::string const names[] = {"double", "logical", "char"};
+    static std::string const names[] = {"double", "logical", "char", "", "function_handle"};
     return names[static_cast<std::size_t>(id)];
 }
 
@@ -90,6 +90,15 @@ qxArrayPtr qxArray::createString(std::u16string_view text) {
 
 qxArrayPtr qxArray::createEmpty() {
     return createDouble({1, 0});
+}
+
+qxArrayPtr qxArray::createFunctionHandle(std::shared_ptr<qvm::FunctionHandle const> handle) {
+    if (!handle) {
+        throw qcos::HostError("qx:array:nullFunctionHandle", "A function handle needs a function.");
+    }
+    using Handles = std::vector<std::shared_ptr<qvm::FunctionHandle const>>;
+    return qxArrayPtr(
+        new qxArray({1, 1}, nameOfKind(qxClassID::FunctionHandle), Handles{std::move(handle)}));
 }
 
 qxArrayPtr qxArray::clone() const {
@@ -186,6 +195,12 @@ void qxArray::setChar(std::size_t index, char16_t value) {
 
 std::u16string qxArray::getString() const {
     return storageAs<std::u16string>("char");
+}
+
+std::shared_ptr<qvm::FunctionHandle const> const& qxArray::getFunctionHandle() const {
+    auto const& handles = storageAs<std::vector<std::shared_ptr<qvm::FunctionHandle const>>>("function_handle");
+    checkIndex(0);
+    return handles[0];
 }
 
 qcos::COSInterfacePtr const& qxArray::getObject(std::size_t index) const {

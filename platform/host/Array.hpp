@@ -1,6 +1,6 @@
 #pragma once
 // Host arrays: column-major N-d arrays of double, logical, UTF-16 char or host
-// objects. Every value the host language sees is one of these; a scalar is a
+// objects, and function handles. Every value the host language sees is one of these; a scalar is a
 // 1-by-1 array and "nothing" is a 1-by-0 array.
 
 #include "platform/host/HostError.hpp"
@@ -29,7 +29,11 @@ using COSInterfacePtr = boost::intrusive_ptr<COSInterface>;
 
 }  // namespace qcos
 
-enum class qxClassID : std::uint8_t { Double, Logical, Char, Object };
+namespace qvm {
+class FunctionHandle;
+}
+
+enum class qxClassID : std::uint8_t { Double, Logical, Char, Object, FunctionHandle };
 
 class qxArray;
 // An owning slot for a host array: resetting it destroys the array, and with it
@@ -54,6 +58,8 @@ public:
     static qxArrayPtr createString(std::u16string_view text);
     // The host's "nothing": a 1-by-0 double array.
     static qxArrayPtr createEmpty();
+    // A scalar of class "function_handle".
+    static qxArrayPtr createFunctionHandle(std::shared_ptr<qvm::FunctionHandle const> handle);
 
     // A copy of the array; object elements are shared, not copied (host
     // objects are handles).
@@ -89,6 +95,8 @@ public:
     void setChar(std::size_t index, char16_t value);
     // Every character in element order.
     std::u16string getString() const;
+    // The handle of a function-handle scalar (HostError for other arrays).
+    std::shared_ptr<qvm::FunctionHandle const> const& getFunctionHandle() const;
     // Object elements; an unset slot holds a null pointer.
     qcos::COSInterfacePtr const& getObject(std::size_t index) const;
     void setObject(std::size_t index, qcos::COSInterfacePtr object);
@@ -97,7 +105,8 @@ public:
 
 private:
     using Storage = std::variant<std::vector<double>, std::vector<std::uint8_t>, std::u16string,
-                                 std::vector<qcos::COSInterfacePtr>>;
+                                 std::vector<qcos::COSInterfacePtr>,
+                                 std::vector<std::shared_ptr<qvm::FunctionHandle const>>>;
 
     qxArray(Dimensions dims, std::string className, Storage storage);
     void checkIndex(std::size_t index) const;

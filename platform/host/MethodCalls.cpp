@@ -51,6 +51,9 @@ bool matchesType(qxArray const& array, std::string_view type) {
     if (type == "char") {
         return array.classID() == qxClassID::Char;
     }
+    if (type == "function_handle") {
+        return array.classID() == qxClassID::FunctionHandle;
+    }
     if (type == "void") {
         return false;
     }

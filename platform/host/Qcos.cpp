@@ -143,6 +143,7 @@ void COSClassInfo::checkNotFrozen() const {
 
 void COSClassInfo::addSuperclass(std::string qualifiedName) {
     checkNotFrozen();
+    declarations_.push_back({MemberKind::Superclass, qualifiedName});
     superclasses_.push_back(std::move(qualifiedName));
 }
 
@@ -152,6 +153,7 @@ void COSClassInfo::addProperty(QcosProperty property) {
         throw HostError("qcos:class:duplicateMember",
                         fmt::format("Class '{}' already has a property '{}'.", qualifiedName_, property.name));
     }
+    declarations_.push_back({MemberKind::Property, property.name});
     properties_.push_back(std::move(property));
 }
 
@@ -161,11 +163,13 @@ void COSClassInfo::addMethod(QcosMethod method) {
         throw HostError("qcos:class:duplicateMember",
                         fmt::format("Class '{}' already has a method '{}'.", qualifiedName_, method.getName()));
     }
+    declarations_.push_back({MemberKind::Method, method.getName()});
     methods_.push_back(std::move(method));
 }
 
 void COSClassInfo::addEnumerationMember(std::string name, std::int64_t value) {
     checkNotFrozen();
+    declarations_.push_back({MemberKind::EnumerationMember, name});
     members_.emplace_back(std::move(name), value);
 }
 

@@ -133,6 +133,16 @@ public:
     virtual bool isEnumeration() const noexcept { return false; }
     std::vector<std::pair<std::string, std::int64_t>> const& getEnumerationMembers() const noexcept { return members_; }
 
+    // Every declaration in the order it was made: superclasses, properties,
+    // methods and enumeration members, interleaved as they were declared.
+    enum class MemberKind { Superclass, Property, Method, EnumerationMember };
+    struct Declaration {
+        MemberKind kind;
+        std::string name;
+        friend bool operator==(Declaration const&, Declaration const&) = default;
+    };
+    std::vector<Declaration> const& getDeclarations() const noexcept { return declarations_; }
+
     // Declarations, in registration order. A second method or property of the
     // same name, or any declaration after the class was registered, is a HostError.
     void addSuperclass(std::string qualifiedName);
@@ -152,6 +162,7 @@ private:
     std::vector<QcosProperty> properties_;
     std::vector<QcosMethod> methods_;
     std::vector<std::pair<std::string, std::int64_t>> members_;
+    std::vector<Declaration> declarations_;
     std::atomic<bool> frozen_{false};
 };
 

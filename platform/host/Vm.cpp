@@ -1,6 +1,7 @@
 #include "platform/host/Vm.hpp"
 
 #include "platform/host/HostError.hpp"
+#include "platform/host/HostFunctions.hpp"
 #include "platform/host/Qcos.hpp"
 
 #include <fmt/format.h>
@@ -222,22 +223,6 @@ namespace qvm {
 
 namespace {
 
-std::vector<qxArrayPtr> callHostFunction(std::string const& name, std::vector<qxArrayPtr> const& arguments,
-                                         int outputCount) {
-    if (name != "eval") {
-        throw qcos::HostError("qvm:feval:undefinedFunction", fmt::format("Undefined function '{}'.", name));
-    }
-    if (arguments.size() != 1 || !arguments[0] || arguments[0]->classID() != qxClassID::Char) {
-        throw qcos::HostError("qvm:eval:notText", "eval takes one char array holding the expression.");
-    }
-    if (outputCount > 1) {
-        throw qcos::HostError("qvm:eval:tooManyOutputs", "eval returns one output.");
-    }
-    std::vector<qxArrayPtr> outputs;
-    outputs.push_back(evaluate(arguments[0]->getString()));
-    return outputs;
-}
-
 std::string describe(std::u16string_view text) {
     return boost::locale::conv::utf_to_utf<char>(text.data(), text.data() + text.size());
 }
@@ -282,7 +267,18 @@ boost::future<std::vector<qxArrayPtr>> QVM::feval(std::string const& functionNam
     // std::function needs a copyable closure; the arguments are shared instead.
     auto shared = std::make_shared<std::vector<qxArrayPtr>>(std::move(arguments));
     auto iip = std::make_shared<cmddistributor::PackagedTaskIIP<Result>>(
-        [functionName, shared, outputCount] { return callHostFunction(functionName, *shared, outputCount); },
+        [functionName, shared, outputCount] {
+            std::vector<qxArray const*> inputs;
+            for (auto const& argument : *shared) {
+                if (!argument) {
+                    throw qcos::HostError("qvm:feval:missingArgument",
+                                          fmt::format("Argument {} of '{}' is missing.", inputs.size() + 1,
+                                                      functionName));
+                }
+                inputs.push_back(argument.get());
+            }
+            return callHostFunction(functionName, inputs, outputCount);
+        },
         "feval " + functionName);
     return distributor_->enqueueWithFuture(std::make_shared<cmddistributor::Request<Result>>(id, std::move(iip)),
                                            options);

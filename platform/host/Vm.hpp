@@ -232,9 +232,10 @@ public:
     std::shared_ptr<cmddistributor::CmdDistributor> const& getCmdDistributor() const noexcept { return distributor_; }
     RequestID createRequestID() const;
 
-    // Calls a host function on the command thread. Known functions: "eval",
-    // which takes one char array holding a dotted expression
-    // (namespace.Class.ConstantProperty.Property ...) and returns its value.
+    // Calls a host function of the host function table (HostFunctions.hpp) on
+    // the command thread: "eval", which takes one char array holding a dotted
+    // expression (namespace.Class.ConstantProperty.Property ...) and returns
+    // its value, any registered function, or a gateway of a loaded library.
     // The future holds the outputs or the host error; without a distributor it
     // holds RuntimeException (status 2) "No CmdDistributor available".
     boost::future<std::vector<qxArrayPtr>> feval(std::string const& functionName, std::vector<qxArrayPtr> arguments,

@@ -1,0 +1,80 @@
+#include "services/Gateways.hpp"
+
+#include "attribute/Attribute.hpp"
+#include "attribute/analyzers/Analyzers.hpp"
+#include "platform/host/HostFunctions.hpp"
+#include "services/AnalyzerRegistry.hpp"
+#include "services/HostClassNames.hpp"
+#include "services/HostExecution.hpp"
+#include "services/HostObjects.hpp"
+
+namespace {
+
+using dependency::attribute::AttributeAnalyzer;
+
+// The eight analyzer gateways differ only in the factory they call.
+void analyzerGateway(std::shared_ptr<AttributeAnalyzer> (*factory)(), int nlhs, qxArrayPtr plhs[], int nrhs) {
+    if (nlhs > 1) {
+        matrix::detail::error_maxlhs();
+    }
+    if (nrhs > 0) {
+        matrix::detail::error_maxrhs();
+    }
+    if (nrhs < 0) {
+        matrix::detail::error_minrhs();
+    }
+    auto analyzer = factory();
+    auto value = dependency::attribute::toAttributeAnalyzerQxArray(analyzer);
+    plhs[0] = std::move(value);
+    // The host value now keeps the analyzer alive.
+    analyzer.reset();
+}
+
+}  // namespace
+
+#define DEPATTR_ANALYZER_GATEWAY(name)                                                            \
+    void name(int nlhs, qxArrayPtr plhs[], int nrhs, qxArray const* /*prhs*/[]) {                \
+        analyzerGateway(&dependency::attribute::name, nlhs, plhs, nrhs);                          \
+    }
+
+DEPATTR_ANALYZER_GATEWAY(createMissingFileAnalyzer)
+DEPATTR_ANALYZER_GATEWAY(createMissingFunctionAnalyzer)
+DEPATTR_ANALYZER_GATEWAY(createMissingPackageDependencyAnalyzer)
+DEPATTR_ANALYZER_GATEWAY(createMissingProductAnalyzer)
+DEPATTR_ANALYZER_GATEWAY(createDerivedFileAnalyzer)
+DEPATTR_ANALYZER_GATEWAY(createInvalidFormatAnalyzer)
+DEPATTR_ANALYZER_GATEWAY(createCircularProjectReferenceAnalyzer)
+DEPATTR_ANALYZER_GATEWAY(createMissingProjectReferenceAnalyzer)
+
+#undef DEPATTR_ANALYZER_GATEWAY
+
+void createAttribute(int nlhs, qxArrayPtr plhs[], int nrhs, qxArray const* prhs[]) {
+    using namespace dependency;
+    if (nlhs > 1) {
+        matrix::detail::error_maxlhs();
+    }
+    if (nrhs > 2) {
+        matrix::detail::error_maxrhs();
+    }
+    if (nrhs < 1) {
+        matrix::detail::error_minrhs();
+    }
+    computils::qcos::validateType(*prhs[0], services::AttributeIdentityClassName);
+    auto const identity = services::detail::nativeOf<attribute::AttributeIdentity>(*prhs[0]);
+    std::function<void()> fix;
+    if (nrhs == 2) {
+        if (prhs[1]->classID() != qxClassID::FunctionHandle) {
+            throw qcos::HostError("depattr:createAttribute:notFunctionHandle",
+                                  "The fix of an attribute must be a function handle, got an array of class '" +
+                                      prhs[1]->getClassName() + "'.");
+        }
+        // Host code runs on the command thread: a fix applied from any other
+        // thread is handed to it.
+        fix = [handle = prhs[1]->getFunctionHandle()] {
+            services::detail::runOnCommandThread<void>(
+                qvm::Factory::getCurrentLocalQVM(), [handle] { (void)handle->call({}, 0); }, "Attribute.applyFix");
+        };
+    }
+    auto const attribute = std::make_shared<attribute::Attribute>(identity, std::move(fix));
+    plhs[0] = matrix::to_qorvex(services::detail::toHostObject(attribute));
+}

@@ -1,0 +1,54 @@
+#include "services/Initialize.hpp"
+
+#include "services/AttributeAnalyzerQCOS.hpp"
+#include "services/AttributeIdentityQCOS.hpp"
+#include "services/AttributeQCOS.hpp"
+#include "services/GraphAttributesQCOS.hpp"
+#include "services/SeverityQCOS.hpp"
+
+#include <cstdlib>
+#include <mutex>
+#include <new>
+
+namespace {
+
+// Descriptors are allocated zero-filled, then constructed in place; they live
+// as long as the class table holds them.
+template <class Descriptor>
+std::shared_ptr<Descriptor> makeDescriptor() {
+    void* memory = std::calloc(1, sizeof(Descriptor));
+    if (memory == nullptr) {
+        throw qcos::HostError("qorvex:outOfMemory", "Out of memory.");
+    }
+    Descriptor* descriptor = nullptr;
+    try {
+        descriptor = new (memory) Descriptor();
+    } catch (...) {
+        std::free(memory);
+        throw;
+    }
+    return std::shared_ptr<Descriptor>(descriptor, [](Descriptor* created) {
+        created->~Descriptor();
+        std::free(created);
+    });
+}
+
+void registerClasses() {
+    auto& attributeNamespace =
+        qcos::omGetInnerNamespace(qcos::omGetInnerNamespace(qcos::omGetNamespace("dependencies"), "internal"),
+                                  "attribute");
+    attributeNamespace.addClass(makeDescriptor<dependency::services::AttributeAnalyzerQCOS>());
+    attributeNamespace.addClass(makeDescriptor<dependency::services::AttributeIdentityQCOS>());
+    attributeNamespace.addClass(makeDescriptor<dependency::services::AttributeQCOS>());
+    attributeNamespace.addClass(makeDescriptor<dependency::services::GraphAttributesQCOS>());
+    attributeNamespace.addClass(makeDescriptor<dependency::services::SeverityQCOS>());
+}
+
+}  // namespace
+
+extern "C" void QLInitialize_depattr() {
+    static std::once_flag registered;
+    std::call_once(registered, registerClasses);
+}
+
+extern "C" void QLTerminate_depattr() {}

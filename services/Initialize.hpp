@@ -1,0 +1,14 @@
+#pragma once
+// The library's entry points, called by the host when it loads and unloads
+// the library "depattr".
+
+extern "C" {
+
+// Registers the host classes AttributeAnalyzer, AttributeIdentity, Attribute,
+// GraphAttributes and Severity in the host namespace
+// "dependencies.internal.attribute", once per process however often it is called.
+void QLInitialize_depattr();
+
+// Does nothing: the classes stay registered for the life of the process.
+void QLTerminate_depattr();
+}
