@@ -1,0 +1,45 @@
+// The host loads the library into a process that holds only the runtime: the
+// library's classes land in the runtime's one class table, and its gateways
+// become callable by name.
+
+#include "platform/host/HostFunctions.hpp"
+#include "platform/host/Qcos.hpp"
+#include "platform/host/Vm.hpp"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(LibraryLoading, ClassesAndGatewaysOfALoadedLibraryAreTheRuntimesOwn) {
+    EXPECT_FALSE(qcos::omFindClass("dependencies.internal.attribute.AttributeAnalyzer"));
+    EXPECT_FALSE(qvm::findHostFunction("createMissingFileAnalyzer"));
+
+    qvm::loadLibrary(DEPATTR_LIBRARY);
+    qvm::loadLibrary(DEPATTR_LIBRARY);  // a second load changes nothing
+
+    for (auto const* name : {"AttributeAnalyzer", "AttributeIdentity", "Attribute", "GraphAttributes", "Severity"}) {
+        EXPECT_TRUE(qcos::omFindClass(std::string("dependencies.internal.attribute.") + name)) << name;
+    }
+    // Through the VM, as host code calls it: the gateway runs on the command
+    // thread and hands back an analyzer object the runtime knows.
+    auto const vm = qvm::Factory::getCurrentLocalQVM();
+    auto const outputs = vm->feval("createMissingFileAnalyzer", {}, 1, vm->createRequestID(),
+                                   cmddistributor::RunOptions(nullptr, nullptr, {}, {}))
+                             .get();
+    ASSERT_EQ(outputs.size(), 1u);
+    auto const* object = qcos::cosiGetArrayElement(*outputs[0], 0);
+    EXPECT_EQ(object->getClassName(), "dependencies.internal.attribute.AttributeAnalyzer");
+    EXPECT_EQ(qcos::factory::basic::BindingRegistry::announcedClassOf(object->getNative().get()),
+              "dependencies.internal.attribute.AttributeAnalyzer");
+    // analyzeInQorvex has C linkage and plain output slots.
+    EXPECT_TRUE(qvm::findHostFunction("analyzeInQorvex"));
+
+    try {
+        qvm::loadLibrary("libdepattr_no_such_library.so");
+        ADD_FAILURE() << "no error";
+    } catch (qcos::HostError const& error) {
+        EXPECT_EQ(error.identifier(), "qvm:library:cannotLoad");
+    }
+}
+
+}  // namespace
