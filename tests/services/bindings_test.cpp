@@ -27,6 +27,11 @@ std::vector<std::string> const* typesOf(std::string_view className, std::string_
 
 TEST_F(Bindings, ClassesAreDeclaredInRegistrationOrderWithTheirTypes) {
     std::string const ns = "dependencies.internal.attribute.";
+    // Initialising again registers nothing anew.
+    auto const registered = qcos::omFindClass(ns + "Attribute");
+    QLInitialize_depattr();
+    QLTerminate_depattr();
+    EXPECT_EQ(qcos::omFindClass(ns + "Attribute"), registered);
     std::string const heterogeneous = "qorvex.mixin.Heterogeneous";
     struct Expected {
         std::string className;
