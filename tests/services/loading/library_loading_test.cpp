@@ -8,6 +8,12 @@
 
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
 namespace {
 
 TEST(LibraryLoading, ClassesAndGatewaysOfALoadedLibraryAreTheRuntimesOwn) {
@@ -40,6 +46,42 @@ TEST(LibraryLoading, ClassesAndGatewaysOfALoadedLibraryAreTheRuntimesOwn) {
     } catch (qcos::HostError const& error) {
         EXPECT_EQ(error.identifier(), "qvm:library:cannotLoad");
     }
+}
+
+}  // namespace
+
+namespace {
+
+// Each test runs in a process of its own: here the library is opened but not
+// yet initialised, and eight threads race to initialise it.
+TEST(LibraryLoading, InitialisationFromManyThreadsRegistersEachClassOnce) {
+    void* library = dlopen(DEPATTR_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+    auto* initialize = reinterpret_cast<void (*)()>(dlsym(library, "QLInitialize_depattr"));
+    ASSERT_NE(initialize, nullptr);
+    std::atomic<bool> go{false};
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([&] {
+            while (!go.load()) {
+            }
+            try {
+                initialize();
+            } catch (...) {
+                ++failures;
+            }
+        });
+    }
+    go = true;
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(failures.load(), 0);
+    auto const severity = qcos::omFindClass("dependencies.internal.attribute.Severity");
+    ASSERT_TRUE(severity);
+    initialize();
+    EXPECT_EQ(qcos::omFindClass("dependencies.internal.attribute.Severity"), severity);
 }
 
 }  // namespace
