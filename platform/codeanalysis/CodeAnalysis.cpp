@@ -8,10 +8,15 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
+#include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <list>
+#include <optional>
 #include <mutex>
-#include <shared_mutex>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 
@@ -25,11 +30,21 @@ AnalysisResult::AnalysisResult(std::unique_ptr<astapi::SyntaxTree> tree, std::ve
 
 AnalysisResult::~AnalysisResult() = default;
 
+std::size_t AnalysisResult::memoryBytes() const noexcept
+{
+    auto bytes = sizeof(AnalysisResult) + sizeof(astapi::SyntaxTree) + tree_->memoryBytes() +
+                 errors_.capacity() * sizeof(SyntaxError) + ownerName_.capacity() * sizeof(char16_t);
+    for (auto const& error : errors_) {
+        bytes += error.message.capacity();
+    }
+    return bytes;
+}
+
 SingleFileAnalyzer::~SingleFileAnalyzer() = default;
 
-std::shared_ptr<AnalysisResult const> analyzeText(std::string_view code)
+std::shared_ptr<AnalysisResult const> analyzeText(std::string_view code, std::size_t treeByteLimit)
 {
-    auto outcome = detail::parse(code);
+    auto outcome = detail::parse(code, treeByteLimit);
     return std::make_shared<AnalysisResult const>(std::move(outcome.tree), std::move(outcome.errors),
                                                   std::move(outcome.ownerName));
 }
@@ -41,15 +56,24 @@ namespace {
     throw FileReadError("cannot read the code file '" + nativePath + "': " + std::strerror(error));
 }
 
+// What tells one version of a file from another. Device and inode tell a replacement file from the one it
+// replaced even when size and modification time were copied; the status-change time, which no program can set,
+// tells an in-place rewrite that restored the modification time.
 struct FileVersion {
     std::int64_t size = -1;
     std::int64_t modifiedSeconds = 0;
     std::int64_t modifiedNanoseconds = 0;
+    std::int64_t changedSeconds = 0;
+    std::int64_t changedNanoseconds = 0;
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
 
     static FileVersion of(struct stat const& status) noexcept
     {
-        return {static_cast<std::int64_t>(status.st_size), static_cast<std::int64_t>(status.st_mtim.tv_sec),
-                static_cast<std::int64_t>(status.st_mtim.tv_nsec)};
+        return {static_cast<std::int64_t>(status.st_size),      static_cast<std::int64_t>(status.st_mtim.tv_sec),
+                static_cast<std::int64_t>(status.st_mtim.tv_nsec), static_cast<std::int64_t>(status.st_ctim.tv_sec),
+                static_cast<std::int64_t>(status.st_ctim.tv_nsec), static_cast<std::uint64_t>(status.st_dev),
+                static_cast<std::uint64_t>(status.st_ino)};
     }
     bool operator==(FileVersion const&) const = default;
 };
@@ -109,27 +133,84 @@ std::string readFile(std::string const& nativePath, FileVersion& version)
     return content;
 }
 
-// Results of files analysed in this process, by path; an entry is used only while the file keeps the size and
-// modification time it had when it was read. Bounded: when full, an arbitrary entry makes room.
+// "123", "64K", "256M", "1G"; nullopt for anything else.
+std::optional<std::size_t> parseByteCount(std::string_view text)
+{
+    std::size_t value = 0;
+    auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end == text.data()) {
+        return std::nullopt;
+    }
+    std::string_view const suffix(end, static_cast<std::size_t>(text.data() + text.size() - end));
+    unsigned shift = 0;
+    if (suffix == "K") {
+        shift = 10;
+    } else if (suffix == "M") {
+        shift = 20;
+    } else if (suffix == "G") {
+        shift = 30;
+    } else if (!suffix.empty()) {
+        return std::nullopt;
+    }
+    if (value > (SIZE_MAX >> shift)) {
+        return std::nullopt;
+    }
+    return value << shift;
+}
+
+std::size_t initialCacheCapacity()
+{
+    if (char const* setting = std::getenv("DEPATTR_PARSE_CACHE_BYTES")) {
+        if (auto const bytes = parseByteCount(setting)) {
+            return *bytes;
+        }
+    }
+    return defaultResultCacheCapacity;
+}
+
+// Results of files analysed in this process, by path; an entry is used only while the file keeps the version it
+// had when it was read. Bounded by the bytes the results hold; the least recently used entries leave first.
 class ResultCache {
 public:
-    std::shared_ptr<AnalysisResult const> find(std::u16string const& path, FileVersion const& version) const
+    std::shared_ptr<AnalysisResult const> find(std::u16string const& path, FileVersion const& version)
     {
-        std::shared_lock lock(mutex_);
-        auto const found = entries_.find(path);
-        if (found == entries_.end() || !(found->second.version == version)) {
+        std::lock_guard lock(mutex_);
+        auto const found = index_.find(std::u16string_view(path));
+        if (found == index_.end() || !(found->second->version == version)) {
             return nullptr;
         }
-        return found->second.result;
+        entries_.splice(entries_.begin(), entries_, found->second);
+        return found->second->result;
     }
 
     void store(std::u16string const& path, FileVersion const& version, std::shared_ptr<AnalysisResult const> result)
     {
-        std::unique_lock lock(mutex_);
-        if (entries_.size() >= capacity && entries_.find(path) == entries_.end()) {
-            entries_.erase(entries_.begin());
+        auto const bytes = result->memoryBytes() + path.size() * sizeof(char16_t) + entryOverhead;
+        std::lock_guard lock(mutex_);
+        if (auto const found = index_.find(std::u16string_view(path)); found != index_.end()) {
+            remove(found->second);
         }
-        entries_[path] = Entry{version, std::move(result)};
+        if (bytes > capacity_) {
+            return;
+        }
+        evictUntil(capacity_ - bytes);
+        entries_.push_front(Entry{path, version, std::move(result), bytes});
+        // The key views the entry's own copy of the path, which stays where it is while the entry lives.
+        index_.emplace(std::u16string_view(entries_.front().path), entries_.begin());
+        bytes_ += bytes;
+    }
+
+    void setCapacity(std::size_t bytes)
+    {
+        std::lock_guard lock(mutex_);
+        capacity_ = bytes;
+        evictUntil(capacity_);
+    }
+
+    std::size_t capacity()
+    {
+        std::lock_guard lock(mutex_);
+        return capacity_;
     }
 
     static ResultCache& instance()
@@ -139,13 +220,36 @@ public:
     }
 
 private:
-    static constexpr std::size_t capacity = 4096;
     struct Entry {
+        std::u16string path;
         FileVersion version;
         std::shared_ptr<AnalysisResult const> result;
+        std::size_t bytes;
     };
-    mutable std::shared_mutex mutex_;
-    std::unordered_map<std::u16string, Entry> entries_;
+    using Entries = std::list<Entry>;
+    using Index = std::unordered_map<std::u16string_view, Entries::iterator>;
+    static constexpr std::size_t entryOverhead = sizeof(Entry) + 2 * sizeof(void*) + sizeof(Index::value_type) + 32;
+
+    void remove(Entries::iterator entry)
+    {
+        bytes_ -= entry->bytes;
+        index_.erase(std::u16string_view(entry->path));
+        entries_.erase(entry);
+    }
+
+    // Drops least recently used entries until at most `bytes` are held.
+    void evictUntil(std::size_t bytes)
+    {
+        while (bytes_ > bytes) {
+            remove(std::prev(entries_.end()));
+        }
+    }
+
+    std::mutex mutex_;
+    Entries entries_;  // most recently used first
+    Index index_;
+    std::size_t bytes_ = 0;
+    std::size_t capacity_ = initialCacheCapacity();
 };
 
 class CachingSingleFileAnalyzer final : public SingleFileAnalyzer {
@@ -180,6 +284,10 @@ std::unique_ptr<SingleFileAnalyzer> createSingleFileAnalyzer()
 {
     return std::make_unique<CachingSingleFileAnalyzer>();
 }
+
+void setResultCacheCapacity(std::size_t bytes) { ResultCache::instance().setCapacity(bytes); }
+
+std::size_t resultCacheCapacity() { return ResultCache::instance().capacity(); }
 
 }  // namespace ca
 
