@@ -243,9 +243,10 @@ private:
     void* allocate(std::size_t bytes, std::size_t alignment)
     {
         auto const address = (reinterpret_cast<std::uintptr_t>(cursor_) + alignment - 1) & ~(alignment - 1);
-        if (auto* start = reinterpret_cast<std::byte*>(address); bytes <= static_cast<std::size_t>(end_ - start)) {
-            cursor_ = start + bytes;
-            return start;
+        auto const end = reinterpret_cast<std::uintptr_t>(end_);
+        if (address <= end && bytes <= end - address) {
+            cursor_ = reinterpret_cast<std::byte*>(address) + bytes;
+            return reinterpret_cast<std::byte*>(address);
         }
         return allocateInNewBlock(bytes, alignment);
     }
