@@ -425,39 +425,6 @@ TEST(Parser, ArgumentsBlocksAreRecognisedOnlyWhereTheyCanBe)
     EXPECT_EQ(dump(*body[3]), "(ExpressionStatement (ParenIndex Identifier:arguments Identifier:Input Identifier:x))");
 }
 
-TEST(Parser, NestingDeeperThanTheBoundIsAnErrorNotACrash)
-{
-    auto const nested = [](std::string const& open, std::string const& inner, std::string const& close, int depth) {
-        std::string code = "x = ";
-        for (int i = 0; i < depth; ++i) {
-            code += open;
-        }
-        code += inner;
-        for (int i = 0; i < depth; ++i) {
-            code += close;
-        }
-        return ca::analyzeText(code + ";\n");
-    };
-    EXPECT_FALSE(nested("(", "1", ")", 200)->hasErrors());
-    for (auto const& [open, close] : {std::pair{"(", ")"}, {"[", "]"}, {"{", "}"}, {"-", ""}, {"~", ""},
-                                      {"f(", ")"}, {"@() ", ""}, {"x.(", ")"}}) {
-        auto const deep = nested(open, "1", close, 100000);
-        ASSERT_TRUE(deep->hasErrors()) << open;
-        EXPECT_NE(deep->getErrors().front().message.find("nested more than 256"), std::string::npos);
-    }
-    std::string blocks;
-    for (int i = 0; i < 5000; ++i) {
-        blocks += "if x\n";
-    }
-    EXPECT_TRUE(ca::analyzeText(blocks)->hasErrors());
-    // A long flat chain is not nesting.
-    std::string chain = "x = 1";
-    for (int i = 0; i < 100000; ++i) {
-        chain += " + 1";
-    }
-    EXPECT_FALSE(ca::analyzeText(chain)->hasErrors());
-}
-
 TEST(Parser, BadTextIsReportedWithItsPositionAndNeverThrows)
 {
     EXPECT_EQ(parsed(std::string_view("x = 1;\n\0", 8)), "error 2:1 unexpected character byte 0x00");
