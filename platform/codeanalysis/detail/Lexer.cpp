@@ -245,6 +245,7 @@ bool Lexer::transposeAllowed(bool sawSpace) const noexcept
         return previousEnd_ == pos_;
     case Tok::Number:
     case Tok::ImaginaryNumber:
+    case Tok::String:  // "text"' transposes a string; after 'text' a quote would have doubled inside it
     case Tok::RParen:
     case Tok::RBracket:
     case Tok::RBrace:

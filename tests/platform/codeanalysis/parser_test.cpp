@@ -55,6 +55,7 @@ TEST(Parser, AQuoteIsATransposeOnlyRightAfterAnOperand)
     EXPECT_EQ(value("x = [a' 'b'];"), "(Matrix (Row (PostfixOperation['] Identifier:a) CharacterString:b))");
     EXPECT_EQ(value("x = 'it''s';"), "CharacterString:it's");
     EXPECT_EQ(value("x = \"say \"\"hi\"\"\";"), "String:say \"hi\"");
+    EXPECT_EQ(value("x = \"ab\"';"), "(PostfixOperation['] String:ab)");
     EXPECT_EQ(value("x = {'a', \"b\"};"), "(Cell (Row CharacterString:a String:b))");
     // After a keyword-like field name the quote still transposes.
     EXPECT_EQ(value("x = s.end';"), "(PostfixOperation['] (FieldAccess Identifier:s Identifier:end))");
