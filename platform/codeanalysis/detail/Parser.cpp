@@ -350,23 +350,12 @@ private:
         }
     }
     bool isVariable(Token const& name);
-    struct Scope {
-        std::size_t base;
-        std::size_t size;
-    };
-    // A file-level function sees none of the names before it; a nested one sees its parent's.
-    Scope openScope(bool nested)
+    // A file-level function sees none of the names before it; a nested one sees those its parent assigned before it.
+    void openScope(bool nested) { scopes_.push_back(Scope{variables_.size(), nested, {}, variables_.size()}); }
+    void closeScope()
     {
-        Scope const saved{variablesBase_, variables_.size()};
-        if (!nested) {
-            variablesBase_ = variables_.size();
-        }
-        return saved;
-    }
-    void closeScope(Scope const& saved)
-    {
-        variablesBase_ = saved.base;
-        variables_.resize(saved.size);
+        variables_.resize(scopes_.back().start);
+        scopes_.pop_back();
     }
 
     // ----- file structure
@@ -456,12 +445,17 @@ private:
         BinaryLevel level;
     };
     std::vector<PendingOperator> pending_;  // binary operators awaiting their right operand, innermost last
-    std::vector<std::u16string_view> variables_;  // assigned names of the enclosing functions, in order
-    std::size_t variablesBase_ = 0;               // the first of them the current function sees
-    // variables_[variablesBase_, knownEnd_) as a set, brought up to date when a command needs it.
-    std::unordered_set<std::u16string_view> known_;
-    std::size_t knownBase_ = 0;
-    std::size_t knownEnd_ = 0;
+    std::vector<std::u16string_view> variables_;  // names assigned in the open scopes, outermost first
+    // The script and the functions being parsed, innermost last. A scope's names are variables_ from its start up
+    // to the next scope's start; they are put in its set only when a command asks, so that plain assignments cost
+    // no hashing, and each name goes into one set once.
+    struct Scope {
+        std::size_t start;
+        bool seesParent;
+        std::unordered_set<std::u16string_view> known;
+        std::size_t knownEnd;
+    };
+    std::vector<Scope> scopes_{Scope{0, false, {}, 0}};
     std::u16string ownerName_;
 };
 
@@ -530,18 +524,23 @@ void Parser::failTooDeep() const
 
 bool Parser::isVariable(Token const& name)
 {
-    if (knownBase_ != variablesBase_ || knownEnd_ > variables_.size()) {
-        known_.clear();
-        knownBase_ = variablesBase_;
-        knownEnd_ = variablesBase_;
-    }
-    for (; knownEnd_ < variables_.size(); ++knownEnd_) {
-        known_.insert(variables_[knownEnd_]);
-    }
     // Names are ASCII.
     auto const text = lexer_.text(name);
-    std::u16string wide(text.begin(), text.end());
-    return known_.contains(wide);
+    std::u16string const wide(text.begin(), text.end());
+    for (auto scope = scopes_.size(); scope-- > 0;) {
+        auto& current = scopes_[scope];
+        auto const end = scope + 1 < scopes_.size() ? scopes_[scope + 1].start : variables_.size();
+        for (; current.knownEnd < end; ++current.knownEnd) {
+            current.known.insert(variables_[current.knownEnd]);
+        }
+        if (current.known.contains(wide)) {
+            return true;
+        }
+        if (!current.seesParent) {
+            break;
+        }
+    }
+    return false;
 }
 
 // ===================================================================== file structure
@@ -988,7 +987,7 @@ void Parser::settleFunctionEnds()
     auto const saved = mark();
     auto const savedDepth = depth_;
     auto const savedList = listStart();
-    auto const savedScope = openScope(false);
+    openScope(false);
     while (functionEnds_ == FunctionEnds::Unknown) {
         advance();  // `function`
         std::size_t inputs = 0;
@@ -1007,7 +1006,7 @@ void Parser::settleFunctionEnds()
             unexpected();
         }
     }
-    closeScope(savedScope);
+    closeScope();
     depth_ = savedDepth;
     reset(saved);
 }
@@ -1059,7 +1058,7 @@ Node const& Parser::parseFunction(std::size_t attributesStart, std::size_t attri
     Depth depth(*this);
     auto const opening = token_;
     advance();
-    auto const scope = openScope(nested);
+    openScope(nested);
     auto const outputs = listStart();
     std::size_t inputs = 0;
     Node const* name = nullptr;
@@ -1070,7 +1069,7 @@ Node const& Parser::parseFunction(std::size_t attributesStart, std::size_t attri
     auto const body = listStart();
     std::vector<Node const*> nestedFunctions;
     parseFunctionBody(opening, nestedFunctions);
-    closeScope(scope);
+    closeScope();
     FunctionParts const parts{outputs, inputs, body, attributesStart, attributesEnd};
     return makeFunction(isMethod ? NodeKind::MethodDefinition : NodeKind::FunctionDefinition, positionOf(opening),
                         name, parts, nestedFunctions);

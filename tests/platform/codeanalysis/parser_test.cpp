@@ -193,6 +193,16 @@ TEST(Parser, OnlyNamesAssignedEarlierInTheSameFunctionAreVariables)
     EXPECT_EQ(dump(*items[1]->list(13, 14)[0]->list(11, 12)[0]),
               "(ExpressionStatement (BinaryOperation[-] Identifier:y Number:1))");
     EXPECT_EQ(dump(*items[2]->list(11, 12)[0]), "(CommandStatement Identifier:y CommandArgument:-1)");
+
+    // After a nested function has looked its names up, its parent goes on with its own.
+    auto const after = ca::analyzeText("function f\n  a = 1;\n  function g\n    b = 2;\n    b -1\n  end\n"
+                                       "  c = 3;\n  b -1\n  c -1\n  a -1\nend\n");
+    ASSERT_FALSE(after->hasErrors()) << after->getErrors().front().message;
+    auto const rest = after->getRootNode().children()[0]->list(11, 12);
+    ASSERT_EQ(rest.size(), 5u);
+    EXPECT_EQ(dump(*rest[2]), "(CommandStatement Identifier:b CommandArgument:-1)");
+    EXPECT_EQ(dump(*rest[3]), "(ExpressionStatement (BinaryOperation[-] Identifier:c Number:1))");
+    EXPECT_EQ(dump(*rest[4]), "(ExpressionStatement (BinaryOperation[-] Identifier:a Number:1))");
 }
 
 TEST(Parser, WhatTheLanguageRejectsIsAnErrorAtItsPlace)
