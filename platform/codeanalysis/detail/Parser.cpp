@@ -155,8 +155,8 @@ class Parser {
 public:
     Parser(std::string_view code, astapi::SyntaxTree& tree) : source_(code), lexer_(code), tree_(tree)
     {
-        auto const floor = stackFloor();
-        stackLimit_ = floor != 0 ? floor + stackReserve : 0;
+        stackFloor_ = stackFloor();
+        stackLimit_ = stackFloor_ != 0 ? stackFloor_ + stackReserve : 0;
         scratch_.reserve(256);
         pending_.reserve(64);
     }
@@ -259,8 +259,9 @@ private:
     public:
         explicit Depth(Parser& parser) : parser_(parser)
         {
-            if (++parser_.depth_ > maxNestingDepth ||
-                reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)) < parser_.stackLimit_) {
+            // A frame below the thread's stack (code run on a stack of its own) is not judged by it.
+            auto const frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+            if (++parser_.depth_ > maxNestingDepth || (frame < parser_.stackLimit_ && frame >= parser_.stackFloor_)) {
                 parser_.failTooDeep();
             }
         }
@@ -437,7 +438,8 @@ private:
     std::uint32_t previousEnd_ = 0;            // where that token ends
     unsigned depth_ = 0;
     unsigned indexDepth_ = 0;
-    std::uintptr_t stackLimit_ = 0;
+    std::uintptr_t stackFloor_ = 0;  // the lowest address of the thread's stack, 0 when unknown
+    std::uintptr_t stackLimit_ = 0;  // frames below this (and above the floor) are too deep
     FunctionEnds functionEnds_ = FunctionEnds::Unknown;
     std::vector<Node const*> scratch_;
     struct PendingOperator {
