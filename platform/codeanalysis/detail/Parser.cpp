@@ -146,6 +146,13 @@ std::uintptr_t stackFloor() noexcept
 // Stack kept free below the deepest parser frame: room for a failure's message and exception, and for the
 // allocator. Sanitizers use more of it.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define DEPATTR_PARSER_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define DEPATTR_PARSER_SANITIZED 1
+#endif
+#endif
+#if defined(DEPATTR_PARSER_SANITIZED)
 constexpr std::uintptr_t stackReserve = 64 << 10;
 #else
 constexpr std::uintptr_t stackReserve = 24 << 10;
@@ -1228,16 +1235,13 @@ Node const& Parser::parseExpressionStatement()
         expectStatementEnd();
         return node(NodeKind::ExpressionStatement, positionOf(expression), &expression);
     }
-    auto const equals = token_;
     advance();
     if (expression.kind() == NodeKind::Matrix && bracketed) {
         return parseMultipleAssignment(expression, start);
     }
     if (!isAssignable(expression)) {
-        fail(Token{Tok::Identifier, Keyword::None, false, 0, 0, start.line, start.column},
-             "the left side of '=' cannot be assigned to");
+        throw SyntaxFailure{start.line, start.column, "the left side of '=' cannot be assigned to"};
     }
-    (void)equals;
     auto const& value = parseExpression();
     expectStatementEnd();
     noteVariable(assignedVariable(expression));
@@ -1247,15 +1251,14 @@ Node const& Parser::parseExpressionStatement()
 // [a, ~, b] = ...: the targets are the elements of the matrix's one row.
 Node const& Parser::parseMultipleAssignment(Node const& targetMatrix, Position start)
 {
-    auto const at = Token{Tok::LBracket, Keyword::None, false, 0, 0, start.line, start.column};
     auto const rows = targetMatrix.list(0, 1);
     if (rows.size() > 1) {
-        fail(at, "the targets of a multiple assignment must be on one row");
+        throw SyntaxFailure{start.line, start.column, "the targets of a multiple assignment must be on one row"};
     }
     auto const targets = rows.empty() ? std::span<Node const* const>() : rows.front()->list(0, 1);
     for (auto const* target : targets) {
         if (!isAssignable(*target) && target->kind() != NodeKind::Ignored) {
-            fail(at, "invalid target in a multiple assignment");
+            throw SyntaxFailure{start.line, start.column, "invalid target in a multiple assignment"};
         }
     }
     auto const& value = parseExpression();
