@@ -113,6 +113,10 @@ std::u16string_view SyntaxTree::store(std::u16string_view text)
     return {copy, text.size()};
 }
 
+namespace {
+
+// UTF-8 to UTF-16 into out, which has room for utf8.size() code units; returns the number written. Malformed
+// sequences become U+FFFD.
 std::size_t utf8ToUtf16(std::string_view utf8, char16_t* out) noexcept
 {
     std::size_t i = 0;
@@ -154,8 +158,6 @@ std::size_t utf8ToUtf16(std::string_view utf8, char16_t* out) noexcept
     }
     return written;
 }
-
-namespace {
 
 struct Layout {
     unsigned slotCount = 0;

@@ -261,8 +261,4 @@ private:
     Node const* root_ = nullptr;
 };
 
-// UTF-8 to UTF-16 into out, which has room for utf8.size() code units; returns the number written. Malformed
-// sequences become U+FFFD.
-std::size_t utf8ToUtf16(std::string_view utf8, char16_t* out) noexcept;
-
 }  // namespace ca::astapi
