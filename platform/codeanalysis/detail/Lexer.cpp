@@ -312,7 +312,7 @@ void Lexer::lexNumber(Token& token)
             }
         }
         char const suffix = at(i);
-        if ((suffix == 'i' || suffix == 'j') && !isIdentifierChar(at(i + 1))) {
+        if ((suffix == 'i' || suffix == 'j' || suffix == 'I' || suffix == 'J') && !isIdentifierChar(at(i + 1))) {
             ++i;
             token.kind = Tok::ImaginaryNumber;
         }
