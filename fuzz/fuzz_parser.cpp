@@ -19,7 +19,7 @@ bool mustBeLeaf(NodeKind kind)
 {
     switch (static_cast<int>(kind)) {
     case 2: case 7: case 10: case 16: case 19: case 20: case 21: case 26: case 27: case 33: case 37: case 39:
-    case 48: case 58: case 64:
+    case 48: case 58: case 64: case 68:
         return true;
     default:
         return false;
@@ -53,6 +53,13 @@ void checkTree(Node const& root)
         }
         if (node->kind() == NodeKind::ClassDefinition) {
             check(node->child(8) != nullptr && node->child(8)->kind() == NodeKind::Identifier);
+        }
+        if (node->kind() == NodeKind::SuperclassCall) {
+            auto const* superclass = node->child(1);
+            check(node->child(0) != nullptr && node->child(0)->kind() == NodeKind::Identifier &&
+                  !node->child(0)->identifier().getString().empty());
+            check(superclass != nullptr &&
+                  (superclass->kind() == NodeKind::Identifier || superclass->kind() == NodeKind::DottedName));
         }
         for (auto const* child : node->children()) {
             check(child != nullptr);

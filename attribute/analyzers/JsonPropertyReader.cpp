@@ -493,7 +493,7 @@ private:
             ++pos_;
             return Success;
         }
-        // The integer type named by the latest "qztype" member.
+        // The integer type named by the latest "qztype" member that names one.
         IntegerType integerType = IntegerType::None;
         // The latest "qzdata" member: where its elements' text began, the type
         // it was read with, and the type a later "qztype" asks for.
@@ -526,10 +526,14 @@ private:
                 if (int const code = value(member); code != Success) {
                     return code;
                 }
+                // Only one of the eight integer type names sets the type: any other "qztype" leaves the type an
+                // earlier one set.
                 if (key == "qztype" && member.kind() == Value::Kind::String) {
-                    integerType = integerTypeOf(member.asString());
-                    if (integerType != IntegerType::None && hasData) {
-                        dataWanted = integerType;
+                    if (IntegerType const named = integerTypeOf(member.asString()); named != IntegerType::None) {
+                        integerType = named;
+                        if (hasData) {
+                            dataWanted = integerType;
+                        }
                     }
                 }
             }

@@ -1,6 +1,7 @@
 #include "platform/codeanalysis/CodeAnalysis.hpp"
 
 #include "platform/codeanalysis/detail/Parser.hpp"
+#include "platform/codeanalysis/detail/ResultCache.hpp"
 #include "platform/fl/MessageCatalog.hpp"
 
 #include <fcntl.h>
@@ -9,10 +10,7 @@
 
 #include <cerrno>
 #include <cstring>
-#include <mutex>
-#include <shared_mutex>
 #include <string>
-#include <unordered_map>
 #include <utility>
 
 namespace ca {
@@ -25,34 +23,33 @@ AnalysisResult::AnalysisResult(std::unique_ptr<astapi::SyntaxTree> tree, std::ve
 
 AnalysisResult::~AnalysisResult() = default;
 
+std::size_t AnalysisResult::memoryBytes() const noexcept
+{
+    auto bytes = sizeof(AnalysisResult) + sizeof(astapi::SyntaxTree) + tree_->memoryBytes() +
+                 errors_.capacity() * sizeof(SyntaxError) + ownerName_.capacity() * sizeof(char16_t);
+    for (auto const& error : errors_) {
+        bytes += error.message.capacity();
+    }
+    return bytes;
+}
+
 SingleFileAnalyzer::~SingleFileAnalyzer() = default;
 
-std::shared_ptr<AnalysisResult const> analyzeText(std::string_view code)
+std::shared_ptr<AnalysisResult const> analyzeText(std::string_view code, std::size_t treeByteLimit)
 {
-    auto outcome = detail::parse(code);
+    auto outcome = detail::parse(code, treeByteLimit);
     return std::make_shared<AnalysisResult const>(std::move(outcome.tree), std::move(outcome.errors),
                                                   std::move(outcome.ownerName));
 }
 
 namespace {
 
+using detail::FileVersion;
+
 [[noreturn]] void throwUnreadable(std::string const& nativePath, int error)
 {
     throw FileReadError("cannot read the code file '" + nativePath + "': " + std::strerror(error));
 }
-
-struct FileVersion {
-    std::int64_t size = -1;
-    std::int64_t modifiedSeconds = 0;
-    std::int64_t modifiedNanoseconds = 0;
-
-    static FileVersion of(struct stat const& status) noexcept
-    {
-        return {static_cast<std::int64_t>(status.st_size), static_cast<std::int64_t>(status.st_mtim.tv_sec),
-                static_cast<std::int64_t>(status.st_mtim.tv_nsec)};
-    }
-    bool operator==(FileVersion const&) const = default;
-};
 
 class FileDescriptor {
 public:
@@ -109,45 +106,6 @@ std::string readFile(std::string const& nativePath, FileVersion& version)
     return content;
 }
 
-// Results of files analysed in this process, by path; an entry is used only while the file keeps the size and
-// modification time it had when it was read. Bounded: when full, an arbitrary entry makes room.
-class ResultCache {
-public:
-    std::shared_ptr<AnalysisResult const> find(std::u16string const& path, FileVersion const& version) const
-    {
-        std::shared_lock lock(mutex_);
-        auto const found = entries_.find(path);
-        if (found == entries_.end() || !(found->second.version == version)) {
-            return nullptr;
-        }
-        return found->second.result;
-    }
-
-    void store(std::u16string const& path, FileVersion const& version, std::shared_ptr<AnalysisResult const> result)
-    {
-        std::unique_lock lock(mutex_);
-        if (entries_.size() >= capacity && entries_.find(path) == entries_.end()) {
-            entries_.erase(entries_.begin());
-        }
-        entries_[path] = Entry{version, std::move(result)};
-    }
-
-    static ResultCache& instance()
-    {
-        static ResultCache cache;
-        return cache;
-    }
-
-private:
-    static constexpr std::size_t capacity = 4096;
-    struct Entry {
-        FileVersion version;
-        std::shared_ptr<AnalysisResult const> result;
-    };
-    mutable std::shared_mutex mutex_;
-    std::unordered_map<std::u16string, Entry> entries_;
-};
-
 class CachingSingleFileAnalyzer final : public SingleFileAnalyzer {
 public:
     std::shared_ptr<AnalysisResult const> analyze(std::u16string const& path) override
@@ -162,7 +120,7 @@ public:
         if (::stat(nativePath.c_str(), &status) != 0) {
             throwUnreadable(nativePath, errno);
         }
-        auto& cache = ResultCache::instance();
+        auto& cache = detail::ResultCache::instance();
         if (auto cached = cache.find(path, FileVersion::of(status))) {
             return cached;
         }
@@ -180,6 +138,10 @@ std::unique_ptr<SingleFileAnalyzer> createSingleFileAnalyzer()
 {
     return std::make_unique<CachingSingleFileAnalyzer>();
 }
+
+void setResultCacheCapacity(std::size_t bytes) { detail::ResultCache::instance().setCapacity(bytes); }
+
+std::size_t resultCacheCapacity() { return detail::ResultCache::instance().capacity(); }
 
 }  // namespace ca
 

@@ -4,6 +4,7 @@
 
 #include "platform/codeanalysis/SyntaxTree.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -40,6 +41,8 @@ public:
     astapi::Node const& getRootNode() const noexcept { return *tree_->root(); }
     // The class name of a class file; empty for function and script files.
     std::u16string const& getOwnerName() const noexcept { return ownerName_; }
+    // Bytes of memory the result holds: its tree's storage, the error texts and the owner name.
+    std::size_t memoryBytes() const noexcept;
 
 private:
     std::unique_ptr<astapi::SyntaxTree> tree_;
@@ -51,18 +54,34 @@ class SingleFileAnalyzer {
 public:
     virtual ~SingleFileAnalyzer();
     // Analyses the file at path (UTF-16). Syntax errors are reported by the result; only a file that cannot be
-    // read throws (FileReadError). Results are shared: an unchanged file (same size and modification time) is
-    // parsed once per process.
+    // read throws (FileReadError). Results are shared: an unchanged file (same device, inode, size, modification
+    // and status-change time) is parsed once per process while the result cache keeps it.
     virtual std::shared_ptr<AnalysisResult const> analyze(std::u16string const& path) = 0;
 };
 
 std::unique_ptr<SingleFileAnalyzer> createSingleFileAnalyzer();
 
-// Parses code held in memory (UTF-8). Never throws for bad code.
-std::shared_ptr<AnalysisResult const> analyzeText(std::string_view code);
+// Largest syntax tree one file may make, in bytes of tree storage; a tree takes ten to thirteen times the size of
+// its code, so this admits about 20 MB of code. Code whose tree would be larger is reported as an error of the
+// result ("the code is too large to analyse ..."), and its parse stops there.
+inline constexpr std::size_t maxSyntaxTreeBytes = std::size_t{256} << 20;
 
-// Deepest nesting of blocks and expressions that the parser accepts; deeper code is a syntax error.
+// Parses code held in memory (UTF-8). Never throws for bad code.
+std::shared_ptr<AnalysisResult const> analyzeText(std::string_view code, std::size_t treeByteLimit = maxSyntaxTreeBytes);
+
+// Deepest nesting of blocks and expressions that the parser accepts; deeper code is a syntax error. The bound holds
+// on a thread with 256 KiB of stack; on a smaller stack, code nested too deeply for it is a syntax error as well.
 inline constexpr unsigned maxNestingDepth = 256;
+
+// The process-wide cache of file results is bounded by the bytes its results hold (AnalysisResult::memoryBytes);
+// the least recently used results leave first, and a result larger than the whole capacity is not kept. The
+// capacity is defaultResultCacheCapacity unless the environment variable DEPATTR_PARSE_CACHE_BYTES, read when the
+// cache is first used, gives another: a byte count, optionally followed by K, M or G (KiB, MiB, GiB); 0 turns the
+// cache off; a value that is not such a number is ignored.
+inline constexpr std::size_t defaultResultCacheCapacity = std::size_t{256} << 20;
+// Sets the capacity, dropping least recently used results until they fit it.
+void setResultCacheCapacity(std::size_t bytes);
+std::size_t resultCacheCapacity();
 
 }  // namespace ca
 

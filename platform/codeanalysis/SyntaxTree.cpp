@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <ostream>
 #include <stdexcept>
+#include <new>
 #include <string_view>
 
 namespace ca::astapi {
@@ -25,7 +26,7 @@ constexpr std::array<std::string_view, lastNodeKind + 1> kindNames = {
     "Property",         "MethodsBlock",      "MethodSignature",    "EventsBlock",         "Event",
     "EnumerationBlock", "EnumerationMember", "ArgumentsBlock",     "MetaclassQuery",      "ArgumentDeclaration",
     "Attribute",        "Dimensions",        "Comparison",         "CatchClause",         "ImaginaryNumber",
-    "ElseifClause",     "ShortCircuit",
+    "ElseifClause",     "ShortCircuit",      "SuperclassCall",     "ShellEscape",         "SpmdStatement",
 };
 
 constexpr unsigned maxSlots = 32;
@@ -41,12 +42,19 @@ std::ostream& operator<<(std::ostream& out, NodeKind kind)
     return out << code;
 }
 
+StringId const& Node::identifier() const noexcept
+{
+    static constexpr StringId none;
+    return (flags_ & textFlag) != 0 ? *reinterpret_cast<StringId const*>(trailer()) : none;
+}
+
 Node const* Node::child(unsigned slot) const noexcept
 {
-    if (slot >= slotCount_ || (singleSlotMask_ & (1u << slot)) == 0 || slotValues_[slot] == absent) {
+    if (slot >= slotCount_ || (singleSlotMask_ & (1u << slot)) == 0) {
         return nullptr;
     }
-    return items_[slotValues_[slot]];
+    auto const value = slotValues()[slot];
+    return value == absent ? nullptr : items()[value];
 }
 
 std::span<Node const* const> Node::list(unsigned first, unsigned last) const noexcept
@@ -54,56 +62,186 @@ std::span<Node const* const> Node::list(unsigned first, unsigned last) const noe
     if (last != first + 1 || last >= slotCount_ || (singleSlotMask_ & (3u << first)) != 0) {
         return {};
     }
-    return {items_ + slotValues_[first], items_ + slotValues_[last]};
+    auto const* values = slotValues();
+    return {items() + values[first], items() + values[last]};
 }
 
-SyntaxTree::SyntaxTree() = default;
-SyntaxTree::SyntaxTree(std::size_t expectedBytes) : arena_(std::max<std::size_t>(expectedBytes, 1024)) {}
-SyntaxTree::~SyntaxTree() = default;
+// The first block holds what the parser expects the whole tree to take; later ones grow with the tree, so that
+// the unused end of the last block stays a fraction of the whole.
+constexpr std::size_t smallestBlock = std::size_t{4} << 10;
+constexpr std::size_t largestGrowthBlock = std::size_t{4} << 20;
+
+SyntaxTree::SyntaxTree() : SyntaxTree(smallestBlock) {}
+
+SyntaxTree::SyntaxTree(std::size_t expectedBytes, std::size_t byteLimit)
+    : nextBlockBytes_(std::max(expectedBytes, smallestBlock)), byteLimit_(byteLimit)
+{
+}
+
+SyntaxTree::~SyntaxTree()
+{
+    while (lastBlock_ != nullptr) {
+        auto* previous = lastBlock_->previous;
+        ::operator delete(static_cast<void*>(lastBlock_));
+        lastBlock_ = previous;
+    }
+}
+
+void* SyntaxTree::allocateInNewBlock(std::size_t bytes, std::size_t alignment)
+{
+    auto const blockBytes = std::max(nextBlockBytes_, sizeof(Block) + bytes + alignment);
+    if (blockBytes > byteLimit_ - std::min(heldBytes_, byteLimit_)) {
+        throw TreeTooLarge("the syntax tree would exceed its size limit");
+    }
+    auto* block = static_cast<Block*>(::operator new(blockBytes));
+    block->previous = lastBlock_;
+    lastBlock_ = block;
+    heldBytes_ += blockBytes;
+    cursor_ = reinterpret_cast<std::byte*>(block) + sizeof(Block);
+    end_ = reinterpret_cast<std::byte*>(block) + blockBytes;
+    nextBlockBytes_ = std::clamp(heldBytes_ / 4, smallestBlock, largestGrowthBlock);
+    return allocate(bytes, alignment);
+}
 
 std::u16string_view SyntaxTree::store(std::u16string_view text)
 {
     if (text.empty()) {
         return {};
     }
-    auto* copy = static_cast<char16_t*>(arena_.allocate(text.size() * sizeof(char16_t), alignof(char16_t)));
+    auto* copy = static_cast<char16_t*>(allocate(text.size() * sizeof(char16_t), alignof(char16_t)));
     text.copy(copy, text.size());
     return {copy, text.size()};
 }
 
-Node const& SyntaxTree::make(NodeFields const& fields, std::span<Slot const> slots)
+namespace {
+
+// UTF-8 to UTF-16 into out, which has room for utf8.size() code units; returns the number written. Malformed
+// sequences become U+FFFD.
+std::size_t utf8ToUtf16(std::string_view utf8, char16_t* out) noexcept
 {
+    std::size_t i = 0;
+    std::size_t written = 0;
+    auto const size = utf8.size();
+    while (i < size) {
+        auto const lead = static_cast<unsigned char>(utf8[i]);
+        if (lead < 0x80) {
+            out[written++] = static_cast<char16_t>(lead);
+            ++i;
+            continue;
+        }
+        unsigned length = lead >= 0xF0 && lead < 0xF5 ? 4 : lead >= 0xE0 && lead < 0xF0 ? 3 : lead >= 0xC2 && lead < 0xE0 ? 2 : 0;
+        char32_t code = length == 4 ? lead & 0x07u : length == 3 ? lead & 0x0Fu : lead & 0x1Fu;
+        bool valid = length != 0 && i + length <= size;
+        for (unsigned k = 1; valid && k < length; ++k) {
+            auto const next = static_cast<unsigned char>(utf8[i + k]);
+            valid = (next & 0xC0u) == 0x80u;
+            code = (code << 6) | (next & 0x3Fu);
+        }
+        if (valid && ((length == 3 && (code < 0x800 || (code >= 0xD800 && code < 0xE000))) ||
+                      (length == 4 && (code < 0x10000 || code > 0x10FFFF)))) {
+            valid = false;
+        }
+        if (!valid) {
+            out[written++] = u'\uFFFD';
+            ++i;
+            continue;
+        }
+        // A four-byte sequence becomes a surrogate pair: never more code units than bytes.
+        if (code >= 0x10000) {
+            code -= 0x10000;
+            out[written++] = static_cast<char16_t>(0xD800 + (code >> 10));
+            out[written++] = static_cast<char16_t>(0xDC00 + (code & 0x3FF));
+        } else {
+            out[written++] = static_cast<char16_t>(code);
+        }
+        i += length;
+    }
+    return written;
+}
+
+struct Layout {
     unsigned slotCount = 0;
     std::size_t subtreeCount = 0;
     std::size_t referenceCount = 0;
+};
+
+Layout layoutOf(std::span<Slot const> slots)
+{
+    Layout layout;
     for (auto const& slot : slots) {
         if (auto const* single = std::get_if<Single>(&slot)) {
-            slotCount += 1;
-            subtreeCount += single->node != nullptr ? 1 : 0;
+            layout.slotCount += 1;
+            layout.subtreeCount += single->node != nullptr ? 1 : 0;
         } else if (auto const* list = std::get_if<List>(&slot)) {
-            slotCount += 2;
-            subtreeCount += list->nodes.size();
+            layout.slotCount += 2;
+            layout.subtreeCount += list->nodes.size();
         } else {
-            slotCount += 2;
-            referenceCount += std::get<Reference>(slot).nodes.size();
+            layout.slotCount += 2;
+            layout.referenceCount += std::get<Reference>(slot).nodes.size();
         }
     }
-    if (slotCount > maxSlots) {
+    if (layout.slotCount > maxSlots) {
         throw std::invalid_argument("a syntax tree node has at most 32 child slots");
     }
+    return layout;
+}
 
-    // One allocation: the node, then its child pointers, then its slot values (leaves need only the node).
-    auto const itemCount = subtreeCount + referenceCount;
-    static_assert(sizeof(Node) % alignof(Node const*) == 0 && alignof(Node) >= alignof(Node const*));
-    auto const bytes = sizeof(Node) + itemCount * sizeof(Node const*) + slotCount * sizeof(std::uint32_t);
-    auto* memory = static_cast<std::byte*>(arena_.allocate(bytes, alignof(Node)));
+}  // namespace
+
+Node const& SyntaxTree::makeLeaf(NodeFields const& fields, std::string_view utf8Text)
+{
+    // The text goes right behind the node; UTF-16 never needs more code units than UTF-8 has bytes.
+    static_assert(sizeof(Node) % alignof(StringId) == 0 && alignof(Node) >= alignof(StringId));
+    bool const hasText = !utf8Text.empty();
+    auto const bytes = sizeof(Node) + (hasText ? sizeof(StringId) + utf8Text.size() * sizeof(char16_t) : 0);
+    auto* memory = static_cast<std::byte*>(allocate(bytes, alignof(Node)));
     auto* node = new (memory) Node();
-    auto** items = reinterpret_cast<Node const**>(memory + sizeof(Node));
-    auto* values = reinterpret_cast<std::uint32_t*>(memory + sizeof(Node) + itemCount * sizeof(Node const*));
+    node->kind_ = fields.kind;
+    node->op_ = fields.op;
+    node->flags_ = fields.logicalValue ? Node::logicalValueFlag : 0;
+    node->line_ = fields.line;
+    node->column_ = fields.column;
+    if (hasText) {
+        auto* text = reinterpret_cast<char16_t*>(memory + sizeof(Node) + sizeof(StringId));
+        auto const length = utf8ToUtf16(utf8Text, text);
+        new (memory + sizeof(Node)) StringId(text, static_cast<std::uint32_t>(length));
+        node->flags_ |= Node::textFlag;
+    }
+    return *node;
+}
+
+Node const& SyntaxTree::make(NodeFields const& fields, std::span<Slot const> slots)
+{
+    auto const layout = layoutOf(slots);
+    auto const text = store(fields.text);
+    bool const hasText = !text.empty();
+
+    // One allocation: the node, its text reference, then its child pointers, then its slot values.
+    auto const itemCount = layout.subtreeCount + layout.referenceCount;
+    static_assert(sizeof(Node) % alignof(Node const*) == 0 && alignof(Node) >= alignof(Node const*));
+    static_assert(sizeof(StringId) % alignof(Node const*) == 0);
+    auto const bytes = sizeof(Node) + (hasText ? sizeof(StringId) : 0) + itemCount * sizeof(Node const*) +
+                       layout.slotCount * sizeof(std::uint32_t);
+    auto* memory = static_cast<std::byte*>(allocate(bytes, alignof(Node)));
+    auto* node = new (memory) Node();
+    node->kind_ = fields.kind;
+    node->op_ = fields.op;
+    node->flags_ = static_cast<std::uint8_t>((fields.logicalValue ? Node::logicalValueFlag : 0) |
+                                             (hasText ? Node::textFlag : 0));
+    node->slotCount_ = static_cast<std::uint8_t>(layout.slotCount);
+    node->line_ = fields.line;
+    node->column_ = fields.column;
+    node->subtreeCount_ = static_cast<std::uint32_t>(layout.subtreeCount);
+    node->itemCount_ = static_cast<std::uint32_t>(itemCount);
+    if (hasText) {
+        new (memory + sizeof(Node)) StringId(text.data(), static_cast<std::uint32_t>(text.size()));
+    }
+    auto** items = const_cast<Node const**>(node->items());
+    auto* values = const_cast<std::uint32_t*>(node->slotValues());
 
     // Sub-tree children first, in slot order, so that children() is one contiguous range; references after them.
     std::uint32_t nextSubtree = 0;
-    auto nextReference = static_cast<std::uint32_t>(subtreeCount);
+    auto nextReference = static_cast<std::uint32_t>(layout.subtreeCount);
     unsigned slotIndex = 0;
     std::uint32_t singleMask = 0;
     for (auto const& slot : slots) {
@@ -128,19 +266,7 @@ Node const& SyntaxTree::make(NodeFields const& fields, std::span<Slot const> slo
         values[slotIndex + 1] = cursor;
         slotIndex += 2;
     }
-
-    node->kind_ = fields.kind;
-    node->op_ = fields.op;
-    node->logicalValue_ = fields.logicalValue;
-    node->slotCount_ = static_cast<std::uint8_t>(slotCount);
     node->singleSlotMask_ = singleMask;
-    node->line_ = fields.line;
-    node->column_ = fields.column;
-    node->subtreeCount_ = static_cast<std::uint32_t>(subtreeCount);
-    node->slotValues_ = values;
-    node->items_ = items;
-    auto const text = store(fields.text);
-    node->text_ = StringId(text.data(), static_cast<std::uint32_t>(text.size()));
     return *node;
 }
 

@@ -6,12 +6,10 @@
 #include <cstdint>
 #include <initializer_list>
 #include <iosfwd>
-#include <memory>
-#include <memory_resource>
 #include <span>
+#include <stdexcept>
 #include <string_view>
 #include <variant>
-#include <vector>
 
 namespace ca::astapi {
 
@@ -86,9 +84,12 @@ enum class NodeKind : std::uint8_t {
     ImaginaryNumber = 64,
     ElseifClause = 65,
     ShortCircuit = 66,
+    SuperclassCall = 67,
+    ShellEscape = 68,
+    SpmdStatement = 69,
 };
 
-inline constexpr int lastNodeKind = 66;
+inline constexpr int lastNodeKind = 69;
 
 // The kind's name ("FunctionDefinition"), or its number for a value outside the numbering.
 std::ostream& operator<<(std::ostream& out, NodeKind kind);
@@ -121,7 +122,10 @@ class SyntaxTree;
 
 // One node. Children live in numbered slots: a single slot holds one child or nothing; a list is described by two
 // consecutive slots a and a+1 ("list a-b") and holds any number of children in source order.
-class Node {
+//
+// A node is a 24-byte header in its tree's storage, followed by its text (text kinds only), its child pointers and
+// one number per slot; the accessors find them from the header.
+class alignas(8) Node {
 public:
     NodeKind kind() const noexcept { return kind_; }
     std::uint32_t line() const noexcept { return line_; }      // 1-based
@@ -133,32 +137,43 @@ public:
     // Children of the list held by slots first and last (last == first + 1); empty when there is no such list.
     std::span<Node const* const> list(unsigned first, unsigned last) const noexcept;
     // Every child that is part of this node's sub-tree, in slot order (a list's children in source order).
-    std::span<Node const* const> children() const noexcept { return {items_, subtreeCount_}; }
+    std::span<Node const* const> children() const noexcept { return {items(), subtreeCount_}; }
 
     // Text of Identifier, DottedName, MetaclassQuery, Number, ImaginaryNumber, CharacterString, String,
-    // CommandArgument nodes; empty for other kinds.
-    StringId const& identifier() const noexcept { return text_; }
+    // CommandArgument and ShellEscape nodes; empty for other kinds.
+    StringId const& identifier() const noexcept;
 
     // Attribute nodes only: the logical value a flag attribute holds (see lf::astapi::NodeCustomization).
-    bool logicalValue() const noexcept { return logicalValue_; }
+    bool logicalValue() const noexcept { return (flags_ & logicalValueFlag) != 0; }
 
 private:
     friend class SyntaxTree;
     Node() = default;
 
     static constexpr std::uint32_t absent = 0xFFFFFFFFu;
+    static constexpr std::uint8_t logicalValueFlag = 1;
+    static constexpr std::uint8_t textFlag = 2;
+
+    std::byte const* trailer() const noexcept { return reinterpret_cast<std::byte const*>(this) + sizeof(Node); }
+    Node const* const* items() const noexcept
+    {
+        return reinterpret_cast<Node const* const*>(trailer() + ((flags_ & textFlag) != 0 ? sizeof(StringId) : 0));
+    }
+    // Single slot: index into items() or absent; list bound: offset into items().
+    std::uint32_t const* slotValues() const noexcept
+    {
+        return reinterpret_cast<std::uint32_t const*>(items() + itemCount_);
+    }
 
     NodeKind kind_ = NodeKind::Invalid;
     Operator op_ = Operator::None;
-    bool logicalValue_ = false;
+    std::uint8_t flags_ = 0;
     std::uint8_t slotCount_ = 0;
     std::uint32_t singleSlotMask_ = 0;  // bit s set: slot s is a single slot
     std::uint32_t line_ = 0;
     std::uint32_t column_ = 0;
     std::uint32_t subtreeCount_ = 0;
-    std::uint32_t const* slotValues_ = nullptr;  // single: index into items_ or absent; list bound: offset
-    Node const* const* items_ = nullptr;
-    StringId text_;
+    std::uint32_t itemCount_ = 0;  // sub-tree children, then referenced nodes
 };
 
 // What goes into one slot when a node is made: nothing, one child, or a list.
@@ -184,13 +199,19 @@ struct NodeFields {
     std::u16string_view text;
 };
 
+// Raised by SyntaxTree when its storage would grow past the byte limit it was made with.
+class TreeTooLarge : public std::length_error {
+public:
+    using std::length_error::length_error;
+};
+
 // Owns the nodes of one tree (arena storage). The parser builds trees with it; tests can build any tree by hand,
 // including kinds the parser never produces.
 class SyntaxTree {
 public:
     SyntaxTree();
-    // Reserves about expectedBytes of node storage up front.
-    explicit SyntaxTree(std::size_t expectedBytes);
+    // Reserves about expectedBytes of node storage up front; storage beyond byteLimit throws TreeTooLarge.
+    explicit SyntaxTree(std::size_t expectedBytes, std::size_t byteLimit = SIZE_MAX);
     SyntaxTree(SyntaxTree const&) = delete;
     SyntaxTree& operator=(SyntaxTree const&) = delete;
     ~SyntaxTree();
@@ -201,6 +222,9 @@ public:
     {
         return make(fields, std::span<Slot const>(slots.begin(), slots.size()));
     }
+    // A node without children whose text is given as UTF-8 (malformed sequences become U+FFFD); fields.text is
+    // not used.
+    Node const& makeLeaf(NodeFields const& fields, std::string_view utf8Text);
 
     // Copies text into the tree (for text built up outside it).
     std::u16string_view store(std::u16string_view text);
@@ -208,8 +232,32 @@ public:
     Node const* root() const noexcept { return root_; }
     void setRoot(Node const& root) noexcept { root_ = &root; }
 
+    // Bytes of storage the tree holds (nodes, texts and the unused rest of its storage blocks).
+    std::size_t memoryBytes() const noexcept { return heldBytes_; }
+
 private:
-    std::pmr::monotonic_buffer_resource arena_;
+    // Node storage: blocks taken from the heap, filled front to back, released together.
+    struct Block {
+        Block* previous;
+    };
+    void* allocate(std::size_t bytes, std::size_t alignment)
+    {
+        auto const address = (reinterpret_cast<std::uintptr_t>(cursor_) + alignment - 1) & ~(alignment - 1);
+        auto const end = reinterpret_cast<std::uintptr_t>(end_);
+        if (address <= end && bytes <= end - address) {
+            cursor_ = reinterpret_cast<std::byte*>(address) + bytes;
+            return reinterpret_cast<std::byte*>(address);
+        }
+        return allocateInNewBlock(bytes, alignment);
+    }
+    void* allocateInNewBlock(std::size_t bytes, std::size_t alignment);
+
+    std::byte* cursor_ = nullptr;
+    std::byte* end_ = nullptr;
+    Block* lastBlock_ = nullptr;
+    std::size_t nextBlockBytes_;
+    std::size_t heldBytes_ = 0;
+    std::size_t byteLimit_;
     Node const* root_ = nullptr;
 };
 

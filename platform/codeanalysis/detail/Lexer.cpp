@@ -12,6 +12,7 @@ bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
 bool isLetter(char c) noexcept { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 bool isIdentifierChar(char c) noexcept { return isLetter(c) || isDigit(c) || c == '_'; }
 bool isHexDigit(char c) noexcept { return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+bool isBinaryDigit(char c) noexcept { return c == '0' || c == '1'; }
 
 Keyword keywordOf(std::string_view word) noexcept
 {
@@ -27,6 +28,7 @@ Keyword keywordOf(std::string_view word) noexcept
     case 4:
         if (word == "else") return Keyword::Else;
         if (word == "case") return Keyword::Case;
+        if (word == "spmd") return Keyword::Spmd;
         break;
     case 5:
         if (word == "while") return Keyword::While;
@@ -118,6 +120,7 @@ void Lexer::restore(State const& state) noexcept
     line_ = state.line;
     lineStart_ = state.lineStart;
     previous_ = state.previous;
+    previousKeyword_ = state.previousKeyword;
     previousEnd_ = state.previousEnd;
 }
 
@@ -234,8 +237,15 @@ bool Lexer::transposeAllowed(bool sawSpace) const noexcept
     }
     switch (previous_) {
     case Tok::Identifier:
+        // After a keyword a quote opens text (`case'a'`); `end` is the exception, as it stands for a value
+        // inside indexing (`x(end')`).
+        if (previousKeyword_ != Keyword::None && previousKeyword_ != Keyword::End) {
+            return false;
+        }
+        return previousEnd_ == pos_;
     case Tok::Number:
     case Tok::ImaginaryNumber:
+    case Tok::String:  // "text"' transposes a string; after 'text' a quote would have doubled inside it
     case Tok::RParen:
     case Tok::RBracket:
     case Tok::RBrace:
@@ -247,14 +257,36 @@ bool Lexer::transposeAllowed(bool sawSpace) const noexcept
     }
 }
 
+// `0x1F`, `0b101`, optionally typed: `0x1Fu8`, `0b1s16` (u or s, then 8, 16, 32 or 64 bits). Returns the
+// offset after the literal.
+std::uint32_t Lexer::lexBinaryOrHex(std::uint32_t i, bool hex) const noexcept
+{
+    i += 2;
+    while (i < source_.size() && (hex ? isHexDigit(source_[i]) : isBinaryDigit(source_[i]))) {
+        ++i;
+    }
+    char const sign = at(i);
+    if (sign == 'u' || sign == 's' || sign == 'U' || sign == 'S') {
+        auto const bits = source_.substr(i + 1, 2);
+        if (bits.starts_with("8")) {
+            return bits == "8" || !isIdentifierChar(bits[1]) ? i + 2 : i;
+        }
+        if (bits == "16" || bits == "32" || bits == "64") {
+            return i + 3;
+        }
+    }
+    return i;
+}
+
 void Lexer::lexNumber(Token& token)
 {
     auto i = pos_;
-    if (at(i) == '0' && (at(i + 1) == 'x' || at(i + 1) == 'X') && isHexDigit(at(i + 2))) {
-        i += 2;
-        while (i < source_.size() && isHexDigit(source_[i])) {
-            ++i;
-        }
+    token.kind = Tok::Number;
+    char const radix = at(i + 1);
+    if (at(i) == '0' && (radix == 'x' || radix == 'X') && isHexDigit(at(i + 2))) {
+        i = lexBinaryOrHex(i, true);
+    } else if (at(i) == '0' && (radix == 'b' || radix == 'B') && isBinaryDigit(at(i + 2))) {
+        i = lexBinaryOrHex(i, false);
     } else {
         while (i < source_.size() && isDigit(source_[i])) {
             ++i;
@@ -279,12 +311,11 @@ void Lexer::lexNumber(Token& token)
                 }
             }
         }
-    }
-    token.kind = Tok::Number;
-    char const suffix = at(i);
-    if ((suffix == 'i' || suffix == 'j') && !isIdentifierChar(at(i + 1))) {
-        ++i;
-        token.kind = Tok::ImaginaryNumber;
+        char const suffix = at(i);
+        if ((suffix == 'i' || suffix == 'j' || suffix == 'I' || suffix == 'J') && !isIdentifierChar(at(i + 1))) {
+            ++i;
+            token.kind = Tok::ImaginaryNumber;
+        }
     }
     if (i < source_.size() && isIdentifierChar(source_[i])) {
         fail(i, "invalid number: " + describeByte(source_[i]) + " directly after digits");
@@ -370,8 +401,8 @@ Token Lexer::next()
     case '>': d == '=' ? single(Tok::GreaterEqual, 2) : single(Tok::Greater); break;
     case '&': d == '&' ? single(Tok::AmpAmp, 2) : single(Tok::Amp); break;
     case '|': d == '|' ? single(Tok::BarBar, 2) : single(Tok::Bar); break;
-    case '~':
-    case '!': d == '=' ? single(Tok::NotEqual, 2) : single(Tok::Not); break;
+    case '~': d == '=' ? single(Tok::NotEqual, 2) : single(Tok::Not); break;
+    case '!': single(Tok::Bang); break;
     case '.':
         if (isDigit(d)) {
             lexNumber(token);
@@ -406,7 +437,10 @@ Token Lexer::next()
                 ++i;
             }
             token.kind = Tok::Identifier;
-            token.keyword = keywordOf(source_.substr(pos_, i - pos_));
+            // A name after '.' is a field name, never a keyword: `s.end`, `s.case'`.
+            if (previous_ != Tok::Dot) {
+                token.keyword = keywordOf(source_.substr(pos_, i - pos_));
+            }
             pos_ = i;
         } else {
             fail(pos_, "unexpected character " + describeByte(c));
@@ -415,6 +449,7 @@ Token Lexer::next()
     }
     token.end = pos_;
     previous_ = token.kind;
+    previousKeyword_ = token.keyword;
     previousEnd_ = pos_;
     return token;
 }
@@ -446,6 +481,21 @@ bool Lexer::startsCommand(Token const& identifier) const noexcept
     return true;
 }
 
+void Lexer::skipCommandContinuation() noexcept
+{
+    pos_ += 3;
+    while (pos_ < source_.size() && !isLineEnd(source_[pos_])) {
+        ++pos_;
+    }
+    if (pos_ < source_.size()) {
+        if (source_[pos_] == '\r' && pos_ + 1 < source_.size() && source_[pos_ + 1] == '\n') {
+            ++pos_;
+        }
+        ++pos_;
+        newLineAt(pos_);
+    }
+}
+
 std::vector<CommandWord> Lexer::commandWords()
 {
     std::vector<CommandWord> words;
@@ -454,16 +504,29 @@ std::vector<CommandWord> Lexer::commandWords()
             ++pos_;
         }
         char const c = at(pos_);
+        if (c == '.' && at(pos_ + 1) == '.' && at(pos_ + 2) == '.') {
+            skipCommandContinuation();  // the words go on on the next line
+            continue;
+        }
         if (isLineEnd(c) || c == ';' || c == ',' || c == '%') {
             break;
         }
         CommandWord word{{}, line_, columnOf(pos_)};
+        // Inside brackets, blanks, commas and semicolons belong to the word: `declare x w(2, 1)`.
+        unsigned brackets = 0;
         while (pos_ < source_.size()) {
             char const w = source_[pos_];
-            if (isSpace(w) || isLineEnd(w) || w == ';' || w == ',') {
+            if (isLineEnd(w) || w == '%' || (w == '.' && at(pos_ + 1) == '.' && at(pos_ + 2) == '.')) {
                 break;
             }
-            if (w == '\'') {
+            if (brackets == 0 && (isSpace(w) || w == ';' || w == ',')) {
+                break;
+            }
+            if (w == '(' || w == '[' || w == '{') {
+                ++brackets;
+            } else if ((w == ')' || w == ']' || w == '}') && brackets > 0) {
+                --brackets;
+            } else if (w == '\'') {
                 auto const open = pos_;
                 auto i = pos_ + 1;
                 for (;;) {
@@ -490,8 +553,26 @@ std::vector<CommandWord> Lexer::commandWords()
         words.push_back(std::move(word));
     }
     previous_ = Tok::Identifier;
+    previousKeyword_ = Keyword::None;
     previousEnd_ = pos_;
     return words;
+}
+
+std::string_view Lexer::restOfLine(std::uint32_t offset) noexcept
+{
+    auto i = offset;
+    while (i < source_.size() && isSpace(source_[i])) {
+        ++i;
+    }
+    auto end = i;
+    while (end < source_.size() && !isLineEnd(source_[end])) {
+        ++end;
+    }
+    pos_ = end;
+    previous_ = Tok::Identifier;
+    previousKeyword_ = Keyword::None;
+    previousEnd_ = end;
+    return source_.substr(i, end - i);
 }
 
 }  // namespace ca::detail

@@ -18,11 +18,12 @@ enum class Tok : std::uint8_t {
     EqualEqual, NotEqual, Less, LessEqual, Greater, GreaterEqual,
     Amp, Bar, AmpAmp, BarBar, Not, Assign,
     Colon, Comma, Semicolon, LParen, RParen, LBracket, RBracket, LBrace, RBrace, Dot, At, Question,
+    Bang,  // `!`: a shell escape at the start of a statement, an error anywhere else
 };
 
 enum class Keyword : std::uint8_t {
     None, Function, End, If, Elseif, Else, For, Parfor, While, Switch, Case, Otherwise, Try, Catch,
-    Return, Break, Continue, Global, Persistent, Classdef,
+    Return, Break, Continue, Global, Persistent, Classdef, Spmd,
 };
 
 struct Token {
@@ -58,10 +59,11 @@ public:
         std::uint32_t pos;
         std::uint32_t line;
         std::uint32_t lineStart;
-        Tok previous;
         std::uint32_t previousEnd;
+        Tok previous;
+        Keyword previousKeyword;
     };
-    State save() const noexcept { return {pos_, line_, lineStart_, previous_, previousEnd_}; }
+    State save() const noexcept { return {pos_, line_, lineStart_, previousEnd_, previous_, previousKeyword_}; }
     void restore(State const& state) noexcept;
 
     std::string_view text(Token const& token) const noexcept
@@ -76,6 +78,9 @@ public:
     bool startsCommand(Token const& identifier) const noexcept;
     // The words of a command up to the end of its line, a ';', a ',' or a comment. Call right after startsCommand.
     std::vector<CommandWord> commandWords();
+    // The text from offset to the end of its line (the line break excluded), leading blanks skipped; lexing goes on
+    // at the line break. For a shell escape, whose `!` ends at offset.
+    std::string_view restOfLine(std::uint32_t offset) noexcept;
 
     [[noreturn]] void fail(std::uint32_t offset, std::string message) const;
     std::uint32_t columnOf(std::uint32_t offset) const noexcept { return offset - lineStart_ + 1; }
@@ -86,14 +91,17 @@ private:
     void skipBlockComment(std::uint32_t percent);
     void newLineAt(std::uint32_t afterNewline) noexcept;
     void lexNumber(Token& token);
+    std::uint32_t lexBinaryOrHex(std::uint32_t start, bool hex) const noexcept;
     void lexQuoted(Token& token, char quote);
     bool transposeAllowed(bool sawSpace) const noexcept;
+    void skipCommandContinuation() noexcept;
 
     std::string_view source_;
     std::uint32_t pos_ = 0;
     std::uint32_t line_ = 1;
     std::uint32_t lineStart_ = 0;
     Tok previous_ = Tok::Newline;
+    Keyword previousKeyword_ = Keyword::None;
     std::uint32_t previousEnd_ = 0;
 };
 

@@ -2,64 +2,26 @@
 
 #include "platform/codeanalysis/detail/Lexer.hpp"
 
+#include <pthread.h>
+
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <utility>
 
 namespace ca::detail {
 
 using astapi::List;
 using astapi::Node;
-using astapi::NodeKind;
 using astapi::NodeFields;
+using astapi::NodeKind;
 using astapi::Operator;
 using astapi::Reference;
 using astapi::Single;
 using astapi::Slot;
-using NodeList = std::vector<Node const*>;
-
-void appendUtf16(std::string_view utf8, std::u16string& out)
-{
-    std::size_t i = 0;
-    auto const size = utf8.size();
-    while (i < size) {
-        auto const lead = static_cast<unsigned char>(utf8[i]);
-        if (lead < 0x80) {
-            out.push_back(static_cast<char16_t>(lead));
-            ++i;
-            continue;
-        }
-        unsigned length = lead >= 0xF0 && lead < 0xF5 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 && lead < 0xE0 ? 2 : 0;
-        if (lead >= 0xF5) {
-            length = 0;
-        }
-        char32_t code = length == 4 ? lead & 0x07u : length == 3 ? lead & 0x0Fu : lead & 0x1Fu;
-        bool valid = length != 0 && i + length <= size;
-        for (unsigned k = 1; valid && k < length; ++k) {
-            auto const next = static_cast<unsigned char>(utf8[i + k]);
-            valid = (next & 0xC0u) == 0x80u;
-            code = (code << 6) | (next & 0x3Fu);
-        }
-        if (valid && ((length == 3 && (code < 0x800 || (code >= 0xD800 && code < 0xE000))) ||
-                      (length == 4 && (code < 0x10000 || code > 0x10FFFF)))) {
-            valid = false;
-        }
-        if (!valid) {
-            out.push_back(u'\uFFFD');
-            ++i;
-            continue;
-        }
-        if (code >= 0x10000) {
-            code -= 0x10000;
-            out.push_back(static_cast<char16_t>(0xD800 + (code >> 10)));
-            out.push_back(static_cast<char16_t>(0xDC00 + (code & 0x3FF)));
-        } else {
-            out.push_back(static_cast<char16_t>(code));
-        }
-        i += length;
-    }
-}
 
 namespace {
 
@@ -67,21 +29,14 @@ namespace {
 // file or another `function` settles which.
 enum class FunctionEnds { Unknown, Used, Omitted };
 
-struct FunctionHeader {
-    Token start;
-    NodeList outputs;
-    Node const* name = nullptr;
-    NodeList inputs;
-};
-
 struct BinaryLevel {
     NodeKind kind;
     Operator op;
     int precedence;
 };
 
-// Precedences of the left-associative binary operators; the range operator sits between comparison (4) and
-// addition (6) and is parsed on its own.
+// Precedences of the left-associative binary operators; the range operator `:` sits between comparison (4) and
+// addition (6).
 std::optional<BinaryLevel> binaryLevelOf(Tok kind) noexcept
 {
     switch (kind) {
@@ -123,6 +78,25 @@ bool isAssignable(Node const& node) noexcept
     }
 }
 
+// The variable an assignment target assigns to: `x` in `x`, `x(1)`, `x{2}.f`, `x.(n)`; nullptr for `~`.
+Node const* assignedVariable(Node const& target) noexcept
+{
+    auto const* node = &target;
+    while (node != nullptr && node->kind() != NodeKind::Identifier) {
+        switch (node->kind()) {
+        case NodeKind::ParenIndex:
+        case NodeKind::BraceIndex:
+        case NodeKind::FieldAccess:
+        case NodeKind::DynamicField:
+            node = node->child(0);
+            break;
+        default:
+            return nullptr;
+        }
+    }
+    return node;
+}
+
 char const* keywordText(Keyword keyword) noexcept
 {
     switch (keyword) {
@@ -145,14 +119,54 @@ char const* keywordText(Keyword keyword) noexcept
     case Keyword::Global: return "global";
     case Keyword::Persistent: return "persistent";
     case Keyword::Classdef: return "classdef";
+    case Keyword::Spmd: return "spmd";
     case Keyword::None: break;
     }
     return "";
 }
 
+// The lowest address the calling thread's stack may grow to, or 0 when it cannot be told. Asked once per thread:
+// finding the main thread's stack reads the process's memory map.
+std::uintptr_t stackFloor() noexcept
+{
+    thread_local std::uintptr_t const floor = [] {
+        pthread_attr_t attributes;
+        if (::pthread_getattr_np(::pthread_self(), &attributes) != 0) {
+            return std::uintptr_t{0};
+        }
+        void* lowest = nullptr;
+        std::size_t size = 0;
+        bool const known = ::pthread_attr_getstack(&attributes, &lowest, &size) == 0;
+        ::pthread_attr_destroy(&attributes);
+        return known ? reinterpret_cast<std::uintptr_t>(lowest) : std::uintptr_t{0};
+    }();
+    return floor;
+}
+
+// Stack kept free below the deepest parser frame: room for a failure's message and exception, and for the
+// allocator. Sanitizers use more of it.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define DEPATTR_PARSER_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define DEPATTR_PARSER_SANITIZED 1
+#endif
+#endif
+#if defined(DEPATTR_PARSER_SANITIZED)
+constexpr std::uintptr_t stackReserve = 64 << 10;
+#else
+constexpr std::uintptr_t stackReserve = 24 << 10;
+#endif
+
 class Parser {
 public:
-    Parser(std::string_view code, astapi::SyntaxTree& tree) : source_(code), lexer_(code), tree_(tree) {}
+    Parser(std::string_view code, astapi::SyntaxTree& tree) : source_(code), lexer_(code), tree_(tree)
+    {
+        stackFloor_ = stackFloor();
+        stackLimit_ = stackFloor_ != 0 ? stackFloor_ + stackReserve : 0;
+        scratch_.reserve(256);
+        pending_.reserve(64);
+    }
 
     Node const& parseFile();
     std::u16string const& ownerName() const noexcept { return ownerName_; }
@@ -162,6 +176,8 @@ private:
     void advance()
     {
         previousKind_ = token_.kind;
+        previousKeyword_ = token_.keyword;
+        previousEnd_ = token_.end;
         if (hasPeeked_) {
             token_ = peeked_;
             hasPeeked_ = false;
@@ -182,13 +198,17 @@ private:
     {
         return token_.kind == Tok::Identifier && token_.keyword == keyword;
     }
-    bool atWord(std::string_view word) const noexcept
-    {
-        return token_.kind == Tok::Identifier && token_.keyword == Keyword::None && lexer_.text(token_) == word;
-    }
+    bool atName() const noexcept { return token_.kind == Tok::Identifier && token_.keyword == Keyword::None; }
+    bool atWord(std::string_view word) const noexcept { return atName() && lexer_.text(token_) == word; }
     bool atStatementEnd() const noexcept
     {
         return at(Tok::Newline) || at(Tok::Semicolon) || at(Tok::Comma) || at(Tok::EndOfFile);
+    }
+    void skipSeparators()
+    {
+        while (at(Tok::Newline) || at(Tok::Semicolon) || at(Tok::Comma)) {
+            advance();
+        }
     }
 
     struct Mark {
@@ -197,8 +217,13 @@ private:
         Token peeked;
         bool hasPeeked;
         Tok previousKind;
+        Keyword previousKeyword;
+        std::uint32_t previousEnd;
     };
-    Mark mark() const { return {lexer_.save(), token_, peeked_, hasPeeked_, previousKind_}; }
+    Mark mark() const
+    {
+        return {lexer_.save(), token_, peeked_, hasPeeked_, previousKind_, previousKeyword_, previousEnd_};
+    }
     void reset(Mark const& mark)
     {
         lexer_.restore(mark.lexer);
@@ -206,55 +231,45 @@ private:
         peeked_ = mark.peeked;
         hasPeeked_ = mark.hasPeeked;
         previousKind_ = mark.previousKind;
+        previousKeyword_ = mark.previousKeyword;
+        previousEnd_ = mark.previousEnd;
     }
 
-    std::string describe(Token const& token) const
-    {
-        switch (token.kind) {
-        case Tok::EndOfFile: return "end of file";
-        case Tok::Newline: return "end of line";
-        default: return "'" + std::string(lexer_.text(token)) + "'";
-        }
-    }
-    [[noreturn]] void fail(Token const& token, std::string const& message) const
-    {
-        throw SyntaxFailure{token.line, token.column, message};
-    }
-    [[noreturn]] void unexpected() const { fail(token_, "unexpected " + describe(token_)); }
+    // ----- failures (out of line, so that their message building takes no room in the recursive frames)
+    std::string describe(Token const& token) const;
+    [[noreturn]] void fail(Token const& token, std::string const& message) const;
+    [[noreturn]] void unexpected() const;
+    [[noreturn]] void expected(std::string_view what) const;
+    [[noreturn]] void expectedEither(char const* these, char const* closing) const;
+    [[noreturn]] void failUnclosed(Token const& opening, char const* closer) const;
+    [[noreturn]] void failEnd(Token const& opening) const;
+    [[noreturn]] void failTooDeep() const;
+    [[noreturn]] void failKeywordInExpression() const;
     void expect(Tok kind, char const* what)
     {
         if (!at(kind)) {
-            fail(token_, std::string("expected ") + what + " but found " + describe(token_));
+            expected(what);
         }
         advance();
     }
     void expectEnd(Token const& opening)
     {
-        if (at(Tok::EndOfFile)) {
-            failUnclosed(opening, "'end'");
-        }
         if (!atKeyword(Keyword::End)) {
-            fail(token_, "expected 'end' to close the '" + std::string(lexer_.text(opening)) + "' on line " +
-                             std::to_string(opening.line) + " but found " + describe(token_));
+            failEnd(opening);
         }
         advance();
     }
 
-    // An unclosed construct is reported where it opens: that is where a reader has to look.
-    [[noreturn]] void failUnclosed(Token const& opening, char const* closer) const
-    {
-        fail(opening, "'" + std::string(lexer_.text(opening)) + "' is not closed by " + closer +
-                          " before the end of the file");
-    }
-
-    // Nesting guard: every recursive descent passes through one of these.
+    // Nesting guard: every recursive descent passes through one of these. Besides the documented bound it keeps
+    // the parser off the end of a small thread stack.
     class Depth {
     public:
         explicit Depth(Parser& parser) : parser_(parser)
         {
-            if (++parser_.depth_ > maxNestingDepth) {
-                parser_.fail(parser_.token_, "code is nested more than " + std::to_string(maxNestingDepth) +
-                                                 " levels deep");
+            // A frame below the thread's stack (code run on a stack of its own) is not judged by it.
+            auto const frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+            if (++parser_.depth_ > maxNestingDepth || (frame < parser_.stackLimit_ && frame >= parser_.stackFloor_)) {
+                parser_.failTooDeep();
             }
         }
         ~Depth() { --parser_.depth_; }
@@ -266,6 +281,44 @@ private:
     };
 
     // ----- nodes
+    // The routines on recursive paths make their nodes through the out-of-line helpers below, so that the slot
+    // lists and fields of a node take no room in their frames while they recurse.
+    struct Position {
+        std::uint32_t line;
+        std::uint32_t column;
+    };
+    static Position positionOf(Token const& at) noexcept { return {at.line, at.column}; }
+    static Position positionOf(Node const& at) noexcept { return {at.line(), at.column()}; }
+    // {Single first}
+    [[gnu::noinline]] Node const& node(NodeKind kind, Position at, Node const* first, Operator op = Operator::None)
+    {
+        return tree_.make(NodeFields{kind, at.line, at.column, op, false, {}}, {Single{first}});
+    }
+    // {Single first, Single second}
+    [[gnu::noinline]] Node const& node(NodeKind kind, Position at, Node const* first, Node const* second,
+                                       Operator op = Operator::None)
+    {
+        return tree_.make(NodeFields{kind, at.line, at.column, op, false, {}}, {Single{first}, Single{second}});
+    }
+    // {List} from the list stack at start, which is dropped.
+    [[gnu::noinline]] Node const& listNode(NodeKind kind, Position at, std::size_t start)
+    {
+        auto const& made = tree_.make(NodeFields{kind, at.line, at.column, Operator::None, false, {}}, {listFrom(start)});
+        drop(start);
+        return made;
+    }
+    // {Single first, List} from the list stack at start, which is dropped.
+    [[gnu::noinline]] Node const& listNode(NodeKind kind, Position at, Node const* first, std::size_t start)
+    {
+        auto const& made = tree_.make(NodeFields{kind, at.line, at.column, Operator::None, false, {}},
+                                      {Single{first}, listFrom(start)});
+        drop(start);
+        return made;
+    }
+    static NodeFields fieldsAt(NodeKind kind, Position at, Operator op = Operator::None)
+    {
+        return NodeFields{kind, at.line, at.column, op, false, {}};
+    }
     static NodeFields fields(NodeKind kind, Token const& at, Operator op = Operator::None)
     {
         return NodeFields{kind, at.line, at.column, op, false, {}};
@@ -278,60 +331,107 @@ private:
     {
         return tree_.make(nodeFields, slots);
     }
-    Node const& textLeaf(NodeKind kind, Token const& at, std::string_view utf8)
+    [[gnu::noinline]] Node const& textLeaf(NodeKind kind, Token const& at, std::string_view utf8)
     {
-        text_.clear();
-        appendUtf16(utf8, text_);
-        auto nodeFields = fields(kind, at);
-        nodeFields.text = text_;
-        return tree_.make(nodeFields, {});
+        return tree_.makeLeaf(fields(kind, at), utf8);
     }
-    Node const& tokenLeaf(NodeKind kind) { return textLeaf(kind, token_, lexer_.text(token_)); }
-    static List list(NodeList const& nodes) { return List{std::span<Node const* const>(nodes.data(), nodes.size())}; }
+    [[gnu::noinline]] Node const& tokenLeaf(NodeKind kind) { return textLeaf(kind, token_, lexer_.text(token_)); }
+    [[gnu::noinline]] Node const& plainLeaf(NodeKind kind) { return tree_.makeLeaf(fields(kind, token_), {}); }
+
+    // Child lists are collected on one shared stack: a routine notes where its list starts, pushes the children,
+    // makes its node from them and drops them again. Lists of nested constructs are dropped before the outer list
+    // grows, so each list is contiguous.
+    std::size_t listStart() const noexcept { return scratch_.size(); }
+    List listFrom(std::size_t start, std::size_t end) const
+    {
+        return List{std::span<Node const* const>(scratch_.data() + start, end - start)};
+    }
+    List listFrom(std::size_t start) const { return listFrom(start, scratch_.size()); }
+    void drop(std::size_t start) { scratch_.resize(start); }
+    void push(Node const& node) { scratch_.push_back(&node); }
+
+    // ----- variables: command form applies only to names not assigned earlier in the function (or script)
+    void noteVariable(Node const* name)
+    {
+        if (name != nullptr) {
+            variables_.push_back(name->identifier().getString());
+        }
+    }
+    bool isVariable(Token const& name);
+    // A file-level function sees none of the names before it; a nested one sees those its parent assigned before it.
+    void openScope(bool nested) { scopes_.push_back(Scope{variables_.size(), nested, {}, variables_.size()}); }
+    void closeScope()
+    {
+        variables_.resize(scopes_.back().start);
+        scopes_.pop_back();
+    }
 
     // ----- file structure
     Node const& parseClassDefinition();
     Node const& parseClassBlock(NodeKind blockKind);
-    NodeList parseAttributeList();
+    void parseAttributeList();
     Node const& parseAttribute();
     Node const& parseDeclaration(NodeKind kind);
     Node const* parseDimensions();
     Node const& parseDottedName();
-    Node const& parseFunction(std::span<Node const* const> methodAttributes, bool isMethod);
-    FunctionHeader parseFunctionHeader();
+    Node const& parseFunction(std::size_t attributesStart, std::size_t attributesEnd, bool isMethod, bool nested);
+    // Where a function's lists start on the list stack, and its methods block's attributes.
+    struct FunctionParts {
+        std::size_t outputs;
+        std::size_t inputs;
+        std::size_t body;
+        std::size_t attributesStart;
+        std::size_t attributesEnd;
+    };
+    [[gnu::noinline]] Node const& makeFunction(NodeKind kind, Position at, Node const* name, FunctionParts const& parts,
+                                               std::vector<Node const*> const& nested);
+    void parseFunctionHeader(std::size_t& outputsEnd, Node const*& name);
     Node const& parseMethodSignature();
-    void parseFunctionBody(Token const& opening, NodeList& body, NodeList& nested);
+    void parseFunctionBody(Token const& opening, std::vector<Node const*>& nested);
     void settleFunctionEnds();
     bool atArgumentsBlock();
     Node const& parseArgumentsBlock();
 
     // ----- statements
-    NodeList parseStatements();
+    void parseStatements();
     Node const& parseStatement();
-    Node const& parseIf();
-    Node const& parseLoop();
-    Node const& parseWhile();
-    Node const& parseSwitch();
+    [[gnu::noinline]] Node const& parseIf();
+    [[gnu::noinline]] Node const& parseLoop();
+    [[gnu::noinline]] Node const& parseWhile();
+    [[gnu::noinline]] Node const& parseSwitch();
+    [[gnu::noinline]] Node const& parseSpmd();
     Node const& parseClause(NodeKind kind, bool withExpression);
-    Node const& parseTry();
-    Node const& parseNameList(NodeKind kind);
-    Node const& parseCommand();
-    Node const& parseExpressionStatement();
+    [[gnu::noinline]] Node const& parseTry();
+    [[gnu::noinline]] Node const& parseNameList(NodeKind kind);
+    [[gnu::noinline]] Node const& parseCommand();
+    [[gnu::noinline]] Node const& parseShellEscape();
+    [[gnu::noinline]] Node const& parseExpressionStatement();
+    [[gnu::noinline]] Node const& parseMultipleAssignment(Node const& targetMatrix, Position start);
+    [[gnu::noinline]] Node const& makeLoop(bool isParfor, Position at, Node const& variable, Node const& range,
+                                           Node const* workers, std::size_t body);
+    [[gnu::noinline]] Node const& makeTry(Position at, std::size_t body, Node const* catchClause);
     void expectStatementEnd();
 
     // ----- expressions
     Node const& parseExpression();
-    Node const& parseBinary(int minimumPrecedence);
-    Node const& parseRange();
-    Node const& parseUnary();
-    Node const& parsePower();
+    [[gnu::noinline]] Node const& reduce(Node const* right);
+    [[gnu::always_inline]] inline Node const& parseOperand();
+    [[gnu::noinline]] Node const& parseUnary();
+    [[gnu::always_inline]] inline Node const& parsePower();
     Node const& parsePowerOperand();
-    Node const& parsePostfix();
+    Node const& parsePostfix(bool withTransposes);
+    [[gnu::noinline]] Node const& parseSuperclassCall(Position at, std::string_view memberName);
+    [[gnu::noinline]] Node const& makeSuperclassCall(Position at, Node const& member, Node const& superclass,
+                                                     std::size_t arguments);
+    [[gnu::noinline]] Node const& makeAnonymousFunction(Position at, std::size_t parameters, Node const& body);
     Node const& parsePrimary();
-    NodeList parseArguments(Tok closing, char const* closingText);
-    Node const& parseMatrix(NodeKind kind, Tok closing, char const* closingText);
-    Node const& parseAnonymousFunction(Token const& at);
+    [[gnu::noinline]] Node const& parseText();
+    [[gnu::noinline]] Node const& parseMetaclassQuery();
+    void parseArguments(Tok closing, char const* closingText);
+    [[gnu::noinline]] Node const& parseMatrix(NodeKind kind, Tok closing, char const* closingText);
+    [[gnu::noinline]] Node const& parseAnonymousFunction(Position at);
     bool matrixElementEndsBefore() const noexcept;
+    bool juxtaposedElementFollows() const noexcept;
 
     std::string_view source_;
     Lexer lexer_;
@@ -339,14 +439,118 @@ private:
     Token token_;
     Token peeked_;  // valid while hasPeeked_
     bool hasPeeked_ = false;
-    Tok previousKind_ = Tok::Newline;  // the token before token_; a file starts as if after a line break
-    unsigned depth_ = 0;
     bool inMatrix_ = false;
+    Tok previousKind_ = Tok::Newline;  // the token before token_; a file starts as if after a line break
+    Keyword previousKeyword_ = Keyword::None;  // that token's keyword
+    std::uint32_t previousEnd_ = 0;            // where that token ends
+    unsigned depth_ = 0;
     unsigned indexDepth_ = 0;
+    std::uintptr_t stackFloor_ = 0;  // the lowest address of the thread's stack, 0 when unknown
+    std::uintptr_t stackLimit_ = 0;  // frames below this (and above the floor) are too deep
     FunctionEnds functionEnds_ = FunctionEnds::Unknown;
+    std::vector<Node const*> scratch_;
+    struct PendingOperator {
+        Node const* left;
+        BinaryLevel level;
+    };
+    std::vector<PendingOperator> pending_;  // binary operators awaiting their right operand, innermost last
+    std::vector<std::u16string_view> variables_;  // names assigned in the open scopes, outermost first
+    // The script and the functions being parsed, innermost last. A scope's names are variables_ from its start up
+    // to the next scope's start; they are put in its set only when a command asks, so that plain assignments cost
+    // no hashing, and each name goes into one set once.
+    struct Scope {
+        std::size_t start;
+        bool seesParent;
+        std::unordered_set<std::u16string_view> known;
+        std::size_t knownEnd;
+    };
+    std::vector<Scope> scopes_{Scope{0, false, {}, 0}};
     std::u16string ownerName_;
-    std::u16string text_;
 };
+
+// ===================================================================== failures
+
+std::string Parser::describe(Token const& token) const
+{
+    switch (token.kind) {
+    case Tok::EndOfFile: return "end of file";
+    case Tok::Newline: return "end of line";
+    case Tok::Bang:
+        return lexer_.at(token.end) == '='
+                   ? "'!=' (not an operator: inequality is written '~=')"
+                   : "'!' (a shell escape, which must start a statement)";
+    default: return "'" + std::string(lexer_.text(token)) + "'";
+    }
+}
+
+void Parser::fail(Token const& token, std::string const& message) const
+{
+    throw SyntaxFailure{token.line, token.column, message};
+}
+
+void Parser::unexpected() const { fail(token_, "unexpected " + describe(token_)); }
+
+void Parser::expected(std::string_view what) const
+{
+    fail(token_, "expected " + std::string(what) + " but found " + describe(token_));
+}
+
+// An unclosed construct is reported where it opens: that is where a reader has to look.
+void Parser::expectedEither(char const* these, char const* closing) const
+{
+    expected(std::string(these) + " or " + closing);
+}
+
+void Parser::failUnclosed(Token const& opening, char const* closer) const
+{
+    fail(opening, "'" + std::string(lexer_.text(opening)) + "' is not closed by " + closer +
+                      " before the end of the file");
+}
+
+void Parser::failEnd(Token const& opening) const
+{
+    if (at(Tok::EndOfFile)) {
+        failUnclosed(opening, "'end'");
+    }
+    fail(token_, "expected 'end' to close the '" + std::string(lexer_.text(opening)) + "' on line " +
+                     std::to_string(opening.line) + " but found " + describe(token_));
+}
+
+void Parser::failKeywordInExpression() const
+{
+    fail(token_, "unexpected keyword '" + std::string(keywordText(token_.keyword)) + "' in an expression");
+}
+
+void Parser::failTooDeep() const
+{
+    if (depth_ > maxNestingDepth) {
+        fail(token_, "code is nested more than " + std::to_string(maxNestingDepth) + " levels deep");
+    }
+    fail(token_, "code is nested too deeply for the stack of the thread that parses it");
+}
+
+// ===================================================================== variables
+
+bool Parser::isVariable(Token const& name)
+{
+    // Names are ASCII.
+    auto const text = lexer_.text(name);
+    std::u16string const wide(text.begin(), text.end());
+    for (auto scope = scopes_.size(); scope-- > 0;) {
+        auto& current = scopes_[scope];
+        auto const end = scope + 1 < scopes_.size() ? scopes_[scope + 1].start : variables_.size();
+        for (; current.knownEnd < end; ++current.knownEnd) {
+            current.known.insert(variables_[current.knownEnd]);
+        }
+        if (current.known.contains(wide)) {
+            return true;
+        }
+        if (!current.seesParent) {
+            break;
+        }
+    }
+    return false;
+}
 
 // ===================================================================== file structure
 
@@ -355,7 +559,7 @@ Node const& Parser::parseFile()
     token_.kind = Tok::Newline;  // so that the first token is seen as the first on its line
     advance();
     auto const start = token_;
-    NodeList items;
+    auto const items = listStart();
     bool first = true;
     for (;;) {
         while (at(Tok::Newline)) {
@@ -368,26 +572,27 @@ Node const& Parser::parseFile()
             if (!first) {
                 fail(token_, "'classdef' must be the first statement of a file");
             }
-            items.push_back(&parseClassDefinition());
+            push(parseClassDefinition());
         } else if (atKeyword(Keyword::Function)) {
-            items.push_back(&parseFunction({}, false));
+            push(parseFunction(0, 0, false, false));
         } else {
-            auto statements = parseStatements();
-            items.insert(items.end(), statements.begin(), statements.end());
+            parseStatements();
             if (!at(Tok::EndOfFile) && !atKeyword(Keyword::Function)) {
                 unexpected();
             }
         }
         first = false;
     }
-    return make(fields(NodeKind::File, start), {list(items)});
+    auto const& file = make(fields(NodeKind::File, start), {listFrom(items)});
+    drop(items);
+    return file;
 }
 
 Node const& Parser::parseDottedName()
 {
     auto const start = token_;
     if (!at(Tok::Identifier)) {
-        fail(token_, "expected a name but found " + describe(token_));
+        expected("a name");
     }
     auto end = token_.end;
     advance();
@@ -411,7 +616,7 @@ Node const& Parser::parseAttribute()
         advance();
     }
     if (!at(Tok::Identifier)) {
-        fail(token_, "expected an attribute name but found " + describe(token_));
+        expected("an attribute name");
     }
     auto const& name = tokenLeaf(NodeKind::Identifier);
     advance();
@@ -436,16 +641,16 @@ Node const& Parser::parseAttribute()
     return make(attributeSpec, {Single{&name}, Single{operand}});
 }
 
-NodeList Parser::parseAttributeList()
+// `(Name, Name = value, ~Name)` after a block keyword: pushes the attributes onto the list stack.
+void Parser::parseAttributeList()
 {
-    NodeList attributes;
     if (!at(Tok::LParen)) {
-        return attributes;
+        return;
     }
     advance();
     auto const savedMatrix = std::exchange(inMatrix_, false);
     for (;;) {
-        attributes.push_back(&parseAttribute());
+        push(parseAttribute());
         if (at(Tok::Comma)) {
             advance();
             continue;
@@ -454,7 +659,6 @@ NodeList Parser::parseAttributeList()
         break;
     }
     inMatrix_ = savedMatrix;
-    return attributes;
 }
 
 Node const& Parser::parseClassDefinition()
@@ -463,50 +667,51 @@ Node const& Parser::parseClassDefinition()
     auto const opening = token_;
     advance();
     functionEnds_ = FunctionEnds::Used;  // methods of a class always end with `end`
-    auto const attributes = parseAttributeList();
-    if (!at(Tok::Identifier) || token_.keyword != Keyword::None) {
-        fail(token_, "expected the class name but found " + describe(token_));
+    auto const attributes = listStart();
+    parseAttributeList();
+    auto const superclasses = listStart();
+    if (!atName()) {
+        expected("the class name");
     }
     auto const& name = tokenLeaf(NodeKind::Identifier);
     advance();
-    NodeList superclasses;
     if (at(Tok::Less)) {
         do {
             advance();
-            superclasses.push_back(&parseDottedName());
+            push(parseDottedName());
         } while (at(Tok::Amp));
     }
     if (!atStatementEnd()) {
         unexpected();
     }
-    NodeList blocks;
+    auto const blocks = listStart();
     for (;;) {
-        while (at(Tok::Newline) || at(Tok::Semicolon) || at(Tok::Comma)) {
-            advance();
-        }
+        skipSeparators();
         if (atKeyword(Keyword::End)) {
             advance();
             break;
         }
         if (atWord("properties")) {
-            blocks.push_back(&parseClassBlock(NodeKind::PropertiesBlock));
+            push(parseClassBlock(NodeKind::PropertiesBlock));
         } else if (atWord("methods")) {
-            blocks.push_back(&parseClassBlock(NodeKind::MethodsBlock));
+            push(parseClassBlock(NodeKind::MethodsBlock));
         } else if (atWord("events")) {
-            blocks.push_back(&parseClassBlock(NodeKind::EventsBlock));
+            push(parseClassBlock(NodeKind::EventsBlock));
         } else if (atWord("enumeration")) {
-            blocks.push_back(&parseClassBlock(NodeKind::EnumerationBlock));
+            push(parseClassBlock(NodeKind::EnumerationBlock));
         } else if (at(Tok::EndOfFile)) {
             expectEnd(opening);
         } else {
-            fail(token_, "expected 'properties', 'methods', 'events', 'enumeration' or 'end' in the class "
-                         "definition but found " + describe(token_));
+            expected("'properties', 'methods', 'events', 'enumeration' or 'end' in the class definition");
         }
     }
     ownerName_ = name.identifier().getString();
-    return make(fields(NodeKind::ClassDefinition, opening),
-                {Single{}, Single{}, Single{}, Single{}, Single{}, Single{}, list(attributes), Single{&name},
-                 list(superclasses), list(blocks)});
+    auto const& definition =
+        make(fields(NodeKind::ClassDefinition, opening),
+             {Single{}, Single{}, Single{}, Single{}, Single{}, Single{}, listFrom(attributes, superclasses),
+              Single{&name}, listFrom(superclasses, blocks), listFrom(blocks)});
+    drop(attributes);
+    return definition;
 }
 
 Node const& Parser::parseClassBlock(NodeKind blockKind)
@@ -514,55 +719,58 @@ Node const& Parser::parseClassBlock(NodeKind blockKind)
     Depth depth(*this);
     auto const opening = token_;
     advance();
-    auto const attributes = parseAttributeList();
-    NodeList members;
+    auto const attributes = listStart();
+    parseAttributeList();
+    auto const members = listStart();
     for (;;) {
-        while (at(Tok::Newline) || at(Tok::Semicolon) || at(Tok::Comma)) {
-            advance();
-        }
+        skipSeparators();
         if (atKeyword(Keyword::End) || at(Tok::EndOfFile)) {
             expectEnd(opening);
             break;
         }
         switch (blockKind) {
         case NodeKind::PropertiesBlock:
-            members.push_back(&parseDeclaration(NodeKind::Property));
+            push(parseDeclaration(NodeKind::Property));
             break;
         case NodeKind::MethodsBlock:
             if (atKeyword(Keyword::Function)) {
-                members.push_back(&parseFunction(attributes, true));
+                push(parseFunction(attributes, members, true, false));
             } else {
-                members.push_back(&parseMethodSignature());
+                push(parseMethodSignature());
             }
             break;
         case NodeKind::EventsBlock: {
-            if (!at(Tok::Identifier) || token_.keyword != Keyword::None) {
-                fail(token_, "expected an event name but found " + describe(token_));
+            if (!atName()) {
+                expected("an event name");
             }
             auto const& name = tokenLeaf(NodeKind::Identifier);
             advance();
-            members.push_back(&make(fields(NodeKind::Event, name), {Single{&name}}));
+            push(make(fields(NodeKind::Event, name), {Single{&name}}));
             expectStatementEnd();
             break;
         }
         default: {
-            if (!at(Tok::Identifier) || token_.keyword != Keyword::None) {
-                fail(token_, "expected an enumeration member but found " + describe(token_));
+            if (!atName()) {
+                expected("an enumeration member");
             }
             auto const& name = tokenLeaf(NodeKind::Identifier);
             advance();
-            NodeList arguments;
+            auto const arguments = listStart();
             if (at(Tok::LParen)) {
                 advance();
-                arguments = parseArguments(Tok::RParen, "')'");
+                parseArguments(Tok::RParen, "')'");
             }
-            members.push_back(&make(fields(NodeKind::EnumerationMember, name), {Single{&name}, list(arguments)}));
+            auto const& member = make(fields(NodeKind::EnumerationMember, name), {Single{&name}, listFrom(arguments)});
+            drop(arguments);
+            push(member);
             expectStatementEnd();
             break;
         }
         }
     }
-    return make(fields(blockKind, opening), {list(attributes), list(members)});
+    auto const& block = make(fields(blockKind, opening), {listFrom(attributes, members), listFrom(members)});
+    drop(attributes);
+    return block;
 }
 
 Node const* Parser::parseDimensions()
@@ -572,14 +780,14 @@ Node const* Parser::parseDimensions()
     }
     auto const start = token_;
     advance();
-    NodeList entries;
+    auto const entries = listStart();
     for (;;) {
         if (at(Tok::Colon)) {
-            entries.push_back(&make(fields(NodeKind::Colon, token_)));
+            push(plainLeaf(NodeKind::Colon));
         } else if (at(Tok::Number)) {
-            entries.push_back(&tokenLeaf(NodeKind::Number));
+            push(tokenLeaf(NodeKind::Number));
         } else {
-            fail(token_, "expected a size (a number or ':') but found " + describe(token_));
+            expected("a size (a number or ':')");
         }
         advance();
         if (at(Tok::Comma)) {
@@ -589,23 +797,40 @@ Node const* Parser::parseDimensions()
         expect(Tok::RParen, "',' or ')' in a size");
         break;
     }
-    return &make(fields(NodeKind::Dimensions, start), {list(entries)});
+    auto const& dimensions = make(fields(NodeKind::Dimensions, start), {listFrom(entries)});
+    drop(entries);
+    return &dimensions;
 }
 
-// `name (dims) Class {validators} = default`, each part but the name optional: properties and arguments.
+// `name (dims) Class {validators} = default`, each part but the name optional: properties and arguments. In an
+// arguments block the name may be `~` (an ignored input) or take its names from a class: `opts.?pkg.Options`.
 Node const& Parser::parseDeclaration(NodeKind kind)
 {
     Depth depth(*this);
-    auto const& name = parseDottedName();
+    Node const* name = nullptr;
+    if (kind == NodeKind::ArgumentDeclaration && at(Tok::Not)) {
+        name = &plainLeaf(NodeKind::Ignored);
+        advance();
+    } else {
+        auto const start = token_;
+        name = &parseDottedName();
+        if (kind == NodeKind::ArgumentDeclaration && at(Tok::Dot) && !token_.spaceBefore &&
+            peek().kind == Tok::Question) {
+            advance();
+            advance();
+            parseDottedName();
+            name = &textLeaf(NodeKind::DottedName, start, source_.substr(start.begin, previousEnd_ - start.begin));
+        }
+    }
     auto const* dimensions = parseDimensions();
     Node const* className = nullptr;
-    if (at(Tok::Identifier) && token_.keyword == Keyword::None) {
+    if (atName()) {
         className = &parseDottedName();
     }
-    NodeList validators;
+    auto const validators = listStart();
     if (at(Tok::LBrace)) {
         advance();
-        validators = parseArguments(Tok::RBrace, "'}'");
+        parseArguments(Tok::RBrace, "'}'");
     }
     Node const* defaultValue = nullptr;
     if (at(Tok::Assign)) {
@@ -613,21 +838,23 @@ Node const& Parser::parseDeclaration(NodeKind kind)
         defaultValue = &parseExpression();
     }
     expectStatementEnd();
-    return make(fields(kind, name),
-                {Single{&name}, Single{dimensions}, Single{className}, list(validators), Single{defaultValue}});
+    auto const& declaration = make(fields(kind, *name), {Single{name}, Single{dimensions}, Single{className},
+                                                          listFrom(validators), Single{defaultValue}});
+    drop(validators);
+    return declaration;
 }
 
-FunctionHeader Parser::parseFunctionHeader()
+// `[o1, o2] = name(a, ~, b)`, `o = name(...)` or `name(...)`: pushes the outputs and then the inputs onto the list
+// stack; outputsEnd tells where the inputs begin.
+void Parser::parseFunctionHeader(std::size_t& outputsEnd, Node const*& name)
 {
-    FunctionHeader header;
-    header.start = token_;
-    auto plainName = [&] {
-        if (!at(Tok::Identifier) || token_.keyword != Keyword::None) {
-            fail(token_, "expected a name but found " + describe(token_));
+    auto plainName = [&]() -> Node const& {
+        if (!atName()) {
+            expected("a name");
         }
-        auto const& name = tokenLeaf(NodeKind::Identifier);
+        auto const& leaf = tokenLeaf(NodeKind::Identifier);
         advance();
-        return &name;
+        return leaf;
     };
     if (at(Tok::LBracket)) {
         advance();
@@ -640,10 +867,10 @@ FunctionHeader Parser::parseFunctionHeader()
                 advance();
                 break;
             }
-            header.outputs.push_back(plainName());
+            push(plainName());
         }
         expect(Tok::Assign, "'=' after the output list");
-        header.name = &parseDottedName();
+        name = &parseDottedName();
     } else {
         auto const& first = parseDottedName();
         if (at(Tok::Assign)) {
@@ -651,55 +878,63 @@ FunctionHeader Parser::parseFunctionHeader()
                 fail(token_, "expected a name for the output but found a dotted name");
             }
             advance();
-            header.outputs.push_back(&first);
-            header.name = &parseDottedName();
+            push(first);
+            name = &parseDottedName();
         } else {
-            header.name = &first;
+            name = &first;
         }
     }
+    outputsEnd = listStart();
     // A dotted function name (get.Prop, set.Prop) is one name.
-    if (header.name->kind() == NodeKind::DottedName) {
-        auto nameSpec = fields(NodeKind::Identifier, *header.name);
-        nameSpec.text = header.name->identifier().getString();
-        header.name = &tree_.make(nameSpec, {});
+    if (name->kind() == NodeKind::DottedName) {
+        auto nameSpec = fields(NodeKind::Identifier, *name);
+        nameSpec.text = name->identifier().getString();
+        name = &tree_.make(nameSpec, {});
     }
-    if (at(Tok::LParen)) {
+    if (!at(Tok::LParen)) {
+        return;
+    }
+    advance();
+    if (at(Tok::RParen)) {
         advance();
-        for (;;) {
-            if (at(Tok::RParen) && header.inputs.empty()) {
-                advance();
-                break;
-            }
-            auto const argumentStart = token_;
-            Node const* identifier = nullptr;
-            Node const* ignored = nullptr;
-            if (at(Tok::Not)) {
-                ignored = &make(fields(NodeKind::Ignored, token_));
-                advance();
-            } else {
-                identifier = plainName();
-            }
-            header.inputs.push_back(
-                &make(fields(NodeKind::InputArgument, argumentStart), {Single{identifier}, Single{ignored}}));
-            if (at(Tok::Comma)) {
-                advance();
-                continue;
-            }
-            expect(Tok::RParen, "',' or ')' in the input list");
-            break;
-        }
+        return;
     }
-    return header;
+    for (;;) {
+        auto const argumentStart = token_;
+        Node const* identifier = nullptr;
+        Node const* ignored = nullptr;
+        if (at(Tok::Not)) {
+            ignored = &plainLeaf(NodeKind::Ignored);
+            advance();
+        } else {
+            identifier = &plainName();
+        }
+        push(make(fields(NodeKind::InputArgument, argumentStart), {Single{identifier}, Single{ignored}}));
+        if (at(Tok::Comma)) {
+            advance();
+            continue;
+        }
+        expect(Tok::RParen, "',' or ')' in the input list");
+        break;
+    }
 }
 
 Node const& Parser::parseMethodSignature()
 {
-    auto header = parseFunctionHeader();
+    auto const start = token_;
+    auto const outputs = listStart();
+    std::size_t inputs = 0;
+    Node const* name = nullptr;
+    parseFunctionHeader(inputs, name);
     expectStatementEnd();
-    return make(fields(NodeKind::MethodSignature, header.start),
-                {list(header.outputs), Single{header.name}, list(header.inputs)});
+    auto const& signature = make(fields(NodeKind::MethodSignature, start),
+                                 {listFrom(outputs, inputs), Single{name}, listFrom(inputs)});
+    drop(outputs);
+    return signature;
 }
 
+// `arguments` opens a block when a line break follows it, or attributes naming only Input, Output and
+// Repeating: `arguments (Output, Repeating)`. `arguments(1) = 2` uses a variable.
 bool Parser::atArgumentsBlock()
 {
     if (!atWord("arguments")) {
@@ -713,12 +948,21 @@ bool Parser::atArgumentsBlock()
     if (next.kind != Tok::LParen) {
         return false;
     }
-    // `arguments (Input)` opens a block; `arguments(1)` indexes a variable.
     auto const saved = mark();
     advance();
     advance();
-    bool const isBlock = at(Tok::Identifier) && token_.keyword == Keyword::None &&
-                         (atWord("Input") || atWord("Output") || atWord("Repeating")) && peek().kind == Tok::RParen;
+    bool isBlock = false;
+    while (atWord("Input") || atWord("Output") || atWord("Repeating")) {
+        advance();
+        if (at(Tok::RParen)) {
+            isBlock = true;
+            break;
+        }
+        if (!at(Tok::Comma)) {
+            break;
+        }
+        advance();
+    }
     reset(saved);
     return isBlock;
 }
@@ -728,19 +972,21 @@ Node const& Parser::parseArgumentsBlock()
     Depth depth(*this);
     auto const opening = token_;
     advance();
-    auto const attributes = parseAttributeList();
-    NodeList declarations;
+    auto const attributes = listStart();
+    parseAttributeList();
+    auto const declarations = listStart();
     for (;;) {
-        while (at(Tok::Newline) || at(Tok::Semicolon) || at(Tok::Comma)) {
-            advance();
-        }
+        skipSeparators();
         if (atKeyword(Keyword::End) || at(Tok::EndOfFile)) {
             expectEnd(opening);
             break;
         }
-        declarations.push_back(&parseDeclaration(NodeKind::ArgumentDeclaration));
+        push(parseDeclaration(NodeKind::ArgumentDeclaration));
     }
-    return make(fields(NodeKind::ArgumentsBlock, opening), {list(attributes), list(declarations)});
+    auto const& block = make(fields(NodeKind::ArgumentsBlock, opening),
+                             {listFrom(attributes, declarations), listFrom(declarations)});
+    drop(attributes);
+    return block;
 }
 
 // Looks ahead over the following functions to find whether this file closes functions with `end`, then returns to
@@ -749,13 +995,18 @@ void Parser::settleFunctionEnds()
 {
     auto const saved = mark();
     auto const savedDepth = depth_;
+    auto const savedList = listStart();
+    openScope(false);
     while (functionEnds_ == FunctionEnds::Unknown) {
         advance();  // `function`
-        parseFunctionHeader();
+        std::size_t inputs = 0;
+        Node const* name = nullptr;
+        parseFunctionHeader(inputs, name);
         while (atArgumentsBlock()) {
             parseArgumentsBlock();
         }
         parseStatements();
+        drop(savedList);
         if (atKeyword(Keyword::End)) {
             functionEnds_ = FunctionEnds::Used;
         } else if (at(Tok::EndOfFile)) {
@@ -764,24 +1015,23 @@ void Parser::settleFunctionEnds()
             unexpected();
         }
     }
+    closeScope();
     depth_ = savedDepth;
     reset(saved);
 }
 
-void Parser::parseFunctionBody(Token const& opening, NodeList& body, NodeList& nested)
+// Pushes the body's statements onto the list stack and collects nested functions in `nested`.
+void Parser::parseFunctionBody(Token const& opening, std::vector<Node const*>& nested)
 {
     for (;;) {
-        while (at(Tok::Newline) || at(Tok::Semicolon) || at(Tok::Comma)) {
-            advance();
-        }
+        skipSeparators();
         if (!atArgumentsBlock()) {
             break;
         }
-        body.push_back(&parseArgumentsBlock());
+        push(parseArgumentsBlock());
     }
     for (;;) {
-        auto statements = parseStatements();
-        body.insert(body.end(), statements.begin(), statements.end());
+        parseStatements();
         if (atKeyword(Keyword::End)) {
             if (functionEnds_ == FunctionEnds::Omitted) {
                 fail(token_, "'end' closes no block (functions in this file do not end with 'end')");
@@ -806,35 +1056,64 @@ void Parser::parseFunctionBody(Token const& opening, NodeList& body, NodeList& n
         if (functionEnds_ == FunctionEnds::Omitted) {
             return;  // the next function follows this one
         }
-        nested.push_back(&parseFunction({}, false));
+        nested.push_back(&parseFunction(0, 0, false, true));
     }
 }
 
-Node const& Parser::parseFunction(std::span<Node const* const> methodAttributes, bool isMethod)
+// A function, or a method when isMethod: then [attributesStart, attributesEnd) on the list stack are the
+// attributes of its methods block.
+Node const& Parser::parseFunction(std::size_t attributesStart, std::size_t attributesEnd, bool isMethod, bool nested)
 {
     Depth depth(*this);
     auto const opening = token_;
     advance();
-    auto const header = parseFunctionHeader();
-    NodeList body;
-    NodeList nested;
-    parseFunctionBody(opening, body, nested);
-    auto const kind = isMethod ? NodeKind::MethodDefinition : NodeKind::FunctionDefinition;
-    std::vector<Slot> slots{Single{}, Single{},           Single{},   Single{},           Single{},
-                            list(header.outputs), Single{header.name}, list(header.inputs), Single{},
-                            list(body),           list(nested)};
-    if (isMethod) {
-        slots.emplace_back(Reference{methodAttributes});
+    openScope(nested);
+    auto const outputs = listStart();
+    std::size_t inputs = 0;
+    Node const* name = nullptr;
+    parseFunctionHeader(inputs, name);
+    for (auto i = inputs; i < scratch_.size(); ++i) {
+        noteVariable(scratch_[i]->child(0));
     }
-    return tree_.make(fields(kind, opening), slots);
+    auto const body = listStart();
+    std::vector<Node const*> nestedFunctions;
+    parseFunctionBody(opening, nestedFunctions);
+    closeScope();
+    FunctionParts const parts{outputs, inputs, body, attributesStart, attributesEnd};
+    return makeFunction(isMethod ? NodeKind::MethodDefinition : NodeKind::FunctionDefinition, positionOf(opening),
+                        name, parts, nestedFunctions);
+}
+
+Node const& Parser::makeFunction(NodeKind kind, Position at, Node const* name, FunctionParts const& parts,
+                                 std::vector<Node const*> const& nested)
+{
+    std::span<Node const* const> const attributes(scratch_.data() + parts.attributesStart,
+                                                  parts.attributesEnd - parts.attributesStart);
+    Slot const slots[] = {Single{},
+                          Single{},
+                          Single{},
+                          Single{},
+                          Single{},
+                          listFrom(parts.outputs, parts.inputs),
+                          Single{name},
+                          listFrom(parts.inputs, parts.body),
+                          Single{},
+                          listFrom(parts.body),
+                          List{std::span<Node const* const>(nested.data(), nested.size())},
+                          Reference{attributes}};
+    bool const isMethod = kind == NodeKind::MethodDefinition;
+    auto const& function = tree_.make(fieldsAt(kind, at), std::span<Slot const>(slots, isMethod ? 12 : 11));
+    drop(parts.outputs);
+    return function;
 }
 
 // ===================================================================== statements
 
-NodeList Parser::parseStatements()
+// Pushes the statements up to a block's end (or the next clause, function or the end of the file) onto the list
+// stack.
+void Parser::parseStatements()
 {
     Depth depth(*this);
-    NodeList statements;
     for (;;) {
         switch (token_.kind) {
         case Tok::Newline:
@@ -845,12 +1124,20 @@ NodeList Parser::parseStatements()
             // A separator that ends nothing (first on its line, or after another separator) is a statement of
             // its own; the one after a statement or a block header is not.
             if (previousKind_ == Tok::Newline || previousKind_ == Tok::Semicolon || previousKind_ == Tok::Comma) {
-                statements.push_back(&make(fields(NodeKind::EmptyStatement, token_)));
+                push(plainLeaf(NodeKind::EmptyStatement));
             }
             advance();
             continue;
         case Tok::EndOfFile:
-            return statements;
+            return;
+        case Tok::Bang:
+            // At the start of a statement; after an operand (`if a != b`) it is a mistake, reported as such.
+            if (previousKind_ == Tok::Newline || previousKind_ == Tok::Semicolon || previousKind_ == Tok::Comma ||
+                previousKeyword_ != Keyword::None) {
+                push(parseShellEscape());
+                continue;
+            }
+            break;
         case Tok::Identifier:
             switch (token_.keyword) {
             case Keyword::End:
@@ -860,7 +1147,7 @@ NodeList Parser::parseStatements()
             case Keyword::Otherwise:
             case Keyword::Catch:
             case Keyword::Function:
-                return statements;
+                return;
             default:
                 break;
             }
@@ -868,7 +1155,7 @@ NodeList Parser::parseStatements()
         default:
             break;
         }
-        statements.push_back(&parseStatement());
+        push(parseStatement());
     }
 }
 
@@ -877,7 +1164,7 @@ void Parser::expectStatementEnd()
     if (atStatementEnd() || atKeyword(Keyword::End)) {
         return;
     }
-    fail(token_, "expected the end of the statement but found " + describe(token_));
+    expected("the end of the statement");
 }
 
 Node const& Parser::parseStatement()
@@ -889,6 +1176,7 @@ Node const& Parser::parseStatement()
     case Keyword::While: return parseWhile();
     case Keyword::Switch: return parseSwitch();
     case Keyword::Try: return parseTry();
+    case Keyword::Spmd: return parseSpmd();
     case Keyword::Global: return parseNameList(NodeKind::GlobalStatement);
     case Keyword::Persistent: return parseNameList(NodeKind::PersistentStatement);
     case Keyword::Return:
@@ -897,14 +1185,14 @@ Node const& Parser::parseStatement()
         auto const kind = token_.keyword == Keyword::Return  ? NodeKind::Return
                           : token_.keyword == Keyword::Break ? NodeKind::Break
                                                              : NodeKind::Continue;
-        auto const& leaf = make(fields(kind, token_));
+        auto const& leaf = plainLeaf(kind);
         advance();
         expectStatementEnd();
         return leaf;
     }
     case Keyword::Classdef: fail(token_, "'classdef' must be the first statement of a file");
     case Keyword::None:
-        if (at(Tok::Identifier) && !hasPeeked_ && lexer_.startsCommand(token_)) {
+        if (at(Tok::Identifier) && !hasPeeked_ && lexer_.startsCommand(token_) && !isVariable(token_)) {
             return parseCommand();
         }
         return parseExpressionStatement();
@@ -916,81 +1204,97 @@ Node const& Parser::parseCommand()
 {
     auto const& command = tokenLeaf(NodeKind::Identifier);
     auto const words = lexer_.commandWords();
-    NodeList arguments;
-    arguments.reserve(words.size());
+    auto const arguments = listStart();
     for (auto const& word : words) {
         Token at;
         at.line = word.line;
         at.column = word.column;
-        arguments.push_back(&textLeaf(NodeKind::CommandArgument, at, word.text));
+        push(textLeaf(NodeKind::CommandArgument, at, word.text));
     }
     advance();
     expectStatementEnd();
-    return make(fields(NodeKind::CommandStatement, command), {Single{&command}, list(arguments)});
+    return listNode(NodeKind::CommandStatement, positionOf(command), &command, arguments);
+}
+
+// `!make clean`: the rest of the line is a command for the operating system, not code.
+Node const& Parser::parseShellEscape()
+{
+    auto const start = token_;
+    hasPeeked_ = false;
+    auto const& escape = textLeaf(NodeKind::ShellEscape, start, lexer_.restOfLine(start.end));
+    advance();
+    return escape;
 }
 
 Node const& Parser::parseExpressionStatement()
 {
-    auto const start = token_;
+    auto const start = positionOf(token_);
+    bool const bracketed = at(Tok::LBracket);
     auto const& expression = parseExpression();
     if (!at(Tok::Assign)) {
         expectStatementEnd();
-        return make(fields(NodeKind::ExpressionStatement, expression), {Single{&expression}});
+        return node(NodeKind::ExpressionStatement, positionOf(expression), &expression);
     }
     advance();
-    if (expression.kind() == NodeKind::Matrix && start.kind == Tok::LBracket) {
-        // [a, ~, b] = ...: the targets are the elements of the matrix's one row.
-        auto const rows = expression.list(0, 1);
-        if (rows.size() > 1) {
-            fail(start, "the targets of a multiple assignment must be on one row");
-        }
-        auto const targets = rows.empty() ? std::span<Node const* const>() : rows.front()->list(0, 1);
-        for (auto const* target : targets) {
-            if (!isAssignable(*target) && target->kind() != NodeKind::Ignored) {
-                fail(start, "invalid target in a multiple assignment");
-            }
-        }
-        auto const& value = parseExpression();
-        expectStatementEnd();
-        return make(fields(NodeKind::MultipleAssignment, start), {List{targets}, Single{&value}});
+    if (expression.kind() == NodeKind::Matrix && bracketed) {
+        return parseMultipleAssignment(expression, start);
     }
     if (!isAssignable(expression)) {
-        fail(start, "the left side of '=' cannot be assigned to");
+        throw SyntaxFailure{start.line, start.column, "the left side of '=' cannot be assigned to"};
     }
     auto const& value = parseExpression();
     expectStatementEnd();
-    return make(fields(NodeKind::Assignment, start), {Single{&expression}, Single{&value}});
+    noteVariable(assignedVariable(expression));
+    return node(NodeKind::Assignment, start, &expression, &value);
+}
+
+// [a, ~, b] = ...: the targets are the elements of the matrix's one row.
+Node const& Parser::parseMultipleAssignment(Node const& targetMatrix, Position start)
+{
+    auto const rows = targetMatrix.list(0, 1);
+    if (rows.size() > 1) {
+        throw SyntaxFailure{start.line, start.column, "the targets of a multiple assignment must be on one row"};
+    }
+    auto const targets = rows.empty() ? std::span<Node const* const>() : rows.front()->list(0, 1);
+    for (auto const* target : targets) {
+        if (!isAssignable(*target) && target->kind() != NodeKind::Ignored) {
+            throw SyntaxFailure{start.line, start.column, "invalid target in a multiple assignment"};
+        }
+    }
+    auto const& value = parseExpression();
+    expectStatementEnd();
+    for (auto const* target : targets) {
+        noteVariable(assignedVariable(*target));
+    }
+    return tree_.make(NodeFields{NodeKind::MultipleAssignment, start.line, start.column, Operator::None, false, {}},
+                      {List{targets}, Single{&value}});
 }
 
 Node const& Parser::parseIf()
 {
     auto const opening = token_;
-    NodeList clauses;
-    clauses.push_back(&parseClause(NodeKind::IfClause, true));
+    auto const clauses = listStart();
+    push(parseClause(NodeKind::IfClause, true));
     while (atKeyword(Keyword::Elseif)) {
-        clauses.push_back(&parseClause(NodeKind::ElseifClause, true));
+        push(parseClause(NodeKind::ElseifClause, true));
     }
     if (atKeyword(Keyword::Else)) {
-        clauses.push_back(&parseClause(NodeKind::ElseClause, false));
+        push(parseClause(NodeKind::ElseClause, false));
     }
     expectEnd(opening);
-    return make(fields(NodeKind::IfStatement, opening), {list(clauses)});
+    return listNode(NodeKind::IfStatement, positionOf(opening), clauses);
 }
 
-// One clause of an if or switch statement, at its keyword: the keyword, the
-// expression after it (none for else and otherwise), then the statements up
-// to the next clause or the end.
+// One clause of an if or switch statement, at its keyword: the keyword, the expression after it (none for else and
+// otherwise), then the statements up to the next clause or the end.
 Node const& Parser::parseClause(NodeKind kind, bool withExpression)
 {
-    auto const clauseStart = token_;
+    auto const start = positionOf(token_);
     advance();
-    if (!withExpression) {
-        auto const body = parseStatements();
-        return make(fields(kind, clauseStart), {list(body)});
-    }
-    auto const& expression = parseExpression();
-    auto const body = parseStatements();
-    return make(fields(kind, clauseStart), {Single{&expression}, list(body)});
+    Node const* expression = withExpression ? &parseExpression() : nullptr;
+    auto const body = listStart();
+    parseStatements();
+    return withExpression ? listNode(kind, start, expression, body) : listNode(kind, start, body);
 }
 
 Node const& Parser::parseLoop()
@@ -1008,12 +1312,13 @@ Node const& Parser::parseLoop()
             reset(saved);
         }
     }
-    if (!at(Tok::Identifier) || token_.keyword != Keyword::None) {
-        fail(token_, "expected the loop variable but found " + describe(token_));
+    if (!atName()) {
+        expected("the loop variable");
     }
     auto const& variable = tokenLeaf(NodeKind::Identifier);
     advance();
     expect(Tok::Assign, "'=' after the loop variable");
+    noteVariable(&variable);
     auto const savedMatrix = std::exchange(inMatrix_, false);
     auto const& range = parseExpression();
     Node const* workers = nullptr;
@@ -1025,13 +1330,21 @@ Node const& Parser::parseLoop()
         expect(Tok::RParen, "')' after the loop range");
     }
     inMatrix_ = savedMatrix;
-    auto const body = parseStatements();
+    auto const body = listStart();
+    parseStatements();
     expectEnd(opening);
-    if (isParfor) {
-        return make(fields(NodeKind::ParforStatement, opening),
-                    {Single{&variable}, Single{&range}, Single{workers}, list(body)});
-    }
-    return make(fields(NodeKind::ForStatement, opening), {Single{&variable}, Single{&range}, list(body)});
+    return makeLoop(isParfor, positionOf(opening), variable, range, workers, body);
+}
+
+Node const& Parser::makeLoop(bool isParfor, Position at, Node const& variable, Node const& range, Node const* workers,
+                             std::size_t body)
+{
+    auto const& loop = isParfor ? tree_.make(fieldsAt(NodeKind::ParforStatement, at),
+                                             {Single{&variable}, Single{&range}, Single{workers}, listFrom(body)})
+                                : tree_.make(fieldsAt(NodeKind::ForStatement, at),
+                                             {Single{&variable}, Single{&range}, listFrom(body)});
+    drop(body);
+    return loop;
 }
 
 Node const& Parser::parseWhile()
@@ -1039,9 +1352,37 @@ Node const& Parser::parseWhile()
     auto const opening = token_;
     advance();
     auto const& condition = parseExpression();
-    auto const body = parseStatements();
+    auto const body = listStart();
+    parseStatements();
     expectEnd(opening);
-    return make(fields(NodeKind::WhileStatement, opening), {Single{&condition}, list(body)});
+    return listNode(NodeKind::WhileStatement, positionOf(opening), &condition, body);
+}
+
+// `spmd`, `spmd (n)` or `spmd (m, n)`, then the body up to `end`.
+Node const& Parser::parseSpmd()
+{
+    auto const opening = token_;
+    advance();
+    Node const* workers = nullptr;
+    if (at(Tok::LParen)) {
+        auto const parenthesis = token_;
+        advance();
+        auto const arguments = listStart();
+        parseArguments(Tok::RParen, "')'");
+        auto const count = scratch_.size() - arguments;
+        if (count == 1) {
+            workers = scratch_.back();
+            drop(arguments);
+        } else if (count == 2) {
+            workers = &listNode(NodeKind::Row, positionOf(parenthesis), arguments);
+        } else {
+            fail(parenthesis, "'spmd' takes one or two worker counts in parentheses");
+        }
+    }
+    auto const body = listStart();
+    parseStatements();
+    expectEnd(opening);
+    return listNode(NodeKind::SpmdStatement, positionOf(opening), workers, body);
 }
 
 Node const& Parser::parseSwitch()
@@ -1049,64 +1390,144 @@ Node const& Parser::parseSwitch()
     auto const opening = token_;
     advance();
     auto const& subject = parseExpression();
-    NodeList clauses;
-    while (at(Tok::Newline) || at(Tok::Semicolon) || at(Tok::Comma)) {
-        advance();
-    }
+    skipSeparators();
+    auto const clauses = listStart();
     while (atKeyword(Keyword::Case)) {
-        clauses.push_back(&parseClause(NodeKind::CaseClause, true));
+        push(parseClause(NodeKind::CaseClause, true));
     }
     if (atKeyword(Keyword::Otherwise)) {
-        clauses.push_back(&parseClause(NodeKind::OtherwiseClause, false));
+        push(parseClause(NodeKind::OtherwiseClause, false));
     }
     expectEnd(opening);
-    return make(fields(NodeKind::SwitchStatement, opening), {Single{&subject}, list(clauses)});
+    return listNode(NodeKind::SwitchStatement, positionOf(opening), &subject, clauses);
 }
 
 Node const& Parser::parseTry()
 {
     auto const opening = token_;
     advance();
-    auto const body = parseStatements();
+    auto const body = listStart();
+    parseStatements();
     Node const* catchClause = nullptr;
     if (atKeyword(Keyword::Catch)) {
-        auto const clauseStart = token_;
+        auto const clauseStart = positionOf(token_);
         advance();
         // `catch err` names the caught error only when the name stands alone on the catch line.
         Node const* variable = nullptr;
-        if (at(Tok::Identifier) && token_.keyword == Keyword::None) {
+        if (atName()) {
             auto const next = peek().kind;
             if (next == Tok::Newline || next == Tok::Semicolon || next == Tok::Comma || next == Tok::EndOfFile) {
                 variable = &tokenLeaf(NodeKind::Identifier);
+                noteVariable(variable);
                 advance();
             }
         }
-        auto const handler = parseStatements();
-        catchClause = &make(fields(NodeKind::CatchClause, clauseStart), {Single{variable}, list(handler)});
+        auto const handler = listStart();
+        parseStatements();
+        catchClause = &listNode(NodeKind::CatchClause, clauseStart, variable, handler);
     }
     expectEnd(opening);
-    return make(fields(NodeKind::TryStatement, opening), {list(body), Single{catchClause}});
+    return makeTry(positionOf(opening), body, catchClause);
+}
+
+Node const& Parser::makeTry(Position at, std::size_t body, Node const* catchClause)
+{
+    auto const& statement =
+        tree_.make(fieldsAt(NodeKind::TryStatement, at), {listFrom(body), Single{catchClause}});
+    drop(body);
+    return statement;
 }
 
 Node const& Parser::parseNameList(NodeKind kind)
 {
-    auto const opening = token_;
+    auto const opening = positionOf(token_);
     advance();
-    NodeList names;
-    while (at(Tok::Identifier) && token_.keyword == Keyword::None) {
-        names.push_back(&tokenLeaf(NodeKind::Identifier));
+    auto const names = listStart();
+    while (atName()) {
+        auto const& name = tokenLeaf(NodeKind::Identifier);
+        noteVariable(&name);
+        push(name);
         advance();
     }
     expectStatementEnd();
-    return make(fields(kind, opening), {list(names)});
+    return listNode(kind, opening, names);
 }
 
 // ===================================================================== expressions
 
+// Power and transpose share one level and apply left to right: `a^b'` is `(a^b)'`, `a'^b` is `(a')^b`.
+Node const& Parser::parsePower()
+{
+    Node const* left = &parsePostfix(true);
+    while (at(Tok::Caret) || at(Tok::DotCaret)) {
+        auto const op = at(Tok::Caret) ? Operator::Power : Operator::ElementPower;
+        advance();
+        left = &node(NodeKind::BinaryOperation, positionOf(*left), left, &parsePowerOperand(), op);
+        while (at(Tok::Transpose) || at(Tok::DotTranspose)) {
+            auto const transpose = at(Tok::Transpose) ? Operator::Transpose : Operator::DotTranspose;
+            advance();
+            left = &node(NodeKind::PostfixOperation, positionOf(*left), left, transpose);
+        }
+    }
+    return *left;
+}
+
+// An operand of a binary operator: prefix operators, then power and transpose.
+Node const& Parser::parseOperand()
+{
+    switch (token_.kind) {
+    case Tok::Minus:
+    case Tok::Plus:
+    case Tok::Not:
+        return parseUnary();
+    default:
+        return parsePower();
+    }
+}
+
+// Binary operators by precedence climbing over a stack of pending left operands (kept in the parser, not in the
+// frame), so that nesting costs one frame of this routine per level rather than one per precedence level.
 Node const& Parser::parseExpression()
 {
     Depth depth(*this);
-    return parseBinary(0);
+    auto const base = pending_.size();
+    Node const* operand = &parseOperand();
+    for (;;) {
+        std::optional<BinaryLevel> const level =
+            at(Tok::Colon) ? BinaryLevel{NodeKind::Range, Operator::None, rangePrecedence} : binaryLevelOf(token_.kind);
+        if (!level || matrixElementEndsBefore()) {
+            break;
+        }
+        while (pending_.size() > base && pending_.back().level.precedence >= level->precedence) {
+            operand = &reduce(operand);
+        }
+        pending_.push_back(PendingOperator{operand, *level});
+        advance();
+        operand = &parseOperand();
+    }
+    while (pending_.size() > base) {
+        operand = &reduce(operand);
+    }
+    return *operand;
+}
+
+// Applies the last pending operator to its left operand and `right`.
+Node const& Parser::reduce(Node const* right)
+{
+    auto const top = pending_.back();
+    pending_.pop_back();
+    auto const& left = *top.left;
+    if (top.level.kind != NodeKind::Range) {
+        return node(top.level.kind, positionOf(left), &left, right, top.level.op);
+    }
+    // a:b:c extends the a:b on its left (a range on the left of ':' comes from this expression's previous ':');
+    // a range that has its step is an operand again: a:b:c:d is (a:b:c):d.
+    auto const at = positionOf(left);
+    auto const fieldsOfRange = fieldsAt(NodeKind::Range, at);
+    if (left.kind() == NodeKind::Range && left.child(1) == nullptr) {
+        return tree_.make(fieldsOfRange, {Single{left.child(0)}, Single{left.child(2)}, Single{right}});
+    }
+    return tree_.make(fieldsOfRange, {Single{&left}, Single{}, Single{right}});
 }
 
 // Inside [] and {}, white space separates elements: `[a -b]` has two elements, `[a - b]` one, `[f (1)]` two.
@@ -1130,72 +1551,44 @@ bool Parser::matrixElementEndsBefore() const noexcept
     }
 }
 
-Node const& Parser::parseBinary(int minimumPrecedence)
+// Right after a closing bracket, an operand starts the next element without a separator: `[[1]2]`, `[a(1)b]`.
+bool Parser::juxtaposedElementFollows() const noexcept
 {
-    Node const* left = minimumPrecedence <= rangePrecedence ? &parseRange() : &parseUnary();
-    for (;;) {
-        auto const level = binaryLevelOf(token_.kind);
-        if (!level || level->precedence < minimumPrecedence || matrixElementEndsBefore()) {
-            return *left;
-        }
-        advance();
-        auto const& right = parseBinary(level->precedence + 1);
-        left = &make(fields(level->kind, *left, level->op), {Single{left}, Single{&right}});
+    if (previousKind_ != Tok::RBracket && previousKind_ != Tok::RBrace && previousKind_ != Tok::RParen) {
+        return false;
     }
-}
-
-// a, a:b or a:b:c; the operands bind tighter than the colon.
-Node const& Parser::parseRange()
-{
-    auto const& first = parseBinary(rangePrecedence + 1);
-    if (!at(Tok::Colon)) {
-        return first;
+    switch (token_.kind) {
+    case Tok::Identifier:
+        return token_.keyword == Keyword::None || (token_.keyword == Keyword::End && indexDepth_ > 0);
+    case Tok::Number:
+    case Tok::ImaginaryNumber:
+    case Tok::CharString:
+    case Tok::String:
+    case Tok::LBracket:
+    case Tok::At:
+    case Tok::Question:
+        return true;
+    default:
+        return false;
     }
-    advance();
-    auto const& second = parseBinary(rangePrecedence + 1);
-    if (!at(Tok::Colon)) {
-        return make(fields(NodeKind::Range, first), {Single{&first}, Single{}, Single{&second}});
-    }
-    advance();
-    auto const& third = parseBinary(rangePrecedence + 1);
-    return make(fields(NodeKind::Range, first), {Single{&first}, Single{&second}, Single{&third}});
 }
 
 Node const& Parser::parseUnary()
 {
-    Operator op = Operator::None;
-    switch (token_.kind) {
-    case Tok::Minus: op = Operator::UnaryMinus; break;
-    case Tok::Plus: op = Operator::UnaryPlus; break;
-    case Tok::Not: op = Operator::Not; break;
-    default: return parsePower();
-    }
+    auto const op = at(Tok::Minus) ? Operator::UnaryMinus : at(Tok::Plus) ? Operator::UnaryPlus : Operator::Not;
     if (op == Operator::Not && inMatrix_ && (peek().kind == Tok::Comma || peek().kind == Tok::RBracket)) {
         // An ignored output in `[~, b] = f()`.
-        auto const& ignored = make(fields(NodeKind::Ignored, token_));
+        auto const& ignored = plainLeaf(NodeKind::Ignored);
         advance();
         return ignored;
     }
     Depth depth(*this);
-    auto const start = token_;
+    auto const start = positionOf(token_);
     advance();
-    auto const& operand = parseUnary();
-    return make(fields(NodeKind::UnaryOperation, start, op), {Single{&operand}});
+    return node(NodeKind::UnaryOperation, start, &parseOperand(), op);
 }
 
-Node const& Parser::parsePower()
-{
-    Node const* left = &parsePostfix();
-    while (at(Tok::Caret) || at(Tok::DotCaret)) {
-        auto const op = at(Tok::Caret) ? Operator::Power : Operator::ElementPower;
-        advance();
-        auto const& right = parsePowerOperand();
-        left = &make(fields(NodeKind::BinaryOperation, *left, op), {Single{left}, Single{&right}});
-    }
-    return *left;
-}
-
-// The exponent: a postfix expression, possibly signed or negated (2^-1).
+// The exponent: an operand without its transposes, possibly signed or negated (2^-1).
 Node const& Parser::parsePowerOperand()
 {
     Operator op = Operator::None;
@@ -1203,44 +1596,41 @@ Node const& Parser::parsePowerOperand()
     case Tok::Minus: op = Operator::UnaryMinus; break;
     case Tok::Plus: op = Operator::UnaryPlus; break;
     case Tok::Not: op = Operator::Not; break;
-    default: return parsePostfix();
+    default: return parsePostfix(false);
     }
     Depth depth(*this);
-    auto const start = token_;
+    auto const start = positionOf(token_);
     advance();
-    auto const& operand = parsePowerOperand();
-    return make(fields(NodeKind::UnaryOperation, start, op), {Single{&operand}});
+    return node(NodeKind::UnaryOperation, start, &parsePowerOperand(), op);
 }
 
-NodeList Parser::parseArguments(Tok closing, char const* closingText)
+// Pushes the arguments up to the closing bracket onto the list stack.
+void Parser::parseArguments(Tok closing, char const* closingText)
 {
     auto const savedMatrix = std::exchange(inMatrix_, false);
     ++indexDepth_;
-    NodeList arguments;
     if (at(closing)) {
         advance();
     } else {
         for (;;) {
-            auto const next = peek().kind;
-            if (at(Tok::Colon) && (next == Tok::Comma || next == closing)) {
-                arguments.push_back(&make(fields(NodeKind::Colon, token_)));
+            if (at(Tok::Colon) && (peek().kind == Tok::Comma || peek().kind == closing)) {
+                push(plainLeaf(NodeKind::Colon));
                 advance();
-            } else if (at(Tok::Identifier) && token_.keyword == Keyword::None && next == Tok::Assign) {
+            } else if (atName() && peek().kind == Tok::Assign) {
                 // name=value argument
                 auto const& name = tokenLeaf(NodeKind::Identifier);
                 advance();
                 advance();
-                auto const& value = parseExpression();
-                arguments.push_back(&make(fields(NodeKind::Assignment, name), {Single{&name}, Single{&value}}));
+                push(node(NodeKind::Assignment, positionOf(name), &name, &parseExpression()));
             } else {
-                arguments.push_back(&parseExpression());
+                push(parseExpression());
             }
             if (at(Tok::Comma)) {
                 advance();
                 continue;
             }
             if (!at(closing)) {
-                fail(token_, std::string("expected ',' or ") + closingText + " but found " + describe(token_));
+                expectedEither("','", closingText);
             }
             advance();
             break;
@@ -1248,12 +1638,17 @@ NodeList Parser::parseArguments(Tok closing, char const* closingText)
     }
     --indexDepth_;
     inMatrix_ = savedMatrix;
-    return arguments;
 }
 
-Node const& Parser::parsePostfix()
+Node const& Parser::parsePostfix(bool withTransposes)
 {
+    auto const start = token_.begin;
+    auto const startKind = token_.kind;
     Node const* expression = &parsePrimary();
+    // Where a plain or dotted name (`obj`, `obj.setup`) ends while the expression is one: the member name of a
+    // superclass call `obj.setup@Base(...)`. Zero once the expression is anything else.
+    std::uint32_t nameEnd =
+        expression->kind() == NodeKind::Identifier && startKind == Tok::Identifier ? previousEnd_ : 0;
     for (;;) {
         if (matrixElementEndsBefore()) {
             return *expression;
@@ -1263,34 +1658,50 @@ Node const& Parser::parsePostfix()
         case Tok::LBrace: {
             bool const paren = at(Tok::LParen);
             advance();
-            auto const arguments = paren ? parseArguments(Tok::RParen, "')'") : parseArguments(Tok::RBrace, "'}'");
-            expression = &make(fields(paren ? NodeKind::ParenIndex : NodeKind::BraceIndex, *expression),
-                               {Single{expression}, list(arguments)});
+            auto const arguments = listStart();
+            parseArguments(paren ? Tok::RParen : Tok::RBrace, paren ? "')'" : "'}'");
+            expression = &listNode(paren ? NodeKind::ParenIndex : NodeKind::BraceIndex, positionOf(*expression),
+                                   expression, arguments);
+            nameEnd = 0;
             break;
         }
         case Tok::Dot: {
+            bool const joined = !token_.spaceBefore;
             advance();
             if (at(Tok::Identifier)) {
+                nameEnd = nameEnd != 0 && joined && !token_.spaceBefore ? token_.end : 0;
                 auto const& field = tokenLeaf(NodeKind::Identifier);
                 advance();
-                expression = &make(fields(NodeKind::FieldAccess, *expression), {Single{expression}, Single{&field}});
+                expression = &node(NodeKind::FieldAccess, positionOf(*expression), expression, &field);
             } else if (at(Tok::LParen)) {
                 advance();
                 auto const savedMatrix = std::exchange(inMatrix_, false);
                 auto const& field = parseExpression();
                 expect(Tok::RParen, "')' after a dynamic field name");
                 inMatrix_ = savedMatrix;
-                expression = &make(fields(NodeKind::DynamicField, *expression), {Single{expression}, Single{&field}});
+                expression = &node(NodeKind::DynamicField, positionOf(*expression), expression, &field);
+                nameEnd = 0;
             } else {
-                fail(token_, "expected a field name after '.' but found " + describe(token_));
+                expected("a field name after '.'");
             }
             break;
         }
+        case Tok::At:
+            if (nameEnd == 0 || token_.spaceBefore || peek().kind != Tok::Identifier || peek().spaceBefore) {
+                return *expression;
+            }
+            expression = &parseSuperclassCall(positionOf(*expression), source_.substr(start, nameEnd - start));
+            nameEnd = 0;
+            break;
         case Tok::Transpose:
         case Tok::DotTranspose: {
+            if (!withTransposes) {
+                return *expression;
+            }
             auto const op = at(Tok::Transpose) ? Operator::Transpose : Operator::DotTranspose;
             advance();
-            expression = &make(fields(NodeKind::PostfixOperation, *expression, op), {Single{expression}});
+            expression = &node(NodeKind::PostfixOperation, positionOf(*expression), expression, op);
+            nameEnd = 0;
             break;
         }
         default:
@@ -1299,28 +1710,47 @@ Node const& Parser::parsePostfix()
     }
 }
 
+// `name@Super(args)`, `name@pkg.Super` at '@'; memberName is the name before '@' as written.
+Node const& Parser::parseSuperclassCall(Position at, std::string_view memberName)
+{
+    advance();  // @
+    auto const& member = tree_.makeLeaf(fieldsAt(NodeKind::Identifier, at), memberName);
+    auto const& superclass = parseDottedName();
+    auto const arguments = listStart();
+    if (this->at(Tok::LParen) && !matrixElementEndsBefore()) {
+        advance();
+        parseArguments(Tok::RParen, "')'");
+    }
+    return makeSuperclassCall(at, member, superclass, arguments);
+}
+
+Node const& Parser::makeSuperclassCall(Position at, Node const& member, Node const& superclass, std::size_t arguments)
+{
+    auto const& call = tree_.make(fieldsAt(NodeKind::SuperclassCall, at),
+                                  {Single{&member}, Single{&superclass}, listFrom(arguments)});
+    drop(arguments);
+    return call;
+}
+
 Node const& Parser::parseMatrix(NodeKind kind, Tok closing, char const* closingText)
 {
     auto const opening = token_;
     advance();
     auto const savedMatrix = std::exchange(inMatrix_, true);
-    NodeList rows;
-    NodeList elements;
-    auto finishRow = [&] {
-        if (!elements.empty()) {
-            rows.push_back(&make(fields(NodeKind::Row, *elements.front()), {list(elements)}));
-            elements.clear();
-        }
-    };
+    auto const rows = listStart();
+    // The elements of the current row sit above the finished rows; a finished row replaces them.
+    auto elements = listStart();
     for (;;) {
-        if (at(closing)) {
-            finishRow();
+        if (at(closing) || at(Tok::Semicolon) || at(Tok::Newline)) {
+            if (scratch_.size() > elements) {
+                push(listNode(NodeKind::Row, positionOf(*scratch_[elements]), elements));
+                elements = listStart();
+            }
+            bool const closed = at(closing);
             advance();
-            break;
-        }
-        if (at(Tok::Semicolon) || at(Tok::Newline)) {
-            finishRow();
-            advance();
+            if (closed) {
+                break;
+            }
             continue;
         }
         if (at(Tok::Comma)) {
@@ -1330,37 +1760,38 @@ Node const& Parser::parseMatrix(NodeKind kind, Tok closing, char const* closingT
         if (at(Tok::EndOfFile)) {
             failUnclosed(opening, closingText);
         }
-        elements.push_back(&parseExpression());
-        // After an element: a separator, the closing bracket, or (white space having separated them) the next element.
-        if (!at(Tok::Comma) && !at(Tok::Semicolon) && !at(Tok::Newline) && !at(closing) && !token_.spaceBefore) {
-            fail(token_, std::string("expected ',', ';' or ") + closingText + " but found " + describe(token_));
+        push(parseExpression());
+        // After an element: a separator, the closing bracket, or (white space having separated them, or a closing
+        // bracket having ended the element) the next element.
+        if (!at(Tok::Comma) && !at(Tok::Semicolon) && !at(Tok::Newline) && !at(closing) && !token_.spaceBefore &&
+            !juxtaposedElementFollows()) {
+            expectedEither("',', ';'", closingText);
         }
     }
     inMatrix_ = savedMatrix;
-    return make(fields(kind, opening), {list(rows)});
+    return listNode(kind, positionOf(opening), rows);
 }
 
-Node const& Parser::parseAnonymousFunction(Token const& at)
+Node const& Parser::parseAnonymousFunction(Position at)
 {
     advance();  // (
-    NodeList parameters;
+    auto const parameters = listStart();
     if (this->at(Tok::RParen)) {
         advance();
     } else {
         for (;;) {
-            auto const parameterStart = token_;
+            auto const parameterStart = positionOf(token_);
             Node const* identifier = nullptr;
             Node const* ignored = nullptr;
             if (this->at(Tok::Not)) {
-                ignored = &make(fields(NodeKind::Ignored, token_));
-            } else if (this->at(Tok::Identifier) && token_.keyword == Keyword::None) {
+                ignored = &plainLeaf(NodeKind::Ignored);
+            } else if (atName()) {
                 identifier = &tokenLeaf(NodeKind::Identifier);
             } else {
-                fail(token_, "expected a parameter name but found " + describe(token_));
+                expected("a parameter name");
             }
             advance();
-            parameters.push_back(
-                &make(fields(NodeKind::InputArgument, parameterStart), {Single{identifier}, Single{ignored}}));
+            push(node(NodeKind::InputArgument, parameterStart, identifier, ignored));
             if (this->at(Tok::Comma)) {
                 advance();
                 continue;
@@ -1373,7 +1804,15 @@ Node const& Parser::parseAnonymousFunction(Token const& at)
     auto const savedIndexDepth = std::exchange(indexDepth_, 0);
     auto const& body = parseExpression();
     indexDepth_ = savedIndexDepth;
-    return make(fields(NodeKind::AnonymousFunction, at), {list(parameters), Single{&body}});
+    return makeAnonymousFunction(at, parameters, body);
+}
+
+Node const& Parser::makeAnonymousFunction(Position at, std::size_t parameters, Node const& body)
+{
+    auto const& function =
+        tree_.make(fieldsAt(NodeKind::AnonymousFunction, at), {listFrom(parameters), Single{&body}});
+    drop(parameters);
+    return function;
 }
 
 Node const& Parser::parsePrimary()
@@ -1381,12 +1820,12 @@ Node const& Parser::parsePrimary()
     switch (token_.kind) {
     case Tok::Identifier: {
         if (token_.keyword == Keyword::End && indexDepth_ > 0) {
-            auto const& leaf = make(fields(NodeKind::End, token_));
+            auto const& leaf = plainLeaf(NodeKind::End);
             advance();
             return leaf;
         }
         if (token_.keyword != Keyword::None) {
-            fail(token_, "unexpected keyword '" + std::string(keywordText(token_.keyword)) + "' in an expression");
+            failKeywordInExpression();
         }
         auto const& leaf = tokenLeaf(NodeKind::Identifier);
         advance();
@@ -1399,56 +1838,63 @@ Node const& Parser::parsePrimary()
         return leaf;
     }
     case Tok::CharString:
-    case Tok::String: {
-        auto const& leaf = textLeaf(at(Tok::CharString) ? NodeKind::CharacterString : NodeKind::String, token_,
-                                    decodeQuoted(lexer_.text(token_)));
-        advance();
-        return leaf;
-    }
+    case Tok::String: return parseText();
     case Tok::LParen: {
-        auto const opening = token_;
+        auto const opening = positionOf(token_);
         advance();
         auto const savedMatrix = std::exchange(inMatrix_, false);
         auto const& inner = parseExpression();
         expect(Tok::RParen, "')'");
         inMatrix_ = savedMatrix;
-        return make(fields(NodeKind::Parenthesized, opening), {Single{&inner}});
+        return node(NodeKind::Parenthesized, opening, &inner);
     }
     case Tok::LBracket: return parseMatrix(NodeKind::Matrix, Tok::RBracket, "']'");
     case Tok::LBrace: return parseMatrix(NodeKind::Cell, Tok::RBrace, "'}'");
     case Tok::At: {
-        auto const start = token_;
+        auto const start = positionOf(token_);
         advance();
         if (at(Tok::LParen)) {
             return parseAnonymousFunction(start);
         }
-        auto const& name = parseDottedName();
-        return make(fields(NodeKind::FunctionHandle, start), {Single{&name}});
+        return node(NodeKind::FunctionHandle, start, &parseDottedName());
     }
-    case Tok::Question: {
-        auto const start = token_;
-        advance();
-        auto const& name = parseDottedName();
-        auto querySpec = fields(NodeKind::MetaclassQuery, start);
-        querySpec.text = name.identifier().getString();
-        return tree_.make(querySpec, {});
-    }
+    case Tok::Question: return parseMetaclassQuery();
     default: unexpected();
     }
 }
 
+Node const& Parser::parseText()
+{
+    auto const& leaf = textLeaf(at(Tok::CharString) ? NodeKind::CharacterString : NodeKind::String, token_,
+                                decodeQuoted(lexer_.text(token_)));
+    advance();
+    return leaf;
+}
+
+Node const& Parser::parseMetaclassQuery()
+{
+    auto const start = token_;
+    advance();
+    auto const& name = parseDottedName();
+    auto querySpec = fields(NodeKind::MetaclassQuery, start);
+    querySpec.text = name.identifier().getString();
+    return tree_.make(querySpec, {});
+}
+
 }  // namespace
 
-ParseOutcome parse(std::string_view code)
+ParseOutcome parse(std::string_view code, std::size_t treeByteLimit)
 {
     ParseOutcome outcome;
-    // Trees take a few times the size of their code; reserving that spares the arena most of its growth steps.
+    // A tree takes several times the size of its code; reserving that spares the arena most of its growth steps.
     constexpr std::size_t largestReservation = std::size_t{64} << 20;
-    outcome.tree = std::make_unique<astapi::SyntaxTree>(std::min(code.size(), largestReservation / 4) * 4);
+    auto const reservation = std::min({code.size(), largestReservation / expectedTreeBytesPerCodeByte}) *
+                             expectedTreeBytesPerCodeByte;
     if (code.size() >= 0xFFFFFFFFu) {
         outcome.errors.push_back({1, 1, "the file is too large to analyse"});
     } else {
         try {
+            outcome.tree = std::make_unique<astapi::SyntaxTree>(std::min(reservation, treeByteLimit), treeByteLimit);
             Parser parser(code, *outcome.tree);
             auto const& root = parser.parseFile();
             outcome.tree->setRoot(root);
@@ -1456,6 +1902,9 @@ ParseOutcome parse(std::string_view code)
             return outcome;
         } catch (SyntaxFailure const& failure) {
             outcome.errors.push_back({failure.line, failure.column, failure.message});
+        } catch (astapi::TreeTooLarge const&) {
+            outcome.errors.push_back({1, 1, "the code is too large to analyse: its syntax tree would take more than " +
+                                                std::to_string(treeByteLimit) + " bytes"});
         }
     }
     // A fresh tree: the failed parse may have left unreachable nodes behind.

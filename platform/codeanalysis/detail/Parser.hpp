@@ -15,11 +15,12 @@ struct ParseOutcome {
     std::u16string ownerName;
 };
 
-// Parses UTF-8 code. Syntax errors end the parse and are returned (the tree is then an empty File); only
-// allocation failure throws.
-ParseOutcome parse(std::string_view code);
+// Parses UTF-8 code. Syntax errors end the parse and are returned (the tree is then an empty File), and so does a
+// tree that would take more than treeByteLimit bytes; only allocation failure throws.
+ParseOutcome parse(std::string_view code, std::size_t treeByteLimit);
 
-// UTF-8 to UTF-16; malformed sequences become U+FFFD.
-void appendUtf16(std::string_view utf8, std::u16string& out);
+// The parser reserves this many bytes of tree per byte of code up front: somewhat less than code without comments
+// takes (about ten), so that commented code does not leave much of the reservation unused.
+inline constexpr std::size_t expectedTreeBytesPerCodeByte = 4;
 
 }  // namespace ca::detail

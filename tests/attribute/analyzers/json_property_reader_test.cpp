@@ -230,7 +230,8 @@ TEST(JsonPropertyReader, TypedDataAsAWholeObjectAndWithRepeatedMembers) {
     }
 
     // A member given twice counts as given last, and the data always follows
-    // the latest type that names an integer type, whichever came first.
+    // the latest type that names an integer type, whichever came first; a
+    // later type naming no integer type leaves the earlier one.
     struct Case {
         std::string object;
         Value data;
@@ -240,7 +241,9 @@ TEST(JsonPropertyReader, TypedDataAsAWholeObjectAndWithRepeatedMembers) {
         {R"({"qzdata":[1,-1],"qztype":"uint8","qztype":"int8"})", Value(Value::Array{Value(1L), Value(-1L)})},
         {R"({"qztype":"int8","qzdata":[1,-1],"qztype":"uint8"})", Value(Value::Array{Value(1UL), Value(-1.0)})},
         {R"({"qzdata":[1],"qztype":"int8","qztype":"text"})", Value(Value::Array{Value(1L)})},
-        {R"({"qztype":"int8","qztype":"text","qzdata":[1]})", Value(Value::Array{Value(1.0)})},
+        {R"({"qztype":"int8","qztype":"text","qzdata":[1,-1]})", Value(Value::Array{Value(1L), Value(-1L)})},
+        {R"({"qztype":"uint8","qzdata":[1],"qztype":8,"qztype":"double"})", Value(Value::Array{Value(1UL)})},
+        {R"({"qztype":"text","qzdata":[1]})", Value(Value::Array{Value(1.0)})},
         {R"({"qztype":"int64","qzdata":[9223372036854775808, -1],"qztype":"uint64"})",
          Value(Value::Array{Value(9223372036854775808UL), Value(-1.0)})},
         {R"({"qztype":"uint8","qzdata":[1,-1,18446744073709551615,"1"],"qztype":"int8"})",

@@ -1,6 +1,7 @@
-// The corpus under tests/data/qx: every valid file parses and yields the definitions its first line names; every
-// broken file reports an error on the line its first line names. Files are read through the file analyzer, so the
-// corpus also exercises reading from disk.
+// The corpus under tests/data/qx: every valid file parses and yields the definitions its first line names (and,
+// when its second line lists node kinds, a tree holding each of them); every broken file reports an error on the
+// line its first line names. Files are read through the file analyzer, so the corpus also exercises reading from
+// disk.
 
 #include "TreeDump.hpp"
 #include "platform/codeanalysis/CodeAnalysis.hpp"
@@ -10,6 +11,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <optional>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -32,23 +35,46 @@ std::vector<fs::path> filesIn(fs::path const& folder)
     return files;
 }
 
-// The value after "% <key>:" on the file's first line.
-std::string expectation(fs::path const& file, std::string const& key)
+// The value after "% <key>:" on the file's first line, or on its second when `second`; nullopt when that line
+// is not such a line.
+std::optional<std::string> expectationOn(fs::path const& file, std::string const& key, bool second)
 {
     std::ifstream in(file);
     std::string line;
     std::getline(in, line);
+    if (second) {
+        std::getline(in, line);
+    }
     if (!line.empty() && line.back() == '\r') {
         line.pop_back();
     }
     auto const prefix = "% " + key + ":";
     if (line.rfind(prefix, 0) != 0) {
-        ADD_FAILURE() << file << " does not start with '" << prefix << "'";
-        return {};
+        return std::nullopt;
     }
     auto value = line.substr(prefix.size());
     value.erase(0, value.find_first_not_of(' '));
     return value;
+}
+
+std::string expectation(fs::path const& file, std::string const& key)
+{
+    auto value = expectationOn(file, key, false);
+    if (!value) {
+        ADD_FAILURE() << file << " does not start with '% " << key << ":'";
+        return {};
+    }
+    return *value;
+}
+
+void collectKinds(ca::astapi::Node const& node, std::set<std::string>& kinds)
+{
+    std::ostringstream name;
+    name << node.kind();
+    kinds.insert(name.str());
+    for (auto const* child : node.children()) {
+        collectKinds(*child, kinds);
+    }
 }
 
 std::string joined(std::vector<std::string> const& names)
@@ -72,6 +98,14 @@ TEST(Corpus, ValidFilesParseAndYieldTheirDefinitions)
             ADD_FAILURE() << "line " << error.line << ", column " << error.column << ": " << error.message;
         }
         EXPECT_EQ(joined(ca::testing::definitions(result->getRootNode())), expectation(file, "expect-definitions"));
+        if (auto const kinds = expectationOn(file, "expect-kinds", true)) {
+            std::set<std::string> found;
+            collectKinds(result->getRootNode(), found);
+            std::istringstream wanted(*kinds);
+            for (std::string kind; wanted >> kind;) {
+                EXPECT_TRUE(found.contains(kind)) << "no " << kind << " node";
+            }
+        }
     }
 }
 

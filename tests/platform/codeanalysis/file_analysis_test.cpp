@@ -83,6 +83,56 @@ TEST_F(FileAnalysisTest, AnUnchangedFileIsParsedOnceAndAChangedOneAgain)
     EXPECT_EQ(analyzer_->analyze(path), third);
 }
 
+TEST_F(FileAnalysisTest, AReplacedFileWithCopiedSizeAndTimeIsParsedAgain)
+{
+    auto const time = fs::file_time_type::clock::now() - std::chrono::hours(2);
+    auto const path = write("r.qx", "function a\nend\n", time);
+    auto const first = analyzer_->analyze(path);
+    auto const nameIn = [](std::shared_ptr<ca::AnalysisResult const> const& result) {
+        return std::u16string(result->getRootNode().children()[0]->child(7)->identifier().getString());
+    };
+
+    // A new file of the same size, given the old modification time, renamed over the old one: another inode.
+    write("r.qx.new", "function b\nend\n", time);
+    fs::rename(folder_ / "r.qx.new", folder_ / "r.qx");
+    auto const replaced = analyzer_->analyze(path);
+    EXPECT_EQ(nameIn(replaced), u"b");
+
+    // Rewritten in place and the modification time put back: the same inode, but its status changed.
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    write("r.qx", "function c\nend\n", time);
+    EXPECT_EQ(nameIn(analyzer_->analyze(path)), u"c");
+    EXPECT_NE(first, replaced);
+}
+
+TEST_F(FileAnalysisTest, TheCacheCapacityCanBeSetAndZeroKeepsNothing)
+{
+    auto const path = write("z.qx", "function z\nend\n");
+    auto const saved = ca::resultCacheCapacity();
+    ca::setResultCacheCapacity(0);
+    EXPECT_EQ(ca::resultCacheCapacity(), 0u);
+    auto const first = analyzer_->analyze(path);
+    EXPECT_NE(analyzer_->analyze(path), first);
+    ca::setResultCacheCapacity(saved);
+    auto const kept = analyzer_->analyze(path);
+    EXPECT_EQ(analyzer_->analyze(path), kept);
+}
+
+TEST_F(FileAnalysisTest, CodeWhoseTreeExceedsTheLimitIsAnErrorOfTheResult)
+{
+    std::string code;
+    while (code.size() < 100000) {
+        code += "x = [1, 2, 3] + y(4);\n";
+    }
+    EXPECT_FALSE(ca::analyzeText(code)->hasErrors());
+    auto const limited = ca::analyzeText(code, 200000);
+    ASSERT_TRUE(limited->hasErrors());
+    EXPECT_EQ(limited->getErrors().front().message,
+              "the code is too large to analyse: its syntax tree would take more than 200000 bytes");
+    EXPECT_TRUE(limited->getRootNode().children().empty());
+    EXPECT_LT(limited->memoryBytes(), 200000u);
+}
+
 TEST_F(FileAnalysisTest, ConcurrentAnalysesAgreeAndShareResults)
 {
     std::vector<std::u16string> paths;

@@ -64,4 +64,30 @@ TEST(SyntaxTree, AnyKindCanBeBuiltButSlotsAreBounded)
     EXPECT_NO_THROW(tree.make(at(NodeKind::File), enough));
 }
 
+TEST(SyntaxTree, NodesAndTextsStayIntactAcrossStorageBlocksUpToTheLimit)
+{
+    // Texts of every length between nodes, so that node after node starts at a new alignment, over many blocks.
+    SyntaxTree tree(0);
+    std::vector<Node const*> nodes;
+    std::u16string const letters = u"abcdefghij";
+    for (std::size_t i = 0; i < 20000; ++i) {
+        auto const text = letters.substr(0, i % 10);
+        auto const* previous = nodes.empty() ? nullptr : nodes.back();
+        nodes.push_back(&tree.make(at(NodeKind::Identifier, 1, static_cast<std::uint32_t>(i), text),
+                                   {Single{previous}}));
+    }
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        ASSERT_EQ(nodes[i]->column(), i);
+        ASSERT_EQ(nodes[i]->identifier().getString(), letters.substr(0, i % 10));
+        ASSERT_EQ(nodes[i]->child(0), i == 0 ? nullptr : nodes[i - 1]);
+    }
+    EXPECT_GT(tree.memoryBytes(), nodes.size() * sizeof(Node));
+
+    SyntaxTree limited(0, 64 << 10);
+    EXPECT_THROW(
+        for (int i = 0; i < 10000; ++i) { limited.make(at(NodeKind::Identifier, 1, 1, u"name")); },
+        TreeTooLarge);
+    EXPECT_LE(limited.memoryBytes(), std::size_t{64} << 10);
+}
+
 }  // namespace
