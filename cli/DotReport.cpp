@@ -64,10 +64,15 @@ std::string_view fillOf(Severity severity) {
 std::string nodeStatement(Node const& node, NodeFindings const* entry) {
     auto const id = toUtf8(node.getID());
     std::string statement = fmt::format("  {} [shape={}", dotString(id), shapeOf(node.getType()));
-    if (entry != nullptr) {
+    bool const reported = entry != nullptr && std::any_of(entry->findings.begin(), entry->findings.end(),
+                                                          [](auto const& finding) { return !finding.suppressed; });
+    if (reported) {
         Severity gravest = Severity::Information;
         std::string tooltip;
         for (auto const& finding : entry->findings) {
+            if (finding.suppressed) {
+                continue;
+            }
             auto const& attribute = *finding.attribute;
             gravest = std::max(gravest, attribute.getSeverity());
             tooltip += fmt::format("{}{} {}: {}", tooltip.empty() ? "" : "\n", toString(attribute.getSeverity()),
