@@ -5,7 +5,10 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fnmatch.h>
+#include <fstream>
 
 namespace depattr::cli {
 
@@ -28,6 +31,9 @@ public:
     explicit ConfigReader(std::filesystem::path file) : file_(std::move(file)) {}
 
     ConfigFile read() {
+        if (std::ifstream const probe(file_); !probe) {
+            throw ConfigError(file_, 0, 0, std::string("cannot read the configuration file: ") + std::strerror(errno));
+        }
         toml::table table;
         try {
             table = toml::parse_file(file_.string());
@@ -189,7 +195,14 @@ bool selectorMatches(std::string_view selector, std::string_view id) {
         return true;
     }
     // Only a kind whose IDs carry more text matches by prefix.
-    return selector == "MissingProduct" && id.starts_with(selector);
+    for (auto const& entry : builtInAnalyzers()) {
+        for (auto const& kind : entry.findings) {
+            if (kind.idIsPrefix && kind.id == selector && id.starts_with(selector)) {
+                return true;
+            }
+        }
+    }
+    return false;
 }
 
 FindingFilter::FindingFilter(ProgramOptions const& options)

@@ -60,7 +60,7 @@ struct ReportSettings {
     FindingSources const* sources = nullptr;
     FindingFilter const* filter = nullptr;  // null keeps every finding
     Baseline* baseline = nullptr;           // null hides nothing
-    std::filesystem::path workingFolder;    // node paths below it are shown relative to it
+    std::filesystem::path workingFolder{};  // node paths below it are shown relative to it
 };
 
 // The findings at or above the minimum of every node of `graph` that the

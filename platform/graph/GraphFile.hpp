@@ -65,7 +65,7 @@ struct GraphFileOptions {
     NodePositions* positions = nullptr;
     // When set, called now and then while the file is read with the bytes read
     // so far and the file's size.
-    std::function<void(std::size_t done, std::size_t total)> progress;
+    std::function<void(std::size_t done, std::size_t total)> progress{};
 };
 
 // Reads the graph file at `path`. Relative paths inside the file are resolved
