@@ -106,7 +106,8 @@ public:
             }
         }
         if (char const* rest = nullptr; document.current_location().get(rest) == simdjson::SUCCESS) {
-            failAtPointer(rest, "unexpected text after the graph");
+            // Text that ends early can look like this too: the scan tells which it is.
+            failStructure("unexpected text after the graph", rest);
         }
 
         if (!sawNodes) {
@@ -212,7 +213,7 @@ private:
     // Explains a text whose brackets do not balance: a scan that skips strings
     // finds where the graph's object ends. Text after it is stray; a text that
     // runs out first ended early. Runs only on the way to an error.
-    [[noreturn]] void failStructure(std::string const& fallback) const {
+    [[noreturn]] void failStructure(std::string const& fallback, char const* fallbackWhere = nullptr) const {
         char const* p = firstNonSpace();
         char const* const end = text_.data() + text_.size();
         if (p == end) {
@@ -255,7 +256,7 @@ private:
                 failAtPointer(p, "unexpected text after the graph");
             }
         }
-        fail(0, 0, fallback);
+        failAtPointer(fallbackWhere, fallback);
     }
 
     std::string_view readString(od::value& value, std::string_view what) {
