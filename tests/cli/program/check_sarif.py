@@ -1,6 +1,9 @@
 """check_sarif.py SCHEMA LOG: validates a SARIF log against the SARIF 2.1.0
 JSON schema and checks what depattr promises beyond it: every rule has a name,
-generic descriptions and markdown help, and every result a fingerprint."""
+generic descriptions and markdown help, and every result a fingerprint.
+
+tests/data/sarif-schema-2.1.0.json is the schema published with the OASIS
+SARIF 2.1.0 standard (errata 01)."""
 import json
 import sys
 
