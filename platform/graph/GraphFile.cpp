@@ -194,11 +194,10 @@ private:
         if (error == simdjson::INCORRECT_TYPE) {
             failAt(json, std::string(what) + " has the wrong type");
         }
-        if (error == simdjson::INCOMPLETE_ARRAY_OR_OBJECT || error == simdjson::TAPE_ERROR ||
-            error == simdjson::UNCLOSED_STRING || error == simdjson::EMPTY) {
-            failStructure(std::string(what) + ": " + simdjson::error_message(error));
-        }
-        failAt(json, std::string(what) + ": " + simdjson::error_message(error));
+        // The reader's own error (which differs between its checked and
+        // unchecked builds) is the last resort: text that ends early or that
+        // does not balance is the likelier cause, and is reported where it is.
+        failStructure(std::string(what) + ": " + simdjson::error_message(error), whereIs(json));
     }
 
     char const* firstNonSpace() const {
