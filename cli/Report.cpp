@@ -18,6 +18,11 @@ std::string toUtf8(std::u16string const& text) {
     return boost::locale::conv::utf_to_utf<char>(text.data(), text.data() + text.size());
 }
 
+std::string displayNameOf(Node const& node) {
+    auto const name = node.getName();
+    return toUtf8(name.empty() ? node.getID() : name);
+}
+
 std::string NodeFindings::where() const {
     return path.empty() ? toUtf8(node->getID()) : path;
 }
@@ -233,7 +238,7 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
         auto const& node = *entry.node;
         out << '\n'
             << text("TextNodeHeading", {escapeControls(entry.where()), kindWord(node.getType()),
-                                        escapeControls(toUtf8(node.getName())), escapeControls(toUtf8(node.getID()))})
+                                        escapeControls(displayNameOf(node)), escapeControls(toUtf8(node.getID()))})
             << '\n';
         for (auto const& finding : entry.findings) {
             if (finding.suppressed) {
@@ -335,7 +340,7 @@ void writeGithub(std::ostream& out, Report const& report) {
             }
             out << "title=" << workflowProperty(title) << "::"
                 << workflowData(text("GithubMessage", {toUtf8(attribute.getName()), kindWord(entry.node->getType()),
-                                                       toUtf8(entry.node->getID())}))
+                                                       displayNameOf(*entry.node), toUtf8(entry.node->getID())}))
                 << '\n';
         }
     }
@@ -367,8 +372,8 @@ void writeJson(std::ostream& out, Report const& report, std::string_view toolVer
         auto const& node = *entry.node;
         out << "    {\"node\": " << jsonString(toUtf8(node.getID()));
         out << ", \"path\": " << (entry.path.empty() ? "null" : jsonString(entry.path));
-        out << ", \"kind\": " << jsonString(node.getType().name())
-            << ", \"name\": " << jsonString(toUtf8(node.getName())) << ", \"attributes\": [";
+        out << ", \"kind\": " << jsonString(node.getType().name()) << ", \"name\": " << jsonString(displayNameOf(node))
+            << ", \"attributes\": [";
         bool firstAttribute = true;
         for (auto const& finding : entry.findings) {
             if (finding.suppressed) {

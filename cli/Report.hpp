@@ -90,6 +90,8 @@ void writeDot(std::ostream& out, dependency::graph::Graph const& graph, Report c
 void writeAnalyzerList(std::ostream& out, bool json);
 
 std::string toUtf8(std::u16string const& text);
+// The node's display name; its ID when it has none.
+std::string displayNameOf(dependency::graph::Node const& node);
 // `text` as a JSON string literal, quotes included.
 std::string jsonString(std::string_view text);
 // `text` with control characters written as escapes (\n, \t, \x1b), for terminals.

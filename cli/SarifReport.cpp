@@ -128,9 +128,10 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
     std::string results;
     for (auto const& entry : report.nodes) {
         auto const artifact = artifactLocation(*entry.node, base);
-        auto const logical =
-            fmt::format("{{\"fullyQualifiedName\": {}, \"kind\": {}}}", jsonString(toUtf8(entry.node->getID())),
-                        jsonString(logicalKindOf(*entry.node)));
+        auto const logical = fmt::format(
+            "{{\"name\": {}, \"fullyQualifiedName\": {}, \"kind\": {}}}", jsonString(displayNameOf(*entry.node)),
+            jsonString(toUtf8(entry.node->getID())), jsonString(logicalKindOf(*entry.node)));
+        auto const nodeKind = jsonString(entry.node->getType().name());
         for (auto const& finding : entry.findings) {
             auto const& attribute = *finding.attribute;
             auto const id = ruleIdOf(finding);
@@ -141,11 +142,12 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
             results += results.empty() ? "\n" : ",\n";
             results += fmt::format(
                 "        {{\"ruleId\": {}, \"ruleIndex\": {}, \"level\": {}, \"message\": {}, "
-                "\"locations\": [{{{}\"logicalLocations\": [{}]}}], \"partialFingerprints\": {{\"depattr/v1\": {}}}",
+                "\"locations\": [{{{}\"logicalLocations\": [{}]}}], \"partialFingerprints\": {{\"depattr/v1\": {}}}, "
+                "\"properties\": {{\"nodeKind\": {}}}",
                 jsonString(id), rule->second, jsonString(levelOf(attribute.getSeverity())),
                 message(toUtf8(attribute.getName())),
                 artifact.empty() ? "" : "\"physicalLocation\": {\"artifactLocation\": " + artifact + "}, ", logical,
-                jsonString(finding.fingerprint));
+                jsonString(finding.fingerprint), nodeKind);
             if (finding.suppressed) {
                 results +=
                     ", \"suppressions\": [{\"kind\": \"external\", \"status\": \"accepted\", "

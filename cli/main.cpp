@@ -212,11 +212,14 @@ int main(int argc, char** argv) {
     CLI::App* list = nullptr;
     try {
         localiseHelp(app);
+        // Subcommands copy these defaults, so every option group is headed in the locale's language.
+        app.option_defaults()->group(text("HelpLabelOptions"));
         app.set_help_flag("-h,--help", text("HelpHelp"));
         app.set_version_flag("--version", "depattr " DEPATTR_VERSION, text("HelpVersion"));
         app.require_subcommand(1);
 
         analyze = app.add_subcommand("analyze", text("HelpAnalyze"));
+        analyze->group(text("HelpLabelSubcommands"));
         analyze->set_help_flag("-h,--help", text("HelpHelp"));
         analyze->add_option("graph", line.graph, text("HelpGraph"))->option_text("GRAPH");
         analyze->add_option("-a,--analyzers", line.analyzers, text("HelpAnalyzers"))->option_text("NAMES");
@@ -243,6 +246,7 @@ int main(int argc, char** argv) {
         analyze->add_option("--color", line.colour, text("HelpColor"))->option_text("WHEN");
 
         list = app.add_subcommand("analyzers", text("HelpList"));
+        list->group(text("HelpLabelSubcommands"));
         list->set_help_flag("-h,--help", text("HelpHelp"));
         list->add_option("-f,--format", line.listFormat, text("HelpListFormat"))->option_text("FORMAT");
         list->add_option("-l,--locale", line.locale, text("HelpLocale"))->option_text("NAME");

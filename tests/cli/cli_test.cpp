@@ -173,7 +173,7 @@ TEST_F(ReportFixture, TerminalFormatsEscapeControlCharactersAndAlign) {
 
     std::ostringstream annotations;
     writeGithub(annotations, value);
-    EXPECT_NE(annotations.str().find("::error file=src/z.qx,title=Broken::caf\xc3\xa9 (file zeta)\n"),
+    EXPECT_NE(annotations.str().find("::error file=src/z.qx,title=Broken::caf\xc3\xa9 (file \"zeta\", ID \"zeta\")\n"),
               std::string::npos)
         << annotations.str();
 }

@@ -175,7 +175,7 @@ TEST_F(TrackedAnalysis, DotFillsNodesByGravestFindingAndEscapesNames) {
     EXPECT_NE(dot.find("\"src/a.qx\" [shape=box, style=\"filled,rounded\", fillcolor=\"#ffd98a\""), std::string::npos)
         << dot;
     EXPECT_NE(dot.find("\"product:p\" [shape=component, style=\"filled,rounded\", fillcolor=\"#f4a3a3\", "
-                       "tooltip=\"Problem Broken: Broken \\\"badly\\\"\"]"),
+                       "tooltip=\"product \\\"product:p\\\"\\nProblem Broken: Broken \\\"badly\\\"\"]"),
               std::string::npos)
         << dot;
     EXPECT_NE(dot.find("\"odd \\\"name\\\"\\\\x\" [shape=box, style=\"filled,rounded\", fillcolor=\"#d6eaf8\""),

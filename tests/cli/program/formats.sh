@@ -19,9 +19,9 @@ expect "concise: every line a finding" test "$(wc -l <<<"${concise}")" -eq 10
 
 github=$("${depattr}" analyze project/graph.json --install-root install -f github)
 expect "github: annotations with file and title" \
-  has '::warning file=project/src/legacy.qx,title=Missing (missing-file)::File not found (file src/legacy.qx)' "${github}"
+  has '::warning file=project/src/legacy.qx,title=Missing (missing-file)::File not found (file "src/legacy.qx", ID "src/legacy.qx")' "${github}"
 expect "github: nodes without a file have no file property" \
-  has '::warning title=Missing (missing-project-reference)::Referenced project not found (project project:vendor)' "${github}"
+  has '::warning title=Missing (missing-project-reference)::Referenced project not found (project "vendor", ID "project:vendor")' "${github}"
 
 json=$("${depattr}" analyze project/graph.json --install-root install -f json)
 expect "json: valid and versioned" "${python}" -c '
