@@ -231,7 +231,6 @@ int main(int argc, char** argv) {
         analyze->add_option("-i,--install-root", line.installRoot, text("HelpInstallRoot"))->option_text("DIR");
         analyze->add_option("--analyzer-path", line.analyzerPaths, text("HelpAnalyzerPath"))
             ->option_text("DIR")
-            ->take_last()
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
         analyze->add_option("--select", line.select, text("HelpSelect"))
             ->option_text("IDS")
