@@ -1,19 +1,34 @@
 #pragma once
-// The built-in analyzers by their command-line names.
+// The built-in analyzers by their command-line names, and the kinds of
+// finding each of them reports.
 
+#include "attribute/Attribute.hpp"
 #include "attribute/AttributeAnalyzer.hpp"
 
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace depattr::cli {
 
+// One kind of finding. Its texts live in the program's catalog under the
+// keys `name` + "Short", "Full" and "Fix"; its section in docs/findings.md is
+// headed by `name`.
+struct FindingKind {
+    std::string_view id;          // the finding's ID, e.g. "Missing"
+    bool idIsPrefix;              // the ID goes on with more text ("MissingProduct" + base code)
+    std::string_view name;        // a stable name of the kind, e.g. "MissingFile"
+    std::string_view messageKey;  // the key of its Name in "QORVEX:dependency:attribute"
+    dependency::attribute::Severity severity;
+};
+
 struct AnalyzerEntry {
-    std::string_view name;         // e.g. "missing-file"
-    std::string_view description;  // one line for --help
+    std::string_view name;            // e.g. "missing-file"
+    std::string_view descriptionKey;  // its one-line description in the program's catalog
     std::shared_ptr<dependency::attribute::AttributeAnalyzer> (*create)();
+    std::span<FindingKind const> findings;
 };
 
 // An analyzer made from the catalogue, with the name it was chosen by.
@@ -25,8 +40,23 @@ struct NamedAnalyzer {
 // Every built-in analyzer, in the order they run by default.
 std::vector<AnalyzerEntry> const& builtInAnalyzers();
 
-// New analyzers for a comma-separated list of names ("all" or empty: every
-// one), in the order given. Throws std::invalid_argument naming an unknown name.
+// The entry of an analyzer name, or null.
+AnalyzerEntry const* findAnalyzer(std::string_view name);
+
+// New analyzers for the names given, in that order (empty: every one). Throws
+// std::invalid_argument naming an unknown name and the known ones.
+std::vector<NamedAnalyzer> createAnalyzers(std::vector<std::string> const& names);
+// The same for a comma-separated list ("all" or empty: every one).
 std::vector<NamedAnalyzer> createAnalyzers(std::string_view names);
+
+// The kind of a finding reported by the named analyzer; null when unknown.
+FindingKind const* kindOf(std::string_view analyzer, dependency::attribute::Attribute const& finding);
+
+// Whether `id` is the ID of some built-in kind of finding (a prefix ID also
+// counts with nothing after it: "MissingProduct").
+bool isKnownFindingId(std::string_view id);
+
+// Every known finding ID, once each, for messages.
+std::string knownFindingIds();
 
 }  // namespace depattr::cli

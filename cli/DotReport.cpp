@@ -1,6 +1,6 @@
 // The Graphviz report: the whole graph, each node shaped by its kind and, when
 // it has findings at or above the threshold, filled by the gravest of them,
-// with the findings as its tooltip.
+// with its kind, name, path and findings as its tooltip.
 #include "cli/Report.hpp"
 
 #include <fmt/format.h>
@@ -64,14 +64,23 @@ std::string_view fillOf(Severity severity) {
 std::string nodeStatement(Node const& node, NodeFindings const* entry) {
     auto const id = toUtf8(node.getID());
     std::string statement = fmt::format("  {} [shape={}", dotString(id), shapeOf(node.getType()));
-    if (entry != nullptr) {
+    bool const reported = entry != nullptr && std::any_of(entry->findings.begin(), entry->findings.end(),
+                                                          [](auto const& finding) { return !finding.suppressed; });
+    if (reported) {
         Severity gravest = Severity::Information;
-        std::string tooltip;
+        // Where the node is, then what was found.
+        std::string tooltip = fmt::format("{} \"{}\"", node.getType().name(), displayNameOf(node));
+        if (!entry->path.empty()) {
+            tooltip += "\n" + entry->path;
+        }
         for (auto const& finding : entry->findings) {
+            if (finding.suppressed) {
+                continue;
+            }
             auto const& attribute = *finding.attribute;
             gravest = std::max(gravest, attribute.getSeverity());
-            tooltip += fmt::format("{}{} {}: {}", tooltip.empty() ? "" : "\n", toString(attribute.getSeverity()),
-                                   toUtf8(attribute.getID()), toUtf8(attribute.getName()));
+            tooltip += fmt::format("\n{} {}: {}", toString(attribute.getSeverity()), toUtf8(attribute.getID()),
+                                   toUtf8(attribute.getName()));
         }
         statement += fmt::format(", style=\"filled,rounded\", fillcolor={}, tooltip={}", dotString(fillOf(gravest)),
                                  dotString(tooltip));

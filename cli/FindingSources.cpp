@@ -15,7 +15,14 @@ public:
     std::vector<std::shared_ptr<Attribute>> analyze(
         std::shared_ptr<dependency::graph::Node> const& node,
         std::shared_ptr<dependency::graph::Graph const> const& graph) const override {
-        auto findings = inner_.analyzer->analyze(node, graph);
+        std::vector<std::shared_ptr<Attribute>> findings;
+        try {
+            findings = inner_.analyzer->analyze(node, graph);
+        } catch (AnalyzerFailure const&) {
+            throw;
+        } catch (std::exception const& error) {
+            throw AnalyzerFailure(std::string(inner_.name), node, error.what());
+        }
         for (auto const& finding : findings) {
             sources_->record(finding, inner_.name);
         }

@@ -7,16 +7,33 @@
 #include "cli/AnalyzerCatalog.hpp"
 
 #include <memory>
+#include <stdexcept>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
 namespace depattr::cli {
 
+// An analyzer failed on a node. what() is the analyzer's own reason; the
+// program adds where the node is in the graph file.
+class AnalyzerFailure : public std::runtime_error {
+public:
+    AnalyzerFailure(std::string analyzer, std::shared_ptr<dependency::graph::Node> node, std::string const& reason)
+        : std::runtime_error(reason), analyzer_(std::move(analyzer)), node_(std::move(node)) {}
+    std::string const& analyzer() const noexcept { return analyzer_; }
+    std::shared_ptr<dependency::graph::Node> const& node() const noexcept { return node_; }
+
+private:
+    std::string analyzer_;
+    std::shared_ptr<dependency::graph::Node> node_;
+};
+
 class FindingSources : public std::enable_shared_from_this<FindingSources> {
 public:
     // Analyzers that behave as the given ones and record each finding under
-    // the analyzer's name. The wrappers keep this object alive.
+    // the analyzer's name; a failure leaves them as an AnalyzerFailure naming
+    // the analyzer and the node. The wrappers keep this object alive.
     std::vector<std::shared_ptr<dependency::attribute::AttributeAnalyzer>> track(
         std::vector<NamedAnalyzer> const& analyzers);
 

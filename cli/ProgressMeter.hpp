@@ -1,5 +1,6 @@
 #pragma once
-// A progress bar for long analyses. It takes part in the analysis as one more
+// A progress bar for long runs: first while the graph file is read (by bytes),
+// then while it is analysed. For the analysis it takes part as one more
 // analyzer that finds nothing: the driver calls it once per node, which is all
 // it needs to count, and the findings stay exactly what the real analyzers give.
 
@@ -8,6 +9,7 @@
 #include <chrono>
 #include <cstddef>
 #include <ostream>
+#include <string>
 
 namespace depattr::cli {
 
@@ -17,9 +19,13 @@ public:
 
     // Draws on `out` once the analysis has run for `delay`, so that short runs
     // show nothing, and then at most every `interval`.
-    ProgressMeter(std::size_t nodeCount, std::ostream& out,
-                  Clock::duration delay = std::chrono::milliseconds(500),
+    ProgressMeter(std::size_t nodeCount, std::ostream& out, Clock::duration delay = std::chrono::milliseconds(500),
                   Clock::duration interval = std::chrono::milliseconds(100));
+
+    // While the graph file is read: `done` of `total` bytes.
+    void loading(std::size_t done, std::size_t total);
+    // The analysis starts: the bar counts nodes from here.
+    void startAnalysis(std::size_t nodeCount);
 
     std::vector<std::shared_ptr<dependency::attribute::Attribute>> analyze(
         std::shared_ptr<dependency::graph::Node> const& node,
@@ -30,6 +36,7 @@ public:
 
 private:
     void draw() const;
+    void drawBar(std::size_t done, std::size_t total, std::string const& label) const;
 
     std::size_t total_;
     std::ostream& out_;
@@ -39,6 +46,7 @@ private:
     mutable std::size_t done_ = 0;
     mutable Clock::time_point nextDraw_;
     mutable bool drawn_ = false;
+    bool loading_ = false;
 };
 
 }  // namespace depattr::cli

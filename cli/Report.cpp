@@ -1,5 +1,9 @@
 #include "cli/Report.hpp"
 
+#include "cli/Baseline.hpp"
+#include "cli/Config.hpp"
+#include "cli/Texts.hpp"
+
 #include <boost/locale/encoding_utf.hpp>
 #include <fmt/format.h>
 
@@ -14,62 +18,106 @@ std::string toUtf8(std::u16string const& text) {
     return boost::locale::conv::utf_to_utf<char>(text.data(), text.data() + text.size());
 }
 
+std::string displayNameOf(Node const& node) {
+    auto const name = node.getName();
+    return toUtf8(name.empty() ? node.getID() : name);
+}
+
+std::string NodeFindings::where() const {
+    return path.empty() ? toUtf8(node->getID()) : path;
+}
+
 std::size_t Report::count(Severity severity) const {
     std::size_t total = 0;
     for (auto const& entry : nodes) {
-        total += static_cast<std::size_t>(std::count_if(entry.findings.begin(), entry.findings.end(), [&](auto const& f) {
-            return f.attribute->getSeverity() == severity;
-        }));
+        total +=
+            static_cast<std::size_t>(std::count_if(entry.findings.begin(), entry.findings.end(), [&](auto const& f) {
+                return !f.suppressed && f.attribute->getSeverity() == severity;
+            }));
     }
     return total;
 }
 
+std::size_t Report::reportedNodes() const {
+    return static_cast<std::size_t>(std::count_if(nodes.begin(), nodes.end(), [](auto const& entry) {
+        return std::any_of(entry.findings.begin(), entry.findings.end(), [](auto const& f) { return !f.suppressed; });
+    }));
+}
+
+bool Report::fails() const {
+    for (auto const& entry : nodes) {
+        for (auto const& finding : entry.findings) {
+            if (!finding.suppressed && finding.attribute->getSeverity() >= failOn) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+namespace {
+
+std::string displayPath(std::u16string const& path, std::filesystem::path const& workingFolder) {
+    if (path.empty()) {
+        return {};
+    }
+    std::filesystem::path const file(toUtf8(path));
+    if (!workingFolder.empty() && file.is_absolute()) {
+        auto const relative = file.lexically_normal().lexically_relative(workingFolder);
+        if (!relative.empty() && *relative.begin() != "..") {
+            return relative.generic_string();
+        }
+    }
+    return file.generic_string();
+}
+
+}  // namespace
+
 Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::GraphAttributes const& result,
-                  Severity minimum, FindingSources const* sources) {
+                  ReportSettings const& settings) {
     Report report;
     report.nodeCount = graph.nodeCount();
     report.dependencyCount = graph.dependencyCount();
-    report.minimum = minimum;
+    report.minimum = settings.minimum;
+    report.failOn = settings.failOn;
+    auto const workingFolder =
+        settings.workingFolder.empty() ? std::filesystem::path() : settings.workingFolder.lexically_normal();
     std::vector<std::shared_ptr<Node>> nodes;
+    nodes.reserve(graph.nodeCount());
     for (auto const& node : graph.getNodes()) {
         nodes.push_back(node);
     }
     std::sort(nodes.begin(), nodes.end(), [](auto const& a, auto const& b) { return *a < *b; });
     for (auto const& node : nodes) {
-        auto const attributes = result.getAttributes(node, minimum);
+        auto const attributes = result.getAttributes(node, settings.minimum);
         if (attributes.empty()) {
             continue;
         }
-        NodeFindings entry{node, {}};
+        NodeFindings entry{node, displayPath(node->getPath(), workingFolder), {}};
+        std::filesystem::path const nodePath(toUtf8(node->getPath()));
         for (auto const& attribute : attributes) {
-            entry.findings.push_back({attribute, sources ? std::string(sources->analyzerOf(attribute)) : std::string()});
+            if (settings.filter != nullptr && !settings.filter->keeps(toUtf8(attribute->getID()), nodePath)) {
+                continue;
+            }
+            Finding finding{attribute, {}, nullptr, {}, false};
+            if (settings.sources != nullptr) {
+                finding.analyzer = std::string(settings.sources->analyzerOf(attribute));
+                finding.kind = kindOf(finding.analyzer, *attribute);
+            }
+            finding.fingerprint =
+                fingerprintOf(node->getID(), attribute->getID(), englishNameOf(finding.kind, attribute->getName()));
+            if (settings.baseline != nullptr && settings.baseline->take(finding.fingerprint)) {
+                finding.suppressed = true;
+                ++report.hiddenByBaseline;
+            }
+            entry.findings.push_back(std::move(finding));
         }
-        report.nodes.push_back(std::move(entry));
+        if (!entry.findings.empty()) {
+            report.nodes.push_back(std::move(entry));
+        }
     }
     return report;
 }
-
-namespace {
-
-std::string_view colourOf(Severity severity) {
-    switch (severity) {
-    case Severity::Problem:
-        return "\x1b[1;31m";
-    case Severity::Warning:
-        return "\x1b[33m";
-    case Severity::Information:
-        break;
-    }
-    return "\x1b[36m";
-}
-
-std::string lowerName(Severity severity) {
-    std::string name(toString(severity));
-    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
-    return name;
-}
-
-}  // namespace
 
 std::string jsonString(std::string_view text) {
     std::string out = "\"";
@@ -91,8 +139,8 @@ std::string jsonString(std::string_view text) {
             out += "\\t";
             break;
         default:
-            if (static_cast<unsigned char>(c) < 0x20) {
-                out += fmt::format("\\u{:04x}", static_cast<unsigned>(c));
+            if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
+                out += fmt::format("\\u{:04x}", static_cast<unsigned>(static_cast<unsigned char>(c)));
             } else {
                 out += c;
             }
@@ -101,64 +149,282 @@ std::string jsonString(std::string_view text) {
     return out + "\"";
 }
 
+std::string escapeControls(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (char const c : text) {
+        auto const byte = static_cast<unsigned char>(c);
+        if (c == '\n') {
+            out += "\\n";
+        } else if (c == '\r') {
+            out += "\\r";
+        } else if (c == '\t') {
+            out += "\\t";
+        } else if (c == '\\') {
+            out += "\\\\";
+        } else if (byte < 0x20 || byte == 0x7f) {
+            out += fmt::format("\\x{:02x}", byte);
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+namespace {
+
+std::string_view colourOf(Severity severity) {
+    switch (severity) {
+    case Severity::Problem:
+        return "\x1b[1;31m";
+    case Severity::Warning:
+        return "\x1b[33m";
+    case Severity::Information:
+        break;
+    }
+    return "\x1b[36m";
+}
+
+// Display width of UTF-8 text in terminal columns: East Asian wide characters take two.
+std::size_t displayWidth(std::string_view text) {
+    std::size_t width = 0;
+    for (std::size_t i = 0; i < text.size();) {
+        auto const byte = static_cast<unsigned char>(text[i]);
+        std::size_t const length = byte < 0x80 ? 1 : byte < 0xe0 ? 2 : byte < 0xf0 ? 3 : 4;
+        width += length >= 3 ? 2 : 1;
+        i += length;
+    }
+    return width;
+}
+
+std::string padded(std::string const& text, std::size_t width) {
+    auto const shown = displayWidth(text);
+    return shown >= width ? text : text + std::string(width - shown, ' ');
+}
+
+std::string summaryLine(Report const& report) {
+    std::string line = text("SummaryFound", {counted("CountProblem", report.count(Severity::Problem)),
+                                             counted("CountWarning", report.count(Severity::Warning)),
+                                             counted("CountInformation", report.count(Severity::Information)),
+                                             static_cast<long>(report.reportedNodes()),
+                                             counted("CountNode", report.nodeCount), severityWord(report.minimum)});
+    if (report.hiddenByBaseline > 0) {
+        line += "; " + counted("CountHiddenByBaseline", report.hiddenByBaseline);
+    }
+    return line;
+}
+
+}  // namespace
+
 void writeText(std::ostream& out, Report const& report, bool colour) {
-    out << fmt::format("{}: {} nodes, {} edges, {} analyzers\n", report.graphName, report.nodeCount,
-                       report.dependencyCount, report.analyzerCount);
+    out << text("TextHeading",
+                {escapeControls(report.graphName), counted("CountNode", report.nodeCount),
+                 counted("CountEdge", report.dependencyCount), counted("CountAnalyzer", report.analyzers.size())})
+        << '\n';
+    std::size_t severityWidth = 0;
     std::size_t idWidth = 0;
+    for (auto const severity : {Severity::Information, Severity::Warning, Severity::Problem}) {
+        severityWidth = std::max(severityWidth, displayWidth(severityWord(severity)));
+    }
     for (auto const& entry : report.nodes) {
         for (auto const& finding : entry.findings) {
-            idWidth = std::max(idWidth, toUtf8(finding.attribute->getID()).size());
+            idWidth = std::max(idWidth, displayWidth(escapeControls(toUtf8(finding.attribute->getID()))));
         }
     }
     for (auto const& entry : report.nodes) {
-        out << fmt::format("\n{}  ({})\n", toUtf8(entry.node->getID()), entry.node->getType().name());
+        if (std::none_of(entry.findings.begin(), entry.findings.end(), [](auto const& f) { return !f.suppressed; })) {
+            continue;
+        }
+        auto const& node = *entry.node;
+        out << '\n'
+            << text("TextNodeHeading", {escapeControls(entry.where()), kindWord(node.getType()),
+                                        escapeControls(displayNameOf(node)), escapeControls(toUtf8(node.getID()))})
+            << '\n';
         for (auto const& finding : entry.findings) {
-            auto const& attribute = finding.attribute;
-            auto const severity = attribute->getSeverity();
-            auto const label = fmt::format("{:<11}", toString(severity));
-            out << "  " << (colour ? colourOf(severity) : "") << label << (colour ? "\x1b[0m" : "") << "  "
-                << fmt::format("{:<{}}", toUtf8(attribute->getID()), idWidth) << "  " << toUtf8(attribute->getName())
+            if (finding.suppressed) {
+                continue;
+            }
+            auto const& attribute = *finding.attribute;
+            auto const severity = attribute.getSeverity();
+            out << "  " << (colour ? colourOf(severity) : "") << padded(severityWord(severity), severityWidth)
+                << (colour ? "\x1b[0m" : "") << "  " << padded(escapeControls(toUtf8(attribute.getID())), idWidth)
+                << "  " << escapeControls(toUtf8(attribute.getName()));
+            if (!finding.analyzer.empty()) {
+                out << "  [" << finding.analyzer << "]";
+            }
+            out << '\n';
+        }
+    }
+    out << '\n' << summaryLine(report) << '\n';
+}
+
+void writeConcise(std::ostream& out, Report const& report) {
+    for (auto const& entry : report.nodes) {
+        auto const where = escapeControls(entry.where());
+        for (auto const& finding : entry.findings) {
+            if (finding.suppressed) {
+                continue;
+            }
+            out << where << ": " << escapeControls(toUtf8(finding.attribute->getID())) << ": "
+                << escapeControls(toUtf8(finding.attribute->getName()));
+            if (!finding.analyzer.empty()) {
+                out << " [" << finding.analyzer << "]";
+            }
+            out << '\n';
+        }
+    }
+}
+
+namespace {
+
+// Workflow commands end at a line break and split at '::'; their data and
+// properties are percent-escaped as the CI service expects.
+std::string workflowData(std::string_view text) {
+    std::string out;
+    for (char const c : text) {
+        if (c == '%') {
+            out += "%25";
+        } else if (c == '\r') {
+            out += "%0D";
+        } else if (c == '\n') {
+            out += "%0A";
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+std::string workflowProperty(std::string_view text) {
+    std::string out;
+    for (char const c : workflowData(text)) {
+        if (c == ':') {
+            out += "%3A";
+        } else if (c == ',') {
+            out += "%2C";
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+std::string_view workflowLevel(Severity severity) {
+    switch (severity) {
+    case Severity::Problem:
+        return "error";
+    case Severity::Warning:
+        return "warning";
+    case Severity::Information:
+        break;
+    }
+    return "notice";
+}
+
+}  // namespace
+
+void writeGithub(std::ostream& out, Report const& report) {
+    for (auto const& entry : report.nodes) {
+        for (auto const& finding : entry.findings) {
+            if (finding.suppressed) {
+                continue;
+            }
+            auto const& attribute = *finding.attribute;
+            std::string title = toUtf8(attribute.getID());
+            if (!finding.analyzer.empty()) {
+                title += " (" + finding.analyzer + ")";
+            }
+            out << "::" << workflowLevel(attribute.getSeverity()) << " ";
+            if (!entry.path.empty()) {
+                out << "file=" << workflowProperty(entry.path) << ",";
+            }
+            out << "title=" << workflowProperty(title) << "::"
+                << workflowData(text("GithubMessage", {toUtf8(attribute.getName()), kindWord(entry.node->getType()),
+                                                       displayNameOf(*entry.node), toUtf8(entry.node->getID())}))
                 << '\n';
         }
     }
-    out << fmt::format("\n{} problems, {} warnings, {} information on {} of {} nodes (at or above {})\n",
-                       report.count(Severity::Problem), report.count(Severity::Warning),
-                       report.count(Severity::Information), report.nodes.size(), report.nodeCount,
-                       lowerName(report.minimum));
 }
 
-void writeJson(std::ostream& out, Report const& report) {
-    out << "{\n  \"graph\": " << jsonString(report.graphName) << ",\n";
-    out << fmt::format("  \"nodes\": {},\n  \"edges\": {},\n  \"analyzers\": {},\n", report.nodeCount,
-                       report.dependencyCount, report.analyzerCount);
-    out << "  \"minimumSeverity\": " << jsonString(toString(report.minimum)) << ",\n";
+void writeJson(std::ostream& out, Report const& report, std::string_view toolVersion) {
+    out << "{\n  \"schemaVersion\": 1,\n  \"tool\": {\"name\": \"depattr\", \"version\": " << jsonString(toolVersion)
+        << "},\n  \"graph\": " << jsonString(report.graphName) << ",\n";
+    out << fmt::format("  \"nodes\": {},\n  \"edges\": {},\n  \"analyzers\": [", report.nodeCount,
+                       report.dependencyCount);
+    for (std::size_t i = 0; i < report.analyzers.size(); ++i) {
+        out << (i ? ", " : "") << jsonString(report.analyzers[i]);
+    }
+    out << "],\n  \"minimumSeverity\": " << jsonString(toString(report.minimum))
+        << ",\n  \"failOn\": " << jsonString(toString(report.failOn))
+        << ",\n  \"failed\": " << (report.fails() ? "true" : "false") << ",\n";
     out << fmt::format("  \"counts\": {{\"Problem\": {}, \"Warning\": {}, \"Information\": {}}},\n",
                        report.count(Severity::Problem), report.count(Severity::Warning),
                        report.count(Severity::Information));
+    out << "  \"hiddenByBaseline\": " << report.hiddenByBaseline << ",\n";
     out << "  \"findings\": [";
     bool firstNode = true;
     for (auto const& entry : report.nodes) {
+        if (std::none_of(entry.findings.begin(), entry.findings.end(), [](auto const& f) { return !f.suppressed; })) {
+            continue;
+        }
         out << (firstNode ? "\n" : ",\n");
         firstNode = false;
-        out << "    {\"node\": " << jsonString(toUtf8(entry.node->getID()))
-            << ", \"type\": " << jsonString(entry.node->getType().name()) << ", \"attributes\": [";
+        auto const& node = *entry.node;
+        out << "    {\"node\": " << jsonString(toUtf8(node.getID()));
+        out << ", \"path\": " << (entry.path.empty() ? "null" : jsonString(entry.path));
+        out << ", \"kind\": " << jsonString(node.getType().name()) << ", \"name\": " << jsonString(displayNameOf(node))
+            << ", \"attributes\": [";
         bool firstAttribute = true;
         for (auto const& finding : entry.findings) {
-            auto const& attribute = finding.attribute;
+            if (finding.suppressed) {
+                continue;
+            }
+            auto const& attribute = *finding.attribute;
             out << (firstAttribute ? "\n" : ",\n");
             firstAttribute = false;
-            out << "      {\"id\": " << jsonString(toUtf8(attribute->getID()))
-                << ", \"name\": " << jsonString(toUtf8(attribute->getName()))
-                << ", \"severity\": " << jsonString(toString(attribute->getSeverity()))
-                << ", \"hasFix\": " << (attribute->hasFix() ? "true" : "false");
-            if (!finding.analyzer.empty()) {
-                out << ", \"analyzer\": " << jsonString(finding.analyzer);
-            }
-            out << "}";
+            out << "      {\"id\": " << jsonString(toUtf8(attribute.getID()))
+                << ", \"name\": " << jsonString(toUtf8(attribute.getName()))
+                << ", \"severity\": " << jsonString(toString(attribute.getSeverity()))
+                << ", \"analyzer\": " << (finding.analyzer.empty() ? "null" : jsonString(finding.analyzer))
+                << ", \"fingerprint\": " << jsonString(finding.fingerprint)
+                << ", \"hasFix\": " << (attribute.hasFix() ? "true" : "false") << "}";
         }
         out << "\n    ]}";
     }
-    out << (report.nodes.empty() ? "]\n}\n" : "\n  ]\n}\n");
+    out << (firstNode ? "]\n}\n" : "\n  ]\n}\n");
+}
+
+void writeAnalyzerList(std::ostream& out, bool json) {
+    if (json) {
+        out << "{\n  \"schemaVersion\": 1,\n  \"analyzers\": [";
+        bool firstAnalyzer = true;
+        for (auto const& entry : builtInAnalyzers()) {
+            out << (firstAnalyzer ? "\n" : ",\n") << "    {\"name\": " << jsonString(entry.name)
+                << ", \"description\": " << jsonString(text(std::string(entry.descriptionKey).c_str()))
+                << ", \"findings\": [";
+            firstAnalyzer = false;
+            bool firstKind = true;
+            for (auto const& kind : entry.findings) {
+                out << (firstKind ? "" : ", ") << "{\"id\": " << jsonString(kind.id)
+                    << ", \"idIsPrefix\": " << (kind.idIsPrefix ? "true" : "false")
+                    << ", \"name\": " << jsonString(kind.name)
+                    << ", \"severity\": " << jsonString(toString(kind.severity))
+                    << ", \"description\": " << jsonString(text((std::string(kind.name) + "Short").c_str())) << "}";
+                firstKind = false;
+            }
+            out << "]}";
+        }
+        out << "\n  ]\n}\n";
+        return;
+    }
+    for (auto const& entry : builtInAnalyzers()) {
+        out << entry.name << "  " << text(std::string(entry.descriptionKey).c_str()) << '\n';
+        for (auto const& kind : entry.findings) {
+            std::string const id = std::string(kind.id) + (kind.idIsPrefix ? "<code>" : "");
+            out << "    " << padded(id, 20) << padded(severityWord(kind.severity), 12)
+                << text((std::string(kind.name) + "Short").c_str()) << '\n';
+        }
+    }
 }
 
 }  // namespace depattr::cli

@@ -2,6 +2,7 @@
 // Turns an analysis result into the reports the command line prints.
 
 #include "attribute/GraphAttributes.hpp"
+#include "cli/AnalyzerCatalog.hpp"
 #include "cli/FindingSources.hpp"
 #include "platform/graph/Graph.hpp"
 
@@ -13,47 +14,87 @@
 
 namespace depattr::cli {
 
+class Baseline;
+class FindingFilter;
+
 struct Finding {
     std::shared_ptr<dependency::attribute::Attribute> attribute;
-    std::string analyzer;  // the analyzer that reported it; empty when not known
+    std::string analyzer;               // the analyzer that reported it; empty when not known
+    FindingKind const* kind = nullptr;  // its kind, when a built-in analyzer reported it
+    std::string fingerprint;            // stable across runs, machines and languages
+    bool suppressed = false;            // hidden by the baseline (SARIF keeps it as suppressed)
 };
 
 struct NodeFindings {
     std::shared_ptr<dependency::graph::Node> node;
+    // The node's path relative to the working folder when it lies below it,
+    // else as the graph gives it; empty for a node without a path.
+    std::string path;
     std::vector<Finding> findings;
+
+    // Where a reader finds the node: its path, else its ID.
+    std::string where() const;
 };
 
 struct Report {
     std::string graphName;
     std::size_t nodeCount = 0;
     std::size_t dependencyCount = 0;
-    std::size_t analyzerCount = 0;
+    std::vector<std::string> analyzers;  // the analyzers run, in order
     dependency::attribute::Severity minimum = dependency::attribute::Severity::Information;
+    dependency::attribute::Severity failOn = dependency::attribute::Severity::Warning;
+    std::size_t hiddenByBaseline = 0;
     std::vector<NodeFindings> nodes;  // in node order (by ID), nodes without findings left out
 
+    // Findings of this severity that are reported (not hidden by the baseline).
     std::size_t count(dependency::attribute::Severity severity) const;
+    std::size_t reportedNodes() const;
+    // Whether a reported finding reaches the fail threshold.
+    bool fails() const;
     bool empty() const { return nodes.empty(); }
 };
 
-// The findings at or above `minimum` of every node of `graph`, in node order,
-// each with its analyzer when `sources` knows it.
+struct ReportSettings {
+    dependency::attribute::Severity minimum = dependency::attribute::Severity::Information;
+    dependency::attribute::Severity failOn = dependency::attribute::Severity::Warning;
+    FindingSources const* sources = nullptr;
+    FindingFilter const* filter = nullptr;  // null keeps every finding
+    Baseline* baseline = nullptr;           // null hides nothing
+    std::filesystem::path workingFolder{};  // node paths below it are shown relative to it
+};
+
+// The findings at or above the minimum of every node of `graph` that the
+// filter keeps, in node order, each with its analyzer, kind and fingerprint;
+// those the baseline holds are marked suppressed.
 Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::GraphAttributes const& result,
-                  dependency::attribute::Severity minimum, FindingSources const* sources = nullptr);
+                  ReportSettings const& settings);
 
 // Grouped by node, columns aligned; severities coloured when `colour` is set.
+// Control characters of node and finding texts are escaped.
 void writeText(std::ostream& out, Report const& report, bool colour);
-// One JSON object: graph, counts and the findings per node.
-void writeJson(std::ostream& out, Report const& report);
+// One line per finding: where, finding ID, name, analyzer.
+void writeConcise(std::ostream& out, Report const& report);
+// Workflow annotations of a CI service: one "::warning file=...::" command per finding.
+void writeGithub(std::ostream& out, Report const& report);
+// One JSON object, laid out in docs/json-report.md.
+void writeJson(std::ostream& out, Report const& report, std::string_view toolVersion);
 // A SARIF 2.1.0 log with one run, for code-scanning services. One rule per
-// analyzer and ID; file paths under `baseFolder` become URIs relative to it.
+// analyzer and kind of finding; file paths under `baseFolder` become URIs relative to it.
 void writeSarif(std::ostream& out, Report const& report, std::string_view toolVersion,
                 std::filesystem::path const& baseFolder);
 // A Graphviz digraph of every node and edge, nodes with findings at or above
 // the threshold filled by their gravest severity.
 void writeDot(std::ostream& out, dependency::graph::Graph const& graph, Report const& report);
 
+// `depattr analyzers`: each analyzer, its description and its kinds of finding.
+void writeAnalyzerList(std::ostream& out, bool json);
+
 std::string toUtf8(std::u16string const& text);
+// The node's display name; its ID when it has none.
+std::string displayNameOf(dependency::graph::Node const& node);
 // `text` as a JSON string literal, quotes included.
 std::string jsonString(std::string_view text);
+// `text` with control characters written as escapes (\n, \t, \x1b), for terminals.
+std::string escapeControls(std::string_view text);
 
 }  // namespace depattr::cli

@@ -3,6 +3,8 @@
 // always by the node's ID as a logical location.
 #include "cli/Report.hpp"
 
+#include "cli/Texts.hpp"
+
 #include <fmt/format.h>
 
 #include <map>
@@ -48,8 +50,8 @@ std::string uriPath(std::string_view path) {
     std::string out;
     for (char const c : path) {
         auto const byte = static_cast<unsigned char>(c);
-        bool const plain = (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') || (byte >= '0' && byte <= '9') ||
-                           c == '-' || c == '.' || c == '_' || c == '~' || c == '/';
+        bool const plain = (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') ||
+                           (byte >= '0' && byte <= '9') || c == '-' || c == '.' || c == '_' || c == '~' || c == '/';
         out += plain ? std::string(1, c) : fmt::format("%{:02X}", byte);
     }
     return out;
@@ -78,60 +80,91 @@ std::string artifactLocation(Node const& node, std::filesystem::path const& base
     return fmt::format("{{\"uri\": {}}}", jsonString("file://" + uriPath(file.generic_string())));
 }
 
-// One rule per analyzer and ID: "Missing" alone would merge the findings of four analyzers.
+// One rule per analyzer and kind of finding: "Missing" alone would merge the
+// findings of four analyzers, and a missing product's ID carries the product.
 std::string ruleIdOf(Finding const& finding) {
-    auto const id = toUtf8(finding.attribute->getID());
+    std::string const id = finding.kind != nullptr ? std::string(finding.kind->id) : toUtf8(finding.attribute->getID());
     return finding.analyzer.empty() ? id : finding.analyzer + "/" + id;
 }
 
-struct Rule {
-    std::size_t index;
-    std::string description;
-    Severity severity;
-};
+std::string message(std::string_view text) {
+    return "{\"text\": " + jsonString(text) + "}";
+}
+
+// The rule's descriptions: generic texts of the kind from the program's
+// catalog, never one finding's text; an unknown kind only has its name.
+std::string ruleObject(std::string const& id, Finding const& finding) {
+    auto const level = jsonString(levelOf(finding.attribute->getSeverity()));
+    if (finding.kind == nullptr) {
+        auto const name = toUtf8(finding.attribute->getName());
+        return fmt::format(
+            "{{\"id\": {}, \"name\": {}, \"shortDescription\": {}, \"defaultConfiguration\": "
+            "{{\"level\": {}}}}}",
+            jsonString(id), jsonString(toUtf8(finding.attribute->getID())), message(name), level);
+    }
+    auto const& kind = *finding.kind;
+    std::string const stem(kind.name);
+    auto const shortText = text((stem + "Short").c_str());
+    auto const fullText = text((stem + "Full").c_str());
+    auto const fixText = text((stem + "Fix").c_str());
+    std::string const markdown = "**" + shortText + "**\n\n" + fullText + "\n\n**" + text("SarifHowToFix") + "** " +
+                                 fixText + "\n\n" + text("SarifSeeDocs", {"docs/findings.md#" + stem});
+    return fmt::format(
+        "{{\"id\": {}, \"name\": {}, \"shortDescription\": {}, \"fullDescription\": {}, \"help\": {{\"text\": "
+        "{}, \"markdown\": {}}}, \"defaultConfiguration\": {{\"level\": {}}}, \"properties\": {{\"analyzer\": "
+        "{}, \"findingId\": {}}}}}",
+        jsonString(id), jsonString(kind.name), message(shortText), message(fullText),
+        jsonString(fullText + " " + fixText), jsonString(markdown), level, jsonString(finding.analyzer),
+        jsonString(kind.id));
+}
 
 }  // namespace
 
 void writeSarif(std::ostream& out, Report const& report, std::string_view toolVersion,
                 std::filesystem::path const& baseFolder) {
     auto const base = std::filesystem::absolute(baseFolder).lexically_normal();
-    std::map<std::string, Rule> rules;
-    std::vector<std::string const*> ruleOrder;
+    std::map<std::string, std::size_t> ruleIndex;
+    std::vector<std::string> rules;
     std::string results;
     for (auto const& entry : report.nodes) {
         auto const artifact = artifactLocation(*entry.node, base);
-        auto const logical = fmt::format("{{\"fullyQualifiedName\": {}, \"kind\": {}}}",
-                                         jsonString(toUtf8(entry.node->getID())),
-                                         jsonString(logicalKindOf(*entry.node)));
+        auto const logical = fmt::format(
+            "{{\"name\": {}, \"fullyQualifiedName\": {}, \"kind\": {}}}", jsonString(displayNameOf(*entry.node)),
+            jsonString(toUtf8(entry.node->getID())), jsonString(logicalKindOf(*entry.node)));
+        auto const nodeKind = jsonString(entry.node->getType().name());
         for (auto const& finding : entry.findings) {
             auto const& attribute = *finding.attribute;
-            auto const name = toUtf8(attribute.getName());
-            auto [rule, added] = rules.try_emplace(ruleIdOf(finding), Rule{rules.size(), name, attribute.getSeverity()});
+            auto const id = ruleIdOf(finding);
+            auto [rule, added] = ruleIndex.try_emplace(id, rules.size());
             if (added) {
-                ruleOrder.push_back(&rule->first);
+                rules.push_back(ruleObject(id, finding));
             }
             results += results.empty() ? "\n" : ",\n";
             results += fmt::format(
-                "        {{\"ruleId\": {}, \"ruleIndex\": {}, \"level\": {}, \"message\": {{\"text\": {}}}, "
-                "\"locations\": [{{{}\"logicalLocations\": [{}]}}]}}",
-                jsonString(rule->first), rule->second.index, jsonString(levelOf(attribute.getSeverity())),
-                jsonString(name), artifact.empty() ? "" : "\"physicalLocation\": {\"artifactLocation\": " + artifact + "}, ",
-                logical);
+                "        {{\"ruleId\": {}, \"ruleIndex\": {}, \"level\": {}, \"message\": {}, "
+                "\"locations\": [{{{}\"logicalLocations\": [{}]}}], \"partialFingerprints\": {{\"depattr/v1\": {}}}, "
+                "\"properties\": {{\"nodeKind\": {}}}",
+                jsonString(id), rule->second, jsonString(levelOf(attribute.getSeverity())),
+                message(toUtf8(attribute.getName())),
+                artifact.empty() ? "" : "\"physicalLocation\": {\"artifactLocation\": " + artifact + "}, ", logical,
+                jsonString(finding.fingerprint), nodeKind);
+            if (finding.suppressed) {
+                results +=
+                    ", \"suppressions\": [{\"kind\": \"external\", \"status\": \"accepted\", "
+                    "\"justification\": " +
+                    jsonString(text("SarifBaselineJustification")) + "}]";
+            }
+            results += "}";
         }
     }
 
     out << "{\n  \"$schema\": \"https://json.schemastore.org/sarif-2.1.0.json\",\n  \"version\": \"2.1.0\",\n"
         << "  \"runs\": [\n    {\n      \"tool\": {\"driver\": {\"name\": \"depattr\", \"version\": "
         << jsonString(toolVersion) << ", \"rules\": [";
-    for (std::size_t i = 0; i < ruleOrder.size(); ++i) {
-        auto const& rule = rules.at(*ruleOrder[i]);
-        out << (i == 0 ? "\n" : ",\n")
-            << fmt::format("        {{\"id\": {}, \"shortDescription\": {{\"text\": {}}}, "
-                           "\"defaultConfiguration\": {{\"level\": {}}}}}",
-                           jsonString(*ruleOrder[i]), jsonString(rule.description),
-                           jsonString(levelOf(rule.severity)));
+    for (std::size_t i = 0; i < rules.size(); ++i) {
+        out << (i == 0 ? "\n" : ",\n") << "        " << rules[i];
     }
-    out << (ruleOrder.empty() ? "]}},\n" : "\n      ]}},\n");
+    out << (rules.empty() ? "]}},\n" : "\n      ]}},\n");
     out << "      \"originalUriBaseIds\": {" << jsonString(baseUriId) << ": {\"uri\": " << jsonString(folderUri(base))
         << "}},\n";
     out << "      \"results\": [" << results << (results.empty() ? "]\n" : "\n      ]\n") << "    }\n  ]\n}\n";

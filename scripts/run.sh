@@ -17,7 +17,7 @@ touch -d '2020-01-01 00:00:00' "${example}/data/results.csv"
 touch -d '2022-01-01 00:00:00' "${example}/data/summary.txt"
 
 status=0
-DEPATTR_RESOURCES="${PWD}/resources" ./build/release/cli/depattr analyze "${example}/graph.json" \
+./build/release/cli/depattr analyze "${example}/graph.json" \
   --install-root examples/install "$@" || status=$?
 # Exit status 1 means findings were reported, which is what the example is for.
 if [ "${status}" -gt 1 ]; then exit "${status}"; fi

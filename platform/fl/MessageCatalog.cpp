@@ -1,5 +1,7 @@
 #include "platform/fl/MessageCatalog.hpp"
 
+#include "platform/fl/detail/BuiltInCatalogs.hpp"
+
 #include <boost/locale/info.hpp>
 #include <pugixml.hpp>
 
@@ -12,6 +14,8 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <string_view>
 #include <unordered_map>
 
 namespace fl::i18n {
@@ -22,7 +26,8 @@ constexpr char const* fallbackLanguage = "en";
 
 using Messages = std::unordered_map<std::string, std::u16string>;
 
-// ASCII-only character tests: names and language codes are ASCII whatever the C locale says.
+// ASCII-only character tests: names and language codes are ASCII whatever the C
+// locale says.
 bool isAsciiLetter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
@@ -37,27 +42,15 @@ std::string lowerAscii(std::string text) {
     return text;
 }
 
-bool isDirectory(std::filesystem::path const& path) {
-    std::error_code error;
-    return std::filesystem::is_directory(path, error);
+// 1-based line of a byte offset, for error messages.
+std::size_t lineOfOffset(std::string_view text, std::ptrdiff_t offset) {
+    auto const end = static_cast<std::size_t>(std::clamp<std::ptrdiff_t>(offset, 0, std::ssize(text)));
+    return 1 +
+           static_cast<std::size_t>(std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(end), '\n'));
 }
 
-// 1-based line of a byte offset, for error messages; 0 when the file cannot be read again.
-std::size_t lineOfOffset(std::string const& file, std::ptrdiff_t offset) {
-    std::ifstream in(file, std::ios::binary);
-    if (!in || offset < 0) {
-        return 0;
-    }
-    std::size_t line = 1;
-    char c = 0;
-    for (std::ptrdiff_t i = 0; i < offset && in.get(c); ++i) {
-        line += c == '\n' ? 1 : 0;
-    }
-    return line;
-}
-
-std::string position(std::string const& file, std::ptrdiff_t offset) {
-    return "line " + std::to_string(lineOfOffset(file, offset)) + ", offset " + std::to_string(offset);
+std::string position(std::string_view text, std::ptrdiff_t offset) {
+    return "line " + std::to_string(lineOfOffset(text, offset)) + ", offset " + std::to_string(offset);
 }
 
 // "QORVEX:dependency:attribute" -> "dependency/attribute.xml": the leading
@@ -78,7 +71,8 @@ std::filesystem::path relativeCatalogFile(std::string const& catalog) {
     }
     std::filesystem::path file;
     for (auto const& component : components) {
-        // Only plain names: a catalog name must never reach outside the resources folder.
+        // Only plain names: a catalog name must never reach outside the resources
+        // folder.
         bool const plain = !component.empty() && std::all_of(component.begin(), component.end(), [](char c) {
             return isAsciiLetterOrDigit(c) || c == '_' || c == '-';
         });
@@ -93,43 +87,45 @@ std::filesystem::path relativeCatalogFile(std::string const& catalog) {
 
 // The text of a <message>: its character data and CDATA sections in order. An
 // element inside the text is an error rather than being dropped silently.
-std::u16string messageText(std::string const& file, pugi::xml_node const& message, std::string const& key) {
+std::u16string messageText(std::string const& file, std::string_view source, pugi::xml_node const& message,
+                           std::string const& key) {
     std::string text;
     for (pugi::xml_node const& part : message.children()) {
         if (part.type() == pugi::node_pcdata || part.type() == pugi::node_cdata) {
             text += part.value();
         } else if (part.type() == pugi::node_element) {
-            throw CatalogError(file, position(file, part.offset_debug()) + ": unexpected element <" + part.name() +
+            throw CatalogError(file, position(source, part.offset_debug()) + ": unexpected element <" + part.name() +
                                          "> inside message '" + key + "'");
         }
     }
     return to_ustring(text);
 }
 
-std::shared_ptr<Messages const> parseCatalogFile(std::string const& file, std::string const& catalog) {
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(file, error)) {
-        throw CatalogError(file, "not a regular file");
-    }
+// Parses the text of one catalog; `file` names it in errors.
+std::shared_ptr<Messages const> parseCatalog(std::string const& file, std::string_view source,
+                                             std::string const& catalog) {
     pugi::xml_document document;
-    pugi::xml_parse_result const parsed = document.load_file(file.c_str(), pugi::parse_default, pugi::encoding_utf8);
+    pugi::xml_parse_result const parsed =
+        document.load_buffer(source.data(), source.size(), pugi::parse_default, pugi::encoding_utf8);
     if (!parsed) {
-        throw CatalogError(file, position(file, parsed.offset) + ": " + parsed.description());
+        throw CatalogError(file, position(source, parsed.offset) + ": " + parsed.description());
     }
     pugi::xml_node const root = document.document_element();
     if (std::string(root.name()) != "catalog") {
-        throw CatalogError(file, position(file, root.offset_debug()) + ": the root element must be <catalog>, not <" +
+        throw CatalogError(file, position(source, root.offset_debug()) + ": the root element must be <catalog>, not <" +
                                      root.name() + ">");
     }
-    // The parser also accepts a document fragment; a catalog has exactly one root element.
+    // The parser also accepts a document fragment; a catalog has exactly one root
+    // element.
     for (pugi::xml_node sibling = root.next_sibling(); sibling; sibling = sibling.next_sibling()) {
         if (sibling.type() == pugi::node_element || sibling.type() == pugi::node_pcdata ||
             sibling.type() == pugi::node_cdata) {
-            throw CatalogError(file, position(file, sibling.offset_debug()) + ": content after the <catalog> element");
+            throw CatalogError(file,
+                               position(source, sibling.offset_debug()) + ": content after the <catalog> element");
         }
     }
     if (std::string const name = root.attribute("name").value(); name != catalog) {
-        throw CatalogError(file, position(file, root.offset_debug()) + ": the catalog is named '" + name +
+        throw CatalogError(file, position(source, root.offset_debug()) + ": the catalog is named '" + name +
                                      "' but the file holds catalog '" + catalog + "'");
     }
     auto messages = std::make_shared<Messages>();
@@ -138,37 +134,64 @@ std::shared_ptr<Messages const> parseCatalogFile(std::string const& file, std::s
             continue;  // comments and processing instructions
         }
         if (std::string(element.name()) != "message") {
-            throw CatalogError(file, position(file, element.offset_debug()) + ": unexpected element <" +
+            throw CatalogError(file, position(source, element.offset_debug()) + ": unexpected element <" +
                                          element.name() + ">, expected <message>");
         }
         std::string const key = element.attribute("key").value();
         if (key.empty()) {
-            throw CatalogError(file, position(file, element.offset_debug()) + ": <message> without a key");
+            throw CatalogError(file, position(source, element.offset_debug()) + ": <message> without a key");
         }
-        if (!messages->emplace(key, messageText(file, element, key)).second) {
+        if (!messages->emplace(key, messageText(file, source, element, key)).second) {
             throw CatalogError(file,
-                               position(file, element.offset_debug()) + ": message key '" + key + "' appears twice");
+                               position(source, element.offset_debug()) + ": message key '" + key + "' appears twice");
         }
     }
     return messages;
 }
 
-// Parsed catalogs by file path; a file that does not exist is remembered as null.
+std::string readWholeFile(std::string const& file) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(file, error)) {
+        throw CatalogError(file, "not a regular file");
+    }
+    std::ifstream in(file, std::ios::binary);
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (in.bad()) {
+        throw CatalogError(file, "cannot be read");
+    }
+    return text;
+}
+
+std::optional<std::string_view> builtInText(std::string const& relative) {
+    auto const files = detail::builtInCatalogFiles();
+    auto const found = std::lower_bound(files.begin(), files.end(), relative,
+                                        [](auto const& file, std::string const& path) { return file.path < path; });
+    if (found == files.end() || found->path != relative) {
+        return std::nullopt;
+    }
+    return found->text;
+}
+
+// Parsed catalogs by where they came from (a file path, or "built-in " and the
+// relative path); a catalog that does not exist is remembered as null.
 class CatalogCache {
 public:
-    std::shared_ptr<Messages const> get(std::string const& file, std::string const& catalog) {
-        std::lock_guard const lock(mutex_);
-        if (auto const found = catalogs_.find(file); found != catalogs_.end()) {
-            return found->second;
-        }
-        std::shared_ptr<Messages const> messages;
-        std::error_code error;
-        if (std::filesystem::exists(file, error)) {
-            messages = parseCatalogFile(file,
-                                        catalog);  // parse errors are not cached: the next call reports again
-        }
-        catalogs_.emplace(file, messages);
-        return messages;
+    std::shared_ptr<Messages const> fromFile(std::string const& file, std::string const& catalog) {
+        return get(file, [&]() -> std::shared_ptr<Messages const> {
+            std::error_code error;
+            if (!std::filesystem::exists(file, error)) {
+                return nullptr;
+            }
+            return parseCatalog(file, readWholeFile(file), catalog);
+        });
+    }
+
+    std::shared_ptr<Messages const> builtIn(std::string const& name, std::string const& relative,
+                                            std::string const& catalog) {
+        return get(name, [&]() -> std::shared_ptr<Messages const> {
+            auto const text = builtInText(relative);
+            return text ? parseCatalog(name, *text, catalog) : nullptr;
+        });
     }
 
     void clear() {
@@ -177,6 +200,17 @@ public:
     }
 
 private:
+    template <class Load>
+    std::shared_ptr<Messages const> get(std::string const& source, Load const& load) {
+        std::lock_guard const lock(mutex_);
+        if (auto const found = catalogs_.find(source); found != catalogs_.end()) {
+            return found->second;
+        }
+        auto messages = load();  // parse errors are not cached: the next call reports again
+        catalogs_.emplace(source, messages);
+        return messages;
+    }
+
     std::mutex mutex_;
     std::map<std::string, std::shared_ptr<Messages const>> catalogs_;
 };
@@ -222,19 +256,41 @@ std::u16string fillPlaceholders(std::u16string const& text, std::vector<resource
     return out;
 }
 
-std::shared_ptr<Messages const> catalogFor(std::string const& language, std::string const& catalog) {
-    std::string const folder = MessageCatalog::resources_folder();
+// The catalog of one language: from the DEPATTR_RESOURCES folder when that is
+// set (it replaces the built-in texts), else the one built into the library.
+// `searched` collects where it was looked for.
+std::shared_ptr<Messages const> catalogFor(std::string const& language, std::string const& catalog,
+                                           std::vector<std::string>& searched) {
     std::filesystem::path const relative = relativeCatalogFile(catalog);
-    if (folder.empty() || relative.empty()) {
+    if (relative.empty()) {
         return nullptr;
     }
-    return cache().get((std::filesystem::path(folder) / language / relative).string(), catalog);
+    std::string const relativeText = (std::filesystem::path(language) / relative).generic_string();
+    std::string const folder = MessageCatalog::resources_folder();
+    if (!folder.empty()) {
+        std::string const file = (std::filesystem::path(folder) / relativeText).string();
+        searched.push_back(file);
+        return cache().fromFile(file, catalog);
+    }
+    std::string const name = "built-in " + relativeText;
+    searched.push_back(name);
+    return cache().builtIn(name, relativeText, catalog);
+}
+
+std::string joined(std::vector<std::string> const& places) {
+    std::string text;
+    for (auto const& place : places) {
+        text += (text.empty() ? "" : ", ") + place;
+    }
+    return text.empty() ? "nowhere: the catalog name is not a valid file name" : text;
 }
 
 }  // namespace
 
-MessageNotFound::MessageNotFound(std::string const& catalog, std::string const& key)
-    : std::runtime_error("message '" + key + "' not found in catalog '" + catalog + "'"),
+MessageNotFound::MessageNotFound(std::string const& catalog, std::string const& key,
+                                 std::vector<std::string> const& searched)
+    : std::runtime_error("message '" + key + "' not found in catalog '" + catalog + "' (searched " + joined(searched) +
+                         ")"),
       catalog_(catalog),
       key_(key) {}
 
@@ -250,26 +306,29 @@ std::u16string MessageCatalog::get_message(resource_core::BaseMsgID const& id, s
     if (requested.empty()) {
         requested = fallbackLanguage;
     }
-    // A requested language that is not a plain language code cannot name a folder.
+    // A requested language that is not a plain language code cannot name a
+    // folder.
     bool const plain = std::all_of(requested.begin(), requested.end(), isAsciiLetter);
+    std::vector<std::string> searched;
     if (plain && requested != fallbackLanguage) {
-        if (auto const messages = catalogFor(requested, id.catalog())) {
+        if (auto const messages = catalogFor(requested, id.catalog(), searched)) {
             if (auto const found = messages->find(id.key()); found != messages->end()) {
                 return fillPlaceholders(found->second, id.args());
             }
         }
     }
-    if (auto const messages = catalogFor(fallbackLanguage, id.catalog())) {
+    if (auto const messages = catalogFor(fallbackLanguage, id.catalog(), searched)) {
         if (auto const found = messages->find(id.key()); found != messages->end()) {
             return fillPlaceholders(found->second, id.args());
         }
     }
-    throw MessageNotFound(id.catalog(), id.key());
+    throw MessageNotFound(id.catalog(), id.key(), searched);
 }
 
 std::string MessageCatalog::current_language() {
     std::locale const global;
-    // A locale made by Boost.Locale is named "*" by the standard library but knows its language.
+    // A locale made by Boost.Locale is named "*" by the standard library but
+    // knows its language.
     if (std::has_facet<boost::locale::info>(global)) {
         std::string const language = lowerAscii(std::use_facet<boost::locale::info>(global).language());
         return language_of_locale_name(language);
@@ -281,22 +340,12 @@ std::string MessageCatalog::resources_folder() {
     if (char const* fromEnvironment = std::getenv("DEPATTR_RESOURCES"); fromEnvironment && *fromEnvironment) {
         return fromEnvironment;
     }
-#ifdef DEPATTR_INSTALLED_RESOURCES
-    if (isDirectory(DEPATTR_INSTALLED_RESOURCES)) {
-        return DEPATTR_INSTALLED_RESOURCES;
-    }
-#endif
-    std::error_code error;
-    std::filesystem::path const executable = std::filesystem::read_symlink("/proc/self/exe", error);
-    if (!error) {
-        for (auto const& candidate : {executable.parent_path() / ".." / "share" / "depattr" / "resources",
-                                      executable.parent_path() / "resources"}) {
-            if (isDirectory(candidate)) {
-                return candidate.lexically_normal().string();
-            }
-        }
-    }
     return {};
+}
+
+bool MessageCatalog::has_catalog(std::string const& catalog, std::string const& language) {
+    std::vector<std::string> searched;
+    return catalogFor(lowerAscii(language), catalog, searched) != nullptr;
 }
 
 void MessageCatalog::clear_cache() {

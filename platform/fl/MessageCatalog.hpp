@@ -1,22 +1,24 @@
 #pragma once
 // Localised message texts and the UTF conversions that go with them.
 //
-// Catalogs are XML files under the resources folder, one per catalog and
-// language (docs/catalogs.md). The resources folder is the value of the
-// environment variable DEPATTR_RESOURCES, else the installed share folder, else
-// a folder beside the executable (../share/depattr/resources or ./resources).
+// Catalogs are XML files, one per catalog and language (docs/catalogs.md),
+// built into the library from the repository's resources/ folder. When the
+// environment variable DEPATTR_RESOURCES names a folder, the catalogs are read
+// from that folder instead (an override for translators and tests).
 
 #include "platform/foundation/BaseMsgID.hpp"
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace fl::i18n {
 
-// No catalog of the requested language or of "en" has the key.
+// No catalog of the requested language or of "en" has the key. what() names
+// the catalog, the key and every place searched.
 class MessageNotFound : public std::runtime_error {
 public:
-    MessageNotFound(std::string const& catalog, std::string const& key);
+    MessageNotFound(std::string const& catalog, std::string const& key, std::vector<std::string> const& searched = {});
     std::string const& catalog() const noexcept { return catalog_; }
     std::string const& key() const noexcept { return key_; }
 
@@ -26,7 +28,8 @@ private:
 };
 
 // A catalog file exists but cannot be used: malformed XML, a wrong root
-// element, a message without key, a key given twice. what() names the file and, where known, the line and byte offset.
+// element, a message without key, a key given twice. what() names the file and,
+// where known, the line and byte offset.
 class CatalogError : public std::runtime_error {
 public:
     CatalogError(std::string const& file, std::string const& detail);
@@ -50,8 +53,13 @@ public:
     // info facet when the global locale carries one.
     static std::string current_language();
 
-    // The folder the catalogs are read from (see the header comment); empty when none is found.
+    // The folder the catalogs are read from: DEPATTR_RESOURCES when set; empty
+    // when the built-in catalogs are used.
     static std::string resources_folder();
+
+    // Whether a catalog exists in this language (no fallback to "en"); throws
+    // CatalogError when it exists but is malformed.
+    static bool has_catalog(std::string const& catalog, std::string const& language);
 
     // Forgets every parsed catalog, so that files are read again; for tools and
     // tests that change the files or the resources folder.
@@ -68,7 +76,8 @@ std::string language_of_locale_name(std::string const& localeName);
 std::string to_string(std::u16string const& text);        // UTF-16 -> UTF-8
 std::u16string to_ustring(std::string const& text);       // UTF-8 -> UTF-16
 std::string ustring_to_utf8(std::u16string const& text);  // same as to_string
-// Appends the UTF-8 form of one code point (a lone surrogate is encoded as it is).
+// Appends the UTF-8 form of one code point (a lone surrogate is encoded as it
+// is).
 void append_utf8(std::string& out, char32_t c);
 
 }  // namespace fl::i18n

@@ -6,6 +6,9 @@
 #include <simdjson.h>
 
 #include <array>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
 #include <sstream>
 #include <unordered_map>
 
@@ -42,8 +45,9 @@ std::u16string toUtf16(std::string_view utf8) {
 // with the line and column of the offending text.
 class GraphReader {
 public:
-    GraphReader(simdjson::padded_string text, std::string const& fileName, std::filesystem::path const& baseFolder)
-        : text_(std::move(text)), fileName_(fileName), baseFolder_(baseFolder) {
+    GraphReader(simdjson::padded_string text, std::string const& fileName, std::filesystem::path const& baseFolder,
+                GraphFileOptions const& options = {})
+        : text_(std::move(text)), fileName_(fileName), baseFolder_(baseFolder), options_(options) {
         if (!baseFolder_.empty()) {
             auto const normal = baseFolder_.lexically_normal().u8string();
             basePrefix_ = toUtf16(std::string_view(reinterpret_cast<char const*>(normal.data()), normal.size()));
@@ -57,18 +61,23 @@ public:
         od::parser parser;
         od::document document;
         if (auto const error = parser.iterate(text_).get(document)) {
-            fail(0, 0, std::string("not a JSON document: ") + simdjson::error_message(error));
+            failStructure(std::string("not a JSON document: ") + simdjson::error_message(error));
         }
         document_ = &document;
         od::object top;
-        check(document.get_object().get(top), document);
+        if (auto const error = document.get_object().get(top)) {
+            if (error == simdjson::INCORRECT_TYPE) {
+                failAtPointer(firstNonSpace(), "a graph file must hold one JSON object");
+            }
+            check(error, document, "the graph");
+        }
 
         bool sawNodes = false;
         for (auto fieldResult : top) {
             od::field field;
-            check(std::move(fieldResult).get(field), document);
+            check(std::move(fieldResult).get(field), document, "a member of the graph");
             std::string_view key;
-            check(field.unescaped_key().get(key), document);
+            check(field.unescaped_key().get(key), document, "a member name");
             od::value value = field.value();
             if (key == "nodes") {
                 if (sawNodes) {
@@ -86,7 +95,9 @@ public:
                 }
             } else if (key == "version") {
                 std::uint64_t version = 0;
-                check(value.get_uint64().get(version), value);
+                if (value.get_uint64().get(version) != simdjson::SUCCESS) {
+                    failAt(value, "\"version\" must be the number 1");
+                }
                 if (version != 1) {
                     failAt(value, "unsupported graph-file version " + std::to_string(version) + " (expected 1)");
                 }
@@ -95,8 +106,10 @@ public:
             }
         }
         if (char const* rest = nullptr; document.current_location().get(rest) == simdjson::SUCCESS) {
-            failAtPointer(rest, "unexpected text after the graph");
+            // Text that ends early can look like this too: the scan tells which it is.
+            failStructure("unexpected text after the graph", rest);
         }
+
         if (!sawNodes) {
             fail(0, 0, "the graph has no \"nodes\" member");
         }
@@ -170,11 +183,79 @@ private:
         failAtPointer(whereIs(json), reason);
     }
 
+    // Fails on an error of the JSON reader; `what` names the value being read.
+    // Text that ends too early or holds stray text after the graph is located
+    // where that happens, not where the reader happened to stand.
     template <class Json>
-    void check(simdjson::error_code error, Json& json) const {
-        if (error != simdjson::SUCCESS) {
-            failAt(json, error == simdjson::INCORRECT_TYPE ? "value of the wrong type" : simdjson::error_message(error));
+    void check(simdjson::error_code error, Json& json, std::string_view what) const {
+        if (error == simdjson::SUCCESS) {
+            return;
         }
+        if (error == simdjson::INCORRECT_TYPE) {
+            failAt(json, std::string(what) + " has the wrong type");
+        }
+        // The reader's own error (which differs between its checked and
+        // unchecked builds) is the last resort: text that ends early or that
+        // does not balance is the likelier cause, and is reported where it is.
+        failStructure(std::string(what) + ": " + simdjson::error_message(error), whereIs(json));
+    }
+
+    char const* firstNonSpace() const {
+        char const* p = text_.data();
+        char const* const end = p + text_.size();
+        while (p < end && (*p == ' ' || *p == '\n' || *p == '\r' || *p == '\t')) {
+            ++p;
+        }
+        return p;
+    }
+
+    // Explains a text whose brackets do not balance: a scan that skips strings
+    // finds where the graph's object ends. Text after it is stray; a text that
+    // runs out first ended early. Runs only on the way to an error.
+    [[noreturn]] void failStructure(std::string const& fallback, char const* fallbackWhere = nullptr) const {
+        char const* p = firstNonSpace();
+        char const* const end = text_.data() + text_.size();
+        if (p == end) {
+            failAtPointer(p, "the file is empty: a graph file holds one JSON object");
+        }
+        std::size_t depth = 0;
+        bool inString = false;
+        for (; p < end; ++p) {
+            char const c = *p;
+            if (inString) {
+                if (c == '\\') {
+                    ++p;
+                } else if (c == '"') {
+                    inString = false;
+                }
+                continue;
+            }
+            if (c == '"') {
+                inString = true;
+            } else if (c == '{' || c == '[') {
+                ++depth;
+            } else if (c == '}' || c == ']') {
+                if (depth == 0) {
+                    failAtPointer(p, std::string("unmatched '") + c + "'");
+                }
+                if (--depth == 0) {
+                    ++p;
+                    break;
+                }
+            } else if (depth == 0 && c != ' ' && c != '\n' && c != '\r' && c != '\t') {
+                failAtPointer(p, "a graph file must hold one JSON object");
+            }
+        }
+        if (depth > 0 || inString) {
+            failAtPointer(end,
+                          inString ? "the text ends inside a string" : "the text ends before the graph is complete");
+        }
+        for (; p < end; ++p) {
+            if (*p != ' ' && *p != '\n' && *p != '\r' && *p != '\t') {
+                failAtPointer(p, "unexpected text after the graph");
+            }
+        }
+        failAtPointer(fallbackWhere, fallback);
     }
 
     std::string_view readString(od::value& value, std::string_view what) {
@@ -224,11 +305,15 @@ private:
         if (array.count_elements().get(count) == simdjson::SUCCESS) {
             builder_.reserve(count);
             nodeStarts_.reserve(count);
+            if (options_.positions != nullptr) {
+                options_.positions->reset(fileName_, count);
+            }
         }
         for (auto elementResult : array) {
             od::value element;
-            check(std::move(elementResult).get(element), array);
+            check(std::move(elementResult).get(element), array, "a node");
             readNode(element);
+            reportProgress(element);
         }
     }
 
@@ -238,6 +323,7 @@ private:
         if (element.get_object().get(object) != simdjson::SUCCESS) {
             failAt(element, "a node must be an object");
         }
+        char const* locationStart = nullptr;
 
         NodeData data;
         bool haveId = false;
@@ -250,9 +336,9 @@ private:
 
         for (auto fieldResult : object) {
             od::field field;
-            check(std::move(fieldResult).get(field), object);
+            check(std::move(fieldResult).get(field), object, "a member of a node");
             std::string_view key;
-            check(field.unescaped_key().get(key), object);
+            check(field.unescaped_key().get(key), object, "a member name");
             od::value value = field.value();
             if (key == "id") {
                 data.id = toUtf16(readString(value, "id"));
@@ -262,7 +348,8 @@ private:
                 type = Type::fromName(name);
                 if (!type || !isNodeType(*type)) {
                     failAt(value, "unknown node type \"" + std::string(name) +
-                                      "\" (expected file, function, package, product, project or derived)");
+                                      "\" (expected file, function, package, product, "
+                                      "project or derived)");
                 }
             } else if (key == "name") {
                 data.name = toUtf16(readString(value, "name"));
@@ -271,6 +358,7 @@ private:
                 rawPath = readString(value, "path");
                 data.path = resolvePath(*rawPath);
             } else if (key == "location") {
+                locationStart = value.raw_json_token().data();
                 readLocation(value, rawLocation);
                 haveLocation = true;
             } else if (key == "file") {
@@ -303,6 +391,7 @@ private:
         if (!haveLocation && data.isFile && !data.path.empty()) {
             data.location.push_back(data.path);
         }
+        checkKindNeeds(data, nodeStart, locationStart);
 
         try {
             builder_.addNode(std::move(data));
@@ -313,6 +402,70 @@ private:
                                          std::to_string(line) + ", column " + std::to_string(column) + ")");
         }
         nodeStarts_.push_back(nodeStart);
+        if (options_.positions != nullptr) {
+            options_.positions->add(static_cast<std::uint64_t>(nodeStart - text_.data()));
+        }
+    }
+
+    // What the built-in analyzers read from a node of each kind must be there:
+    // a function's file and name, a package's unique ID, a derived file's path.
+    // Checked here, so that a graph that lacks them is reported at the node,
+    // never by an analyzer failing halfway through an analysis.
+    void checkKindNeeds(NodeData const& data, char const* nodeStart, char const* locationStart) const {
+        char const* const where = locationStart != nullptr ? locationStart : nodeStart;
+        if (data.type == Type::FUNCTION()) {
+            if (data.location.size() < 2 || data.location[0].empty() || data.location[1].empty()) {
+                failAtPointer(where,
+                              "a function node needs a \"location\" whose first "
+                              "two entries are the path of "
+                              "its file and the function's name, neither empty");
+            }
+        } else if (data.type == Type::PACKAGE()) {
+            if (data.location.size() < 4) {
+                failAtPointer(where,
+                              "a package node needs a \"location\" of four "
+                              "entries, the fourth its unique ID");
+            }
+            if (!isCanonicalUuid(data.location[3])) {
+                failAtPointer(where,
+                              "the fourth \"location\" entry of a package node must be "
+                              "a UUID such as "
+                              "\"0f8fad5b-d9cb-469f-a165-70867728950e\", not \"" +
+                                  idText(data.location[3]) + "\"");
+            }
+        } else if (data.type == Type::DERIVED()) {
+            if (data.location.empty() || data.location[0].empty()) {
+                failAtPointer(where,
+                              "a derived node needs a \"path\" (or a "
+                              "\"location\" whose first entry is one)");
+            }
+        }
+    }
+
+    static bool isCanonicalUuid(std::u16string const& text) {
+        if (text.size() != 36) {
+            return false;
+        }
+        for (std::size_t i = 0; i < text.size(); ++i) {
+            char16_t const c = text[i];
+            bool const dash = i == 8 || i == 13 || i == 18 || i == 23;
+            bool const hex = (c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'f') || (c >= u'A' && c <= u'F');
+            if (dash ? c != u'-' : !hex) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    template <class Json>
+    void reportProgress(Json& json) {
+        if (!options_.progress || ++sinceProgress_ < elementsPerProgressReport) {
+            return;
+        }
+        sinceProgress_ = 0;
+        if (char const* where = whereIs(json); where != nullptr && where >= text_.data()) {
+            options_.progress(static_cast<std::size_t>(where - text_.data()), text_.size());
+        }
     }
 
     void readLocation(od::value& value, std::vector<std::string_view>& entries) {
@@ -322,7 +475,7 @@ private:
         }
         for (auto entryResult : array) {
             od::value entry;
-            check(std::move(entryResult).get(entry), array);
+            check(std::move(entryResult).get(entry), array, "a location entry");
             entries.push_back(readString(entry, "location entry"));
         }
     }
@@ -336,12 +489,16 @@ private:
         }
         for (auto fieldResult : object) {
             od::field field;
-            check(std::move(fieldResult).get(field), object);
+            check(std::move(fieldResult).get(field), object, "a property");
             std::string_view key;
-            check(field.unescaped_key().get(key), object);
+            check(field.unescaped_key().get(key), object, "a property name");
             od::value property = field.value();
-            od::json_type kind;
-            check(property.type().get(kind), property);
+            od::json_type kind = od::json_type::null;
+            check(property.type().get(kind), property, "property \"" + std::string(key) + "\"");
+            bool const isCycleList = key == "circularReferences";
+            if (isCycleList && kind != od::json_type::array) {
+                failAt(property, "property \"circularReferences\" must be an array of strings");
+            }
             std::u16string text;
             switch (kind) {
             case od::json_type::string:
@@ -352,24 +509,56 @@ private:
                 break;
             case od::json_type::array: {
                 od::array array;
-                check(property.get_array().get(array), property);
+                check(property.get_array().get(array), property, "property \"" + std::string(key) + "\"");
                 std::string_view raw;
-                check(array.raw_json().get(raw), array);
+                check(array.raw_json().get(raw), array, "property \"" + std::string(key) + "\"");
+                if (isCycleList) {
+                    checkCycleList(raw);
+                }
                 text = toUtf16(raw);
                 break;
             }
             case od::json_type::object: {
                 od::object inner;
-                check(property.get_object().get(inner), property);
+                check(property.get_object().get(inner), property, "property \"" + std::string(key) + "\"");
                 std::string_view raw;
-                check(inner.raw_json().get(raw), inner);
+                check(inner.raw_json().get(raw), inner, "property \"" + std::string(key) + "\"");
                 text = toUtf16(raw);
                 break;
             }
             default:
-                failAt(property, "property \"" + std::string(key) + "\" must be a string, true, false, an array or an object");
+                failAt(property,
+                       "property \"" + std::string(key) + "\" must be a string, true, false, an array or an object");
             }
             properties.insert_or_assign(toUtf16(key), std::move(text));
+        }
+    }
+
+    // Every cycle in "circularReferences" is one string: the circular-reference
+    // analyzer turns each element into text, and anything else fails there.
+    // The array's own text is read once more by a small parser, which points
+    // at the first element of another kind.
+    void checkCycleList(std::string_view raw) {
+        simdjson::padded_string const copy(raw);
+        od::document document;
+        od::array array;
+        if (cycleParser_.iterate(copy).get(document) != simdjson::SUCCESS ||
+            document.get_array().get(array) != simdjson::SUCCESS) {
+            failAtPointer(raw.data(), "property \"circularReferences\" must be an array of strings");
+        }
+        for (auto elementResult : array) {
+            od::value element;
+            od::json_type kind = od::json_type::null;
+            if (std::move(elementResult).get(element) != simdjson::SUCCESS ||
+                element.type().get(kind) != simdjson::SUCCESS) {
+                failAtPointer(raw.data(), "property \"circularReferences\" must be an array of strings");
+            }
+            if (kind != od::json_type::string) {
+                auto const offset = element.raw_json_token().data() - copy.data();
+                failAtPointer(raw.data() + offset,
+                              "each element of \"circularReferences\" must be a string "
+                              "describing one cycle");
+            }
         }
     }
 
@@ -387,8 +576,9 @@ private:
         try {
             for (auto elementResult : array) {
                 od::value element;
-                check(std::move(elementResult).get(element), array);
+                check(std::move(elementResult).get(element), array, "an edge");
                 readEdge(element);
+                reportProgress(element);
             }
         } catch (GraphFileError const&) {
             // An edge still waiting may hold an earlier error: that one is reported.
@@ -466,9 +656,9 @@ private:
         std::optional<Type> relationship;
         for (auto fieldResult : object) {
             od::field field;
-            check(std::move(fieldResult).get(field), object);
+            check(std::move(fieldResult).get(field), object, "a member of an edge");
             std::string_view key;
-            check(field.unescaped_key().get(key), object);
+            check(field.unescaped_key().get(key), object, "a member name");
             od::value value = field.value();
             if (key == "from" || key == "to") {
                 char const* const where = value.raw_json_token().data();
@@ -479,7 +669,8 @@ private:
                 relationship = Type::fromName(name);
                 if (!relationship || isNodeOnlyType(*relationship)) {
                     failAt(value, "unknown relationship type \"" + std::string(name) +
-                                      "\" (expected derived, call, inheritance, reference or requirement)");
+                                      "\" (expected derived, call, inheritance, "
+                                      "reference or requirement)");
                 }
             } else {
                 failAt(value, "unknown member \"" + std::string(key) + "\" in an edge");
@@ -489,7 +680,8 @@ private:
             failAtPointer(edgeStart, "an edge needs \"from\", \"to\" and \"type\"");
         }
         if (nodesRead_) {
-            // Edges usually come grouped by their upstream node: look it up once per group.
+            // Edges usually come grouped by their upstream node: look it up once per
+            // group.
             if (!lastFrom_ || from->id != lastFrom_->id) {
                 lastFromIndex_ = resolve(*from);
                 lastFrom_ = std::move(from);
@@ -525,9 +717,14 @@ private:
         return {line, column};
     }
 
+    static constexpr std::size_t elementsPerProgressReport = 4096;
+
     simdjson::padded_string text_;
     std::string const& fileName_;
     std::filesystem::path const& baseFolder_;
+    GraphFileOptions options_;
+    std::size_t sinceProgress_ = 0;
+    od::parser cycleParser_;
     std::u16string basePrefix_;  // the normalised base folder with a trailing '/'
     GraphBuilder builder_;
     std::vector<char const*> nodeStarts_;  // where each node's text begins, by node index
@@ -555,15 +752,59 @@ std::shared_ptr<Graph const> parseGraph(std::string_view text, std::string const
     return GraphReader(simdjson::padded_string(text), fileName, baseFolder).read();
 }
 
-std::shared_ptr<Graph const> loadGraphFile(std::filesystem::path const& path) {
+std::shared_ptr<Graph const> loadGraphFile(std::filesystem::path const& path, GraphFileOptions const& options) {
     std::string const fileName = path.string();
+    std::error_code status;
+    if (std::filesystem::is_directory(path, status)) {
+        throw GraphFileError(fileName, 0, 0, "cannot read the graph file: it is a folder");
+    }
     simdjson::padded_string content;
-    if (auto const error = simdjson::padded_string::load(fileName).get(content)) {
-        throw GraphFileError(fileName, 0, 0, std::string("cannot read the graph file: ") + simdjson::error_message(error));
+    if (simdjson::padded_string::load(fileName).get(content) != simdjson::SUCCESS) {
+        // The reader's own error says only that I/O failed; the system says why.
+        int const reason = errno;
+        std::ifstream probe(fileName, std::ios::binary);
+        int const openReason = probe ? reason : errno;
+        throw GraphFileError(
+            fileName, 0, 0,
+            std::string("cannot read the graph file: ") + std::strerror(openReason != 0 ? openReason : EIO));
     }
     std::error_code ignored;
     auto const folder = std::filesystem::absolute(path, ignored).parent_path();
-    return GraphReader(std::move(content), fileName, folder).read();
+    return GraphReader(std::move(content), fileName, folder, options).read();
+}
+
+void NodePositions::reset(std::string file, std::size_t expectedNodes) {
+    file_ = std::move(file);
+    offsets_.clear();
+    offsets_.reserve(expectedNodes);
+}
+
+std::optional<TextPosition> NodePositions::positionOf(Graph const& graph, Node const& node) const {
+    std::size_t index = 0;
+    for (auto const& candidate : graph.getNodes()) {
+        if (*candidate == node) {
+            break;
+        }
+        ++index;
+    }
+    if (index >= offsets_.size()) {
+        return std::nullopt;
+    }
+    std::ifstream in(file_, std::ios::binary);
+    if (!in) {
+        return std::nullopt;
+    }
+    TextPosition position{1, 1};
+    char c = 0;
+    for (std::uint64_t i = 0; i < offsets_[index] && in.get(c); ++i) {
+        if (c == '\n') {
+            ++position.line;
+            position.column = 1;
+        } else {
+            ++position.column;
+        }
+    }
+    return position;
 }
 
 }  // namespace dependency::graph

@@ -4,8 +4,11 @@
 #include "platform/graph/Graph.hpp"
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -31,9 +34,43 @@ private:
     std::string reason_;
 };
 
+// A place in a text file: 1-based line and 1-based column, counted in bytes.
+struct TextPosition {
+    std::size_t line = 0;
+    std::size_t column = 0;
+};
+
+// Where each node of a graph file begins, so that a message about a node can
+// point into the file. One byte offset per node, nothing more.
+class NodePositions {
+public:
+    std::string const& file() const noexcept { return file_; }
+
+    // Where the node's object begins in the file; nothing for a node that was
+    // not read from it. Reads the file again to count lines, so it is meant
+    // for error messages, not for every node.
+    std::optional<TextPosition> positionOf(Graph const& graph, Node const& node) const;
+
+    // Records the next node's byte offset; the loader's part.
+    void add(std::uint64_t offset) { offsets_.push_back(offset); }
+    void reset(std::string file, std::size_t expectedNodes);
+
+private:
+    std::string file_;
+    std::vector<std::uint64_t> offsets_;  // in node order
+};
+
+struct GraphFileOptions {
+    // When set, filled with the position of every node.
+    NodePositions* positions = nullptr;
+    // When set, called now and then while the file is read with the bytes read
+    // so far and the file's size.
+    std::function<void(std::size_t done, std::size_t total)> progress{};
+};
+
 // Reads the graph file at `path`. Relative paths inside the file are resolved
 // against the file's folder.
-std::shared_ptr<Graph const> loadGraphFile(std::filesystem::path const& path);
+std::shared_ptr<Graph const> loadGraphFile(std::filesystem::path const& path, GraphFileOptions const& options = {});
 
 // Parses graph-file text. `fileName` names the source in errors; relative paths
 // are resolved against `baseFolder` (left relative when it is empty).

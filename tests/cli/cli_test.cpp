@@ -1,53 +1,100 @@
+// The program's building blocks: the analyzer catalogue, the report model with
+// its filter and baseline, the terminal formats, the configuration file and
+// fingerprints.
+#include "attribute/analyzers/Analyzers.hpp"
 #include "cli/AnalyzerCatalog.hpp"
+#include "cli/Baseline.hpp"
+#include "cli/Config.hpp"
+#include "cli/Output.hpp"
 #include "cli/Report.hpp"
+#include "platform/fl/MessageCatalog.hpp"
 #include "platform/graph/GraphBuilder.hpp"
 #include "support/TestGraphs.hpp"
 
+#include <boost/locale/generator.hpp>
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <sstream>
+#include <unistd.h>
 
 using namespace depattr::cli;
 using namespace dependency::attribute;
 using dependency::graph::GraphBuilder;
+using dependency::graph::NodeData;
 using dependency::graph::Type;
 
-TEST(AnalyzerCatalogTest, AllByDefaultAndNamedOnesInTheGivenOrder) {
+namespace {
+
+std::shared_ptr<Attribute> make(std::u16string id, std::u16string name, Severity severity) {
+    return std::make_shared<Attribute>(std::make_shared<AttributeIdentity>(id, name, severity),
+                                       std::function<void()>{});
+}
+
+// A scratch folder removed at the end of the test.
+struct ScratchFolder {
+    ScratchFolder() : path(std::filesystem::temp_directory_path() / ("depattr_cli_" + std::to_string(::getpid()))) {
+        std::filesystem::remove_all(path);
+        std::filesystem::create_directories(path);
+    }
+    ~ScratchFolder() { std::filesystem::remove_all(path); }
+    std::filesystem::path write(std::string const& name, std::string const& content) const {
+        std::ofstream(path / name) << content;
+        return path / name;
+    }
+    std::filesystem::path path;
+};
+
+std::string configError(ScratchFolder const& scratch, std::string const& content) {
+    try {
+        readConfigFile(scratch.write("depattr.toml", content));
+    } catch (ConfigError const& error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+}  // namespace
+
+TEST(AnalyzerCatalogTest, NamesOrderAndKindsOfFinding) {
     EXPECT_EQ(builtInAnalyzers().size(), 8u);
-    EXPECT_EQ(createAnalyzers("").size(), 8u);
     EXPECT_EQ(createAnalyzers("all").size(), 8u);
     auto const two = createAnalyzers("invalid-format,missing-project-reference");
     ASSERT_EQ(two.size(), 2u);
-    EXPECT_EQ(two[0].name, "invalid-format");
     EXPECT_EQ(two[1].name, "missing-project-reference");
     // Tell them apart by behaviour: an unresolved project is only the second one's concern.
     GraphBuilder builder;
     auto const node = builder.addNode({.id = u"p", .type = Type::PROJECT(), .resolved = false});
     auto const graph = builder.build();
     EXPECT_TRUE(two[0].analyzer->analyze(node, graph).empty());
-    EXPECT_EQ(two[1].analyzer->analyze(node, graph).size(), 1u);
+    auto const findings = two[1].analyzer->analyze(node, graph);
+    ASSERT_EQ(findings.size(), 1u);
+    // The catalogue knows the kind of what each analyzer reports, shared IDs apart.
+    auto const* kind = kindOf("missing-project-reference", *findings[0]);
+    ASSERT_NE(kind, nullptr);
+    EXPECT_EQ(kind->name, "MissingProjectReference");
+    EXPECT_EQ(kindOf("missing-file", *findings[0])->name, "MissingFile");
+    EXPECT_EQ(kindOf("missing-product", *make(u"MissingProductOK", u"x", Severity::Warning))->name, "MissingProduct");
+    EXPECT_EQ(kindOf("missing-product", *make(u"Missing", u"x", Severity::Warning)), nullptr);
 
     try {
         createAnalyzers("missing-file,,derived-file");
         FAIL() << "an empty name must be rejected";
     } catch (std::invalid_argument const& error) {
-        EXPECT_NE(std::string(error.what()).find("unknown analyzer \"\""), std::string::npos);
-        EXPECT_NE(std::string(error.what()).find("missing-file"), std::string::npos);
+        EXPECT_NE(std::string(error.what()).find("unknown analyzer \"\" (known: missing-file"), std::string::npos);
     }
-    EXPECT_THROW(createAnalyzers("Missing-File"), std::invalid_argument);
+    EXPECT_TRUE(isKnownFindingId("MissingProductOK"));
+    EXPECT_FALSE(isKnownFindingId("Mising"));
 }
 
 namespace {
 
 struct ReportFixture : ::testing::Test {
-    std::shared_ptr<Attribute> make(std::u16string id, std::u16string name, Severity severity) {
-        return std::make_shared<Attribute>(std::make_shared<AttributeIdentity>(id, name, severity),
-                                           std::function<void()>{});
-    }
     void SetUp() override {
         GraphBuilder builder;
-        builder.addNode(u"zeta", Type::FILE());
-        builder.addNode(u"alpha", Type::FUNCTION());
+        builder.addNode(NodeData{.id = u"zeta", .type = Type::FILE(), .path = u"/work/proj/src/z.qx", .isFile = true});
+        builder.addNode(NodeData{
+            .id = u"alpha\x1b[2J", .name = u"line\nbreak", .type = Type::FUNCTION(), .path = u"/elsewhere/a.qx"});
         builder.addNode(u"quiet", Type::FILE());
         graph = builder.build();
         auto const info = make(u"Exists", u"File exists", Severity::Information);
@@ -57,59 +104,209 @@ struct ReportFixture : ::testing::Test {
             if (node.getID() == u"zeta") {
                 return std::vector{info, problem};
             }
-            if (node.getID() == u"alpha") {
-                return std::vector{warning};
-            }
-            return std::vector<std::shared_ptr<Attribute>>{};
+            return node.getID() == u"quiet" ? std::vector<std::shared_ptr<Attribute>>{} : std::vector{warning};
         });
         result = analyzeGraph(graph, {analyzer});
     }
+
+    Report report(ReportSettings settings = {}) const {
+        settings.workingFolder = "/work/proj";
+        return makeReport(*graph, *result, settings);
+    }
+
     std::shared_ptr<dependency::graph::Graph const> graph;
     std::shared_ptr<GraphAttributes> result;
 };
 
 }  // namespace
 
-TEST_F(ReportFixture, FindingsInNodeOrderFilteredByThreshold) {
-    auto const all = makeReport(*graph, *result, Severity::Information);
+TEST_F(ReportFixture, ThresholdsFilterAndPathsDecideWhatIsReportedAndWhatFails) {
+    auto const all = report();
     ASSERT_EQ(all.nodes.size(), 2u);
-    EXPECT_EQ(all.nodes[0].node->getID(), u"alpha");  // by ID, not by graph order
-    EXPECT_EQ(all.nodes[1].node->getID(), u"zeta");
-    EXPECT_EQ(all.count(Severity::Information), 1u);
-    EXPECT_EQ(all.count(Severity::Warning), 1u);
-    EXPECT_EQ(all.count(Severity::Problem), 1u);
+    EXPECT_EQ(all.nodes[0].node->getID(), u"alpha\x1b[2J");  // by ID, not by graph order
+    EXPECT_EQ(all.nodes[0].path, "/elsewhere/a.qx");         // outside the working folder: as given
+    EXPECT_EQ(all.nodes[1].where(), "src/z.qx");             // below it: relative
+    EXPECT_TRUE(all.fails());                                // a warning reaches the default threshold
 
-    auto const problems = makeReport(*graph, *result, Severity::Problem);
+    auto const problems = report({.minimum = Severity::Problem});
     ASSERT_EQ(problems.nodes.size(), 1u);
-    ASSERT_EQ(problems.nodes[0].findings.size(), 1u);
-    EXPECT_EQ(problems.nodes[0].findings[0].attribute->getID(), u"Broken");
+    EXPECT_EQ(problems.count(Severity::Problem), 1u);
+
+    // Information never fails at the default threshold; at "information" it does.
+    ProgramOptions options;
+    options.select = {"Exists"};
+    FindingFilter const onlyExists(options);
+    EXPECT_FALSE(report({.filter = &onlyExists}).fails());
+    EXPECT_TRUE(report({.failOn = Severity::Information, .filter = &onlyExists}).fails());
+
+    options = {};
+    options.ignore = {"Missing"};
+    options.pathIgnores = {{"src/*", {"Broken"}, "/work/proj"}};
+    FindingFilter const filter(options);
+    auto const filtered = report({.filter = &filter});
+    ASSERT_EQ(filtered.nodes.size(), 1u);
+    ASSERT_EQ(filtered.nodes[0].findings.size(), 1u);
+    EXPECT_EQ(filtered.nodes[0].findings[0].attribute->getID(), u"Exists");
 }
 
-TEST_F(ReportFixture, JsonEscapesAndCountsAndTextAligns) {
-    auto report = makeReport(*graph, *result, Severity::Information);
-    report.graphName = "g \"1\".json";
-    report.analyzerCount = 1;
-    std::ostringstream json;
-    writeJson(json, report);
-    auto const text = json.str();
-    EXPECT_NE(text.find("\"graph\": \"g \\\"1\\\".json\""), std::string::npos) << text;
-    EXPECT_NE(text.find("\"name\": \"Function \\\"f\\\"\\tnot found\""), std::string::npos) << text;
-    EXPECT_NE(text.find("\"name\": \"caf\xc3\xa9\""), std::string::npos) << text;
-    EXPECT_NE(text.find("\"counts\": {\"Problem\": 1, \"Warning\": 1, \"Information\": 1}"), std::string::npos);
-    EXPECT_LT(text.find("\"node\": \"alpha\""), text.find("\"node\": \"zeta\""));
-
+TEST_F(ReportFixture, TerminalFormatsEscapeControlCharactersAndAlign) {
+    auto value = report();
+    value.graphName = "g.json";
     std::ostringstream plain;
-    writeText(plain, report, false);
+    writeText(plain, value, false);
     auto const lines = plain.str();
+    EXPECT_EQ(lines.find('\x1b'), std::string::npos) << lines;  // neither colour nor the ID's escape sequence
+    EXPECT_NE(lines.find("/elsewhere/a.qx  (function \"line\\nbreak\", ID \"alpha\\x1b[2J\")"), std::string::npos)
+        << lines;
     EXPECT_NE(lines.find("  Information  Exists   File exists\n"), std::string::npos) << lines;
-    EXPECT_NE(lines.find("  Problem      Broken   caf\xc3\xa9\n"), std::string::npos) << lines;
-    EXPECT_EQ(lines.find("\x1b["), std::string::npos);  // no colour unless asked
+    EXPECT_NE(lines.find("  Warning      Missing  Function \"f\"\\tnot found\n"), std::string::npos) << lines;
+    EXPECT_NE(lines.find("1 problem, 1 warning, 1 information on 2 of 3 nodes"), std::string::npos) << lines;
     std::ostringstream coloured;
-    writeText(coloured, report, true);
+    writeText(coloured, value, true);
     EXPECT_NE(coloured.str().find("\x1b[1;31mProblem"), std::string::npos);
 
-    report.nodes.clear();
-    std::ostringstream empty;
-    writeJson(empty, report);
-    EXPECT_NE(empty.str().find("\"findings\": []"), std::string::npos);
+    std::ostringstream concise;
+    writeConcise(concise, value);
+    EXPECT_EQ(concise.str(),
+              "/elsewhere/a.qx: Missing: Function \"f\"\\tnot found\nsrc/z.qx: Exists: File exists\nsrc/z.qx: Broken: "
+              "caf\xc3\xa9\n");
+
+    std::ostringstream annotations;
+    writeGithub(annotations, value);
+    EXPECT_NE(annotations.str().find("::error file=src/z.qx,title=Broken::caf\xc3\xa9 (file \"zeta\", ID \"zeta\")\n"),
+              std::string::npos)
+        << annotations.str();
+}
+
+TEST(ColourTest, AutoFollowsTerminalNoColorAndTerm) {
+    struct Case {
+        char const* noColour;
+        char const* term;
+        bool terminal;
+        bool expected;
+    };
+    for (auto const& [noColour, term, terminal, expected] :
+         {Case{nullptr, "xterm", true, true}, Case{"", "xterm", true, true}, Case{"1", "xterm", true, false},
+          Case{nullptr, "dumb", true, false}, Case{nullptr, "xterm", false, false}}) {
+        noColour ? ::setenv("NO_COLOR", noColour, 1) : ::unsetenv("NO_COLOR");
+        ::setenv("TERM", term, 1);
+        EXPECT_EQ(useColour(ColourChoice::Auto, terminal), expected) << (noColour ? noColour : "unset") << term;
+        EXPECT_TRUE(useColour(ColourChoice::Always, false));
+        EXPECT_FALSE(useColour(ColourChoice::Never, true));
+    }
+    ::unsetenv("NO_COLOR");
+}
+
+TEST(ConfigTest, EveryKeyIsReadAndEveryMistakeIsPlaced) {
+    ScratchFolder const scratch;
+    std::filesystem::create_directories(scratch.path / "sub" / "deeper");
+    std::filesystem::create_directories(scratch.path / "analyzers");
+    auto const file = scratch.write("depattr.toml", R"(analyzers = ["missing-file", "derived-file"]
+select = ["Missing", "MissingProduct"]
+ignore = ["Exists"]
+fail-on = "Problem"
+min-severity = "warning"
+install-root = "sub"
+analyzer-paths = ["analyzers"]
+
+[per-path-ignores]
+"vendor/*" = ["Missing"]
+)");
+    EXPECT_EQ(findConfigFile(scratch.path / "sub" / "deeper"), file);
+    auto const config = readConfigFile(file);
+    EXPECT_EQ(config.analyzers, (std::vector<std::string>{"missing-file", "derived-file"}));
+    EXPECT_EQ(config.failOn, Severity::Problem);
+    EXPECT_EQ(config.minimum, Severity::Warning);
+    EXPECT_EQ(config.installRoot, (scratch.path / "sub").lexically_normal());
+    ASSERT_EQ(config.analyzerPaths.size(), 1u);
+    ASSERT_EQ(config.pathIgnores.size(), 1u);
+    EXPECT_EQ(config.pathIgnores[0].glob, "vendor/*");
+    EXPECT_TRUE(selectorMatches("MissingProduct", "MissingProductOK"));
+    EXPECT_FALSE(selectorMatches("Missing", "MissingProductOK"));
+
+    struct Case {
+        std::string content;
+        std::string expected;
+    };
+    for (auto const& [content, expected] : std::vector<Case>{
+             {"colour = \"never\"\n", "depattr.toml:1:1: unknown key \"colour\""},
+             {"\nselect = [1]\n", "depattr.toml:2:11: \"select\" must be an array of strings"},
+             {"ignore = [\"Mising\"]\n", "depattr.toml:1:11: unknown finding ID \"Mising\""},
+             {"fail-on = \"fatal\"\n", "depattr.toml:1:11: \"fail-on\" must be"},
+             {"analyzers = [\"a\", \"b\"]\n", "depattr.toml:1:14: unknown analyzer \"a\""},
+             {"analyzer-paths = [\"gone\"]\n", "depattr.toml:1:19: no such folder"},
+             {"[per-path-ignores]\n\"x\" = \"Missing\"\n", "depattr.toml:2:7: \"x\" must be an array of strings"},
+             {"select = [\n", "depattr.toml:1:12: "},
+         }) {
+        auto const what = configError(scratch, content);
+        EXPECT_NE(what.find(expected), std::string::npos) << content << " -> " << what;
+    }
+    try {
+        readConfigFile(scratch.path / "absent.toml");
+        FAIL() << "an absent file must not read";
+    } catch (ConfigError const& error) {
+        EXPECT_NE(std::string(error.what()).find("absent.toml: cannot read the configuration file: No such file"),
+                  std::string::npos)
+            << error.what();
+    }
+}
+
+TEST(FingerprintTest, TheSameInEveryLanguageAndDifferentForEachPart) {
+    auto const english = fingerprintOf(u"n", u"MissingProductOK", "Required product is not installed: Optim Kit");
+    EXPECT_EQ(english.size(), 16u);
+    EXPECT_NE(english, fingerprintOf(u"m", u"MissingProductOK", "Required product is not installed: Optim Kit"));
+    EXPECT_NE(english, fingerprintOf(u"n", u"MissingProductO", "Required product is not installed: Optim Kit"));
+    EXPECT_NE(fingerprintOf(u"ab", u"c", ""), fingerprintOf(u"a", u"bc", ""));
+
+    // A Japanese name is translated back to English before it is hashed.
+    FindingKind const* kind = kindOf("missing-product", *make(u"MissingProductOK", u"", Severity::Warning));
+    std::locale::global(boost::locale::generator()("ja_JP.UTF-8"));
+    auto const japanese = englishNameOf(kind, u"必要な製品がインストールされていません: Optim Kit");
+    auto const foreign = englishNameOf(kind, u"not a catalog text");
+    std::locale::global(std::locale::classic());
+    EXPECT_EQ(japanese, "Required product is not installed: Optim Kit");
+    EXPECT_EQ(foreign, "not a catalog text");
+}
+
+TEST(BaselineTest, EachRecordedFindingHidesOneAndBadFilesAreNamed) {
+    ScratchFolder const scratch;
+    GraphBuilder builder;
+    builder.addNode(u"a", Type::FILE());
+    auto const graph = builder.build();
+    auto const stale = make(u"OutOfDate", u"Derived file is out of date", Severity::Warning);
+    auto const twice = std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const&) {
+        return std::vector{stale, stale};
+    });
+    auto const result = analyzeGraph(graph, {twice});
+    auto const first = makeReport(*graph, *result, {});
+    ASSERT_EQ(first.nodes.at(0).findings.size(), 2u);
+    auto const file = scratch.path / "baseline.json";
+    Baseline::write(file, first);
+
+    // A baseline of one of the two findings hides exactly one.
+    std::ifstream in(file);
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    auto const second = text.find(",\n    {\"fingerprint\"");
+    ASSERT_NE(second, std::string::npos) << text;
+    scratch.write("one.json", text.substr(0, second) + "\n  ]\n}\n");
+    auto one = Baseline::read(scratch.path / "one.json");
+    auto const report = makeReport(*graph, *result, {.baseline = &one});
+    EXPECT_EQ(report.hiddenByBaseline, 1u);
+    EXPECT_EQ(report.count(Severity::Warning), 1u);
+    EXPECT_TRUE(report.fails());
+
+    for (auto const& [content, expected] : std::vector<std::pair<std::string, std::string>>{
+             {"[]", "bad.json: not a baseline"},
+             {"{\"depattrBaseline\": 2, \"findings\": []}", "bad.json:1:21: unsupported baseline version"},
+             {"{\"depattrBaseline\": 1,\n \"findings\": [{\"node\": \"a\"}]}", "bad.json:2:15: a baseline entry needs"},
+         }) {
+        scratch.write("bad.json", content);
+        try {
+            Baseline::read(scratch.path / "bad.json");
+            ADD_FAILURE() << content;
+        } catch (BaselineError const& error) {
+            EXPECT_NE(std::string(error.what()).find(expected), std::string::npos) << error.what();
+        }
+    }
+    EXPECT_THROW(Baseline::write(scratch.path / "no" / "such.json", first), BaselineError);
 }

@@ -27,9 +27,10 @@ std::shared_ptr<Attribute> finding(std::u16string id, std::u16string name, Sever
 struct TrackedAnalysis : ::testing::Test {
     void SetUp() override {
         GraphBuilder builder;
-        builder.addNode(NodeData{.id = u"src/a.qx", .type = Type::FILE(), .path = u"/work/proj/src/a.qx", .isFile = true});
-        builder.addNode(NodeData{.id = u"odd \"name\"\\x", .type = Type::FILE(), .path = u"/elsewhere/my file.qx",
-                                 .isFile = true});
+        builder.addNode(
+            NodeData{.id = u"src/a.qx", .type = Type::FILE(), .path = u"/work/proj/src/a.qx", .isFile = true});
+        builder.addNode(
+            NodeData{.id = u"odd \"name\"\\x", .type = Type::FILE(), .path = u"/elsewhere/my file.qx", .isFile = true});
         builder.addNode(NodeData{.id = u"product:p", .type = Type::PRODUCT()});
         builder.addDependency(u"src/a.qx", u"product:p", Type::REQUIREMENT());
         builder.addDependency(u"odd \"name\"\\x", u"src/a.qx", Type::DERIVED());
@@ -54,7 +55,7 @@ struct TrackedAnalysis : ::testing::Test {
         sources = std::make_shared<FindingSources>();
         auto const tracked = sources->track({{"files", files}, {"functions", functions}, {"shared", shared}});
         result = analyzeGraph(graph, tracked);
-        report = makeReport(*graph, *result, Severity::Information, sources.get());
+        report = makeReport(*graph, *result, {.sources = sources.get()});
         report.graphName = "g.json";
     }
 
@@ -85,11 +86,19 @@ TEST_F(TrackedAnalysis, EachFindingKnowsItsAnalyzerAndTrackingChangesNoResult) {
     EXPECT_EQ(report.nodes[2].node->getID(), u"src/a.qx");
     EXPECT_EQ(report.nodes[2].findings[1].analyzer, "functions");
     std::ostringstream json;
-    writeJson(json, report);
-    EXPECT_NE(json.str().find("\"name\": \"Function not found\", \"severity\": \"Warning\", \"hasFix\": false, "
-                              "\"analyzer\": \"functions\"}"),
-              std::string::npos)
-        << json.str();
+    writeJson(json, report, "9.9.9");
+    simdjson::dom::parser parser;
+    simdjson::padded_string text(json.str());
+    simdjson::dom::element document;
+    ASSERT_EQ(parser.parse(text).get(document), simdjson::SUCCESS) << json.str();
+    EXPECT_EQ(std::int64_t(document["schemaVersion"]), 1);
+    auto const entry = document["findings"].at(2);
+    EXPECT_EQ(std::string_view(entry["node"]), "src/a.qx");
+    EXPECT_EQ(std::string_view(entry["path"]), "/work/proj/src/a.qx");  // no working folder given
+    EXPECT_EQ(std::string_view(entry["kind"]), "file");
+    EXPECT_EQ(std::string_view(entry["attributes"].at(1)["analyzer"]), "functions");
+    EXPECT_EQ(std::string_view(entry["attributes"].at(1)["fingerprint"]).size(), 16u);
+    EXPECT_TRUE(document["findings"].at(1)["path"].is_null());  // the product has no path
 }
 
 TEST_F(TrackedAnalysis, SarifIsValidJsonWithOneRulePerAnalyzerAndIdAndFileOrLogicalLocations) {
@@ -109,13 +118,14 @@ TEST_F(TrackedAnalysis, SarifIsValidJsonWithOneRulePerAnalyzerAndIdAndFileOrLogi
         ruleIds.emplace_back(std::string_view(rule["id"]));
     }
     // Rules in the order first met: the nodes in ID order, each node's findings in list order.
-    EXPECT_EQ(ruleIds, (std::vector<std::string>{"shared/Exists", "functions/Broken", "files/Missing",
-                                                 "functions/Missing"}));
+    EXPECT_EQ(ruleIds,
+              (std::vector<std::string>{"shared/Exists", "functions/Broken", "files/Missing", "functions/Missing"}));
 
     std::vector<std::string> summary;
     for (auto const result : run["results"].get_array()) {
         auto const index = std::size_t(std::uint64_t(result["ruleIndex"]));
         EXPECT_EQ(ruleIds.at(index), std::string_view(result["ruleId"]));
+        EXPECT_EQ(std::string_view(result["partialFingerprints"]["depattr/v1"]).size(), 16u);
         auto const location = result["locations"].at(0);
         std::string where(std::string_view(location["logicalLocations"].at(0)["fullyQualifiedName"]));
         simdjson::dom::element artifact;
@@ -137,6 +147,15 @@ TEST_F(TrackedAnalysis, SarifIsValidJsonWithOneRulePerAnalyzerAndIdAndFileOrLogi
                            "note File exists | src/a.qx @ src/a.qx in SRCROOT",
                        }));
 
+    // Findings hidden by a baseline stay in the log, marked as suppressed.
+    report.nodes[0].findings[0].suppressed = true;
+    std::ostringstream suppressed;
+    writeSarif(suppressed, report, "9.9.9", "/work/proj");
+    simdjson::padded_string suppressedText(suppressed.str());
+    ASSERT_EQ(parser.parse(suppressedText).get(log), simdjson::SUCCESS) << suppressed.str();
+    EXPECT_EQ(std::string_view(log["runs"].at(0)["results"].at(0)["suppressions"].at(0)["kind"]), "external");
+    EXPECT_EQ(log["runs"].at(0)["results"].at(1)["suppressions"].error(), simdjson::NO_SUCH_FIELD);
+
     // An analysis without findings is still a complete log.
     report.nodes.clear();
     std::ostringstream empty;
@@ -156,7 +175,7 @@ TEST_F(TrackedAnalysis, DotFillsNodesByGravestFindingAndEscapesNames) {
     EXPECT_NE(dot.find("\"src/a.qx\" [shape=box, style=\"filled,rounded\", fillcolor=\"#ffd98a\""), std::string::npos)
         << dot;
     EXPECT_NE(dot.find("\"product:p\" [shape=component, style=\"filled,rounded\", fillcolor=\"#f4a3a3\", "
-                       "tooltip=\"Problem Broken: Broken \\\"badly\\\"\"]"),
+                       "tooltip=\"product \\\"product:p\\\"\\nProblem Broken: Broken \\\"badly\\\"\"]"),
               std::string::npos)
         << dot;
     EXPECT_NE(dot.find("\"odd \\\"name\\\"\\\\x\" [shape=box, style=\"filled,rounded\", fillcolor=\"#d6eaf8\""),
@@ -166,7 +185,7 @@ TEST_F(TrackedAnalysis, DotFillsNodesByGravestFindingAndEscapesNames) {
     EXPECT_NE(dot.find("\"odd \\\"name\\\"\\\\x\" -> \"src/a.qx\" [label=\"derived\"];"), std::string::npos);
 
     // Above the threshold only the product keeps a fill.
-    auto const problems = makeReport(*graph, *result, Severity::Problem, sources.get());
+    auto const problems = makeReport(*graph, *result, {.minimum = Severity::Problem, .sources = sources.get()});
     std::ostringstream filtered;
     writeDot(filtered, *graph, problems);
     EXPECT_NE(filtered.str().find("  \"src/a.qx\" [shape=box];\n"), std::string::npos) << filtered.str();
@@ -192,11 +211,16 @@ TEST(ProgressMeterTest, DrawsOnlyAfterItsDelayNeverPastFullAndErasesItself) {
     auto twice = nodes;
     twice.insert(twice.end(), nodes.begin(), nodes.end());
     std::ostringstream drawn;
-    auto const eager = std::make_shared<ProgressMeter>(nodes.size(), drawn, std::chrono::seconds(0),
-                                                       std::chrono::seconds(0));
+    auto const eager =
+        std::make_shared<ProgressMeter>(nodes.size(), drawn, std::chrono::seconds(0), std::chrono::seconds(0));
     analyzeGraph(std::make_shared<depattr_test::SequenceGraph>(twice), {eager});
     auto const bars = drawn.str();
     EXPECT_NE(bars.find("\r[" + std::string(40, '#') + "] 100% 300/300 nodes"), std::string::npos) << bars;
+    // Reading the graph is shown by bytes before the nodes are counted.
+    std::ostringstream loading;
+    ProgressMeter reading(0, loading, std::chrono::seconds(0), std::chrono::seconds(0));
+    reading.loading(250, 1000);
+    EXPECT_NE(loading.str().find("]  25% reading the graph"), std::string::npos) << loading.str();
     EXPECT_NE(bars.find("  85% 256/300 nodes"), std::string::npos) << bars;
     EXPECT_EQ(bars.find("301/300"), std::string::npos);
     eager->finish();

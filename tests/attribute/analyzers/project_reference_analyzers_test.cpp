@@ -125,9 +125,14 @@ TEST_F(ProjectReferenceAnalyzersTest, AnUnknownMessageKeyNamesCatalogAndKey) {
         dependency::attribute::attributeMessage("NoSuchFinding");
         FAIL() << "expected MessageNotFound";
     } catch (fl::i18n::MessageNotFound const& error) {
-        EXPECT_EQ(std::string(error.what()),
-                  "message 'NoSuchFinding' not found in catalog "
-                  "'QORVEX:dependency:attribute'");
+        std::string const what = error.what();
+        EXPECT_EQ(what.rfind("message 'NoSuchFinding' not found in catalog "
+                             "'QORVEX:dependency:attribute' (searched ",
+                             0),
+                  0u)
+            << what;
+        // The places searched: the requested language, then English.
+        EXPECT_NE(what.find("/en/dependency/attribute.xml"), std::string::npos) << what;
     }
 }
 

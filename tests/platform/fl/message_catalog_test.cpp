@@ -1,4 +1,5 @@
 #include "platform/fl/MessageCatalog.hpp"
+#include "platform/fl/detail/BuiltInCatalogs.hpp"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +9,10 @@
 #include <filesystem>
 #include <fstream>
 #include <locale>
+#include <map>
 #include <optional>
+#include <regex>
+#include <set>
 #include <thread>
 
 #include <unistd.h>
@@ -241,6 +245,63 @@ TEST(ShippedCatalogs, EveryKeyExistsInEnglishAndJapanese) {
         EXPECT_EQ(en.find(u"ARG0") != std::u16string::npos, !args.empty()) << key;
         EXPECT_EQ(ja.find(u"ARG0") != std::u16string::npos, !args.empty()) << key;
     }
+}
+
+// The catalogs built into the library are the resources folder's files, and
+// the program's own catalog has the same keys and placeholders in both languages.
+TEST(BuiltInCatalogs, AreTheResourceFilesAndServeWithoutAFolder) {
+    std::size_t files = 0;
+    for (auto const& entry : fs::recursive_directory_iterator(DEPATTR_SOURCE_DIR "/resources")) {
+        files += entry.path().extension() == ".xml" ? 1 : 0;
+    }
+    auto const builtIn = fl::i18n::detail::builtInCatalogFiles();
+    EXPECT_EQ(builtIn.size(), files);
+    for (auto const& file : builtIn) {
+        std::ifstream in(fs::path(DEPATTR_SOURCE_DIR "/resources") / file.path, std::ios::binary);
+        std::string const text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        EXPECT_EQ(text, file.text) << file.path;
+    }
+
+    auto const keysAndPlaceholders = [&](std::string_view path) {
+        auto const found = std::find_if(builtIn.begin(), builtIn.end(), [&](auto const& f) { return f.path == path; });
+        EXPECT_NE(found, builtIn.end()) << path;
+        std::map<std::string, std::set<std::string>> keys;
+        std::regex const message(R"re(<message key="([^"]+)">([^<]*)</message>)re");
+        std::regex const placeholder(R"(\{[0-9]\})");
+        std::string const text(found->text);
+        for (std::sregex_iterator it(text.begin(), text.end(), message), end; it != end; ++it) {
+            auto& placeholders = keys[(*it)[1]];
+            std::string const body = (*it)[2];
+            for (std::sregex_iterator p(body.begin(), body.end(), placeholder); p != end; ++p) {
+                placeholders.insert(p->str());
+            }
+        }
+        return keys;
+    };
+    auto const english = keysAndPlaceholders("en/cli.xml");
+    EXPECT_GT(english.size(), 100u);
+    EXPECT_EQ(english, keysAndPlaceholders("ja/cli.xml"));
+
+    char const* previous = std::getenv("DEPATTR_RESOURCES");
+    std::string const saved = previous ? previous : "";
+    ::unsetenv("DEPATTR_RESOURCES");
+    MessageCatalog::clear_cache();
+    EXPECT_EQ(MessageCatalog::get_message(BaseMsgID("QORVEX:dependency:attribute", "MissingFileProblem"), "ja"),
+              u"ファイルが見つかりません");
+    try {
+        MessageCatalog::get_message(BaseMsgID("QORVEX:dependency:attribute", "NoSuchKey"), "ja");
+        ADD_FAILURE() << "expected MessageNotFound";
+    } catch (fl::i18n::MessageNotFound const& error) {
+        EXPECT_NE(std::string(error.what())
+                      .find("(searched built-in ja/dependency/attribute.xml, built-in "
+                            "en/dependency/attribute.xml)"),
+                  std::string::npos)
+            << error.what();
+    }
+    if (previous) {
+        ::setenv("DEPATTR_RESOURCES", saved.c_str(), 1);
+    }
+    MessageCatalog::clear_cache();
 }
 
 TEST(Utf, ConvertsBothWaysAndRepairsIllFormedInput) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <unistd.h>
 
 using namespace dependency::graph;
 
@@ -92,21 +93,54 @@ TEST(GraphFileTest, ErrorsNameFileLineAndColumn) {
     Case const cases[] = {
         {"{\"nodes\": [\n  {\"id\": \"a\", \"type\": \"widget\"}\n]}", 2, 23, "unknown node type \"widget\""},
         {"{\"nodes\": [\n  {\"id\": \"a\", \"type\": \"call\"}\n]}", 2, 23, "unknown node type"},
-        {"{\"nodes\": [{\"id\": \"a\", \"type\": \"file\"},\n {\"id\": \"a\", \"type\": \"file\"}]}", 2, 2,
-         "duplicate node ID \"a\" (first defined at line 1, column 12)"},
-        {"{\"nodes\": [{\"id\": \"a\", \"type\": \"file\"}],\n \"edges\": [{\"from\": \"a\", \"to\": \"b\", \"type\": \"call\"}]}",
+        {"{\"nodes\": [{\"id\": \"a\", \"type\": \"file\"},\n {\"id\": \"a\", "
+         "\"type\": \"file\"}]}",
+         2, 2, "duplicate node ID \"a\" (first defined at line 1, column 12)"},
+        {"{\"nodes\": [{\"id\": \"a\", \"type\": \"file\"}],\n \"edges\": "
+         "[{\"from\": \"a\", \"to\": \"b\", \"type\": \"call\"}]}",
          2, 32, "edge end \"b\" is not a node"},
-        {"{\"nodes\": [{\"id\": \"a\", \"type\": \"file\"}],\n \"edges\": [{\"from\": \"a\", \"to\": \"a\", \"type\": \"file\"}]}",
+        {"{\"nodes\": [{\"id\": \"a\", \"type\": \"file\"}],\n \"edges\": "
+         "[{\"from\": \"a\", \"to\": \"a\", \"type\": \"file\"}]}",
          2, 45, "unknown relationship type"},
         {"{\"nodes\": [{\"id\": \"a\", \"type\": \"file\", \"colour\": 1}]}", 1, 50, "unknown member \"colour\""},
         {"{\"nodes\": [{\"type\": \"file\"}]}", 1, 12, "non-empty \"id\""},
         {"{\"nodes\": [{\"id\": \"a\"}]}", 1, 12, "needs a \"type\""},
         {"{\"nodes\": [{\"id\": 7, \"type\": \"file\"}]}", 1, 19, "\"id\" must be a string"},
         {"{\"nodes\": {}}", 1, 11, "\"nodes\" must be an array"},
-        {"{\"nodes\": [{\"id\": \"a\", \"type\": \"file\", \"resolved\": \"yes\"}]}", 1, 52, "must be true or false"},
-        {"{\"nodes\": [{\"id\": \"a\", \"type\": \"file\", \"properties\": {\"k\": 3}}]}", 1, 60, "property \"k\""},
+        {"{\"nodes\": [{\"id\": \"a\", \"type\": \"file\", \"resolved\": "
+         "\"yes\"}]}",
+         1, 52, "must be true or false"},
+        {"{\"nodes\": [{\"id\": \"a\", \"type\": \"file\", \"properties\": "
+         "{\"k\": 3}}]}",
+         1, 60, "property \"k\""},
         {"{\"nodes\": [], \"version\": 2}", 1, 26, "unsupported graph-file version 2"},
         {"{\"edges\": []}", 0, 0, "no \"nodes\""},
+        {"{\"nodes\": [], \"version\": \"1\"}", 1, 26, "\"version\" must be the number 1"},
+        // Text that ends early is reported where it ends; stray text where it
+        // starts.
+        {"{\"nodes\": [\n  {\"id\": \"a\"", 2, 13, "ends before the graph is complete"},
+        {"{\"nodes\": [{\"id\": \"a", 1, 21, "ends inside a string"},
+        {"{\"nodes\": []}\n 5", 2, 2, "unexpected text after the graph"},
+        {"5", 1, 1, "must hold one JSON object"},
+        {"  ", 1, 3, "the file is empty"},
+        // What each node kind needs for the analyzers that read it.
+        {"{\"nodes\": [{\"id\": \"f\", \"type\": \"function\", \"location\": "
+         "[\"a.qx\"]}]}",
+         1, 56, "a function node needs a \"location\""},
+        {"{\"nodes\": [{\"id\": \"f\", \"type\": \"function\"}]}", 1, 12, "a function node needs"},
+        {"{\"nodes\": [{\"id\": \"p\", \"type\": \"package\", \"location\": "
+         "[\"a\", \"b\", \"c\"]}]}",
+         1, 55, "four entries"},
+        {"{\"nodes\": [{\"id\": \"p\", \"type\": \"package\", \"location\": "
+         "[\"a\", \"b\", \"c\", \"0f8fad5b\"]}]}",
+         1, 55, "must be a UUID such as"},
+        {"{\"nodes\": [{\"id\": \"d\", \"type\": \"derived\"}]}", 1, 12, "a derived node needs a \"path\""},
+        {"{\"nodes\": [{\"id\": \"p\", \"type\": \"project\", \"properties\": "
+         "{\"circularReferences\": [\"a\", 3]}}]}",
+         1, 86, "each element of \"circularReferences\" must be a string"},
+        {"{\"nodes\": [{\"id\": \"p\", \"type\": \"project\", \"properties\": "
+         "{\"circularReferences\": \"[]\"}}]}",
+         1, 80, "must be an array of strings"},
     };
     for (auto const& c : cases) {
         auto const error = parseError(c.text);
@@ -120,17 +154,57 @@ TEST(GraphFileTest, ErrorsNameFileLineAndColumn) {
     }
 }
 
+TEST(GraphFileTest, NodePositionsAndProgressComeFromTheOnePass) {
+    auto const folder = std::filesystem::temp_directory_path() / ("depattr_positions_" + std::to_string(::getpid()));
+    std::filesystem::create_directories(folder);
+    auto const file = folder / "graph.json";
+    std::string text = "{\"nodes\": [\n";
+    for (int i = 0; i < 5000; ++i) {
+        text += (i ? ",\n" : "") + std::string(i == 4321 ? "   " : "  ") + "{\"id\": \"n" + std::to_string(i) +
+                "\", \"type\": \"file\"}";
+    }
+    std::ofstream(file) << text << "\n]}\n";
+    NodePositions positions;
+    std::vector<std::size_t> progress;
+    auto const graph =
+        loadGraphFile(file, {.positions = &positions, .progress = [&](std::size_t done, std::size_t total) {
+                                 EXPECT_EQ(total, text.size() + 4);
+                                 progress.push_back(done);
+                             }});
+    EXPECT_EQ(positions.file(), file.string());
+    auto const where = positions.positionOf(*graph, *graph->findNode(u"n4321"));
+    ASSERT_TRUE(where);
+    EXPECT_EQ(where->line, 4323u);
+    EXPECT_EQ(where->column, 4u);
+    auto const other = parse(R"({"nodes": [{"id": "elsewhere", "type": "file"}]})");
+    EXPECT_FALSE(positions.positionOf(*graph, *other->findNode(u"elsewhere")));
+    ASSERT_FALSE(progress.empty());
+    EXPECT_TRUE(std::is_sorted(progress.begin(), progress.end()));
+    EXPECT_LT(progress.back(), text.size());
+
+    try {
+        loadGraphFile(folder);
+        FAIL() << "a folder is not a graph file";
+    } catch (GraphFileError const& error) {
+        EXPECT_NE(std::string(error.what()).find("it is a folder"), std::string::npos) << error.what();
+        EXPECT_EQ(error.line(), 0u);
+    }
+    std::filesystem::remove_all(folder);
+}
+
 TEST(GraphFileTest, EdgesMayComeBeforeTheNodes) {
-    auto const graph = parse(R"({"edges": [{"from": "a", "to": "b", "type": "call"}, {"from": "a", "to": "a", "type": "reference"}],
-                               "nodes": [{"id": "a", "type": "function"}, {"id": "b", "type": "function"}]})");
+    auto const graph = parse(
+        R"({"edges": [{"from": "a", "to": "b", "type": "call"}, {"from": "a", "to": "a", "type": "reference"}],
+                               "nodes": [{"id": "a", "type": "file"}, {"id": "b", "type": "file"}]})");
     std::vector<std::u16string> ends;
     for (auto const& dependency : graph->getDownstreamDependencies(*graph->findNode(u"a"))) {
         ends.push_back(dependency->getDownstreamNode()->getID());
     }
     EXPECT_EQ(ends, (std::vector<std::u16string>{u"b", u"a"}));
 
-    auto const error = parseError("{\"edges\": [{\"from\": \"a\", \"to\": \"zz\", \"type\": \"call\"}],\n"
-                                  "\"nodes\": [{\"id\": \"a\", \"type\": \"file\"}]}");
+    auto const error = parseError(
+        "{\"edges\": [{\"from\": \"a\", \"to\": \"zz\", \"type\": \"call\"}],\n"
+        "\"nodes\": [{\"id\": \"a\", \"type\": \"file\"}]}");
     EXPECT_EQ(error.line(), 1u);
     EXPECT_EQ(error.column(), 32u);
     EXPECT_NE(error.reason().find("edge end \"zz\""), std::string::npos);
@@ -157,7 +231,8 @@ TEST(GraphFileTest, LoadsFromDiskResolvingAgainstTheFilesFolder) {
         loadGraphFile(folder / "absent.json");
         FAIL() << "an absent file must not load";
     } catch (GraphFileError const& error) {
-        EXPECT_NE(std::string(error.what()).find("absent.json"), std::string::npos);
+        EXPECT_EQ(std::string(error.what()),
+                  (folder / "absent.json").string() + ": cannot read the graph file: No such file or directory");
     }
     std::filesystem::remove_all(folder);
 }
@@ -169,7 +244,8 @@ TEST(GraphFileTest, ManyEdgesKeepTheirOrderAndTheFirstBadEdgeIsReported) {
     auto const graphText = [](int nodes, std::string const& extraEdges) {
         std::string text = "{\"nodes\": [";
         for (int i = 0; i < nodes; ++i) {
-            text += (i ? ",\n" : "") + std::string("{\"id\": \"node number ") + std::to_string(i) + "\", \"type\": \"function\"}";
+            text += (i ? ",\n" : "") + std::string("{\"id\": \"node number ") + std::to_string(i) +
+                    "\", \"type\": \"file\"}";
         }
         text += "],\n\"edges\": [";
         for (int i = 0; i < nodes; ++i) {
@@ -200,11 +276,20 @@ TEST(GraphFileTest, ManyEdgesKeepTheirOrderAndTheFirstBadEdgeIsReported) {
         EXPECT_EQ(ends, expected) << i;
     }
 
-    // A dangling end, then within a few edges a broken edge and another dangling end.
-    std::string const dangling = ",\n{\"from\": \"node number 1\", \"to\": \"nowhere\", \"type\": \"call\"}";
-    std::string const fine = ",\n{\"from\": \"node number 2\", \"to\": \"node number 3\", \"type\": \"call\"}";
-    std::string const broken = ",\n{\"from\": \"node number 2\", \"to\": \"node number 3\", \"type\": \"file\"}";
-    std::string const danglingFrom = ",\n{\"from\": \"nobody\", \"to\": \"node number 3\", \"type\": \"call\"}";
+    // A dangling end, then within a few edges a broken edge and another dangling
+    // end.
+    std::string const dangling =
+        ",\n{\"from\": \"node number 1\", \"to\": "
+        "\"nowhere\", \"type\": \"call\"}";
+    std::string const fine =
+        ",\n{\"from\": \"node number 2\", \"to\": \"node "
+        "number 3\", \"type\": \"call\"}";
+    std::string const broken =
+        ",\n{\"from\": \"node number 2\", \"to\": \"node "
+        "number 3\", \"type\": \"file\"}";
+    std::string const danglingFrom =
+        ",\n{\"from\": \"nobody\", \"to\": \"node "
+        "number 3\", \"type\": \"call\"}";
     int const firstExtraLine = nodes + 3 * nodes;  // the line of the last regular edge
     for (std::string const& after : {broken, danglingFrom, dangling, std::string()}) {
         std::string extra = fine + fine + dangling + fine + fine + fine + after;

@@ -1,0 +1,207 @@
+#include "cli/Baseline.hpp"
+
+#include "cli/Output.hpp"
+#include "cli/Report.hpp"
+#include "platform/fl/MessageCatalog.hpp"
+
+#include <fmt/format.h>
+#include <simdjson.h>
+
+#include <mutex>
+#include <unordered_map>
+
+namespace depattr::cli {
+
+namespace {
+
+namespace od = simdjson::ondemand;
+
+constexpr std::u16string_view argumentMark = u"\uE000";
+
+std::uint64_t fnv1a(std::uint64_t hash, std::string_view bytes) {
+    for (char const c : bytes) {
+        hash ^= static_cast<unsigned char>(c);
+        hash *= 0x100000001b3ULL;
+    }
+    return hash;
+}
+
+// A built-in name in the current language, split around its one argument.
+struct NameTemplate {
+    std::u16string before;
+    std::u16string after;
+    bool hasArgument = false;
+};
+
+NameTemplate localTemplate(FindingKind const& kind, std::string const& language) {
+    auto const text = fl::i18n::MessageCatalog::get_message(
+        resource_core::BaseMsgID("QORVEX:dependency:attribute", std::string(kind.messageKey),
+                                 {std::u16string(argumentMark)}),
+        language);
+    auto const mark = text.find(argumentMark);
+    if (mark == std::u16string::npos) {
+        return {text, {}, false};
+    }
+    return {text.substr(0, mark), text.substr(mark + argumentMark.size()), true};
+}
+
+// Positions in a baseline file, for its errors.
+std::string positionIn(std::string_view text, char const* where) {
+    std::size_t line = 1;
+    std::size_t column = 1;
+    for (char const* p = text.data(); p < where && p < text.data() + text.size(); ++p) {
+        if (*p == '\n') {
+            ++line;
+            column = 1;
+        } else {
+            ++column;
+        }
+    }
+    return std::to_string(line) + ":" + std::to_string(column);
+}
+
+}  // namespace
+
+std::string fingerprintOf(std::u16string const& nodeId, std::u16string const& findingId,
+                          std::string const& englishName) {
+    std::uint64_t hash = 0xcbf29ce484222325ULL;
+    hash = fnv1a(hash, toUtf8(nodeId));
+    hash = fnv1a(hash, std::string_view("\0", 1));
+    hash = fnv1a(hash, toUtf8(findingId));
+    hash = fnv1a(hash, std::string_view("\0", 1));
+    hash = fnv1a(hash, englishName);
+    return fmt::format("{:016x}", hash);
+}
+
+std::string englishNameOf(FindingKind const* kind, std::u16string const& name) {
+    std::string const language = fl::i18n::MessageCatalog::current_language();
+    if (kind == nullptr || language == "en") {
+        return toUtf8(name);
+    }
+    static std::mutex mutex;
+    static std::unordered_map<std::string, NameTemplate> templates;
+    NameTemplate local;
+    {
+        std::lock_guard const lock(mutex);
+        auto const key = language + "/" + std::string(kind->messageKey);
+        auto found = templates.find(key);
+        if (found == templates.end()) {
+            found = templates.emplace(key, localTemplate(*kind, language)).first;
+        }
+        local = found->second;
+    }
+    auto const english = [&](std::vector<resource_core::MessageArgument> args) {
+        return toUtf8(fl::i18n::MessageCatalog::get_message(
+            resource_core::BaseMsgID("QORVEX:dependency:attribute", std::string(kind->messageKey), std::move(args)),
+            "en"));
+    };
+    if (!local.hasArgument) {
+        return name == local.before ? english({}) : toUtf8(name);
+    }
+    if (name.size() >= local.before.size() + local.after.size() && name.starts_with(local.before) &&
+        name.ends_with(local.after)) {
+        auto const argument = name.substr(local.before.size(), name.size() - local.before.size() - local.after.size());
+        return english({argument});
+    }
+    return toUtf8(name);
+}
+
+Baseline Baseline::read(std::filesystem::path const& file) {
+    simdjson::padded_string content;
+    if (simdjson::padded_string::load(file.string()).get(content) != simdjson::SUCCESS) {
+        throw BaselineError(file.string() + ": cannot read the baseline: " + std::strerror(errno ? errno : EIO));
+    }
+    std::string_view const text(content.data(), content.size());
+    auto const fail = [&](char const* where, std::string const& reason) -> BaselineError {
+        return BaselineError(file.string() + (where ? ":" + positionIn(text, where) : std::string()) + ": " + reason);
+    };
+    Baseline baseline;
+    baseline.file_ = file;
+    od::parser parser;
+    od::document document;
+    od::object top;
+    if (parser.iterate(content).get(document) != simdjson::SUCCESS ||
+        document.get_object().get(top) != simdjson::SUCCESS) {
+        throw fail(nullptr, "not a baseline written by depattr --write-baseline (expected a JSON object)");
+    }
+    bool sawFindings = false;
+    auto const malformed = [&](char const* where) {
+        return fail(where,
+                    "malformed baseline: expected {\"depattrBaseline\": 1, \"findings\": [{\"fingerprint\": "
+                    "\"...\", ...}, ...]}");
+    };
+    for (auto fieldResult : top) {
+        od::field field;
+        std::string_view key;
+        if (std::move(fieldResult).get(field) != simdjson::SUCCESS || field.unescaped_key().get(key)) {
+            throw malformed(nullptr);
+        }
+        od::value value = field.value();
+        char const* const where = value.raw_json_token().data();
+        if (key == "depattrBaseline") {
+            std::uint64_t version = 0;
+            if (value.get_uint64().get(version) != simdjson::SUCCESS || version != 1) {
+                throw fail(where, "unsupported baseline version (expected 1)");
+            }
+        } else if (key == "findings") {
+            od::array findings;
+            if (value.get_array().get(findings) != simdjson::SUCCESS) {
+                throw malformed(where);
+            }
+            for (auto entryResult : findings) {
+                od::value entry;
+                od::object object;
+                if (std::move(entryResult).get(entry) != simdjson::SUCCESS) {
+                    throw malformed(nullptr);
+                }
+                char const* const entryStart = entry.raw_json_token().data();
+                if (entry.get_object().get(object) != simdjson::SUCCESS) {
+                    throw malformed(entryStart);
+                }
+                std::string_view fingerprint;
+                if (object.find_field_unordered("fingerprint").get_string().get(fingerprint) != simdjson::SUCCESS ||
+                    fingerprint.size() != 16) {
+                    throw fail(entryStart, "a baseline entry needs a \"fingerprint\" of 16 hexadecimal digits");
+                }
+                ++baseline.remaining_[std::string(fingerprint)];
+            }
+            sawFindings = true;
+        }
+    }
+    if (!sawFindings) {
+        throw malformed(nullptr);
+    }
+    return baseline;
+}
+
+void Baseline::write(std::filesystem::path const& file, Report const& report) {
+    std::string out = "{\n  \"depattrBaseline\": 1,\n  \"findings\": [";
+    bool first = true;
+    for (auto const& entry : report.nodes) {
+        for (auto const& finding : entry.findings) {
+            out += first ? "\n" : ",\n";
+            first = false;
+            out += fmt::format("    {{\"fingerprint\": {}, \"node\": {}, \"id\": {}, \"name\": {}}}",
+                               jsonString(finding.fingerprint), jsonString(toUtf8(entry.node->getID())),
+                               jsonString(toUtf8(finding.attribute->getID())),
+                               jsonString(englishNameOf(finding.kind, finding.attribute->getName())));
+        }
+    }
+    out += first ? "]\n}\n" : "\n  ]\n}\n";
+    try {
+        writeFile(file, out);
+    } catch (OutputError const& error) {
+        throw BaselineError(error.what());
+    }
+}
+
+bool Baseline::take(std::string const& fingerprint) {
+    auto const found = remaining_.find(fingerprint);
+    if (found == remaining_.end() || found->second == 0) {
+        return false;
+    }
+    --found->second;
+    return true;
+}
+
+}  // namespace depattr::cli

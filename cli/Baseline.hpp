@@ -1,0 +1,52 @@
+#pragma once
+// Baselines: the findings a project has accepted for now, recorded by stable
+// fingerprints so that later runs report only what is new.
+
+#include "cli/AnalyzerCatalog.hpp"
+
+#include <filesystem>
+#include <map>
+#include <stdexcept>
+#include <string>
+
+namespace depattr::cli {
+
+struct Report;
+
+// A fingerprint of a finding: 16 hexadecimal digits from its node's ID, its
+// ID and its name in English. No path, line or language enters it, so it is the
+// same on every machine and in every locale.
+std::string fingerprintOf(std::u16string const& nodeId, std::u16string const& findingId,
+                          std::string const& englishName);
+
+// The finding's name in English: built-in names are translated back through
+// the catalogs; any other name is taken as it is.
+std::string englishNameOf(FindingKind const* kind, std::u16string const& name);
+
+// A baseline file that cannot be used; what() names the file and, where
+// known, the line and column.
+class BaselineError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+class Baseline {
+public:
+    // Reads a baseline written by write().
+    static Baseline read(std::filesystem::path const& file);
+    // Writes the reported findings of `report`. Throws BaselineError naming
+    // the file and the system's reason when it cannot be written.
+    static void write(std::filesystem::path const& file, Report const& report);
+
+    // Whether the baseline holds one more finding with this fingerprint; each
+    // recorded finding hides one finding of a run.
+    bool take(std::string const& fingerprint);
+
+    std::filesystem::path const& file() const noexcept { return file_; }
+
+private:
+    std::filesystem::path file_;
+    std::map<std::string, std::size_t> remaining_;
+};
+
+}  // namespace depattr::cli

@@ -1,0 +1,235 @@
+#include "cli/Config.hpp"
+
+#include "cli/AnalyzerCatalog.hpp"
+
+#include <toml++/toml.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fnmatch.h>
+#include <fstream>
+
+namespace depattr::cli {
+
+using dependency::attribute::Severity;
+
+namespace {
+
+std::string describe(std::filesystem::path const& file, std::size_t line, std::size_t column,
+                     std::string const& reason) {
+    std::string text = file.string();
+    if (line > 0) {
+        text += ":" + std::to_string(line) + ":" + std::to_string(column);
+    }
+    return text + ": " + reason;
+}
+
+// Reads one file's table, failing at the place of each problem.
+class ConfigReader {
+public:
+    explicit ConfigReader(std::filesystem::path file) : file_(std::move(file)) {}
+
+    ConfigFile read() {
+        if (std::ifstream const probe(file_); !probe) {
+            throw ConfigError(file_, 0, 0, std::string("cannot read the configuration file: ") + std::strerror(errno));
+        }
+        toml::table table;
+        try {
+            table = toml::parse_file(file_.string());
+        } catch (toml::parse_error const& error) {
+            auto const& where = error.source().begin;
+            std::string reason(error.description());
+            if (where.line == 0) {
+                reason = "cannot read the configuration file: " + reason;
+            }
+            throw ConfigError(file_, where.line, where.column, reason);
+        }
+        ConfigFile config;
+        config.file = file_;
+        auto const folder = std::filesystem::absolute(file_).parent_path();
+        for (auto&& [key, node] : table) {
+            std::string_view const name = key.str();
+            if (name == "analyzers") {
+                config.analyzers = strings(node, name);
+                for (std::size_t i = 0; i < config.analyzers->size(); ++i) {
+                    if (findAnalyzer((*config.analyzers)[i]) == nullptr) {
+                        fail(*node.as_array()->get(i), "unknown analyzer \"" + (*config.analyzers)[i] + "\"");
+                    }
+                }
+            } else if (name == "select" || name == "ignore") {
+                auto ids = strings(node, name);
+                for (std::size_t i = 0; i < ids.size(); ++i) {
+                    if (!isKnownFindingId(ids[i])) {
+                        fail(*node.as_array()->get(i),
+                             "unknown finding ID \"" + ids[i] + "\" (known: " + knownFindingIds() + ")");
+                    }
+                }
+                (name == "select" ? config.select.emplace() : config.ignore) = std::move(ids);
+            } else if (name == "fail-on" || name == "min-severity") {
+                auto const severity = parseSeverity(string(node, name));
+                if (!severity) {
+                    fail(node, "\"" + std::string(name) + "\" must be \"information\", \"warning\" or \"problem\"");
+                }
+                (name == "fail-on" ? config.failOn : config.minimum) = *severity;
+            } else if (name == "install-root") {
+                config.installRoot = existingFolder(node, folder / string(node, name));
+            } else if (name == "analyzer-paths") {
+                auto const paths = strings(node, name);
+                for (std::size_t i = 0; i < paths.size(); ++i) {
+                    config.analyzerPaths.push_back(existingFolder(*node.as_array()->get(i), folder / paths[i]));
+                }
+            } else if (name == "per-path-ignores") {
+                config.pathIgnores = pathIgnores(node, folder);
+            } else {
+                throw ConfigError(file_, key.source().begin.line, key.source().begin.column,
+                                  "unknown key \"" + std::string(name) +
+                                      "\" (known: analyzers, select, ignore, fail-on, min-severity, install-root, "
+                                      "analyzer-paths, per-path-ignores)");
+            }
+        }
+        return config;
+    }
+
+private:
+    [[noreturn]] void fail(toml::node const& node, std::string const& reason) const {
+        throw ConfigError(file_, node.source().begin.line, node.source().begin.column, reason);
+    }
+
+    std::string string(toml::node const& node, std::string_view name) const {
+        auto const value = node.value<std::string>();
+        if (!value || !node.is_string()) {
+            fail(node, "\"" + std::string(name) + "\" must be a string");
+        }
+        return *value;
+    }
+
+    std::vector<std::string> strings(toml::node const& node, std::string_view name) const {
+        auto const* array = node.as_array();
+        if (array == nullptr) {
+            fail(node, "\"" + std::string(name) + "\" must be an array of strings");
+        }
+        std::vector<std::string> values;
+        for (auto const& element : *array) {
+            if (!element.is_string()) {
+                fail(element, "\"" + std::string(name) + "\" must be an array of strings");
+            }
+            values.push_back(*element.value<std::string>());
+        }
+        return values;
+    }
+
+    std::filesystem::path existingFolder(toml::node const& node, std::filesystem::path const& path) const {
+        std::error_code error;
+        if (!std::filesystem::is_directory(path, error)) {
+            fail(node, "no such folder: " + path.lexically_normal().string());
+        }
+        return path.lexically_normal();
+    }
+
+    std::vector<PathIgnore> pathIgnores(toml::node const& node, std::filesystem::path const& folder) const {
+        auto const* table = node.as_table();
+        if (table == nullptr) {
+            fail(node, "\"per-path-ignores\" must be a table of globs, each with an array of finding IDs");
+        }
+        std::vector<PathIgnore> ignores;
+        for (auto&& [glob, ids] : *table) {
+            PathIgnore ignore{std::string(glob.str()), strings(ids, glob.str()), folder};
+            for (std::size_t i = 0; i < ignore.ids.size(); ++i) {
+                if (!isKnownFindingId(ignore.ids[i])) {
+                    fail(*ids.as_array()->get(i), "unknown finding ID \"" + ignore.ids[i] + "\"");
+                }
+            }
+            ignores.push_back(std::move(ignore));
+        }
+        return ignores;
+    }
+
+    std::filesystem::path file_;
+};
+
+}  // namespace
+
+ConfigError::ConfigError(std::filesystem::path const& file, std::size_t line, std::size_t column,
+                         std::string const& reason)
+    : std::runtime_error(describe(file, line, column, reason)) {}
+
+std::optional<std::filesystem::path> findConfigFile(std::filesystem::path const& folder) {
+    std::error_code error;
+    auto current = std::filesystem::absolute(folder, error).lexically_normal();
+    while (!current.empty()) {
+        auto const candidate = current / configFileName;
+        if (std::filesystem::is_regular_file(candidate, error)) {
+            return candidate;
+        }
+        if (current == current.parent_path()) {
+            break;
+        }
+        current = current.parent_path();
+    }
+    return std::nullopt;
+}
+
+ConfigFile readConfigFile(std::filesystem::path const& file) {
+    return ConfigReader(file).read();
+}
+
+std::optional<Severity> parseSeverity(std::string_view text) {
+    std::string lower(text);
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    if (lower == "information") {
+        return Severity::Information;
+    }
+    if (lower == "warning") {
+        return Severity::Warning;
+    }
+    if (lower == "problem") {
+        return Severity::Problem;
+    }
+    return std::nullopt;
+}
+
+bool selectorMatches(std::string_view selector, std::string_view id) {
+    if (selector == id) {
+        return true;
+    }
+    // Only a kind whose IDs carry more text matches by prefix.
+    for (auto const& entry : builtInAnalyzers()) {
+        for (auto const& kind : entry.findings) {
+            if (kind.idIsPrefix && kind.id == selector && id.starts_with(selector)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+FindingFilter::FindingFilter(ProgramOptions const& options)
+    : select_(options.select), ignore_(options.ignore), pathIgnores_(options.pathIgnores) {}
+
+bool FindingFilter::keeps(std::string_view id, std::filesystem::path const& nodePath) const {
+    auto const named = [&](std::vector<std::string> const& selectors) {
+        return std::any_of(selectors.begin(), selectors.end(), [&](auto const& s) { return selectorMatches(s, id); });
+    };
+    if (!select_.empty() && !named(select_)) {
+        return false;
+    }
+    if (named(ignore_)) {
+        return false;
+    }
+    if (nodePath.empty()) {
+        return true;
+    }
+    for (auto const& ignore : pathIgnores_) {
+        auto const relative = nodePath.lexically_relative(ignore.baseFolder);
+        bool const below = !relative.empty() && *relative.begin() != "..";
+        std::string const subject = below ? relative.generic_string() : nodePath.generic_string();
+        if (fnmatch(ignore.glob.c_str(), subject.c_str(), 0) == 0 && named(ignore.ids)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace depattr::cli

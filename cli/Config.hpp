@@ -1,0 +1,64 @@
+#pragma once
+// depattr.toml: the project's settings, found by walking up from the graph
+// file's folder, and the filter they and the command line make.
+
+#include "cli/Options.hpp"
+
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace depattr::cli {
+
+inline constexpr char const* configFileName = "depattr.toml";
+
+// A configuration file that cannot be used. what() reads
+// "<file>:<line>:<column>: <reason>", or "<file>: <reason>" without a position.
+class ConfigError : public std::runtime_error {
+public:
+    ConfigError(std::filesystem::path const& file, std::size_t line, std::size_t column, std::string const& reason);
+};
+
+struct ConfigFile {
+    std::filesystem::path file;
+    std::optional<std::vector<std::string>> analyzers;
+    std::optional<std::vector<std::string>> select;
+    std::vector<std::string> ignore;
+    std::optional<dependency::attribute::Severity> failOn;
+    std::optional<dependency::attribute::Severity> minimum;
+    std::optional<std::filesystem::path> installRoot;  // absolute
+    std::vector<std::filesystem::path> analyzerPaths;  // absolute
+    std::vector<PathIgnore> pathIgnores;
+};
+
+// The nearest depattr.toml in `folder` or a folder above it.
+std::optional<std::filesystem::path> findConfigFile(std::filesystem::path const& folder);
+
+// Reads and checks a configuration file: unknown keys, values of the wrong
+// type, unknown analyzers, finding IDs and severities, and folders that do not
+// exist are errors naming the file, line and column. Relative paths are taken
+// from the file's folder.
+ConfigFile readConfigFile(std::filesystem::path const& file);
+
+// "information", "warning", "problem" (any case); nothing for anything else.
+std::optional<dependency::attribute::Severity> parseSeverity(std::string_view text);
+
+// Whether a selector names this finding ID: the same ID, or a kind whose IDs
+// go on with more text ("MissingProduct" names "MissingProductOK").
+bool selectorMatches(std::string_view selector, std::string_view id);
+
+// Which findings a run keeps, by finding ID and node path.
+class FindingFilter {
+public:
+    explicit FindingFilter(ProgramOptions const& options);
+    bool keeps(std::string_view id, std::filesystem::path const& nodePath) const;
+
+private:
+    std::vector<std::string> select_;
+    std::vector<std::string> ignore_;
+    std::vector<PathIgnore> pathIgnores_;
+};
+
+}  // namespace depattr::cli

@@ -1,0 +1,32 @@
+#pragma once
+// Getting a report out: colour decisions and writes whose failures are reported.
+
+#include "cli/Options.hpp"
+
+#include <filesystem>
+#include <stdexcept>
+#include <string_view>
+
+namespace depattr::cli {
+
+// A report that could not be written; what() names the target and the system's reason.
+class OutputError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Writes all of `data` to the file descriptor, retrying short writes; 0, or
+// the errno of the write that failed.
+int writeAll(int fd, std::string_view data);
+
+// Writes `data` to standard output; throws OutputError with the reason.
+void writeStandardOutput(std::string_view data);
+
+// Creates or replaces `file` with `data`; throws OutputError with the reason.
+void writeFile(std::filesystem::path const& file, std::string_view data);
+
+// Colour on standard output: "always" and "never" as said; "auto" when it is
+// a terminal, NO_COLOR is unset or empty, and TERM is not "dumb".
+bool useColour(ColourChoice choice, bool isTerminal);
+
+}  // namespace depattr::cli

@@ -1,0 +1,179 @@
+#include "cli/Program.hpp"
+
+#include "attribute/GraphAttributes.hpp"
+#include "cli/AnalyzerCatalog.hpp"
+#include "cli/Baseline.hpp"
+#include "cli/Config.hpp"
+#include "cli/FindingSources.hpp"
+#include "cli/HostAnalyzers.hpp"
+#include "cli/Output.hpp"
+#include "cli/ProgressMeter.hpp"
+#include "cli/Report.hpp"
+#include "cli/Texts.hpp"
+#include "platform/fl/MessageCatalog.hpp"
+#include "platform/graph/GraphFile.hpp"
+#include "platform/toolbox/ToolboxFinder.hpp"
+
+#include <boost/locale/generator.hpp>
+
+#include <cstdlib>
+#include <iostream>
+#include <sstream>
+#include <unistd.h>
+
+namespace depattr::cli {
+
+void applyLocale(std::string name) {
+    if (name.empty()) {
+        for (char const* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+            if (char const* value = std::getenv(variable); value != nullptr && *value != '\0') {
+                name = value;
+                break;
+            }
+        }
+    }
+    if (name.empty() || name == "C" || name == "POSIX") {
+        return;
+    }
+    std::string const requested = name;
+    if (name.find('.') == std::string::npos) {
+        name += ".UTF-8";
+    }
+    // Boost.Locale makes the locale whether or not the system has it installed.
+    std::locale::global(boost::locale::generator()(name));
+    auto const language = fl::i18n::MessageCatalog::current_language();
+    if (language != "en" && !fl::i18n::MessageCatalog::has_catalog(programCatalog, language)) {
+        std::cerr << "depattr: no texts in the language of locale \"" << requested << "\"; using English\n";
+    }
+}
+
+namespace {
+
+// The report in the chosen format, as text.
+std::string render(ProgramOptions const& options, dependency::graph::Graph const& graph, Report const& report,
+                   std::string_view toolVersion, bool colour) {
+    std::ostringstream out;
+    if (options.format == "json") {
+        writeJson(out, report, toolVersion);
+    } else if (options.format == "sarif") {
+        writeSarif(out, report, toolVersion, std::filesystem::current_path());
+    } else if (options.format == "dot") {
+        writeDot(out, graph, report);
+    } else if (options.format == "concise") {
+        writeConcise(out, report);
+    } else if (options.format == "github") {
+        writeGithub(out, report);
+    } else {
+        writeText(out, report, colour);
+    }
+    return std::move(out).str();
+}
+
+std::string failureMessage(AnalyzerFailure const& failure, dependency::graph::Graph const& graph,
+                           dependency::graph::NodePositions const& positions) {
+    std::string where = positions.file();
+    if (auto const position = positions.positionOf(graph, *failure.node())) {
+        where += ":" + std::to_string(position->line) + ":" + std::to_string(position->column);
+    }
+    return text("ErrorAnalyzerFailed", {failure.analyzer(), escapeControls(toUtf8(failure.node()->getID())), where,
+                                        escapeControls(failure.what())});
+}
+
+}  // namespace
+
+int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
+    if (!options.installRoot.empty()) {
+        dependency::toolbox::ToolboxFinder::setInstallRoot(std::filesystem::absolute(options.installRoot));
+    }
+    auto chosen = createAnalyzers(options.analyzers);
+    for (auto& hosted : loadHostAnalyzers(options.analyzerPaths, std::cerr)) {
+        chosen.push_back(std::move(hosted));
+    }
+    std::optional<Baseline> baseline;
+    if (!options.baseline.empty()) {
+        baseline = Baseline::read(options.baseline);
+    }
+
+    std::shared_ptr<ProgressMeter> progress;
+    if (isatty(STDERR_FILENO) == 1) {
+        progress = std::make_shared<ProgressMeter>(0, std::cerr);
+    }
+    dependency::graph::NodePositions positions;
+    dependency::graph::GraphFileOptions loadOptions;
+    loadOptions.positions = &positions;
+    if (progress) {
+        loadOptions.progress = [&](std::size_t done, std::size_t total) { progress->loading(done, total); };
+    }
+    std::shared_ptr<dependency::graph::Graph const> graph;
+    try {
+        graph = dependency::graph::loadGraphFile(options.graph, loadOptions);
+    } catch (...) {
+        if (progress) {
+            progress->finish();
+        }
+        throw;
+    }
+
+    auto const sources = std::make_shared<FindingSources>();
+    auto analyzers = sources->track(chosen);
+    if (progress) {
+        progress->startAnalysis(graph->nodeCount());
+        analyzers.push_back(progress);
+    }
+    std::shared_ptr<dependency::attribute::GraphAttributes> result;
+    try {
+        result = dependency::attribute::analyzeGraph(graph, analyzers);
+    } catch (AnalyzerFailure const& failure) {
+        if (progress) {
+            progress->finish();
+        }
+        std::cerr << "depattr: " << text("ErrorPrefix") << failureMessage(failure, *graph, positions) << '\n';
+        return exitBadInput;
+    }
+    if (progress) {
+        progress->finish();
+    }
+
+    FindingFilter const filter(options);
+    auto report = makeReport(*graph, *result,
+                             ReportSettings{.minimum = options.minimum,
+                                            .failOn = options.failOn,
+                                            .sources = sources.get(),
+                                            .filter = &filter,
+                                            .baseline = baseline ? &*baseline : nullptr,
+                                            .workingFolder = std::filesystem::current_path()});
+    report.graphName = options.graph.string();
+    for (auto const& analyzer : chosen) {
+        report.analyzers.emplace_back(analyzer.name);
+    }
+
+    if (!options.writeBaseline.empty()) {
+        Baseline::write(options.writeBaseline, report);
+        std::size_t recorded = 0;
+        for (auto const& entry : report.nodes) {
+            recorded += entry.findings.size();
+        }
+        std::cerr << "depattr: "
+                  << text("NoteBaselineWritten", {counted("CountFinding", recorded), options.writeBaseline.string()})
+                  << '\n';
+        return exitClean;
+    }
+
+    bool const toTerminal = options.output.empty() && isatty(STDOUT_FILENO) == 1;
+    auto const rendered = render(options, *graph, report, toolVersion, useColour(options.colour, toTerminal));
+    if (options.output.empty()) {
+        writeStandardOutput(rendered);
+    } else {
+        writeFile(options.output, rendered);
+    }
+    return report.fails() ? exitFindings : exitClean;
+}
+
+int runListAnalyzers(std::string_view format) {
+    std::ostringstream out;
+    writeAnalyzerList(out, format == "json");
+    writeStandardOutput(out.str());
+    return exitClean;
+}
+
+}  // namespace depattr::cli

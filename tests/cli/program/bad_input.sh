@@ -1,0 +1,53 @@
+#!/usr/bin/env bash
+# Bad input names itself: graph files, analyzer failures, arguments and output.
+source "$(dirname "$0")/common.sh" "$@"
+cd "${work}"
+
+check_error() {  # check_error <what> <expected text> <command...>
+  local what=$1 expected=$2; shift 2
+  local err
+  err=$("$@" 2>&1 >/dev/null)
+  local status=$?
+  expect "${what}: exit 2 (got ${status})" test "${status}" -eq 2
+  expect "${what}: says '${expected}' (got: ${err})" has "${expected}" "${err}"
+}
+
+printf '{"nodes": [\n  {"id": "a", "type": "gadget"}\n]}\n' >bad.json
+check_error "unknown node type" "bad.json:2:23: unknown node type" "${depattr}" analyze bad.json
+printf '{"nodes": [\n  {"id": "f", "type": "function", "location": ["x.qx"]}\n]}\n' >bad.json
+check_error "function without a name entry" 'bad.json:2:47: a function node needs a "location"' "${depattr}" analyze bad.json
+printf '{"nodes": [\n  {"id": "p", "type": "project", "properties": {"circularReferences": [1]}}\n]}\n' >bad.json
+check_error "a cycle that is not text" 'bad.json:2:72: each element of "circularReferences"' "${depattr}" analyze bad.json
+printf '{"nodes": [\n  {"id": "a", "type": "file"}' >bad.json
+check_error "truncated text" 'bad.json:2:30: the text ends before the graph is complete' "${depattr}" analyze bad.json
+printf '{"nodes": []}\n7\n' >bad.json
+check_error "a trailing scalar" 'bad.json:2:1: unexpected text after the graph' "${depattr}" analyze bad.json
+printf '{"nodes": [], "version": "1"}' >bad.json
+check_error "a value of the wrong type" 'bad.json:1:26: "version" must be the number 1' "${depattr}" analyze bad.json
+check_error "an absent graph" '/nonexistent.json: cannot read the graph file: No such file or directory' \
+  "${depattr}" analyze /nonexistent.json
+check_error "an unknown command" 'unknown command "bogus"' "${depattr}" bogus
+check_error "a bad severity" '--min-severity: "fatal" is not a severity (use information, warning or problem)' \
+  "${depattr}" analyze project/graph.json -s fatal
+check_error "an unknown analyzer" 'unknown analyzer "no-such-analyzer"' "${depattr}" analyze project/graph.json -a no-such-analyzer
+check_error "an unknown finding ID" '--ignore: unknown finding ID "Mising"' "${depattr}" analyze project/graph.json --ignore Mising
+help=$("${depattr}" analyze --help)
+expect "help shows no raw enumeration" lacks 'information->' "${help}"
+
+# An analyzer that fails on a node is named with the node and its place in the graph file.
+printf '{"name": "mapping", ' >install/packages/mapping/resources/pkgdef.json
+check_error "an analyzer failure" 'analyzer missing-package-dependency failed on node "mapping/mapview.qx" (project/graph.json:26:5)' \
+  "${depattr}" analyze project/graph.json --install-root install -a missing-package-dependency
+
+# Output safety.
+check_error "a full disk" 'cannot write the report to standard output: No space left on device' \
+  bash -c '"$1" analyze project/graph.json >/dev/full' _ "${depattr}"
+check_error "an unwritable report" 'cannot write no/such/folder/out.txt: No such file or directory' \
+  "${depattr}" analyze project/graph.json -o no/such/folder/out.txt
+printf '{"nodes": [{"id": "evil\\u001b[31m\\nname", "type": "file", "path": "x\\u0007.qx"}]}' >evil.json
+out=$("${depattr}" analyze evil.json -a missing-file --color always)
+expect "control characters are escaped" has 'ID "evil\x1b[31m\nname"' "${out}"
+expect "colour when asked" has $'\x1b[33m' "${out}"
+expect "no raw control characters but colour" test "$(tr -d '\033' <<<"${out}" | grep -c $'\a')" -eq 0
+expect "NO_COLOR empty does not disable --color always" has $'\x1b[' "$(NO_COLOR= "${depattr}" analyze evil.json --color always)"
+finish

@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Exit status: 0 when no reported finding reaches --fail-on, 1 when one does,
+# 2 for bad input or usage.
+source "$(dirname "$0")/common.sh" "$@"
+
+out=$("${depattr}" analyze "${graph}" --install-root "${install_root}" --format json)
+expect "warnings fail at the default threshold (got $?)" test $? -eq 1
+for needle in '"id": "Exists"' '"id": "OutOfDate"' '"id": "MissingProductOK"' '"id": "FutureRelease"' \
+              '"id": "ModelInPackage"' '"id": "CircularDependency"' '"name": "Package dependency' \
+              '"node": "solve"' '"node": "report"' '"node": "Shape.area"' '"node": "project:vendor"'; do
+  expect "every analyzer reports: ${needle}" has "${needle}" "${out}"
+done
+
+# A healthy project: only Information findings, which never fail by default.
+expect "information alone exits 0" test "$(status_of "${depattr}" analyze "${graph}" -a missing-file --select Exists)" -eq 0
+expect "--fail-on information makes it fail" \
+  test "$(status_of "${depattr}" analyze "${graph}" -a missing-file --select Exists --fail-on information)" -eq 1
+expect "--fail-on problem passes warnings" \
+  test "$(status_of "${depattr}" analyze "${graph}" --install-root "${install_root}" --fail-on problem)" -eq 0
+expect "--min-severity decides what is shown, not the threshold" \
+  test "$(status_of "${depattr}" analyze "${graph}" -a invalid-format -s problem)" -eq 0
+expect "ignored findings do not fail" \
+  test "$(status_of "${depattr}" analyze "${graph}" -a missing-file --ignore Missing)" -eq 0
+
+# Each analyzer on its own reports its own nodes only.
+functions=$("${depattr}" analyze "${graph}" -a missing-function --format json)
+for node in solve report Shape.area; do expect "missing-function reports ${node}" has "\"node\": \"${node}\"" "${functions}"; done
+for node in main helper Shape.unit shapes/area; do
+  expect "missing-function finds ${node} defined" lacks "\"node\": \"${node}\"" "${functions}"
+done
+derived=$("${depattr}" analyze "${graph}" -a derived-file --format json)
+expect "results.csv is out of date" has '"node": "data/results.csv"' "${derived}"
+expect "summary.txt is up to date" lacks '"node": "data/summary.txt"' "${derived}"
+
+for usage in "analyze ${graph} -s fatal" "analyze ${graph} --fail-on" "analyze ${graph} -f yaml" "bogus" "" \
+             "analyze ${graph} --color sometimes" "analyzers -f yaml"; do
+  # shellcheck disable=SC2086
+  expect "usage error exits 2: '${usage}'" test "$(status_of "${depattr}" ${usage})" -eq 2
+done
+expect "--help exits 0" test "$(status_of "${depattr}" --help)" -eq 0
+expect "analyze --help exits 0" test "$(status_of "${depattr}" analyze --help)" -eq 0
+finish

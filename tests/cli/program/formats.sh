@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# Every format says where each finding is: the node's path (relative to the
+# working folder), kind and name beside its ID. SARIF is checked against the
+# SARIF 2.1.0 schema and for its rule metadata and fingerprints.
+source "$(dirname "$0")/common.sh" "$@"
+schema_check=$(realpath "$3")
+cd "${work}"
+
+text=$("${depattr}" analyze project/graph.json --install-root install -a missing-file,missing-function)
+expect "text: relative path, kind, name and ID" \
+  has 'project/src/Shape.qx  (function "Shape.area", ID "Shape.area")' "${text}"
+expect "text: finding with its analyzer" has 'Warning      Missing  Function not found  [missing-function]' "${text}"
+expect "text: summary in words" has 'on 13 of 26 nodes (at or above Information)' "${text}"
+expect "text: no colour off a terminal" lacks $'\x1b[' "${text}"
+
+concise=$("${depattr}" analyze project/graph.json -a missing-file -f concise)
+expect "concise: one line per finding" has 'project/lib/absent.qx: Missing: File not found [missing-file]' "${concise}"
+expect "concise: every line a finding" test "$(wc -l <<<"${concise}")" -eq 10
+
+github=$("${depattr}" analyze project/graph.json --install-root install -f github)
+expect "github: annotations with file and title" \
+  has '::warning file=project/src/legacy.qx,title=Missing (missing-file)::File not found (file "src/legacy.qx", ID "src/legacy.qx")' "${github}"
+expect "github: nodes without a file have no file property" \
+  has '::warning title=Missing (missing-project-reference)::Referenced project not found (project "vendor", ID "project:vendor")' "${github}"
+
+json=$("${depattr}" analyze project/graph.json --install-root install -f json)
+expect "json: valid and versioned" "${python}" -c '
+import json, sys
+report = json.loads(sys.argv[1])
+assert report["schemaVersion"] == 1 and report["failed"] is True, report
+nodes = {entry["node"]: entry for entry in report["findings"]}
+assert nodes["Shape.area"]["path"] == "project/src/Shape.qx" and nodes["Shape.area"]["kind"] == "function", nodes
+assert nodes["project:vendor"]["path"] is None
+assert all(len(a["fingerprint"]) == 16 and a["analyzer"] for e in report["findings"] for a in e["attributes"])
+' "${json}"
+
+"${depattr}" analyze project/graph.json --install-root install -f sarif -o report.sarif
+expect "sarif: findings exit 1" test $? -eq 1
+expect "sarif: valid against the SARIF 2.1.0 schema, with rule metadata and fingerprints" \
+  "${python}" "${schema_check}" "${source_dir}/tests/data/sarif-schema-2.1.0.json" report.sarif
+expect "sarif: the project's file locates project findings" "${python}" -c '
+import json, sys
+run = json.load(open(sys.argv[1]))["runs"][0]
+locations = [r["locations"][0] for r in run["results"] if r["locations"][0]["logicalLocations"][0]["fullyQualifiedName"] == "project:app"]
+assert locations and all(l["physicalLocation"]["artifactLocation"]["uri"] == "project/app.qxproj" for l in locations), locations
+' report.sarif
+
+dot=$("${depattr}" analyze project/graph.json --install-root install --format dot)
+expect "dot: the edges with their kinds" has '"data/results.csv" -> "src/main.qx" [label="derived"];' "${dot}"
+expect "dot: warning nodes filled" has '"project:vendor" [shape=box3d, style="filled,rounded", fillcolor="#ffd98a"' "${dot}"
+
+list=$("${depattr}" analyzers)
+expect "analyzers: IDs and severities" has 'Exists              Information File exists' "${list}"
+expect "analyzers: json" "${python}" -c '
+import json, sys
+listing = json.loads(sys.argv[1])
+kinds = {a["name"]: [(k["id"], k["severity"]) for k in a["findings"]] for a in listing["analyzers"]}
+assert kinds["missing-file"] == [("Exists", "Information"), ("Missing", "Warning")], kinds
+assert len(kinds) == 8 and len(kinds["invalid-format"]) == 4
+' "$("${depattr}" analyzers --format json)"
+finish

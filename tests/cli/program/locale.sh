@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# The whole report follows the locale; an unsupported one falls back to
+# English and says so once.
+source "$(dirname "$0")/common.sh" "$@"
+cd "${work}"
+
+ja=$("${depattr}" analyze project/graph.json -a missing-file --locale ja)
+expect "ja: finding names" has 'ファイルが見つかりません' "${ja}"
+expect "ja: severity words" has '警告' "${ja}"
+expect "ja: kinds and headings" has '(ファイル「src/legacy.qx」、ID「src/legacy.qx」)' "${ja}"
+expect "ja: summary" has '問題 0 件、警告 2 件、情報 8 件（26 ノード中 10 ノード、情報以上）' "${ja}"
+ja_env=$(LC_ALL=ja_JP.UTF-8 "${depattr}" analyze project/graph.json -a missing-file)
+expect "ja from the environment" test "${ja}" = "${ja_env}"
+help=$("${depattr}" --locale ja analyze --help)
+expect "ja: help" has 'レポートの言語' "${help}"
+err=$("${depattr}" analyze project/graph.json -s fatal -l ja 2>&1)
+expect "ja: usage errors" has 'は重大度ではありません' "${err}"
+
+de=$("${depattr}" analyze project/graph.json -a missing-file -l de_DE.UTF-8 2>err)
+expect "de: English report" has 'File not found' "${de}"
+expect "de: the fallback is said once" test "$(grep -c 'using English' err)" -eq 1
+expect "de: named" grep -qF 'locale "de_DE.UTF-8"' err
+"${depattr}" analyze project/graph.json -a missing-file -l C 2>err >/dev/null
+expect "C needs no fallback note" test ! -s err
+finish
