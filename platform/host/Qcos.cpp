@@ -92,7 +92,7 @@ QcosProperty QcosProperty::constant(std::string name, qxArrayPtr value) {
     QcosProperty property;
     property.name = std::move(name);
     property.kind = Kind::Constant;
-    property.value = std::shared_ptr<qxArray const>(std::move(value));
+    property.value = qxArray::share(std::move(value));
     return property;
 }
 
@@ -100,7 +100,7 @@ QcosProperty QcosProperty::stored(std::string name, qxArrayPtr defaultValue) {
     QcosProperty property;
     property.name = std::move(name);
     property.kind = Kind::Stored;
-    property.value = std::shared_ptr<qxArray const>(std::move(defaultValue));
+    property.value = qxArray::share(std::move(defaultValue));
     return property;
 }
 
@@ -325,15 +325,26 @@ void ObjectAccess::initialiseStored(COSInterface& object, COSClassInfo const& in
     }
 }
 
-std::shared_ptr<qxArray const> ObjectAccess::stored(COSInterface const& object, std::string_view name) {
+qxArrayShared ObjectAccess::stored(COSInterface const& object, std::string_view name) {
     std::lock_guard lock(object.propertiesMutex_);
     auto const found = object.storedProperties_.find(name);
     return found == object.storedProperties_.end() ? nullptr : found->second;
 }
 
-void ObjectAccess::store(COSInterface& object, std::string_view name, std::shared_ptr<qxArray const> value) {
+void ObjectAccess::store(COSInterface& object, std::string_view name, qxArrayShared value) {
     std::lock_guard lock(object.propertiesMutex_);
-    object.storedProperties_.insert_or_assign(std::string(name), std::move(value));
+    if (auto const found = object.storedProperties_.find(name); found != object.storedProperties_.end()) {
+        found->second = std::move(value);
+        return;
+    }
+    object.storedProperties_.emplace(std::string(name), std::move(value));
+}
+
+COSInterfacePtr ObjectAccess::copy(COSInterface const& object) {
+    auto copied = make(object.className_, nullptr, std::nullopt);
+    std::lock_guard lock(object.propertiesMutex_);
+    copied->storedProperties_ = object.storedProperties_;
+    return copied;
 }
 
 COSInterface::COSInterface(std::string className, std::shared_ptr<dependency::services::Shareable> native,
@@ -423,7 +434,67 @@ void omSetProperty(COSInterface& object, std::string_view name, qxArrayPtr value
     if (!value) {
         throw HostError("qcos:property:noValue", fmt::format("Cannot set property '{}' to no value.", name));
     }
-    ObjectAccess::store(object, name, std::shared_ptr<qxArray const>(std::move(value)));
+    omSetPropertyShared(object, name, qxArray::share(std::move(value)));
+}
+
+void omSetPropertyShared(COSInterface& object, std::string_view name, qxArrayShared value) {
+    auto const* property = findProperty(object.getClassName(), name);
+    if (property == nullptr) {
+        throw HostError("qcos:property:undefined",
+                        fmt::format("No property '{}' for class '{}'.", name, object.getClassName()));
+    }
+    if (property->kind != QcosProperty::Kind::Stored || object.getNative()) {
+        throw HostError("qcos:property:readOnly",
+                        fmt::format("Property '{}' of class '{}' is read-only.", name, object.getClassName()));
+    }
+    if (!value) {
+        throw HostError("qcos:property:noValue", fmt::format("Cannot set property '{}' to no value.", name));
+    }
+    ObjectAccess::store(object, name, std::move(value));
+}
+
+qxArrayShared omGetPropertyShared(COSInterface const& object, std::string_view name) {
+    if (auto value = ObjectAccess::stored(object, name)) {
+        return value;
+    }
+    auto const* property = findProperty(object.getClassName(), name);
+    if (property == nullptr) {
+        throw HostError("qcos:property:undefined",
+                        fmt::format("No property '{}' for class '{}'.", name, object.getClassName()));
+    }
+    if (property->kind == QcosProperty::Kind::Getter) {
+        auto value = property->getter(object);
+        if (!value) {
+            throw HostError("qcos:property:noValue",
+                            fmt::format("Property '{}' of class '{}' produced no value.", name, object.getClassName()));
+        }
+        return qxArray::share(std::move(value));
+    }
+    return property->value;
+}
+
+qxArrayShared omGetConstantPropertyShared(std::string_view className, std::string_view name) {
+    auto const classInfo = detail::requireClass(className);
+    for (auto const& [memberName, value] : classInfo->getEnumerationMembers()) {
+        if (memberName == name) {
+            return qxArray::share(omCreateQCOSScalar(omCreateEnumeration(className, value)));
+        }
+    }
+    auto const* property = findProperty(className, name);
+    if (property == nullptr || property->kind != QcosProperty::Kind::Constant) {
+        throw HostError("qcos:property:undefined",
+                        fmt::format("No constant property '{}' for class '{}'.", name, className));
+    }
+    return property->value;
+}
+
+COSInterfacePtr omCopyObject(COSInterface const& object) {
+    if (object.getNative() || object.getEnumerationValue()) {
+        throw HostError(
+            "qcos:object:notCopyable",
+            fmt::format("An object of class '{}' is a handle and cannot be copied.", object.getClassName()));
+    }
+    return ObjectAccess::copy(object);
 }
 
 qxArrayPtr omGetConstantProperty(std::string_view className, std::string_view name) {
@@ -547,9 +618,19 @@ std::shared_ptr<COSClassInfo const> ScriptClassBuilder::define() {
         parts.push_back(rest.substr(0, dot));
         rest.remove_prefix(dot + 1);
     }
-    if (parts.empty() || !isIdentifier(rest)) {
-        throw HostError("qcos:class:invalidName",
-                        fmt::format("'{}' is not a valid class name: a class lives in a namespace.", name));
+    for (auto const part : parts) {
+        if (!isIdentifier(part)) {
+            throw HostError("qcos:class:invalidName", fmt::format("'{}' is not a valid class name.", name));
+        }
+    }
+    if (!isIdentifier(rest)) {
+        throw HostError("qcos:class:invalidName", fmt::format("'{}' is not a valid class name.", name));
+    }
+    if (parts.empty()) {
+        // A class outside every namespace.
+        std::shared_ptr<COSClassInfo const> defined = classInfo_;
+        detail::insertClass(std::move(classInfo_), false);
+        return defined;
     }
     Namespace* space = &omGetNamespace(parts.front());
     for (std::size_t i = 1; i < parts.size(); ++i) {

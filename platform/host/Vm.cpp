@@ -271,9 +271,8 @@ boost::future<std::vector<qxArrayPtr>> QVM::feval(std::string const& functionNam
             std::vector<qxArray const*> inputs;
             for (auto const& argument : *shared) {
                 if (!argument) {
-                    throw qcos::HostError("qvm:feval:missingArgument",
-                                          fmt::format("Argument {} of '{}' is missing.", inputs.size() + 1,
-                                                      functionName));
+                    throw qcos::HostError("qvm:feval:missingArgument", fmt::format("Argument {} of '{}' is missing.",
+                                                                                   inputs.size() + 1, functionName));
                 }
                 inputs.push_back(argument.get());
             }
@@ -318,6 +317,33 @@ void warning(std::u16string_view text) {
         return;
     }
     std::cerr << "Warning: " << describe(text) << std::endl;
+}
+
+void printError(std::u16string_view text) {
+    auto const* sink = cmddistributor::currentSinks.error;
+    if (sink != nullptr && sink->traits().plainText && sink->write(text)) {
+        return;
+    }
+    std::cerr << describe(text) << std::flush;
+}
+
+namespace {
+
+std::atomic<bool> interruptFlag{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler sets the interrupt flag");
+
+}  // namespace
+
+void requestInterrupt() noexcept {
+    interruptFlag.store(true, std::memory_order_relaxed);
+}
+
+bool isInterruptRequested() noexcept {
+    return interruptFlag.load(std::memory_order_relaxed);
+}
+
+void clearInterrupt() noexcept {
+    interruptFlag.store(false, std::memory_order_relaxed);
 }
 
 qxArrayPtr evaluate(std::u16string_view expression) {

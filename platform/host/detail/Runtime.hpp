@@ -16,8 +16,9 @@ struct ObjectAccess {
     static COSInterfacePtr make(std::string className, std::shared_ptr<dependency::services::Shareable> native,
                                 std::optional<std::int64_t> enumValue);
     static void initialiseStored(COSInterface& object, COSClassInfo const& info);
-    static std::shared_ptr<qxArray const> stored(COSInterface const& object, std::string_view name);
-    static void store(COSInterface& object, std::string_view name, std::shared_ptr<qxArray const> value);
+    static qxArrayShared stored(COSInterface const& object, std::string_view name);
+    static void store(COSInterface& object, std::string_view name, qxArrayShared value);
+    static COSInterfacePtr copy(COSInterface const& object);
 };
 
 }  // namespace qcos
