@@ -9,6 +9,8 @@
 #include <boost/container/small_vector.hpp>
 #include <boost/intrusive_ptr.hpp>
 
+#include <algorithm>
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -42,6 +44,81 @@ class FunctionHandle;
 // "string", written with double quotes in the host language).
 enum class qxClassID : std::uint8_t { Double, Logical, Char, Object, FunctionHandle, Cell, Struct, String };
 
+// The dimensions of a host array: a short sequence of extents, the first four
+// stored inline so that arrays of up to four dimensions need no allocation for
+// them. Offers the parts of the std::vector interface the runtime uses.
+class qxDimensions {
+public:
+    using value_type = std::size_t;
+    using iterator = std::size_t*;
+    using const_iterator = std::size_t const*;
+
+    qxDimensions() = default;
+    qxDimensions(std::initializer_list<std::size_t> values) : qxDimensions(values.begin(), values.end()) {}
+    qxDimensions(std::size_t count, std::size_t value) {
+        for (std::size_t i = 0; i < count; ++i) {
+            push_back(value);
+        }
+    }
+    template <class Iterator>
+    qxDimensions(Iterator first, Iterator last) {
+        for (; first != last; ++first) {
+            push_back(static_cast<std::size_t>(*first));
+        }
+    }
+
+    std::size_t size() const noexcept { return size_; }
+    bool empty() const noexcept { return size_ == 0; }
+    std::size_t* data() noexcept { return heap_.empty() ? inline_ : heap_.data(); }
+    std::size_t const* data() const noexcept { return heap_.empty() ? inline_ : heap_.data(); }
+    iterator begin() noexcept { return data(); }
+    iterator end() noexcept { return data() + size_; }
+    const_iterator begin() const noexcept { return data(); }
+    const_iterator end() const noexcept { return data() + size_; }
+    std::size_t& operator[](std::size_t index) noexcept { return data()[index]; }
+    std::size_t operator[](std::size_t index) const noexcept { return data()[index]; }
+    std::size_t& front() noexcept { return data()[0]; }
+    std::size_t front() const noexcept { return data()[0]; }
+    std::size_t& back() noexcept { return data()[size_ - 1]; }
+    std::size_t back() const noexcept { return data()[size_ - 1]; }
+
+    void push_back(std::size_t value) {
+        if (heap_.empty() && size_ < inlineCapacity) {
+            inline_[size_++] = value;
+            return;
+        }
+        if (heap_.empty()) {
+            heap_.assign(inline_, inline_ + size_);
+        }
+        heap_.push_back(value);
+        ++size_;
+    }
+    void pop_back() noexcept {
+        --size_;
+        if (!heap_.empty()) {
+            heap_.pop_back();
+            if (size_ <= inlineCapacity) {
+                std::copy(heap_.begin(), heap_.end(), inline_);
+                heap_.clear();
+            }
+        }
+    }
+    void clear() noexcept {
+        size_ = 0;
+        heap_.clear();
+    }
+
+    friend bool operator==(qxDimensions const& a, qxDimensions const& b) noexcept {
+        return std::equal(a.begin(), a.end(), b.begin(), b.end());
+    }
+
+private:
+    static constexpr std::size_t inlineCapacity = 4;
+    std::size_t size_ = 0;
+    std::size_t inline_[inlineCapacity] = {};
+    std::vector<std::size_t> heap_;  // used instead of inline_ beyond inlineCapacity
+};
+
 class qxArray;
 // An owning slot for a host array: resetting it destroys the array, and with it
 // the array's references to host objects.
@@ -56,8 +133,7 @@ using qxArrayShared = boost::intrusive_ptr<qxArray const>;
 
 class qxArray {
 public:
-    // Two entries are stored inline, so 2-d arrays need no allocation for them.
-    using Dimensions = boost::container::small_vector<std::size_t, 2>;
+    using Dimensions = qxDimensions;
 
     // Zero-filled (false, U+0000, empty object slot, empty cell element, empty
     // field value, empty text) arrays of the given size. Dimensions are

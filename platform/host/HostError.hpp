@@ -12,11 +12,15 @@ namespace qcos {
 
 // One place in host-language code: the file, the function (or method, as
 // "Class.method"), and the 1-based line and column of the statement.
+// `activation` identifies the call that added the frame (the interpreter
+// numbers its calls; 0 elsewhere), so that an error rethrown inside the same
+// call is not given the same frame twice.
 struct HostErrorFrame {
     std::string file;
     std::string function;
     std::uint32_t line = 0;
     std::uint32_t column = 0;
+    std::uint64_t activation = 0;
     friend bool operator==(HostErrorFrame const&, HostErrorFrame const&) = default;
 };
 
