@@ -81,6 +81,7 @@ FileSummary checkFile(CodeFile const& file) {
     FileSummary summary;
     if (compiled->classSyntax) {
         summary.isClass = true;
+        summary.isAbstract = compiled->classSyntax->isAbstract;
         for (auto const& [super, position] : compiled->classSyntax->superclasses) {
             summary.superclasses.push_back(super);
         }

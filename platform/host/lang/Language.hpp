@@ -45,6 +45,7 @@ std::vector<CodeFile> listCodeFiles(std::filesystem::path const& folder);
 // "qlang:invalidCode") whose one stack frame gives file, line and column.
 struct FileSummary {
     bool isClass = false;
+    bool isAbstract = false;  // a class declared (Abstract): no objects can be made of it
     std::vector<std::string> superclasses;
 };
 FileSummary checkFile(CodeFile const& file);

@@ -3,6 +3,8 @@
 #include "platform/host/lang/detail/Builtins.hpp"
 
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <system_error>
 
 namespace qlang::detail {
@@ -70,9 +72,27 @@ Values fileTest(std::string_view function, Args args, bool folder) {
     return one(makeLogical(found));
 }
 
+Values readFile(Args args) {
+    checkCount("fileread", args, 1, 1);
+    auto const name = textOf(*args[0], "fileread: the file name");
+    std::ifstream file(std::filesystem::path(name), std::ios::binary);
+    if (!file) {
+        raise("qlang:fileread:cannotRead", fmt::format("fileread: cannot read the file '{}'.", utf8(name)));
+    }
+    std::ostringstream bytes;
+    bytes << file.rdbuf();
+    auto text = bytes.str();
+    // UTF-8, with or without a byte-order mark.
+    if (text.starts_with("\xEF\xBB\xBF")) {
+        text.erase(0, 3);
+    }
+    return one(makeChars(utf16(text)));
+}
+
 }  // namespace
 
 void registerFileBuiltins() {
+    defineBuiltin("fileread", [](Args args, int) { return readFile(args); });
     defineBuiltin("fullfile", [](Args args, int) { return fullFile(args); });
     defineBuiltin("fileparts", fileParts);
     defineBuiltin("isfile", [](Args args, int) { return fileTest("isfile", args, false); });
