@@ -164,6 +164,9 @@ struct Function {
     std::vector<int> outputSlots;
     bool varargout = false;  // the last output slot is varargout
     std::vector<Stmt const*> body;
+    // Slots that nested functions read or write: they outlive the call when a
+    // handle to a nested function does (the others are let go when it returns).
+    std::vector<bool> sharedSlots;
     Function const* parent{};  // nested functions: the enclosing function
     std::vector<Function const*> nested;
     // Class methods.

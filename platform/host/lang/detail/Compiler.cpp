@@ -103,7 +103,7 @@ private:
     void compileClass(Node const& definition);
 
     // ----- names
-    std::optional<VariableRef> resolveVariable(Scope& scope, std::string const& name);
+    std::optional<VariableRef> resolveVariable(Scope& scope, std::string const& name, bool fromInner = false);
     Function const* findLocalFunction(Scope const& scope, std::string_view name) const;
 
     // ----- statements
@@ -416,7 +416,7 @@ void Compiler::prepareScope(Scope& scope, Node const& definition) {
             continue;
         }
         // A nested function shares the variables of the functions around it.
-        if (scope.enclosing != nullptr && resolveVariable(*scope.enclosing, name)) {
+        if (scope.enclosing != nullptr && resolveVariable(*scope.enclosing, name, true)) {
             continue;
         }
         scope.addSlot(name);
@@ -445,14 +445,22 @@ void Compiler::compileFunction(Function& function, Node const& definition, Scope
     }
 }
 
-std::optional<VariableRef> Compiler::resolveVariable(Scope& scope, std::string const& name) {
+std::optional<VariableRef> Compiler::resolveVariable(Scope& scope, std::string const& name, bool fromInner) {
     if (auto const found = scope.slots.find(name); found != scope.slots.end()) {
+        if (fromInner) {
+            auto& shared = scope.function->sharedSlots;
+            auto const slot = static_cast<std::size_t>(found->second);
+            if (shared.size() <= slot) {
+                shared.resize(slot + 1, false);
+            }
+            shared[slot] = true;
+        }
         return VariableRef{0, found->second};
     }
     if (scope.enclosing == nullptr) {
         return std::nullopt;
     }
-    auto const outer = resolveVariable(*scope.enclosing, name);
+    auto const outer = resolveVariable(*scope.enclosing, name, true);
     if (!outer) {
         return std::nullopt;
     }

@@ -1648,6 +1648,23 @@ Values callCompiled(Function const& function, FramePtr const& parent, std::span<
         throw hostError;
     }
     // Outputs that were not set are the caller's error: it asked for them.
+    struct ReleaseUnshared {
+        FramePtr const& frame;
+        // A handle to a nested function keeps this frame; only the variables
+        // nested functions use need to stay (the others could hold that very
+        // handle, and keep the frame alive for ever).
+        ~ReleaseUnshared() {
+            if (frame.use_count() > 1) {
+                auto const& shared = frame->function->sharedSlots;
+                for (std::size_t i = 0; i < frame->slots.size(); ++i) {
+                    if (i >= shared.size() || !shared[i]) {
+                        frame->slots[i].reset();
+                    }
+                }
+            }
+        }
+    };
+    ReleaseUnshared const release{frame};
     {
         auto const outputCount = function.outputSlots.size();
         auto const wanted = static_cast<std::size_t>(std::max(nargout, 0));
