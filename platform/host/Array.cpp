@@ -1,5 +1,7 @@
 #include "platform/host/Array.hpp"
 
+#include "platform/services/Shareable.hpp"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -10,10 +12,10 @@ namespace {
 
 using Doubles = boost::container::small_vector<double, 1>;
 using Logicals = boost::container::small_vector<std::uint8_t, 8>;
-using Objects = std::vector<qcos::COSInterfacePtr>;
-using Handles = std::vector<std::shared_ptr<qvm::FunctionHandle const>>;
-using Cells = std::vector<qxArrayShared>;
-using Strings = std::vector<std::u16string>;
+using Objects = boost::container::small_vector<qcos::COSInterfacePtr, 1>;
+using Handles = boost::container::small_vector<std::shared_ptr<qvm::FunctionHandle const>, 1>;
+using Cells = boost::container::small_vector<qxArrayShared, 1>;
+using Strings = boost::container::small_vector<std::u16string, 1>;
 
 std::string const& nameOfKind(qxClassID id) {
     static std::string const names[] = {"double", "logical", "char", "", "function_handle", "cell", "struct", "string"};
@@ -58,6 +60,10 @@ qxArrayShared const& emptyValue() {
 
 }  // namespace
 
+std::string const& qxInternName(std::string_view name) {
+    return dependency::services::internName(name);
+}
+
 void intrusive_ptr_add_ref(qxArray const* array) noexcept {
     array->shares_.fetch_add(1, std::memory_order_relaxed);
 }
@@ -68,10 +74,10 @@ void intrusive_ptr_release(qxArray const* array) noexcept {
     }
 }
 
-qxArray::qxArray(Dimensions dims, std::size_t count, std::string className, Storage storage)
+qxArray::qxArray(Dimensions dims, std::size_t count, std::string const* className, Storage storage)
     : dims_(std::move(dims)),
       count_(count),
-      className_(std::move(className)),
+      className_(className),
       classID_(static_cast<qxClassID>(storage.index())),
       storage_(std::move(storage)) {}
 
@@ -80,34 +86,43 @@ qxArray::~qxArray() = default;
 qxArrayPtr qxArray::createDouble(Dimensions dims) {
     dims = normalised(std::move(dims));
     auto const count = elementCount(dims);
-    return qxArrayPtr(new qxArray(std::move(dims), count, {}, Doubles(count)));
+    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, Doubles(count)));
 }
 
 qxArrayPtr qxArray::createLogical(Dimensions dims) {
     dims = normalised(std::move(dims));
     auto const count = elementCount(dims);
-    return qxArrayPtr(new qxArray(std::move(dims), count, {}, Logicals(count)));
+    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, Logicals(count)));
 }
 
 qxArrayPtr qxArray::createChar(Dimensions dims) {
     dims = normalised(std::move(dims));
     auto const count = elementCount(dims);
-    return qxArrayPtr(new qxArray(std::move(dims), count, {}, std::u16string(count, u'\0')));
+    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, std::u16string(count, u'\0')));
 }
 
-qxArrayPtr qxArray::createObjects(Dimensions dims, std::string className) {
+qxArrayPtr qxArray::createObjects(Dimensions dims, std::string_view className) {
     if (className.empty()) {
         throw qcos::HostError("qx:array:noClassName", "An object array needs a class name.");
     }
     dims = normalised(std::move(dims));
     auto const count = elementCount(dims);
-    return qxArrayPtr(new qxArray(std::move(dims), count, std::move(className), Objects(count)));
+    return qxArrayPtr(new qxArray(std::move(dims), count, &qxInternName(className), Objects(count)));
+}
+
+qxArrayPtr qxArray::createObjectsWithStableName(Dimensions dims, std::string const& className) {
+    if (className.empty()) {
+        throw qcos::HostError("qx:array:noClassName", "An object array needs a class name.");
+    }
+    dims = normalised(std::move(dims));
+    auto const count = elementCount(dims);
+    return qxArrayPtr(new qxArray(std::move(dims), count, &className, Objects(count)));
 }
 
 qxArrayPtr qxArray::createCell(Dimensions dims) {
     dims = normalised(std::move(dims));
     auto const count = elementCount(dims);
-    return qxArrayPtr(new qxArray(std::move(dims), count, {}, Cells(count, emptyValue())));
+    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, Cells(count, emptyValue())));
 }
 
 qxArrayPtr qxArray::createStruct(Dimensions dims, std::vector<std::string> fieldNames) {
@@ -116,40 +131,40 @@ qxArrayPtr qxArray::createStruct(Dimensions dims, std::vector<std::string> field
     StructData data;
     data.values.resize(count * fieldNames.size(), emptyValue());
     data.fields = std::move(fieldNames);
-    return qxArrayPtr(new qxArray(std::move(dims), count, {}, std::move(data)));
+    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, std::move(data)));
 }
 
 qxArrayPtr qxArray::createStrings(Dimensions dims) {
     dims = normalised(std::move(dims));
     auto const count = elementCount(dims);
-    return qxArrayPtr(new qxArray(std::move(dims), count, {}, Strings(count)));
+    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, Strings(count)));
 }
 
 qxArrayPtr qxArray::createScalar(double value) {
-    return qxArrayPtr(new qxArray({1, 1}, 1, {}, Doubles(1, value)));
+    return qxArrayPtr(new qxArray({1, 1}, 1, nullptr, Doubles(1, value)));
 }
 
 qxArrayPtr qxArray::createLogicalScalar(bool value) {
-    return qxArrayPtr(new qxArray({1, 1}, 1, {}, Logicals(1, value ? 1 : 0)));
+    return qxArrayPtr(new qxArray({1, 1}, 1, nullptr, Logicals(1, value ? 1 : 0)));
 }
 
 qxArrayPtr qxArray::createString(std::u16string_view text) {
-    return qxArrayPtr(new qxArray({1, text.size()}, text.size(), {}, std::u16string(text)));
+    return qxArrayPtr(new qxArray({1, text.size()}, text.size(), nullptr, std::u16string(text)));
 }
 
 qxArrayPtr qxArray::createStringScalar(std::u16string_view text) {
-    return qxArrayPtr(new qxArray({1, 1}, 1, {}, Strings{std::u16string(text)}));
+    return qxArrayPtr(new qxArray({1, 1}, 1, nullptr, Strings{std::u16string(text)}));
 }
 
 qxArrayPtr qxArray::createEmpty() {
-    return qxArrayPtr(new qxArray({1, 0}, 0, {}, Doubles()));
+    return qxArrayPtr(new qxArray({1, 0}, 0, nullptr, Doubles()));
 }
 
 qxArrayPtr qxArray::createFunctionHandle(std::shared_ptr<qvm::FunctionHandle const> handle) {
     if (!handle) {
         throw qcos::HostError("qx:array:nullFunctionHandle", "A function handle needs a function.");
     }
-    return qxArrayPtr(new qxArray({1, 1}, 1, {}, Handles{std::move(handle)}));
+    return qxArrayPtr(new qxArray({1, 1}, 1, nullptr, Handles{std::move(handle)}));
 }
 
 qxArrayPtr qxArray::clone() const {
@@ -176,12 +191,12 @@ qxArrayPtr qxArray::unshare(qxArrayShared array) {
 }
 
 std::string const& qxArray::getClassName() const noexcept {
-    return classID_ == qxClassID::Object ? className_ : nameOfKind(classID_);
+    return classID_ == qxClassID::Object ? *className_ : nameOfKind(classID_);
 }
 
-void qxArray::setObjectClass(std::string className, bool heterogeneous) {
+void qxArray::setObjectClass(std::string_view className, bool heterogeneous) {
     storageAs<Objects>("object");
-    className_ = std::move(className);
+    className_ = &qxInternName(className);
     heterogeneous_ = heterogeneous;
 }
 
@@ -411,11 +426,13 @@ std::span<char16_t const> qxArray::chars() const {
 }
 
 std::span<qcos::COSInterfacePtr const> qxArray::objects() const {
-    return storageAs<Objects>("object");
+    auto const& values = storageAs<Objects>("object");
+    return {values.data(), values.size()};
 }
 
 std::span<qxArrayShared const> qxArray::cells() const {
-    return storageAs<Cells>("cell");
+    auto const& values = storageAs<Cells>("cell");
+    return {values.data(), values.size()};
 }
 
 namespace matrix {

@@ -119,6 +119,11 @@ private:
     std::vector<std::size_t> heap_;  // used instead of inline_ beyond inlineCapacity
 };
 
+// A process-wide copy of a name that lives until the process ends: the same
+// text gives the same string. Object arrays and host objects keep their class
+// names this way, so that making one copies no text.
+std::string const& qxInternName(std::string_view name);
+
 class qxArray;
 // An owning slot for a host array: resetting it destroys the array, and with it
 // the array's references to host objects.
@@ -142,7 +147,10 @@ public:
     static qxArrayPtr createDouble(Dimensions dims);
     static qxArrayPtr createLogical(Dimensions dims);
     static qxArrayPtr createChar(Dimensions dims);
-    static qxArrayPtr createObjects(Dimensions dims, std::string className);
+    static qxArrayPtr createObjects(Dimensions dims, std::string_view className);
+    // The same with a class name that lives for the process (from
+    // qxInternName, or the name of a registered class), which is kept as is.
+    static qxArrayPtr createObjectsWithStableName(Dimensions dims, std::string const& className);
     static qxArrayPtr createCell(Dimensions dims);
     // A struct array with the given fields, in order; every value starts as a
     // 0-by-0 double array.
@@ -180,7 +188,7 @@ public:
     bool isHeterogeneous() const noexcept { return heterogeneous_; }
     // Sets class name and heterogeneous flag of an object array. No checks here:
     // qcos::omSetClassOfHeterogeneousArray is the checked way.
-    void setObjectClass(std::string className, bool heterogeneous);
+    void setObjectClass(std::string_view className, bool heterogeneous);
 
     Dimensions const& getDimensions() const noexcept { return dims_; }
     std::size_t getM() const noexcept { return dims_[0]; }
@@ -246,16 +254,19 @@ private:
         std::vector<std::string> fields;
         std::vector<qxArrayShared> values;  // element-major: element i, field f at i * fields + f
     };
+    // One element of every kind is stored in the array itself: a scalar needs
+    // one allocation.
     using Storage =
         std::variant<boost::container::small_vector<double, 1>, boost::container::small_vector<std::uint8_t, 8>,
-                     std::u16string, std::vector<qcos::COSInterfacePtr>,
-                     std::vector<std::shared_ptr<qvm::FunctionHandle const>>, std::vector<qxArrayShared>, StructData,
-                     std::vector<std::u16string>>;
+                     std::u16string, boost::container::small_vector<qcos::COSInterfacePtr, 1>,
+                     boost::container::small_vector<std::shared_ptr<qvm::FunctionHandle const>, 1>,
+                     boost::container::small_vector<qxArrayShared, 1>, StructData,
+                     boost::container::small_vector<std::u16string, 1>>;
 
     friend void intrusive_ptr_add_ref(qxArray const* array) noexcept;
     friend void intrusive_ptr_release(qxArray const* array) noexcept;
 
-    qxArray(Dimensions dims, std::size_t count, std::string className, Storage storage);
+    qxArray(Dimensions dims, std::size_t count, std::string const* className, Storage storage);
     void checkIndex(std::size_t index) const;
     template <class Vector>
     Vector& storageAs(char const* kind);
@@ -264,7 +275,7 @@ private:
 
     Dimensions dims_;
     std::size_t count_ = 0;
-    std::string className_;  // object arrays only; the built-in kinds have fixed names
+    std::string const* className_ = nullptr;  // object arrays only (interned); the built-in kinds have fixed names
     qxClassID classID_;
     bool heterogeneous_ = false;
     mutable std::atomic<std::uint32_t> shares_{0};

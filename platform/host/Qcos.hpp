@@ -234,7 +234,7 @@ bool omIsA(std::string_view className, std::string_view baseName);
 // through COSInterfacePtr; never copied.
 class COSInterface {
 public:
-    std::string const& getClassName() const noexcept { return className_; }
+    std::string const& getClassName() const noexcept { return *className_; }
     // The object's class, looked up now. An unregistered class is a HostError.
     std::shared_ptr<COSClassInfo const> getClass() const;
     // The wrapped native object, or null for script objects and enumerations.
@@ -248,10 +248,10 @@ private:
     friend void intrusive_ptr_add_ref(COSInterface const* object) noexcept;
     friend void intrusive_ptr_release(COSInterface const* object) noexcept;
 
-    COSInterface(std::string className, std::shared_ptr<dependency::services::Shareable> native,
+    COSInterface(std::string const& className, std::shared_ptr<dependency::services::Shareable> native,
                  std::optional<std::int64_t> enumValue);
 
-    std::string className_;
+    std::string const* className_;  // lives for the process: interned, or a registered class's own name
     std::shared_ptr<dependency::services::Shareable> native_;
     std::optional<std::int64_t> enumValue_;
     mutable std::atomic<std::size_t> references_{0};

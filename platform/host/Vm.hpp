@@ -178,6 +178,22 @@ private:
     std::shared_ptr<PackagedTaskIIP<R>> iip_;
 };
 
+// While it exists, host text on this thread goes to the sinks of `options`
+// (then back to the sinks before it).
+class SinkScope {
+public:
+    explicit SinkScope(RunOptions const& options);
+    ~SinkScope();
+    SinkScope(SinkScope const&) = delete;
+    SinkScope& operator=(SinkScope const&) = delete;
+
+private:
+    OutputSink output_;
+    OutputSink error_;
+    OutputSink const* savedOutput_;
+    OutputSink const* savedError_;
+};
+
 // The FIFO queue of one VM and the command thread that serves it.
 class CmdDistributor {
 public:

@@ -13,7 +13,8 @@ namespace qcos {
 
 // The one way into COSInterface's private parts (it befriends this).
 struct ObjectAccess {
-    static COSInterfacePtr make(std::string className, std::shared_ptr<dependency::services::Shareable> native,
+    // `className` must live for the process (interned, or a registered class's name).
+    static COSInterfacePtr make(std::string const& className, std::shared_ptr<dependency::services::Shareable> native,
                                 std::optional<std::int64_t> enumValue);
     static void initialiseStored(COSInterface& object, COSClassInfo const& info);
     static qxArrayShared stored(COSInterface const& object, std::string_view name);
