@@ -81,10 +81,11 @@ struct Expr {
     ExprKind kind = ExprKind::Constant;
     Operator op = Operator::None;
     Position position;
-    int slot = -1;           // Variable, Outer
-    int depth = 0;           // Outer: how many functions out
-    std::string name;        // Variable, Outer, Name (dotted for names), Handle, SuperCall: member name
-    std::string superclass;  // SuperCall
+    int slot = -1;                   // Variable, Outer
+    int depth = 0;                   // Outer: how many functions out
+    std::string name;                // Variable, Outer, Name (dotted for names), Handle, SuperCall: member name
+    std::string superclass;          // SuperCall
+    std::vector<std::string> parts;  // Name: the parts of a dotted name
     Value constant;
     Expr const* base{};                          // Chain
     std::vector<Accessor> accessors;             // Chain

@@ -974,6 +974,12 @@ Expr const* Compiler::compileChain(Node const& node, Scope& scope) {
         }
         if (name.name.find('.') != std::string::npos) {
             name.function = nullptr;
+            std::size_t start = 0;
+            for (auto dot = name.name.find('.'); dot != std::string::npos; dot = name.name.find('.', start)) {
+                name.parts.push_back(name.name.substr(start, dot - start));
+                start = dot + 1;
+            }
+            name.parts.push_back(name.name.substr(start));
         }
     }
     for (auto i = next; i > 0; --i) {
@@ -1141,6 +1147,12 @@ Expr const* Compiler::compileExpr(Node const& node, Scope& scope) {
         case NodeKind::DottedName: {
             auto& expr = newExpr(ExprKind::Name, node);
             expr.name = textOf(node);
+            std::size_t start = 0;
+            for (auto dot = expr.name.find('.'); dot != std::string::npos; dot = expr.name.find('.', start)) {
+                expr.parts.push_back(expr.name.substr(start, dot - start));
+                start = dot + 1;
+            }
+            expr.parts.push_back(expr.name.substr(start));
             return &expr;
         }
         case NodeKind::ImaginaryNumber:

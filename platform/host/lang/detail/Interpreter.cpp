@@ -247,13 +247,33 @@ Member lookUpMember(std::string const& className, std::string_view name) {
     return member;
 }
 
+// Members found, per thread, by class and member name.
+struct MemberKeyView {
+    std::string_view className;
+    std::string_view name;
+};
+struct MemberKey {
+    std::string className;
+    std::string name;
+    operator MemberKeyView() const noexcept { return {className, name}; }
+};
+struct MemberKeyHash {
+    using is_transparent = void;
+    std::size_t operator()(MemberKeyView key) const noexcept {
+        return std::hash<std::string_view>{}(key.className) * 31 + std::hash<std::string_view>{}(key.name);
+    }
+};
+struct MemberKeyEqual {
+    using is_transparent = void;
+    bool operator()(MemberKeyView a, MemberKeyView b) const noexcept {
+        return a.className == b.className && a.name == b.name;
+    }
+};
+
 Member const& findMember(std::string const& className, std::string_view name) {
-    thread_local std::unordered_map<std::string, Member> cache;
+    thread_local std::unordered_map<MemberKey, Member, MemberKeyHash, MemberKeyEqual> cache;
     auto const generation = CodeRuntime::get().generation();
-    std::string key = className;
-    key.push_back('\n');
-    key.append(name);
-    auto found = cache.find(key);
+    auto found = cache.find(MemberKeyView{className, name});
     if (found != cache.end() && found->second.generation == generation) {
         return found->second;
     }
@@ -265,7 +285,11 @@ Member const& findMember(std::string const& className, std::string_view name) {
         none = member;
         return none;
     }
-    return cache.insert_or_assign(std::move(key), std::move(member)).first->second;
+    if (found != cache.end()) {
+        found->second = std::move(member);
+        return found->second;
+    }
+    return cache.emplace(MemberKey{className, std::string(name)}, std::move(member)).first->second;
 }
 
 std::string classContextOf(Frame const& frame) {
@@ -290,7 +314,7 @@ bool mayAccess(Visibility visibility, std::string const& definingClass, Frame co
     return qcos::omIsA(context, definingClass);
 }
 
-std::string objectClassOf(qxArray const& array) {
+std::string const& objectClassOf(qxArray const& array) {
     if (array.classID() != qxClassID::Object) {
         return array.getClassName();
     }
@@ -781,7 +805,7 @@ void Evaluator::assignPath(Value& container, std::span<Accessor const> path, Val
                     raise("qlang:property:objectArray",
                           "Setting a property of an object array needs an index: objects(k).Name = value.");
                 }
-                auto const className = objectClassOf(*container);
+                auto const& className = objectClassOf(*container);
                 auto const& member = findMember(className, name);
                 if (member.kind != Member::Kind::Property) {
                     raise("qcos:property:undefined", fmt::format("No property '{}' for class '{}'.", name, className));
@@ -1214,7 +1238,7 @@ std::size_t Evaluator::classMember(std::string const& className, std::string con
 
 std::size_t Evaluator::objectMember(Value const& object, std::string const& name, std::span<Accessor const> next,
                                     int nargout, Values& out) {
-    auto const className = objectClassOf(*object);
+    auto const& className = objectClassOf(*object);
     auto const& member = findMember(className, name);
     switch (member.kind) {
         case Member::Kind::Property: {
@@ -1225,6 +1249,17 @@ std::size_t Evaluator::objectMember(Value const& object, std::string const& name
             for (auto const& element : object->objects()) {
                 if (!element) {
                     raise("qcos:array:emptySlot", "An element of the object array holds no object.");
+                }
+                // A getter of a bound class is called at once: no search of the class chain again.
+                auto const* bound = member.boundProperty;
+                if (bound != nullptr && bound->kind == qcos::QcosProperty::Kind::Getter && element->getNative()) {
+                    auto value = bound->getter(*element);
+                    if (!value) {
+                        raise("qcos:property:noValue",
+                              fmt::format("Property '{}' of class '{}' produced no value.", name, className));
+                    }
+                    out.push_back(share(std::move(value)));
+                    continue;
                 }
                 out.push_back(qcos::omGetPropertyShared(*element, name));
             }
@@ -1269,7 +1304,7 @@ void Evaluator::callNamed(std::string const& name, Function const* local, Values
         // A method of the class of an object argument comes before functions of the same name.
         for (auto const& arg : args) {
             if (arg->classID() == qxClassID::Object) {
-                auto const className = objectClassOf(*arg);
+                auto const& className = objectClassOf(*arg);
                 auto const& member = findMember(className, name);
                 if (member.kind == Member::Kind::Method) {
                     if (member.method != nullptr) {
@@ -1323,8 +1358,8 @@ std::size_t Evaluator::nameBase(Expr const& base, std::span<Accessor const> acce
     if (resolution == nullptr) {
         raise("qlang:undefined", fmt::format("Unable to resolve the name '{}'.", base.name));
     }
-    auto const parts = splitDotted(base.name);
-    std::vector<std::string> const rest(parts.begin() + static_cast<std::ptrdiff_t>(resolution->consumed), parts.end());
+    std::span<std::string const> const rest =
+        std::span<std::string const>(base.parts).subspan(std::min(resolution->consumed, base.parts.size()));
     Values results;
     std::size_t consumed = 0;
     switch (resolution->kind) {
@@ -1811,7 +1846,7 @@ Values constructObject(ClassRecord const& record, std::span<Value const> args, i
 }
 
 Values callMethodByName(Value const& object, std::string const& name, std::span<Value const> args, int nargout) {
-    auto const className = objectClassOf(*object);
+    auto const& className = objectClassOf(*object);
     auto const& member = findMember(className, name);
     if (member.kind != Member::Kind::Method) {
         raise("qcos:method:undefined", fmt::format("No method '{}' for class '{}'.", name, className));

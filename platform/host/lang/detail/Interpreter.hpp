@@ -7,6 +7,8 @@
 #include "platform/host/lang/detail/Code.hpp"
 #include "platform/host/lang/detail/Runtime.hpp"
 
+#include <boost/container/small_vector.hpp>
+
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -21,7 +23,7 @@ using FramePtr = std::shared_ptr<Frame>;
 // One running function: its variables and what errors need to say where.
 struct Frame {
     Function const* function{};
-    std::vector<Value> slots;
+    boost::container::small_vector<Value, 8> slots;
     FramePtr parent;  // nested functions: the frame of the enclosing function
     int nargin = 0;
     int nargout = 0;
