@@ -25,11 +25,26 @@ std::u16string narrowed(std::wstring const& text) {
     return out;
 }
 
-boost::wregex compile(std::string_view function, std::u16string const& pattern, bool ignoreCase) {
+// How ^, $ and . behave: ^ and $ anchor at the ends of the text unless
+// lineAnchors (then also at line breaks); . matches any character, line
+// breaks included, unless dotExceptNewline.
+struct Modes {
+    bool ignoreCase = false;
+    bool lineAnchors = false;
+    bool dotExceptNewline = false;
+};
+
+boost::wregex compile(std::string_view function, std::u16string const& pattern, Modes modes) {
     try {
         boost::wregex::flag_type flags = boost::regex_constants::perl;
-        if (ignoreCase) {
+        if (modes.ignoreCase) {
             flags = flags | boost::regex_constants::icase;
+        }
+        if (!modes.lineAnchors) {
+            flags = flags | boost::regex_constants::no_mod_m;
+        }
+        if (modes.dotExceptNewline) {
+            flags = flags | boost::regex_constants::no_mod_s;
         }
         return boost::wregex(wide(pattern), flags);
     } catch (boost::regex_error const& error) {
@@ -181,6 +196,8 @@ Values regexpFunction(std::string_view function, Args args, int nargout, bool ig
     }
     std::vector<Output> outputs;
     bool once = false;
+    Modes modes;
+    modes.ignoreCase = ignoreCase;
     for (auto const& option : args.subspan(2)) {
         auto const text = textOf(*option, fmt::format("{}: an option", function));
         static std::map<std::u16string, Output> const names{
@@ -192,9 +209,13 @@ Values regexpFunction(std::string_view function, Args args, int nargout, bool ig
         } else if (text == u"once") {
             once = true;
         } else if (text == u"ignorecase") {
-            ignoreCase = true;
+            modes.ignoreCase = true;
         } else if (text == u"matchcase") {
-            ignoreCase = false;
+            modes.ignoreCase = false;
+        } else if (text == u"lineanchors") {
+            modes.lineAnchors = true;
+        } else if (text == u"dotexceptnewline") {
+            modes.dotExceptNewline = true;
         } else {
             badArgument(function, fmt::format("'{}' is not an option of {}.", utf8(text), function));
         }
@@ -204,7 +225,7 @@ Values regexpFunction(std::string_view function, Args args, int nargout, bool ig
                    Output::Tokens, Output::Names, Output::Split};
     }
     auto const pattern = textOf(*args[1], fmt::format("{}: the expression", function));
-    auto const expression = compile(function, pattern, ignoreCase);
+    auto const expression = compile(function, pattern, modes);
     auto const names = groupNames(pattern);
     auto const wanted = std::min(outputs.size(), static_cast<std::size_t>(std::max(nargout, 1)));
     auto resultsFor = [&](std::u16string const& text) {
@@ -247,18 +268,22 @@ Values regexprepFunction(Args args) {
         checkCount("regexprep", args, 3, 3);
     }
     bool once = false;
-    bool ignoreCase = false;
+    Modes modes;
     for (auto const& option : args.subspan(3)) {
         auto const text = textOf(*option, "regexprep: an option");
         if (text == u"once") {
             once = true;
         } else if (text == u"ignorecase") {
-            ignoreCase = true;
+            modes.ignoreCase = true;
+        } else if (text == u"lineanchors") {
+            modes.lineAnchors = true;
+        } else if (text == u"dotexceptnewline") {
+            modes.dotExceptNewline = true;
         } else {
             badArgument("regexprep", fmt::format("'{}' is not an option of regexprep.", utf8(text)));
         }
     }
-    auto const expression = compile("regexprep", textOf(*args[1], "regexprep: the expression"), ignoreCase);
+    auto const expression = compile("regexprep", textOf(*args[1], "regexprep: the expression"), modes);
     auto const replacement = wide(textOf(*args[2], "regexprep: the replacement"));
     auto flags = boost::regex_constants::format_perl;
     if (once) {

@@ -66,8 +66,34 @@ ClassRecord const* CodeRuntime::defineClass(std::shared_ptr<CompiledFile const> 
                 classError(*file, position, "qlang:class:undefinedSuperclass",
                            fmt::format("The superclass '{}' of '{}' is not defined.", super, syntax.name));
             }
+            if (superRecord != nullptr && superRecord->syntax->isSealed) {
+                classError(*file, position, "qlang:class:sealed",
+                           fmt::format("The class '{}' cannot derive from the sealed class '{}'.", syntax.name, super));
+            }
             record->superclasses.push_back(super);
             record->isHandle = record->isHandle || isHandleClass(super);
+        }
+        // Sealed methods of superclasses cannot be defined again.
+        for (auto const* method : syntax.methods) {
+            if (method->isConstructor) {
+                continue;
+            }
+            std::vector<std::string> pending(record->superclasses.begin(), record->superclasses.end());
+            while (!pending.empty()) {
+                auto const name = std::move(pending.back());
+                pending.pop_back();
+                auto const found = classes_.find(name);
+                if (found == classes_.end()) {
+                    continue;
+                }
+                auto const inherited = found->second->methods.find(method->shortName);
+                if (inherited != found->second->methods.end() && inherited->second->isSealed) {
+                    classError(*file, method->position, "qlang:method:sealed",
+                               fmt::format("The method '{}' is sealed in '{}' and cannot be defined again in '{}'.",
+                                           method->shortName, name, syntax.name));
+                }
+                pending.insert(pending.end(), found->second->superclasses.begin(), found->second->superclasses.end());
+            }
         }
         for (auto const& property : syntax.properties) {
             record->properties.emplace(property.name, &property);

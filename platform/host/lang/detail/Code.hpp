@@ -175,6 +175,7 @@ struct Function {
     bool isStatic = false;
     bool isConstructor = false;
     bool isAbstract = false;
+    bool isSealed = false;  // subclasses cannot redefine it
     Visibility access = Visibility::Public;
     bool isAnonymous = false;
     std::u16string text;  // anonymous functions: their source form
@@ -199,6 +200,7 @@ struct ClassSyntax {
     std::vector<PropertySyntax> properties;
     std::vector<Function const*> methods;  // constructor, ordinary, static and abstract methods
     bool isAbstract = false;
+    bool isSealed = false;  // no class can derive from it
 };
 
 // One compiled file (or script text). Owns every expression, statement and

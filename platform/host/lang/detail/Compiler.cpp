@@ -542,7 +542,9 @@ void Compiler::compileClass(Node const& definition) {
         auto const name = AttributeQueries::getName(*attribute);
         if (name == u"Abstract") {
             cls.isAbstract = flagOf(*attribute, file_.displayName);
-        } else if (name != u"Sealed" && name != u"Hidden") {
+        } else if (name == u"Sealed") {
+            cls.isSealed = flagOf(*attribute, file_.displayName);
+        } else if (name != u"Hidden") {
             fail(*attribute, fmt::format("The class attribute '{}'", narrow(name)));
         }
     }
@@ -612,6 +614,7 @@ void Compiler::compileClass(Node const& definition) {
             case NodeKind::MethodsBlock: {
                 bool isStatic = false;
                 bool isAbstract = false;
+                bool isSealed = false;
                 Visibility access = Visibility::Public;
                 for (auto const* attribute : block->list(0, 1)) {
                     auto const name = AttributeQueries::getName(*attribute);
@@ -619,9 +622,11 @@ void Compiler::compileClass(Node const& definition) {
                         isStatic = flagOf(*attribute, file_.displayName);
                     } else if (name == u"Abstract") {
                         isAbstract = flagOf(*attribute, file_.displayName);
+                    } else if (name == u"Sealed") {
+                        isSealed = flagOf(*attribute, file_.displayName);
                     } else if (name == u"Access") {
                         access = visibilityOf(*attribute, file_.displayName);
-                    } else if (name != u"Hidden" && name != u"Sealed") {
+                    } else if (name != u"Hidden") {
                         fail(*attribute, fmt::format("The method attribute '{}'", narrow(name)));
                     }
                 }
@@ -646,6 +651,7 @@ void Compiler::compileClass(Node const& definition) {
                         pending.push_back({function, member});
                     }
                     function->isStatic = isStatic;
+                    function->isSealed = isSealed;
                     function->access = access;
                     function->isConstructor = function->shortName == ownName;
                     if (function->isConstructor && (isStatic || isAbstract)) {

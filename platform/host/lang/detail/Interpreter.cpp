@@ -975,11 +975,15 @@ Value Evaluator::value(Expr const& expr) {
     }
     Values out;
     values(expr, 1, out);
+    bool const list = expr.kind == ExprKind::Chain && expr.accessors.back().kind != AccessorKind::Paren;
     if (out.empty()) {
+        if (list) {
+            raise("qlang:index:emptyList", "The expression gives an empty list of values where one value is needed.");
+        }
         std::string const what = expr.kind == ExprKind::Chain ? expr.base->name : expr.name;
         raise("qlang:call:noValue", fmt::format("'{}' did not return a value.", what.empty() ? "The call" : what));
     }
-    if (out.size() > 1 && expr.kind == ExprKind::Chain && expr.accessors.back().kind != AccessorKind::Paren) {
+    if (out.size() > 1 && list) {
         // c{:} and s.f of several elements are lists of values, not one value.
         raise("qlang:index:braceList",
               fmt::format("The expression gives a list of {} values where one value is needed.", out.size()));

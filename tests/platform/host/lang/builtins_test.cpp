@@ -164,6 +164,11 @@ TEST(LangBuiltins, RegularExpressions) {
         {"x = regexp('a,b;c', '[,;]', 'split');", "x", "{'a','b','c'}"},
         {"x = regexp({'a1', 'b'}, '\\d', 'match');", "x", "{{'1'},cell(1,0)}"},
         {"x = regexpi('ABC', 'b', 'match');", "x", "{'B'}"},
+        // ^ and $ anchor at the ends of the text, . takes line breaks too, unless told otherwise.
+        {"t = sprintf('a\\nb'); x = {regexp(t, '^b', 'match'), regexp(t, '^b', 'match', 'lineanchors')};", "x",
+         "{cell(1,0),{'b'}}"},
+        {"t = sprintf('a\\nb'); x = [numel(regexp(t, 'a.b')) numel(regexp(t, 'a.b', 'dotexceptnewline'))];", "x",
+         "[1 0]"},
         {"x = regexp('ABC', 'b', 'match', 'ignorecase');", "x", "{'B'}"},
         {"x = regexprep('a1b2', '\\d', '#');", "x", "'a#b#'"},
         {"x = regexprep('john smith', '(\\w+) (\\w+)', '$2 $1');", "x", "'smith john'"},

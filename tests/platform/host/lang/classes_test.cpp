@@ -342,6 +342,14 @@ TEST(LangClasses, ClassFileErrorsNameTheFile) {
     folder.write("LcBadDefault.qx",
                  "classdef LcBadDefault\n    properties\n        P = undefinedThing()\n"
                  "    end\nend\n");
+    folder.write("LcFinal.qx", "classdef (Sealed) LcFinal < handle\nend\n");
+    folder.write("LcAfterFinal.qx", "classdef LcAfterFinal < LcFinal\nend\n");
+    folder.write("LcFixedBase.qx",
+                 "classdef LcFixedBase < handle\n    methods (Sealed)\n        function r = f(~)\n"
+                 "            r = 1;\n        end\n    end\nend\n");
+    folder.write("LcRedefines.qx",
+                 "classdef LcRedefines < LcFixedBase\n    methods\n        function r = f(~)\n"
+                 "            r = 2;\n        end\n    end\nend\n");
     auto const orphan = errorOf("x = LcOrphan();");
     ASSERT_TRUE(orphan);
     EXPECT_EQ(orphan->identifier(), "qlang:class:undefinedSuperclass");
@@ -352,6 +360,8 @@ TEST(LangClasses, ClassFileErrorsNameTheFile) {
         {"x = LcLoopA();", "qlang:class:cyclic", "inherits from itself", ""},
         {"x = LcWrongName();", "qlang:invalidCode", "file named 'Different.qx'", ""},
         {"x = LcBadDefault();", "qlang:undefined", "undefinedThing", ""},
+        {"x = LcAfterFinal();", "qlang:class:sealed", "sealed class 'LcFinal'", ""},
+        {"x = LcRedefines();", "qlang:method:sealed", "'f' is sealed in 'LcFixedBase'", ""},
     });
 }
 

@@ -218,6 +218,7 @@ TEST(LangValues, CellsAndCommaSeparatedLists) {
         {"c = {1, 2}; x = c{:} + 1;", "qlang:index:braceList", "", ""},
         {"x = 5; y = x{1};", "qlang:index:braceOnNonCell", "cell array", ""},
         {"s.a = 1; y = s.b;", "qlang:field:undefined", "'b'", "1:10"},
+        {"s = struct('a', {}); y = s.a;", "qlang:index:emptyList", "empty list", ""},
     });
 }
 
