@@ -926,6 +926,8 @@ Value Evaluator::value(Expr const& expr) {
         case ExprKind::Binary:
         case ExprKind::Compare:
         case ExprKind::Postfix:
+            // Deeply nested expressions recurse too: the stack is checked at every level.
+            checkStack();
             return operation(expr);
         case ExprKind::AndAnd:
         case ExprKind::OrOr: {
@@ -951,6 +953,7 @@ Value Evaluator::value(Expr const& expr) {
         }
         case ExprKind::Matrix:
         case ExprKind::Cell: {
+            checkStack();
             std::vector<Values> rows;
             rows.reserve(expr.rows.size());
             for (auto const& row : expr.rows) {
@@ -1423,6 +1426,7 @@ std::size_t Evaluator::nameBase(Expr const& base, std::span<Accessor const> acce
 }
 
 void Evaluator::chain(Expr const& expr, int nargout, Values& out) {
+    checkStack();
     std::span<Accessor const> accessors = expr.accessors;
     auto const& base = *expr.base;
     Value current;
