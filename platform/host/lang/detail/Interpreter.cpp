@@ -761,6 +761,15 @@ void Evaluator::assignPath(Value& container, std::span<Accessor const> path, Val
                 }
             }
             assignPath(element, path.subspan(1), value, deletion);
+            // s(k).newField = v gives every element of s the new field.
+            if (container && container->classID() == qxClassID::Struct && element &&
+                element->classID() == qxClassID::Struct) {
+                for (auto const& field : element->getFieldNames()) {
+                    if (container->fieldIndex(field) < 0) {
+                        mutate(container).addField(field);
+                    }
+                }
+            }
             assignParen(container, subscripts, element);
             return;
         }

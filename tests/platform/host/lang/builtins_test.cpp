@@ -91,6 +91,10 @@ TEST(LangBuiltins, NumbersAndReductions) {
         {"x = [isnan([1 NaN]) isinf([Inf 1])];", "x", "[false true true false]"},
         {"x = cumsum([1 2 3]);", "x", "[1 3 6]"},
         {"x = nnz([1 0 2]);", "x", "2"},
+        {"x = max([1 5; 7 2], [], 2);", "x", "[5;7]"},
+        {"x = [mod(-7, 3) rem(-7, 3) mod(7, -3) mod(5.5, 2)];", "x", "[2 -1 -2 1.5]"},
+        {"x = all([1 1; 0 1]);", "x", "[false true]"},
+        {"x = mean([1 2; 3 4], 2);", "x", "[1.5;3.5]"},
     });
 }
 
@@ -147,6 +151,13 @@ TEST(LangBuiltins, Formatting) {
         {"x = num2str(pi, 8);", "x", "'3.1415927'"},
         {"x = num2str(7, '%03d');", "x", "'007'"},
         {"x = int2str(2.6);", "x", "'3'"},
+        {"x = sprintf('%+d|%05.1f|%*d|%-5s|', 3, 2.5, 4, 7, 'ab');", "x", "'+3|002.5|   7|ab   |'"},
+        {"x = sprintf('%g %g %g', 0.5, 1e10, 123456789);", "x", "'0.5 1e+10 1.23457e+08'"},
+        {"x = sprintf('%s', [72 105]);", "x", "'72105'"},
+        {"x = sprintf('%d %s', 'A', 'B');", "x", "'65 B'"},
+        {"x = num2str([1.5 2; 3 4]);", "x", "['1.5  2';'  3  4']"},
+        {"x = num2str(true);", "x", "'1'"},
+        {"x = num2str(-0.000123);", "x", "'-0.000123'"},
     });
 }
 
@@ -199,6 +210,11 @@ TEST(LangBuiltins, CellfunArrayfunAndSets) {
         {"x = setdiff({'a', 'b', 'c'}, {'b'});", "x", "{'a','c'}"},
         {"x = intersect([3 1 2], [2 3 9]);", "x", "[2 3]"},
         {"x = union([3 1], [2 1]);", "x", "[1 2 3]"},
+        {"x = cellfun(@(a, b) a + b, {1, 2}, {10, 20});", "x", "[11 22]"},
+        {"x = cellfun(@isempty, {{}, '', 0});", "x", "[true true false]"},
+        {"x = unique('hello');", "x", "'ehlo'"},
+        {"x = sort([3 1; 2 4]);", "x", "[2 1;3 4]"},
+        {"x = setdiff([5 1 3], [1], 'stable');", "x", "[5 3]"},
     });
     expectErrors({
         {"x = cellfun(@(v) [v v], {1, 2});", "qlang:cellfun:badArgument", "UniformOutput', false", "1:1"},
@@ -215,6 +231,8 @@ TEST(LangBuiltins, FileNames) {
         {"x = fullfile('a/', '/b');", "x", "'a/b'"},
         {"[d, n, e] = fileparts('/p/q/name.ext'); x = {d, n, e};", "x", "{'/p/q','name','.ext'}"},
         {"[d, n, e] = fileparts('plain'); x = {d, n, e};", "x", "{'','plain',''}"},
+        {"[d, n, e] = fileparts('/a/b.c.d'); x = {d, n, e};", "x", "{'/a','b.c','.d'}"},
+        {"[d, n, e] = fileparts(\"/a/b.c\"); x = {d, n, e};", "x", "{\"/a\",\"b\",\".c\"}"},
     });
     auto const code = "x = [isfile('" + base + "/present.qx') isfile('" + base + "') isfolder('" + base +
                       "') isfolder('" + base + "/nothing')];";
@@ -244,14 +262,16 @@ TEST(LangBuiltins, OutputGoesToTheRequestsSinks) {
                 "disp('shown'); disp([1 2.5]); fprintf('%d|', [1 2]); fprintf(2, 'to error\\n');"
                 "warning('my:warning', 'careful %d', 1); warning('off', 'my:warning');"
                 "warning('my:warning', 'silenced'); warning('on', 'my:warning');"
-                "s.a = 1; disp(s); disp({1, 'a'});");
+                "s.a = 1; disp(s); disp({1, 'a'}); disp([1 2; 3 4]); disp(['ab'; 'cd']);"
+                "disp([true false]); disp([]); disp(\"str\"); disp(pi);");
             return 0;
         },
         "test");
     auto future = vm->getCmdDistributor()->enqueueWithFuture(
         std::make_shared<cmddistributor::Request<int>>(qvm::detail::createID(), request), options);
     EXPECT_EQ(future.get(), 0);
-    EXPECT_EQ(qlang::testing::narrow(output->text), "shown\n1  2.5\n1|2|struct(a=1)\n{1,'a'}\n");
+    EXPECT_EQ(qlang::testing::narrow(output->text),
+              "shown\n1  2.5\n1|2|struct(a=1)\n{1,'a'}\n1  2\n3  4\nab\ncd\n1  0\nstr\n3.1416\n");
     EXPECT_EQ(qlang::testing::narrow(errors->text), "to error\ncareful 1");
 }
 

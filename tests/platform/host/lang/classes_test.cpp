@@ -134,6 +134,55 @@ end
     });
 }
 
+TEST(LangClasses, DefaultsAreEvaluatedOnceAndAccessFollowsTheHierarchy) {
+    CodeFolder folder;
+    folder.write("LcCounterBox.qx", "classdef LcCounterBox < handle\n    properties\n        N = 0\n    end\nend\n");
+    folder.write("LcHolder.qx", R"(classdef LcHolder
+    properties
+        Shared = LcCounterBox()
+        Own = {}
+        Limit = LcLimits.Maximum
+    end
+    properties (Access = protected)
+        Secret = 'protected'
+    end
+    methods
+        function obj = add(obj, item)
+            obj.Own{end + 1} = item;
+        end
+        function n = bump(obj)
+            obj.Shared.N = obj.Shared.N + 1;
+            n = obj.Shared.N;
+        end
+        function touch(obj)
+            obj.Own = {'changed'};
+        end
+    end
+    methods (Static)
+        function r = version()
+            r = 3;
+        end
+    end
+end
+)");
+    folder.write("LcLimits.qx", "classdef LcLimits\n    properties (Constant)\n        Maximum = 7\n    end\nend\n");
+    folder.write("LcChildHolder.qx",
+                 "classdef LcChildHolder < LcHolder\n    methods\n        function s = reveal(obj)\n"
+                 "            s = obj.Secret;\n        end\n    end\nend\n");
+    expectValues({
+        // A handle default is made once, when the class is defined, and shared by every object.
+        {"a = LcHolder(); b = LcHolder(); a.bump(); x = b.bump();", "x", "2"},
+        // A value default is copied into each object.
+        {"a = LcHolder(); b = LcHolder(); a = a.add(1); x = {numel(a.Own), numel(b.Own)};", "x", "{1,0}"},
+        // A method of a value class changes its own copy unless it returns it.
+        {"a = LcHolder(); a.touch(); x = numel(a.Own);", "x", "0"},
+        {"x = LcHolder().Limit;", "x", "7"},
+        {"h = LcHolder(); x = h.version();", "x", "3"},
+        {"c = LcChildHolder(); x = c.reveal();", "x", "'protected'"},
+    });
+    expectErrors({{"h = LcHolder(); x = h.Secret;", "qlang:property:access", "cannot be read here", ""}});
+}
+
 TEST(LangClasses, InheritanceFromClassFiles) {
     CodeFolder folder;
     folder.write("LcShape.qx", R"(classdef (Abstract) LcShape < qorvex.mixin.Heterogeneous

@@ -176,6 +176,37 @@ TEST(LangValues, AssignmentGrowsArrays) {
     });
 }
 
+TEST(LangValues, ArraysOfMoreThanTwoDimensions) {
+    expectValues({
+        {"a = zeros(2, 3, 2); x = size(a);", "x", "[2 3 2]"},
+        {"a = zeros(2, 3, 2); a(:, :, 2) = [1 2 3; 4 5 6]; x = [a(2, 3, 2) a(end) a(1, end, end)];", "x", "[6 6 3]"},
+        // Two subscripts into three dimensions: the second spans the last two.
+        {"b = reshape(1:12, 2, 3, 2); x = [b(2, 5) b(1, end)];", "x", "[10 11]"},
+        {"b = reshape(1:12, 2, 3, 2); x = b(:, end);", "x", "[11;12]"},
+        {"c(2, 2, 2) = 1; x = [size(c) nnz(c)];", "x", "[2 2 2 1]"},
+        {"a = ones(2, 2, 3); x = size(sum(a, 3));", "x", "[2 2]"},
+        {"a = ones(2, 2, 3); a(:, :, 2) = []; x = size(a);", "x", "[2 2 2]"},
+        {"a = ones(2, 3, 1, 1); x = ndims(a);", "x", "2"},
+    });
+    expectErrors({{"x = [ones(2, 2, 2), ones(2, 2, 2)];", "qlang:unsupported", "more than two dimensions", ""}});
+}
+
+TEST(LangValues, StructArraysGrowFieldsAndElements) {
+    expectValues({
+        // A field set through one element is added to every element.
+        {"s = struct('a', {1, 2, 3}); s(2).b.c = 5; x = {s(2).b.c, isempty(s(1).b), fieldnames(s)'};", "x",
+         "{5,true,{'a','b'}}"},
+        {"s = struct('a', {1, 2}); x = {numel(s(2:end)), [s([true false]).a]};", "x", "{1,1}"},
+        {"s = struct('a', {1, 2}); t = s; t(1).a = 9; x = [s.a t.a];", "x", "[1 2 9 2]"},
+        {"s.list = {}; s.list{end + 1} = 'a'; s.list{end + 1} = 'b'; x = s.list;", "x", "{'a','b'}"},
+        {"s = struct('a', 1, 'b', 2); t = struct('b', 2, 'a', 1); x = isequal(s, t);", "x", "true"},
+        {"c = {}; c{2}.name = 'x'; x = {class(c{1}), c{2}.name};", "x", "{'double','x'}"},
+    });
+    expectErrors({
+        {"s = struct('a', {1, 2}); s(3) = struct('b', 1);", "qlang:index:fieldMismatch", "other fields", ""},
+    });
+}
+
 TEST(LangValues, DeletionWithEmptyBrackets) {
     expectValues({
         {"a = [1 2 3 4]; a([2 4]) = [];", "a", "[1 3]"},
