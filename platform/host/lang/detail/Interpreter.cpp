@@ -641,24 +641,20 @@ Flow Evaluator::forLoop(Stmt const& stmt) {
         return flow == Flow::Continue ? Flow::Normal : flow;
     };
     auto const& range = *stmt.expr;
-    // A range loops over its numbers without making the row.
+    Value over;
     if (range.kind == ExprKind::Range) {
         auto const start = value(*range.args[0]);
         auto const step = range.args[1] != nullptr ? value(*range.args[1]) : Value();
         auto const stop = value(*range.args[2]);
-        bool const plain = start->classID() == qxClassID::Double && start->isScalar() &&
-                           stop->classID() == qxClassID::Double && stop->isScalar() &&
-                           (!step || (step->classID() == qxClassID::Double && step->isScalar()));
-        if (plain) {
-            double const first = start->doubles()[0];
-            double const increment = step ? step->doubles()[0] : 1.0;
-            auto const all = detail::range(*start, step.get(), *stop);
-            auto const count = all->getNumberOfElements();
-            (void)first;
-            (void)increment;
-            for (std::size_t i = 0; i < count; ++i) {
+        // A range of numbers is looped over without making the row, however long it is.
+        if (start->classID() != qxClassID::Char || stop->classID() != qxClassID::Char) {
+            auto const spec = rangeSpec(*start, step.get(), *stop);
+            if (spec.count == 0) {
+                slot(variable.depth, variable.slot) = share(qxArray::createDouble({1, 0}));
+            }
+            for (std::size_t i = 0; i < spec.count; ++i) {
                 checkInterrupt();
-                slot(variable.depth, variable.slot) = makeDouble(all->doubles()[i]);
+                slot(variable.depth, variable.slot) = makeDouble(spec.at(i));
                 auto const flow = body();
                 if (flow == Flow::Break) {
                     break;
@@ -669,8 +665,10 @@ Flow Evaluator::forLoop(Stmt const& stmt) {
             }
             return Flow::Normal;
         }
+        over = detail::range(*start, step.get(), *stop);
+    } else {
+        over = value(range);
     }
-    auto const over = value(range);
     auto const columns = columnCountOf(*over);
     if (columns == 0) {
         slot(variable.depth, variable.slot) = makeEmpty();

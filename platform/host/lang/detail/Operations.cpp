@@ -470,49 +470,63 @@ Value transpose(qxArray const& operand) {
     return result;
 }
 
-Value range(qxArray const& start, qxArray const* step, qxArray const& stop) {
+RangeSpec rangeSpec(qxArray const& start, qxArray const* step, qxArray const& stop) {
+    RangeSpec spec;
     for (auto const* operand : {&start, step, &stop}) {
         if (operand != nullptr && !isNumeric(*operand)) {
             raise("qlang:operator:range",
                   fmt::format("A range needs numbers, got a value of class '{}'.", operand->getClassName()));
         }
         if (operand != nullptr && operand->isEmpty()) {
-            return share(qxArray::createDouble({1, 0}));
+            return spec;
         }
     }
-    double const first = numberAt(start, 0);
-    double const increment = step != nullptr ? numberAt(*step, 0) : 1.0;
+    spec.first = numberAt(start, 0);
+    spec.increment = step != nullptr ? numberAt(*step, 0) : 1.0;
     double const last = numberAt(stop, 0);
-    if (std::isnan(first) || std::isnan(increment) || std::isnan(last)) {
-        return share(qxArray::createDouble({1, 0}));
+    if (std::isnan(spec.first) || std::isnan(spec.increment) || std::isnan(last)) {
+        return spec;
     }
     double count = 0;
-    if (increment != 0 && !((increment > 0 && last < first) || (increment < 0 && last > first))) {
+    if (spec.increment != 0 &&
+        !((spec.increment > 0 && last < spec.first) || (spec.increment < 0 && last > spec.first))) {
         // A little tolerance, so that 0:0.1:0.3 ends at 0.3 despite rounding.
-        count = std::floor((last - first) / increment * (1 + 1e-12) + 1e-10) + 1;
+        count = std::floor((last - spec.first) / spec.increment * (1 + 1e-12) + 1e-10) + 1;
     }
-    if (!std::isfinite(count) || count > 1e9) {
+    if (!std::isfinite(count) || count > 1e15) {
         raise("qx:array:tooLarge", "The range has too many elements.");
     }
-    auto const n = static_cast<std::size_t>(count);
+    spec.count = static_cast<std::size_t>(count);
+    // The second half counts back from the end, so that 0:0.1:0.3 ends at 0.3
+    // exactly rather than at 3 * 0.1.
+    spec.last = spec.first + static_cast<double>(spec.count == 0 ? 0 : spec.count - 1) * spec.increment;
+    if (std::fabs(spec.last - last) <= std::fabs(spec.increment) * 1e-10) {
+        spec.last = last;
+    }
+    return spec;
+}
+
+double RangeSpec::at(std::size_t i) const noexcept {
+    return 2 * i <= count ? first + static_cast<double>(i) * increment
+                          : last - static_cast<double>(count - 1 - i) * increment;
+}
+
+Value range(qxArray const& start, qxArray const* step, qxArray const& stop) {
+    auto const spec = rangeSpec(start, step, stop);
+    if (spec.count > 1e9) {
+        raise("qx:array:tooLarge", "The range has too many elements.");
+    }
     if (start.classID() == qxClassID::Char && stop.classID() == qxClassID::Char) {
-        auto result = qxArray::createChar({1, n});
-        for (std::size_t i = 0; i < n; ++i) {
-            result->chars()[i] = static_cast<char16_t>(first + static_cast<double>(i) * increment);
+        auto result = qxArray::createChar({1, spec.count});
+        for (std::size_t i = 0; i < spec.count; ++i) {
+            result->chars()[i] = static_cast<char16_t>(spec.first + static_cast<double>(i) * spec.increment);
         }
         return share(std::move(result));
     }
-    auto result = qxArray::createDouble({1, n});
+    auto result = qxArray::createDouble({1, spec.count});
     auto out = result->doubles();
-    // The second half counts back from the end, so that 0:0.1:0.3 ends at 0.3
-    // exactly rather than at 3 * 0.1.
-    double end = first + static_cast<double>(n - 1) * increment;
-    if (std::fabs(end - last) <= std::fabs(increment) * 1e-10) {
-        end = last;
-    }
-    for (std::size_t i = 0; i < n; ++i) {
-        out[i] =
-            2 * i <= n ? first + static_cast<double>(i) * increment : end - static_cast<double>(n - 1 - i) * increment;
+    for (std::size_t i = 0; i < spec.count; ++i) {
+        out[i] = spec.at(i);
     }
     return share(std::move(result));
 }

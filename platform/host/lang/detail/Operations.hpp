@@ -25,6 +25,15 @@ Value comparison(Operator op, qxArray const& left, qxArray const& right);
 Value transpose(qxArray const& operand);
 // start:stop and start:step:stop.
 Value range(qxArray const& start, qxArray const* step, qxArray const& stop);
+// The numbers of a range without making them: how many, and each one.
+struct RangeSpec {
+    double first = 0;
+    double increment = 1;
+    double last = 0;
+    std::size_t count = 0;
+    double at(std::size_t index) const noexcept;
+};
+RangeSpec rangeSpec(qxArray const& start, qxArray const* step, qxArray const& stop);
 
 // [a, b; c, d]: each row concatenated horizontally, then the rows vertically.
 Value concatenate(std::vector<std::vector<Value>> const& rows);

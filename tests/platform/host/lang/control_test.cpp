@@ -35,6 +35,10 @@ TEST(LangControl, ForLoopsVisitColumns) {
         // The loop variable keeps the last value; an empty range leaves it [].
         {"for k = 1:3, end, x = k;", "x", "3"},
         {"for k = [], end, x = k;", "x", "[]"},
+        {"for k = 3:1, end, x = k;", "x", "zeros(1,0)"},
+        // A range is evaluated once, and not made into a row: a very long one ends at break at once.
+        {"n = 0; for k = 1:1e12, n = n + 1; if n == 3, break; end, end, x = [n k];", "x", "[3 3]"},
+        {"x = []; for k = 0:0.1:0.3, x(end + 1) = k; end, x = x(end) == 0.3;", "x", "true"},
         // Changing the loop variable does not change the iteration.
         {"x = 0; for k = 1:3, k = 10; x = x + 1; end", "x", "3"},
         {"x = 0; for k = 1:5, if mod(k, 2), continue; end, x = x + k; end", "x", "6"},
