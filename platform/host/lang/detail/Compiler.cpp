@@ -930,6 +930,8 @@ Expr const* Compiler::compileIdentifier(Node const& node, Scope& scope) {
         expr.slot = variable->slot;
         expr.depth = variable->depth;
         expr.name = name;
+        // Used before it has a value, the name is called instead: a local function too.
+        expr.function = findLocalFunction(scope, name);
         return &expr;
     }
     if ((name == "nargin" || name == "nargout") && current_ != nullptr && !current_->isAnonymous && !file_.isScript) {

@@ -31,6 +31,8 @@ TEST(LangFunctions, FilesPackagesAndLocalFunctions) {
         {"x = noEnds();", "x", "4"},
         // A variable hides a function of the same name.
         {"addOne = 5; x = addOne(1);", "x", "5"},
+        // Until it has a value, the name still calls the function.
+        {"x = twice(2); twice = 0; function r = twice(v), r = 2 * v; end", "x", "4"},
         // Local functions of one file are not visible from another.
         {"x = helper(1);", "x", "error qlang:undefined: Undefined function or variable 'helper'. at case.qx:1:1"},
     });
