@@ -1,5 +1,8 @@
 #include "cli/FindingSources.hpp"
 
+#include "cli/HostAnalyzers.hpp"
+#include "platform/host/HostError.hpp"
+
 namespace depattr::cli {
 
 namespace {
@@ -20,6 +23,12 @@ public:
             findings = inner_.analyzer->analyze(node, graph);
         } catch (AnalyzerFailure const&) {
             throw;
+        } catch (qcos::HostError const& error) {
+            if (isInterruption(error)) {
+                throw;
+            }
+            // Host code failed: say where, and through which calls.
+            throw AnalyzerFailure(std::string(inner_.name), node, describe(error));
         } catch (std::exception const& error) {
             throw AnalyzerFailure(std::string(inner_.name), node, error.what());
         }

@@ -1,19 +1,63 @@
 #pragma once
-// Host-language analyzers from the folders named by --analyzer-path and the
-// configuration's "analyzer-paths".
+// Analyzers written in the host language, and the host's road into an
+// analysis. Loading puts the analyzer folders on the host-language search
+// path, checks every code file in them, defines each class deriving from
+// "dependencies.internal.attribute.AttributeAnalyzer" and makes one object of
+// each. An analysis then registers the chosen built-in analyzers (made through
+// their gateways) and the host analyzers, in that order, in the host-language
+// registry, and runs analyzeInQorvex(graph) on the VM's command thread.
 
+#include "attribute/GraphAttributes.hpp"
 #include "cli/AnalyzerCatalog.hpp"
+#include "cli/FindingSources.hpp"
+#include "platform/host/HostError.hpp"
 
+#include <deque>
 #include <filesystem>
-#include <ostream>
+#include <memory>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace depattr::cli {
 
-// This is where loading host-language analyzers from folders will be wired:
-// it needs the host runtime, which the program does not start yet. Until then
-// nothing is loaded, and when folders were given a note on `notes` says so
-// (the folders themselves have been checked to exist).
-std::vector<NamedAnalyzer> loadHostAnalyzers(std::vector<std::filesystem::path> const& folders, std::ostream& notes);
+// "context: file:line:column: message [identifier]" of a host error (each part
+// where it has one), then one line for each call that led there.
+std::string describe(qcos::HostError const& error);
+
+// Whether a host error is the stop that Ctrl-C asked for.
+bool isInterruption(qcos::HostError const& error);
+
+// An analysis stopped by Ctrl-C.
+class Interrupted : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+class HostAnalyzers {
+public:
+    // Loads the analyzers of the folders. A code file that does not parse, uses
+    // a construct outside the supported subset, or fails while its class is
+    // defined or its analyzer made, throws std::runtime_error
+    // "file:line:column: message [identifier]".
+    static std::shared_ptr<HostAnalyzers> load(std::vector<std::filesystem::path> const& folders);
+
+    // The class names of the host analyzers, in the order they run.
+    std::vector<std::string> names() const;
+
+    // Runs the built-in analyzers named and then the host analyzers over the
+    // graph through analyzeInQorvex; every finding is recorded in `sources`
+    // under its analyzer's name. `progress`, when given, takes part as one
+    // more analyzer. Ctrl-C stops the analysis (Interrupted); a host error is a
+    // std::runtime_error naming where it happened.
+    std::shared_ptr<dependency::attribute::GraphAttributes> analyze(
+        std::shared_ptr<dependency::graph::Graph const> const& graph, std::vector<NamedAnalyzer> const& builtIns,
+        FindingSources& sources, std::shared_ptr<dependency::attribute::AttributeAnalyzer> const& progress) const;
+
+private:
+    HostAnalyzers() = default;
+    std::deque<std::string> names_;         // findings refer to them by view
+    std::vector<NamedAnalyzer> analyzers_;  // adapters of the host analyzer objects
+};
 
 }  // namespace depattr::cli

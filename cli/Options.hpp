@@ -28,8 +28,7 @@ struct ProgramOptions {
     std::filesystem::path output;  // empty: standard output
     std::string locale;
     std::filesystem::path installRoot;
-    // Folders of host-language analyzers. Checked to exist and carried here;
-    // loading them is wired in HostAnalyzers.cpp.
+    // Folders of host-language analyzers (HostAnalyzers.hpp), checked to exist.
     std::vector<std::filesystem::path> analyzerPaths;
     std::vector<std::string> select;  // empty: every finding ID
     std::vector<std::string> ignore;

@@ -85,9 +85,12 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
     if (!options.installRoot.empty()) {
         dependency::toolbox::ToolboxFinder::setInstallRoot(std::filesystem::absolute(options.installRoot));
     }
-    auto chosen = createAnalyzers(options.analyzers);
-    for (auto& hosted : loadHostAnalyzers(options.analyzerPaths, std::cerr)) {
-        chosen.push_back(std::move(hosted));
+    auto const chosen = createAnalyzers(options.analyzers);
+    // Analyzers written in the host language are loaded, and their errors
+    // reported, before the graph is read or anything runs.
+    std::shared_ptr<HostAnalyzers> hostAnalyzers;
+    if (!options.analyzerPaths.empty()) {
+        hostAnalyzers = HostAnalyzers::load(options.analyzerPaths);
     }
     std::optional<Baseline> baseline;
     if (!options.baseline.empty()) {
@@ -115,20 +118,34 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
     }
 
     auto const sources = std::make_shared<FindingSources>();
-    auto analyzers = sources->track(chosen);
     if (progress) {
         progress->startAnalysis(graph->nodeCount());
-        analyzers.push_back(progress);
     }
     std::shared_ptr<dependency::attribute::GraphAttributes> result;
     try {
-        result = dependency::attribute::analyzeGraph(graph, analyzers);
+        if (hostAnalyzers) {
+            // The host's road: the registry holds the built-in and the host
+            // analyzers, and analyzeInQorvex runs them.
+            result = hostAnalyzers->analyze(graph, chosen, *sources, progress);
+        } else {
+            auto analyzers = sources->track(chosen);
+            if (progress) {
+                analyzers.push_back(progress);
+            }
+            result = dependency::attribute::analyzeGraph(graph, analyzers);
+        }
     } catch (AnalyzerFailure const& failure) {
         if (progress) {
             progress->finish();
         }
         std::cerr << "depattr: " << text("ErrorPrefix") << failureMessage(failure, *graph, positions) << '\n';
         return exitBadInput;
+    } catch (Interrupted const&) {
+        if (progress) {
+            progress->finish();
+        }
+        std::cerr << "depattr: " << text("ErrorInterrupted") << '\n';
+        return exitInterrupted;
     }
     if (progress) {
         progress->finish();
@@ -145,6 +162,11 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
     report.graphName = options.graph.string();
     for (auto const& analyzer : chosen) {
         report.analyzers.emplace_back(analyzer.name);
+    }
+    if (hostAnalyzers) {
+        for (auto const& name : hostAnalyzers->names()) {
+            report.analyzers.push_back(name);
+        }
     }
 
     if (!options.writeBaseline.empty()) {

@@ -12,6 +12,8 @@ namespace depattr::cli {
 inline constexpr int exitClean = 0;
 inline constexpr int exitFindings = 1;
 inline constexpr int exitBadInput = 2;
+// Stopped by Ctrl-C, as a shell reports a program ended by SIGINT.
+inline constexpr int exitInterrupted = 130;
 
 // Bad usage found after parsing (an unknown value, clashing options); what()
 // is the localised message.

@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build pkg-config
-  libboost-dev libboost-thread-dev libboost-date-time-dev libboost-locale-dev
+  libboost-dev libboost-thread-dev libboost-date-time-dev libboost-locale-dev libboost-regex-dev
   libsimdjson-dev libpugixml-dev libcli11-dev libfmt-dev libtomlplusplus-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   python3 python3-jsonschema

@@ -16,8 +16,9 @@ touch -d '2021-01-01 00:00:00' "${example}/src/main.qx" "${example}/src/Shape.qx
 touch -d '2020-01-01 00:00:00' "${example}/data/results.csv"
 touch -d '2022-01-01 00:00:00' "${example}/data/summary.txt"
 
+# The analyzers of examples/analyzers are written in the host language and run after the built-in ones.
 status=0
 ./build/release/cli/depattr analyze "${example}/graph.json" \
-  --install-root examples/install "$@" || status=$?
+  --install-root examples/install --analyzer-path examples/analyzers "$@" || status=$?
 # Exit status 1 means findings were reported, which is what the example is for.
 if [ "${status}" -gt 1 ]; then exit "${status}"; fi

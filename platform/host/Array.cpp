@@ -1,14 +1,24 @@
 #include "platform/host/Array.hpp"
 
+#include "platform/services/Shareable.hpp"
+
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <limits>
 #include <utility>
 
 namespace {
 
+using Doubles = boost::container::small_vector<double, 1>;
+using Logicals = boost::container::small_vector<std::uint8_t, 8>;
+using Objects = boost::container::small_vector<qcos::COSInterfacePtr, 1>;
+using Handles = boost::container::small_vector<std::shared_ptr<qvm::FunctionHandle const>, 1>;
+using Cells = boost::container::small_vector<qxArrayShared, 1>;
+using Strings = boost::container::small_vector<std::u16string, 1>;
+
 std::string const& nameOfKind(qxClassID id) {
-    static std::string const names[] = {"double", "logical", "char", "", "function_handle"};
+    static std::string const names[] = {"double", "logical", "char", "", "function_handle", "cell", "struct", "string"};
     return names[static_cast<std::size_t>(id)];
 }
 
@@ -32,15 +42,43 @@ std::size_t elementCount(qxArray::Dimensions const& dims) {
         }
         count *= extent;
     }
+    // Far below what memory could hold, but keeps element counts and byte
+    // counts within every integer type the runtime uses.
+    if (count > (std::size_t{1} << 40)) {
+        throw qcos::HostError("qx:array:tooLarge", "The requested array size is too large.");
+    }
     return count;
+}
+
+// The value every cell element and field value reads as until it is set: a
+// 0-by-0 double array, shared by all (never destroyed: arrays may be released
+// while static destructors run).
+qxArrayShared const& emptyValue() {
+    static auto const* empty = new qxArrayShared(qxArray::share(qxArray::createDouble({0, 0})));
+    return *empty;
 }
 
 }  // namespace
 
-qxArray::qxArray(Dimensions dims, std::string className, Storage storage)
+std::string const& qxInternName(std::string_view name) {
+    return dependency::services::internName(name);
+}
+
+void intrusive_ptr_add_ref(qxArray const* array) noexcept {
+    array->shares_.fetch_add(1, std::memory_order_relaxed);
+}
+
+void intrusive_ptr_release(qxArray const* array) noexcept {
+    if (array->shares_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        delete array;
+    }
+}
+
+qxArray::qxArray(Dimensions dims, std::size_t count, std::string const* className, Storage storage)
     : dims_(std::move(dims)),
-      count_(elementCount(dims_)),
-      className_(std::move(className)),
+      count_(count),
+      className_(className),
+      classID_(static_cast<qxClassID>(storage.index())),
       storage_(std::move(storage)) {}
 
 qxArray::~qxArray() = default;
@@ -48,73 +86,127 @@ qxArray::~qxArray() = default;
 qxArrayPtr qxArray::createDouble(Dimensions dims) {
     dims = normalised(std::move(dims));
     auto const count = elementCount(dims);
-    return qxArrayPtr(new qxArray(std::move(dims), nameOfKind(qxClassID::Double), std::vector<double>(count)));
+    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, Doubles(count)));
 }
 
 qxArrayPtr qxArray::createLogical(Dimensions dims) {
     dims = normalised(std::move(dims));
     auto const count = elementCount(dims);
-    return qxArrayPtr(new qxArray(std::move(dims), nameOfKind(qxClassID::Logical), std::vector<std::uint8_t>(count)));
+    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, Logicals(count)));
 }
 
 qxArrayPtr qxArray::createChar(Dimensions dims) {
     dims = normalised(std::move(dims));
     auto const count = elementCount(dims);
-    return qxArrayPtr(new qxArray(std::move(dims), nameOfKind(qxClassID::Char), std::u16string(count, u'\0')));
+    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, std::u16string(count, u'\0')));
 }
 
-qxArrayPtr qxArray::createObjects(Dimensions dims, std::string className) {
+qxArrayPtr qxArray::createObjects(Dimensions dims, std::string_view className) {
     if (className.empty()) {
         throw qcos::HostError("qx:array:noClassName", "An object array needs a class name.");
     }
     dims = normalised(std::move(dims));
     auto const count = elementCount(dims);
-    return qxArrayPtr(new qxArray(std::move(dims), std::move(className), std::vector<qcos::COSInterfacePtr>(count)));
+    return qxArrayPtr(new qxArray(std::move(dims), count, &qxInternName(className), Objects(count)));
+}
+
+qxArrayPtr qxArray::createObjectsWithStableName(Dimensions dims, std::string const& className) {
+    if (className.empty()) {
+        throw qcos::HostError("qx:array:noClassName", "An object array needs a class name.");
+    }
+    dims = normalised(std::move(dims));
+    auto const count = elementCount(dims);
+    return qxArrayPtr(new qxArray(std::move(dims), count, &className, Objects(count)));
+}
+
+qxArrayPtr qxArray::createCell(Dimensions dims) {
+    dims = normalised(std::move(dims));
+    auto const count = elementCount(dims);
+    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, Cells(count, emptyValue())));
+}
+
+qxArrayPtr qxArray::createStruct(Dimensions dims, std::vector<std::string> fieldNames) {
+    dims = normalised(std::move(dims));
+    auto const count = elementCount(dims);
+    StructData data;
+    data.values.resize(count * fieldNames.size(), emptyValue());
+    data.fields = std::move(fieldNames);
+    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, std::move(data)));
+}
+
+qxArrayPtr qxArray::createStrings(Dimensions dims) {
+    dims = normalised(std::move(dims));
+    auto const count = elementCount(dims);
+    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, Strings(count)));
 }
 
 qxArrayPtr qxArray::createScalar(double value) {
-    auto array = createDouble({1, 1});
-    array->setDouble(0, value);
-    return array;
+    return qxArrayPtr(new qxArray({1, 1}, 1, nullptr, Doubles(1, value)));
 }
 
 qxArrayPtr qxArray::createLogicalScalar(bool value) {
-    auto array = createLogical({1, 1});
-    array->setLogical(0, value);
-    return array;
+    return qxArrayPtr(new qxArray({1, 1}, 1, nullptr, Logicals(1, value ? 1 : 0)));
 }
 
 qxArrayPtr qxArray::createString(std::u16string_view text) {
-    return qxArrayPtr(new qxArray({1, text.size()}, nameOfKind(qxClassID::Char), std::u16string(text)));
+    return qxArrayPtr(new qxArray({1, text.size()}, text.size(), nullptr, std::u16string(text)));
+}
+
+qxArrayPtr qxArray::createStringScalar(std::u16string_view text) {
+    return qxArrayPtr(new qxArray({1, 1}, 1, nullptr, Strings{std::u16string(text)}));
 }
 
 qxArrayPtr qxArray::createEmpty() {
-    return createDouble({1, 0});
+    return qxArrayPtr(new qxArray({1, 0}, 0, nullptr, Doubles()));
 }
 
 qxArrayPtr qxArray::createFunctionHandle(std::shared_ptr<qvm::FunctionHandle const> handle) {
     if (!handle) {
         throw qcos::HostError("qx:array:nullFunctionHandle", "A function handle needs a function.");
     }
-    using Handles = std::vector<std::shared_ptr<qvm::FunctionHandle const>>;
-    return qxArrayPtr(
-        new qxArray({1, 1}, nameOfKind(qxClassID::FunctionHandle), Handles{std::move(handle)}));
+    return qxArrayPtr(new qxArray({1, 1}, 1, nullptr, Handles{std::move(handle)}));
 }
 
 qxArrayPtr qxArray::clone() const {
-    auto copy = qxArrayPtr(new qxArray(dims_, className_, storage_));
+    auto copy = qxArrayPtr(new qxArray(dims_, count_, className_, storage_));
     copy->heterogeneous_ = heterogeneous_;
     return copy;
 }
 
-qxClassID qxArray::classID() const noexcept {
-    return static_cast<qxClassID>(storage_.index());
+qxArrayShared qxArray::share(qxArrayPtr array) noexcept {
+    return qxArrayShared(array.release());
 }
 
-void qxArray::setObjectClass(std::string className, bool heterogeneous) {
-    storageAs<std::vector<qcos::COSInterfacePtr>>("object");
-    className_ = std::move(className);
+qxArrayPtr qxArray::unshare(qxArrayShared array) {
+    if (!array) {
+        return nullptr;
+    }
+    if (array->shares_.load(std::memory_order_acquire) == 1) {
+        // The only owner: take the array out of shared ownership without a copy.
+        auto* owned = const_cast<qxArray*>(array.detach());
+        owned->shares_.store(0, std::memory_order_relaxed);
+        return qxArrayPtr(owned);
+    }
+    return array->clone();
+}
+
+std::string const& qxArray::getClassName() const noexcept {
+    return classID_ == qxClassID::Object ? *className_ : nameOfKind(classID_);
+}
+
+void qxArray::setObjectClass(std::string_view className, bool heterogeneous) {
+    storageAs<Objects>("object");
+    className_ = &qxInternName(className);
     heterogeneous_ = heterogeneous;
+}
+
+void qxArray::reshape(Dimensions dims) {
+    dims = normalised(std::move(dims));
+    if (elementCount(dims) != count_) {
+        throw qcos::HostError("qx:array:reshape", fmt::format("Cannot reshape an array of {} elements to {}.", count_,
+                                                              fmt::join(dims, "-by-")));
+    }
+    dims_ = std::move(dims);
 }
 
 std::size_t qxArray::linearIndex(std::initializer_list<std::size_t> subscripts) const {
@@ -154,29 +246,29 @@ Vector const& qxArray::storageAs(char const* kind) const {
         return *values;
     }
     throw qcos::HostError("qx:array:wrongElementType",
-                          fmt::format("Expected a {} array, got an array of class '{}'.", kind, className_));
+                          fmt::format("Expected a {} array, got an array of class '{}'.", kind, getClassName()));
 }
 
 double qxArray::getDouble(std::size_t index) const {
-    auto const& values = storageAs<std::vector<double>>("double");
+    auto const& values = storageAs<Doubles>("double");
     checkIndex(index);
     return values[index];
 }
 
 void qxArray::setDouble(std::size_t index, double value) {
-    auto& values = storageAs<std::vector<double>>("double");
+    auto& values = storageAs<Doubles>("double");
     checkIndex(index);
     values[index] = value;
 }
 
 bool qxArray::getLogical(std::size_t index) const {
-    auto const& values = storageAs<std::vector<std::uint8_t>>("logical");
+    auto const& values = storageAs<Logicals>("logical");
     checkIndex(index);
     return values[index] != 0;
 }
 
 void qxArray::setLogical(std::size_t index, bool value) {
-    auto& values = storageAs<std::vector<std::uint8_t>>("logical");
+    auto& values = storageAs<Logicals>("logical");
     checkIndex(index);
     values[index] = value ? 1 : 0;
 }
@@ -194,25 +286,153 @@ void qxArray::setChar(std::size_t index, char16_t value) {
 }
 
 std::u16string qxArray::getString() const {
+    if (auto const* strings = std::get_if<Strings>(&storage_); strings != nullptr && strings->size() == 1) {
+        return strings->front();
+    }
     return storageAs<std::u16string>("char");
 }
 
 std::shared_ptr<qvm::FunctionHandle const> const& qxArray::getFunctionHandle() const {
-    auto const& handles = storageAs<std::vector<std::shared_ptr<qvm::FunctionHandle const>>>("function_handle");
+    auto const& handles = storageAs<Handles>("function_handle");
     checkIndex(0);
     return handles[0];
 }
 
 qcos::COSInterfacePtr const& qxArray::getObject(std::size_t index) const {
-    auto const& values = storageAs<std::vector<qcos::COSInterfacePtr>>("object");
+    auto const& values = storageAs<Objects>("object");
     checkIndex(index);
     return values[index];
 }
 
 void qxArray::setObject(std::size_t index, qcos::COSInterfacePtr object) {
-    auto& values = storageAs<std::vector<qcos::COSInterfacePtr>>("object");
+    auto& values = storageAs<Objects>("object");
     checkIndex(index);
     values[index] = std::move(object);
+}
+
+qxArrayShared const& qxArray::getCell(std::size_t index) const {
+    auto const& values = storageAs<Cells>("cell");
+    checkIndex(index);
+    return values[index];
+}
+
+void qxArray::setCell(std::size_t index, qxArrayShared value) {
+    auto& values = storageAs<Cells>("cell");
+    checkIndex(index);
+    values[index] = value ? std::move(value) : emptyValue();
+}
+
+std::u16string const& qxArray::getStringElement(std::size_t index) const {
+    auto const& values = storageAs<Strings>("string");
+    checkIndex(index);
+    return values[index];
+}
+
+void qxArray::setStringElement(std::size_t index, std::u16string value) {
+    auto& values = storageAs<Strings>("string");
+    checkIndex(index);
+    values[index] = std::move(value);
+}
+
+std::vector<std::string> const& qxArray::getFieldNames() const {
+    return storageAs<StructData>("struct").fields;
+}
+
+int qxArray::fieldIndex(std::string_view name) const {
+    auto const& fields = storageAs<StructData>("struct").fields;
+    auto const found = std::find(fields.begin(), fields.end(), name);
+    return found == fields.end() ? -1 : static_cast<int>(found - fields.begin());
+}
+
+qxArrayShared const& qxArray::getField(std::size_t index, std::size_t field) const {
+    auto const& data = storageAs<StructData>("struct");
+    checkIndex(index);
+    if (field >= data.fields.size()) {
+        throw qcos::HostError("qx:array:noSuchField", fmt::format("The struct has no field number {}.", field + 1));
+    }
+    return data.values[index * data.fields.size() + field];
+}
+
+void qxArray::setField(std::size_t index, std::size_t field, qxArrayShared value) {
+    auto& data = storageAs<StructData>("struct");
+    checkIndex(index);
+    if (field >= data.fields.size()) {
+        throw qcos::HostError("qx:array:noSuchField", fmt::format("The struct has no field number {}.", field + 1));
+    }
+    data.values[index * data.fields.size() + field] = value ? std::move(value) : emptyValue();
+}
+
+std::size_t qxArray::addField(std::string name) {
+    auto& data = storageAs<StructData>("struct");
+    auto const oldCount = data.fields.size();
+    std::vector<qxArrayShared> values(count_ * (oldCount + 1), emptyValue());
+    for (std::size_t element = 0; element < count_; ++element) {
+        for (std::size_t field = 0; field < oldCount; ++field) {
+            values[element * (oldCount + 1) + field] = std::move(data.values[element * oldCount + field]);
+        }
+    }
+    data.values = std::move(values);
+    data.fields.push_back(std::move(name));
+    return oldCount;
+}
+
+void qxArray::removeField(std::size_t field) {
+    auto& data = storageAs<StructData>("struct");
+    auto const oldCount = data.fields.size();
+    if (field >= oldCount) {
+        throw qcos::HostError("qx:array:noSuchField", fmt::format("The struct has no field number {}.", field + 1));
+    }
+    std::vector<qxArrayShared> values;
+    values.reserve(count_ * (oldCount - 1));
+    for (std::size_t element = 0; element < count_; ++element) {
+        for (std::size_t f = 0; f < oldCount; ++f) {
+            if (f != field) {
+                values.push_back(std::move(data.values[element * oldCount + f]));
+            }
+        }
+    }
+    data.values = std::move(values);
+    data.fields.erase(data.fields.begin() + static_cast<std::ptrdiff_t>(field));
+}
+
+std::span<double> qxArray::doubles() {
+    auto& values = storageAs<Doubles>("double");
+    return {values.data(), values.size()};
+}
+
+std::span<double const> qxArray::doubles() const {
+    auto const& values = storageAs<Doubles>("double");
+    return {values.data(), values.size()};
+}
+
+std::span<std::uint8_t> qxArray::logicals() {
+    auto& values = storageAs<Logicals>("logical");
+    return {values.data(), values.size()};
+}
+
+std::span<std::uint8_t const> qxArray::logicals() const {
+    auto const& values = storageAs<Logicals>("logical");
+    return {values.data(), values.size()};
+}
+
+std::span<char16_t> qxArray::chars() {
+    auto& values = storageAs<std::u16string>("char");
+    return {values.data(), values.size()};
+}
+
+std::span<char16_t const> qxArray::chars() const {
+    auto const& values = storageAs<std::u16string>("char");
+    return {values.data(), values.size()};
+}
+
+std::span<qcos::COSInterfacePtr const> qxArray::objects() const {
+    auto const& values = storageAs<Objects>("object");
+    return {values.data(), values.size()};
+}
+
+std::span<qxArrayShared const> qxArray::cells() const {
+    auto const& values = storageAs<Cells>("cell");
+    return {values.data(), values.size()};
 }
 
 namespace matrix {

@@ -48,13 +48,7 @@ void withdrawFromBindingTable(dependency::services::Shareable const* object) noe
 namespace internal {
 
 InternedName makeInterned(std::string_view name) {
-    struct Pool {
-        std::mutex mutex;
-        std::unordered_set<std::string> names;
-    };
-    static auto* pool = new Pool;
-    std::lock_guard lock(pool->mutex);
-    return InternedName(&*pool->names.emplace(name).first);
+    return InternedName(&qxInternName(name));
 }
 
 }  // namespace internal
@@ -120,13 +114,21 @@ COSInterfacePtr acquireReference(std::shared_ptr<dependency::services::Shareable
     if (!object) {
         throw HostError("qcos:binding:nullObject", "Cannot make a host reference to a null native object.");
     }
-    auto className = basic::BindingRegistry::announcedClassOf(object.get());
-    if (!className) {
+    std::string const* className = nullptr;
+    {
+        auto& table = bindingTable();
+        std::lock_guard lock(table.mutex);
+        auto const found = table.bindings.find(object.get());
+        if (found != table.bindings.end()) {
+            className = &found->second.className.str();
+        }
+    }
+    if (className == nullptr) {
         throw HostError("qcos:binding:notAnnounced",
                         fmt::format("The native object of host class '{}' was not announced to the binding registry.",
                                     object->getFullyQualifiedQcosTypeName()));
     }
-    return ObjectAccess::make(std::move(*className), object, std::nullopt);
+    return ObjectAccess::make(*className, object, std::nullopt);
 }
 
 }  // namespace factory::full
@@ -139,7 +141,13 @@ std::shared_ptr<dependency::services::Shareable> validateSelfPointer(COSInterfac
         throw HostError("qcos:binding:invalidSelf",
                         fmt::format("The object of class '{}' does not wrap a native object.", object.getClassName()));
     }
-    if (!basic::BindingRegistry::announcedClassOf(native.get())) {
+    bool announced = false;
+    {
+        auto& table = bindingTable();
+        std::lock_guard lock(table.mutex);
+        announced = table.bindings.contains(native.get());
+    }
+    if (!announced) {
         throw HostError("qcos:binding:invalidSelf",
                         fmt::format("The native object of this '{}' object is not known to the binding registry.",
                                     object.getClassName()));

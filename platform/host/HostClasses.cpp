@@ -68,9 +68,7 @@ qxArrayPtr objectRow(char const* className, std::vector<std::shared_ptr<T>> cons
 
 std::shared_ptr<qcos::COSClassInfo> makeNodeClass() {
     auto info = std::make_shared<qcos::QcosFactoryClassInfo>(NodeClassName);
-    auto node = [](qcos::COSInterface const& object) {
-        return fromNodeObject(object);
-    };
+    auto node = [](qcos::COSInterface const& object) { return fromNodeObject(object); };
     info->addProperty(
         qcos::QcosProperty::withGetter("ID", "char", [=](auto const& o) { return text(node(o)->getID()); }));
     info->addProperty(
@@ -222,6 +220,10 @@ void detail::registerPlatformClasses() {
     // The marker superclass of classes whose objects may share one
     // heterogeneous array; it declares nothing.
     detail::insertClass(std::make_shared<COSClassInfo>("qorvex.mixin.Heterogeneous"), true);
+    // The root of handle classes: objects of classes derived from it are
+    // references, shared on assignment, while objects of other script classes
+    // are values, copied before they are changed. It declares nothing.
+    detail::insertClass(std::make_shared<COSClassInfo>("handle"), true);
     detail::insertClass(dependency::services::makeGraphClass(), true);
     detail::insertClass(dependency::services::makeNodeClass(), true);
     detail::insertClass(dependency::services::makeDependencyClass(), true);

@@ -34,8 +34,9 @@ bool matchesType(qxArray const& array, std::string_view type) {
     auto const& dims = array.getDimensions();
     bool const isRow = dims.size() == 2 && dims[0] == 1;
     if (type == "QcosFactoryString") {
-        // One string is a char row, whatever the shape word says.
-        return array.classID() == qxClassID::Char && (isRow || array.isEmpty());
+        // One string is a char row or a string scalar, whatever the shape word says.
+        return (array.classID() == qxClassID::Char && (isRow || array.isEmpty())) ||
+               (array.classID() == qxClassID::String && array.isScalar());
     }
     bool const shapeFits = shape == Shape::Any || (shape == Shape::Scalar && array.isScalar()) ||
                            (shape == Shape::Vector && dims.size() == 2 && (dims[0] <= 1 || dims[1] <= 1));
@@ -53,6 +54,15 @@ bool matchesType(qxArray const& array, std::string_view type) {
     }
     if (type == "function_handle") {
         return array.classID() == qxClassID::FunctionHandle;
+    }
+    if (type == "cell") {
+        return array.classID() == qxClassID::Cell;
+    }
+    if (type == "struct") {
+        return array.classID() == qxClassID::Struct;
+    }
+    if (type == "string") {
+        return array.classID() == qxClassID::String;
     }
     if (type == "void") {
         return false;
@@ -191,6 +201,35 @@ bool omCallStaticMethod(COSClient const& client, std::string_view className, std
     }
 }
 
+bool omCallMethodOfClass(COSClient const& client, std::string_view className, std::string_view methodName, int nlhs,
+                         qxArrayPtr* plhs, int nrhs, qxArray const* const* prhs) noexcept {
+    try {
+        if (nrhs < 1 || prhs == nullptr || prhs[0] == nullptr || prhs[0]->classID() != qxClassID::Object) {
+            throw HostError("qcos:method:noObject",
+                            fmt::format("Method '{}' needs an object as its first input.", methodName));
+        }
+        auto const& self = *prhs[0];
+        std::string const objectClass =
+            self.isEmpty() ? self.getClassName() : cosiGetArrayElement(self, 0)->getClassName();
+        if (!omIsA(objectClass, className)) {
+            throw HostError("qcos:method:notSubclass",
+                            fmt::format("An object of class '{}' is not a '{}'.", objectClass, className));
+        }
+        detail::requireClass(className);
+        auto const* method = detail::findMethod(className, methodName);
+        if (method == nullptr) {
+            throw HostError("qcos:method:undefined",
+                            fmt::format("No method '{}' for class '{}'.", methodName, className));
+        }
+        invoke(client, *method, className, nlhs, plhs, nrhs, prhs);
+        lastCallError = nullptr;
+        return true;
+    } catch (...) {
+        lastCallError = std::current_exception();
+        return false;
+    }
+}
+
 std::exception_ptr omGetLastError() noexcept {
     return lastCallError;
 }
@@ -209,7 +248,8 @@ void throwErrorCallingQorvexException(std::string const& context) {
     try {
         std::rethrow_exception(error);
     } catch (::qcos::HostError const& hostError) {
-        ::qcos::HostError withContext(hostError.identifier(), hostError.what());
+        // A copy keeps the identifier, the message and the host-language stack.
+        ::qcos::HostError withContext(hostError);
         withContext.setContext(context);
         throw withContext;
     } catch (std::exception const& nativeError) {

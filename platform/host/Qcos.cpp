@@ -4,9 +4,13 @@
 
 #include <fmt/format.h>
 
+#include <boost/container/small_vector.hpp>
+
+#include <algorithm>
 #include <cctype>
 #include <shared_mutex>
 #include <stdexcept>
+#include <unordered_map>
 #include <unordered_set>
 
 namespace qcos {
@@ -21,6 +25,12 @@ struct ClassTable {
     std::shared_mutex mutex;
     std::map<std::string, std::shared_ptr<COSClassInfo const>, std::less<>> classes;
 };
+
+// Counts registrations, so that lookups cached per thread know when to look again.
+std::atomic<std::uint64_t>& classGeneration() {
+    static std::atomic<std::uint64_t> generation{0};
+    return generation;
+}
 
 ClassTable& rawClassTable() {
     static auto* table = new ClassTable;
@@ -92,7 +102,7 @@ QcosProperty QcosProperty::constant(std::string name, qxArrayPtr value) {
     QcosProperty property;
     property.name = std::move(name);
     property.kind = Kind::Constant;
-    property.value = std::shared_ptr<qxArray const>(std::move(value));
+    property.value = qxArray::share(std::move(value));
     return property;
 }
 
@@ -100,7 +110,7 @@ QcosProperty QcosProperty::stored(std::string name, qxArrayPtr defaultValue) {
     QcosProperty property;
     property.name = std::move(name);
     property.kind = Kind::Stored;
-    property.value = std::shared_ptr<qxArray const>(std::move(defaultValue));
+    property.value = qxArray::share(std::move(defaultValue));
     return property;
 }
 
@@ -188,6 +198,7 @@ void detail::insertClass(std::shared_ptr<COSClassInfo> classInfo, bool skipIfPre
     }
     classInfo->freeze();
     table.classes.emplace(name, std::move(classInfo));
+    classGeneration().fetch_add(1, std::memory_order_acq_rel);
 }
 
 void Namespace::addClass(std::shared_ptr<COSClassInfo> classInfo) {
@@ -231,9 +242,33 @@ Namespace& omGetInnerNamespace(Namespace& outer, std::string_view name) {
 
 std::shared_ptr<COSClassInfo const> omFindClass(std::string_view qualifiedName) {
     auto& table = classTable();
-    std::shared_lock lock(table.mutex);
-    auto const found = table.classes.find(qualifiedName);
-    return found == table.classes.end() ? nullptr : found->second;
+    // Lookups are many and registrations few: each thread keeps what it found
+    // until the next class is registered.
+    struct NameHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>{}(name); }
+    };
+    struct Cache {
+        std::uint64_t generation = ~std::uint64_t{0};
+        std::unordered_map<std::string, std::shared_ptr<COSClassInfo const>, NameHash, std::equal_to<>> classes;
+    };
+    thread_local Cache cache;
+    auto const generation = classGeneration().load(std::memory_order_acquire);
+    if (cache.generation != generation) {
+        cache.classes.clear();
+        cache.generation = generation;
+    }
+    if (auto const cached = cache.classes.find(qualifiedName); cached != cache.classes.end()) {
+        return cached->second;
+    }
+    std::shared_ptr<COSClassInfo const> result;
+    {
+        std::shared_lock lock(table.mutex);
+        auto const found = table.classes.find(qualifiedName);
+        result = found == table.classes.end() ? nullptr : found->second;
+    }
+    cache.classes.emplace(std::string(qualifiedName), result);
+    return result;
 }
 
 namespace {
@@ -243,17 +278,19 @@ namespace {
 // up now, so they may have been registered after the subclass.
 template <class Visit>
 bool visitClassChain(std::string_view className, Visit&& visit) {
-    std::vector<std::shared_ptr<COSClassInfo const>> pending;
-    std::unordered_set<std::string> seen;
+    // Class chains are short: the work lists live on the stack.
+    boost::container::small_vector<std::shared_ptr<COSClassInfo const>, 8> pending;
+    boost::container::small_vector<COSClassInfo const*, 8> seen;
     if (auto root = omFindClass(className)) {
         pending.push_back(std::move(root));
     }
     while (!pending.empty()) {
         auto current = std::move(pending.back());
         pending.pop_back();
-        if (!seen.insert(current->getQualifiedName()).second) {
+        if (std::find(seen.begin(), seen.end(), current.get()) != seen.end()) {
             continue;
         }
+        seen.push_back(current.get());
         if (visit(*current)) {
             return true;
         }
@@ -312,9 +349,10 @@ bool omIsA(std::string_view className, std::string_view baseName) {
 // ---------------------------------------------------------------------------
 // Host objects
 
-COSInterfacePtr ObjectAccess::make(std::string className, std::shared_ptr<dependency::services::Shareable> native,
+COSInterfacePtr ObjectAccess::make(std::string const& className,
+                                   std::shared_ptr<dependency::services::Shareable> native,
                                    std::optional<std::int64_t> enumValue) {
-    return COSInterfacePtr(new COSInterface(std::move(className), std::move(native), enumValue));
+    return COSInterfacePtr(new COSInterface(className, std::move(native), enumValue));
 }
 
 void ObjectAccess::initialiseStored(COSInterface& object, COSClassInfo const& info) {
@@ -325,23 +363,34 @@ void ObjectAccess::initialiseStored(COSInterface& object, COSClassInfo const& in
     }
 }
 
-std::shared_ptr<qxArray const> ObjectAccess::stored(COSInterface const& object, std::string_view name) {
+qxArrayShared ObjectAccess::stored(COSInterface const& object, std::string_view name) {
     std::lock_guard lock(object.propertiesMutex_);
     auto const found = object.storedProperties_.find(name);
     return found == object.storedProperties_.end() ? nullptr : found->second;
 }
 
-void ObjectAccess::store(COSInterface& object, std::string_view name, std::shared_ptr<qxArray const> value) {
+void ObjectAccess::store(COSInterface& object, std::string_view name, qxArrayShared value) {
     std::lock_guard lock(object.propertiesMutex_);
-    object.storedProperties_.insert_or_assign(std::string(name), std::move(value));
+    if (auto const found = object.storedProperties_.find(name); found != object.storedProperties_.end()) {
+        found->second = std::move(value);
+        return;
+    }
+    object.storedProperties_.emplace(std::string(name), std::move(value));
 }
 
-COSInterface::COSInterface(std::string className, std::shared_ptr<dependency::services::Shareable> native,
+COSInterfacePtr ObjectAccess::copy(COSInterface const& object) {
+    auto copied = make(*object.className_, nullptr, std::nullopt);
+    std::lock_guard lock(object.propertiesMutex_);
+    copied->storedProperties_ = object.storedProperties_;
+    return copied;
+}
+
+COSInterface::COSInterface(std::string const& className, std::shared_ptr<dependency::services::Shareable> native,
                            std::optional<std::int64_t> enumValue)
-    : className_(std::move(className)), native_(std::move(native)), enumValue_(enumValue) {}
+    : className_(&className), native_(std::move(native)), enumValue_(enumValue) {}
 
 std::shared_ptr<COSClassInfo const> COSInterface::getClass() const {
-    return detail::requireClass(className_);
+    return detail::requireClass(*className_);
 }
 
 void intrusive_ptr_add_ref(COSInterface const* object) noexcept {
@@ -423,7 +472,70 @@ void omSetProperty(COSInterface& object, std::string_view name, qxArrayPtr value
     if (!value) {
         throw HostError("qcos:property:noValue", fmt::format("Cannot set property '{}' to no value.", name));
     }
-    ObjectAccess::store(object, name, std::shared_ptr<qxArray const>(std::move(value)));
+    omSetPropertyShared(object, name, qxArray::share(std::move(value)));
+}
+
+void omSetPropertyShared(COSInterface& object, std::string_view name, qxArrayShared value) {
+    auto const* property = findProperty(object.getClassName(), name);
+    if (property == nullptr) {
+        throw HostError("qcos:property:undefined",
+                        fmt::format("No property '{}' for class '{}'.", name, object.getClassName()));
+    }
+    if (property->kind != QcosProperty::Kind::Stored || object.getNative()) {
+        throw HostError("qcos:property:readOnly",
+                        fmt::format("Property '{}' of class '{}' is read-only.", name, object.getClassName()));
+    }
+    if (!value) {
+        throw HostError("qcos:property:noValue", fmt::format("Cannot set property '{}' to no value.", name));
+    }
+    ObjectAccess::store(object, name, std::move(value));
+}
+
+qxArrayShared omGetPropertyShared(COSInterface const& object, std::string_view name) {
+    // Objects that wrap a native object store no values of their own.
+    if (!object.getNative()) {
+        if (auto value = ObjectAccess::stored(object, name)) {
+            return value;
+        }
+    }
+    auto const* property = findProperty(object.getClassName(), name);
+    if (property == nullptr) {
+        throw HostError("qcos:property:undefined",
+                        fmt::format("No property '{}' for class '{}'.", name, object.getClassName()));
+    }
+    if (property->kind == QcosProperty::Kind::Getter) {
+        auto value = property->getter(object);
+        if (!value) {
+            throw HostError("qcos:property:noValue",
+                            fmt::format("Property '{}' of class '{}' produced no value.", name, object.getClassName()));
+        }
+        return qxArray::share(std::move(value));
+    }
+    return property->value;
+}
+
+qxArrayShared omGetConstantPropertyShared(std::string_view className, std::string_view name) {
+    auto const classInfo = detail::requireClass(className);
+    for (auto const& [memberName, value] : classInfo->getEnumerationMembers()) {
+        if (memberName == name) {
+            return qxArray::share(omCreateQCOSScalar(omCreateEnumeration(className, value)));
+        }
+    }
+    auto const* property = findProperty(className, name);
+    if (property == nullptr || property->kind != QcosProperty::Kind::Constant) {
+        throw HostError("qcos:property:undefined",
+                        fmt::format("No constant property '{}' for class '{}'.", name, className));
+    }
+    return property->value;
+}
+
+COSInterfacePtr omCopyObject(COSInterface const& object) {
+    if (object.getNative() || object.getEnumerationValue()) {
+        throw HostError(
+            "qcos:object:notCopyable",
+            fmt::format("An object of class '{}' is a handle and cannot be copied.", object.getClassName()));
+    }
+    return ObjectAccess::copy(object);
 }
 
 qxArrayPtr omGetConstantProperty(std::string_view className, std::string_view name) {
@@ -448,7 +560,7 @@ qxArrayPtr omCreateQCOSScalar(COSInterfacePtr const& object) {
     if (!object) {
         throw HostError("qcos:array:nullObject", "Cannot make a host array of a null object.");
     }
-    auto array = qxArray::createObjects({1, 1}, object->getClassName());
+    auto array = qxArray::createObjectsWithStableName({1, 1}, object->getClassName());
     array->setObject(0, object);
     return array;
 }
@@ -547,9 +659,19 @@ std::shared_ptr<COSClassInfo const> ScriptClassBuilder::define() {
         parts.push_back(rest.substr(0, dot));
         rest.remove_prefix(dot + 1);
     }
-    if (parts.empty() || !isIdentifier(rest)) {
-        throw HostError("qcos:class:invalidName",
-                        fmt::format("'{}' is not a valid class name: a class lives in a namespace.", name));
+    for (auto const part : parts) {
+        if (!isIdentifier(part)) {
+            throw HostError("qcos:class:invalidName", fmt::format("'{}' is not a valid class name.", name));
+        }
+    }
+    if (!isIdentifier(rest)) {
+        throw HostError("qcos:class:invalidName", fmt::format("'{}' is not a valid class name.", name));
+    }
+    if (parts.empty()) {
+        // A class outside every namespace.
+        std::shared_ptr<COSClassInfo const> defined = classInfo_;
+        detail::insertClass(std::move(classInfo_), false);
+        return defined;
     }
     Namespace* space = &omGetNamespace(parts.front());
     for (std::size_t i = 1; i < parts.size(); ++i) {

@@ -101,7 +101,7 @@ struct QcosProperty {
     std::string type = "any";
     Kind kind = Kind::Getter;
     PropertyGetter getter;
-    std::shared_ptr<qxArray const> value;  // the constant, or the default of a stored property
+    qxArrayShared value;  // the constant, or the default of a stored property
 };
 
 // ---------------------------------------------------------------------------
@@ -234,7 +234,7 @@ bool omIsA(std::string_view className, std::string_view baseName);
 // through COSInterfacePtr; never copied.
 class COSInterface {
 public:
-    std::string const& getClassName() const noexcept { return className_; }
+    std::string const& getClassName() const noexcept { return *className_; }
     // The object's class, looked up now. An unregistered class is a HostError.
     std::shared_ptr<COSClassInfo const> getClass() const;
     // The wrapped native object, or null for script objects and enumerations.
@@ -248,15 +248,15 @@ private:
     friend void intrusive_ptr_add_ref(COSInterface const* object) noexcept;
     friend void intrusive_ptr_release(COSInterface const* object) noexcept;
 
-    COSInterface(std::string className, std::shared_ptr<dependency::services::Shareable> native,
+    COSInterface(std::string const& className, std::shared_ptr<dependency::services::Shareable> native,
                  std::optional<std::int64_t> enumValue);
 
-    std::string className_;
+    std::string const* className_;  // lives for the process: interned, or a registered class's own name
     std::shared_ptr<dependency::services::Shareable> native_;
     std::optional<std::int64_t> enumValue_;
     mutable std::atomic<std::size_t> references_{0};
     mutable std::mutex propertiesMutex_;
-    std::map<std::string, std::shared_ptr<qxArray const>, std::less<>> storedProperties_;
+    std::map<std::string, qxArrayShared, std::less<>> storedProperties_;
 };
 
 // A new object of a script class, with its stored properties at their defaults.
@@ -273,6 +273,16 @@ qxArrayPtr omGetProperty(COSInterface const& object, std::string_view name);
 void omSetProperty(COSInterface& object, std::string_view name, qxArrayPtr value);
 // A constant property (or enumeration member) read through the class.
 qxArrayPtr omGetConstantProperty(std::string_view className, std::string_view name);
+// The same reads without a copy: stored and constant values are shared with
+// the object or class (they are not changed while shared).
+qxArrayShared omGetPropertyShared(COSInterface const& object, std::string_view name);
+void omSetPropertyShared(COSInterface& object, std::string_view name, qxArrayShared value);
+qxArrayShared omGetConstantPropertyShared(std::string_view className, std::string_view name);
+// A new object of the same script class with the same stored property values:
+// how a value object is copied before it is changed. HostError
+// "qcos:object:notCopyable" for objects that wrap a native object and for
+// enumeration members.
+COSInterfacePtr omCopyObject(COSInterface const& object);
 
 // ---------------------------------------------------------------------------
 // Object arrays
@@ -319,6 +329,12 @@ bool omCallMethod(COSClient const& client, std::string_view methodName, int nlhs
 // class's own name) of the class `className`.
 bool omCallStaticMethod(COSClient const& client, std::string_view className, std::string_view methodName, int nlhs,
                         qxArrayPtr* plhs, int nrhs, qxArray const* const* prhs) noexcept;
+// Calls the implementation of `methodName` found from class `className`
+// upward (not from the object's own class): how a subclass calls the method
+// of a superclass that it overrides. The object in prhs[0] must be a
+// `className`.
+bool omCallMethodOfClass(COSClient const& client, std::string_view className, std::string_view methodName, int nlhs,
+                         qxArrayPtr* plhs, int nrhs, qxArray const* const* prhs) noexcept;
 // The error of this thread's last failed call, or null.
 std::exception_ptr omGetLastError() noexcept;
 
@@ -426,7 +442,8 @@ namespace qcos {
 
 // Defines a class of the host language: a name, superclasses, methods as C++
 // callables over host arrays, constant and stored properties. define()
-// registers it in its namespace (made on the way).
+// registers it in its namespace (made on the way); a name without a dot is a
+// class outside every namespace (the class files at the top of a folder).
 class ScriptClassBuilder {
 public:
     explicit ScriptClassBuilder(std::string qualifiedName);

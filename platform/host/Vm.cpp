@@ -54,6 +54,20 @@ RuntimeException::RuntimeException(int executionStatus, std::string message, std
 
 IIP::~IIP() = default;
 
+// Saved and restored: a request made by host code on the command thread runs
+// nested inside the one being served.
+SinkScope::SinkScope(RunOptions const& options)
+    : output_(options.getOutputBuffer(), options.getOutputTraits()),
+      error_(options.getErrorBuffer(), options.getErrorTraits()),
+      savedOutput_(currentSinks.output),
+      savedError_(currentSinks.error) {
+    currentSinks = CurrentSinks{&output_, &error_};
+}
+
+SinkScope::~SinkScope() {
+    currentSinks = CurrentSinks{savedOutput_, savedError_};
+}
+
 namespace detail {
 
 boost::exception_ptr toBoostExceptionPtr(std::exception_ptr error) {
@@ -137,14 +151,8 @@ struct CmdDistributor::State {
 namespace {
 
 void runWithSinks(std::shared_ptr<IIP> const& iip, RunOptions const& options) {
-    OutputSink const output(options.getOutputBuffer(), options.getOutputTraits());
-    OutputSink const error(options.getErrorBuffer(), options.getErrorTraits());
-    // Saved and restored: a request made by host code on the command thread
-    // runs nested inside the one being served.
-    auto const saved = currentSinks;
-    currentSinks = CurrentSinks{&output, &error};
+    SinkScope const sinks(options);
     iip->run();
-    currentSinks = saved;
 }
 
 }  // namespace
@@ -271,9 +279,8 @@ boost::future<std::vector<qxArrayPtr>> QVM::feval(std::string const& functionNam
             std::vector<qxArray const*> inputs;
             for (auto const& argument : *shared) {
                 if (!argument) {
-                    throw qcos::HostError("qvm:feval:missingArgument",
-                                          fmt::format("Argument {} of '{}' is missing.", inputs.size() + 1,
-                                                      functionName));
+                    throw qcos::HostError("qvm:feval:missingArgument", fmt::format("Argument {} of '{}' is missing.",
+                                                                                   inputs.size() + 1, functionName));
                 }
                 inputs.push_back(argument.get());
             }
@@ -318,6 +325,33 @@ void warning(std::u16string_view text) {
         return;
     }
     std::cerr << "Warning: " << describe(text) << std::endl;
+}
+
+void printError(std::u16string_view text) {
+    auto const* sink = cmddistributor::currentSinks.error;
+    if (sink != nullptr && sink->traits().plainText && sink->write(text)) {
+        return;
+    }
+    std::cerr << describe(text) << std::flush;
+}
+
+namespace {
+
+std::atomic<bool> interruptFlag{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler sets the interrupt flag");
+
+}  // namespace
+
+void requestInterrupt() noexcept {
+    interruptFlag.store(true, std::memory_order_relaxed);
+}
+
+bool isInterruptRequested() noexcept {
+    return interruptFlag.load(std::memory_order_relaxed);
+}
+
+void clearInterrupt() noexcept {
+    interruptFlag.store(false, std::memory_order_relaxed);
 }
 
 qxArrayPtr evaluate(std::u16string_view expression) {
@@ -409,10 +443,32 @@ RequestID createID() {
 
 DistributorAndSinks getCmdDistributorAndSinks(std::shared_ptr<QVM> const& vm,
                                               cmddistributor::RunOptions const& options) {
-    return DistributorAndSinks{
-        vm ? vm->getCmdDistributor() : nullptr,
-        std::make_shared<cmddistributor::OutputSink>(options.getOutputBuffer(), options.getOutputTraits()),
-        std::make_shared<cmddistributor::OutputSink>(options.getErrorBuffer(), options.getErrorTraits())};
+    // Callers that make one request after another give the same options each
+    // time: the sinks made for them last time serve again.
+    struct Cached {
+        cmddistributor::RunOptions::Buffer output;
+        cmddistributor::RunOptions::Buffer error;
+        cmddistributor::SinkTraits outputTraits;
+        cmddistributor::SinkTraits errorTraits;
+        std::shared_ptr<cmddistributor::OutputSink> outputSink;
+        std::shared_ptr<cmddistributor::OutputSink> errorSink;
+    };
+    thread_local Cached cached;
+    auto const sameTraits = [](cmddistributor::SinkTraits const& a, cmddistributor::SinkTraits const& b) {
+        return a.plainText == b.plainText && a.warnings == b.warnings;
+    };
+    if (!cached.outputSink || cached.output != options.getOutputBuffer() || cached.error != options.getErrorBuffer() ||
+        !sameTraits(cached.outputTraits, options.getOutputTraits()) ||
+        !sameTraits(cached.errorTraits, options.getErrorTraits())) {
+        cached =
+            Cached{options.getOutputBuffer(),
+                   options.getErrorBuffer(),
+                   options.getOutputTraits(),
+                   options.getErrorTraits(),
+                   std::make_shared<cmddistributor::OutputSink>(options.getOutputBuffer(), options.getOutputTraits()),
+                   std::make_shared<cmddistributor::OutputSink>(options.getErrorBuffer(), options.getErrorTraits())};
+    }
+    return DistributorAndSinks{vm ? vm->getCmdDistributor() : nullptr, cached.outputSink, cached.errorSink};
 }
 
 }  // namespace detail

@@ -178,6 +178,22 @@ private:
     std::shared_ptr<PackagedTaskIIP<R>> iip_;
 };
 
+// While it exists, host text on this thread goes to the sinks of `options`
+// (then back to the sinks before it).
+class SinkScope {
+public:
+    explicit SinkScope(RunOptions const& options);
+    ~SinkScope();
+    SinkScope(SinkScope const&) = delete;
+    SinkScope& operator=(SinkScope const&) = delete;
+
+private:
+    OutputSink output_;
+    OutputSink error_;
+    OutputSink const* savedOutput_;
+    OutputSink const* savedError_;
+};
+
 // The FIFO queue of one VM and the command thread that serves it.
 class CmdDistributor {
 public:
@@ -261,6 +277,16 @@ public:
 // process's standard output or error.
 void print(std::u16string_view text);
 void warning(std::u16string_view text);
+// Text host code writes to its error stream: the error sink when it takes
+// plain text, else the process's standard error.
+void printError(std::u16string_view text);
+
+// Interrupting host code (Ctrl-C): one flag for the process. Host code checks
+// it at loop back-edges and calls and stops with an error while it is set.
+// requestInterrupt is async-signal-safe, so a signal handler may call it.
+void requestInterrupt() noexcept;
+bool isInterruptRequested() noexcept;
+void clearInterrupt() noexcept;
 
 // Evaluates a dotted expression on the calling thread (feval's "eval").
 qxArrayPtr evaluate(std::u16string_view expression);

@@ -2,6 +2,10 @@
 #include "platform/services/NullStreamBuffer.hpp"
 #include "platform/services/Shareable.hpp"
 
+#include <array>
+#include <mutex>
+#include <unordered_set>
+
 namespace dependency::services {
 
 namespace {
@@ -18,7 +22,32 @@ protected:
 
 }  // namespace
 
-Shareable::Shareable(std::string const& hostClassName) : hostClassName_(hostClassName) {}
+std::string const& internName(std::string_view name) {
+    // The same few names come again and again: each thread keeps the last ones
+    // it asked for and takes no lock for them.
+    thread_local std::array<std::string const*, 8> recent{};
+    thread_local std::size_t next = 0;
+    for (auto const* known : recent) {
+        if (known != nullptr && *known == name) {
+            return *known;
+        }
+    }
+    struct Pool {
+        std::mutex mutex;
+        std::unordered_set<std::string> names;  // nodes never move, so references stay valid
+    };
+    static auto* pool = new Pool;  // never destroyed: objects may be made while static destructors run
+    std::string const* interned = nullptr;
+    {
+        std::lock_guard lock(pool->mutex);
+        interned = &*pool->names.emplace(name).first;
+    }
+    recent[next] = interned;
+    next = (next + 1) % recent.size();
+    return *interned;
+}
+
+Shareable::Shareable(std::string_view hostClassName) : hostClassName_(&internName(hostClassName)) {}
 
 Shareable::~Shareable() {
     if (isPublished()) {
@@ -33,7 +62,7 @@ SharingType Shareable::getSharingType() const {
 }
 
 std::string const& Shareable::getFullyQualifiedQcosTypeName() const {
-    return hostClassName_;
+    return *hostClassName_;
 }
 
 void Shareable::markPublished() noexcept {

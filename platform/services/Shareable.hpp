@@ -4,6 +4,7 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace dependency::services {
 
@@ -13,9 +14,14 @@ enum class SharingType : int {
     SharedHandle = 1,
 };
 
+// A process-wide copy of a name that lives until the process ends: the same
+// text always gives the same string. Host class names are kept this way, so
+// that objects made by the thousand copy no text.
+std::string const& internName(std::string_view name);
+
 class Shareable : public std::enable_shared_from_this<Shareable> {
 public:
-    explicit Shareable(std::string const& hostClassName);
+    explicit Shareable(std::string_view hostClassName);
     virtual ~Shareable();
 
     Shareable(Shareable const&) = delete;
@@ -41,7 +47,7 @@ public:
     bool isPublished() const noexcept { return published_.load(std::memory_order_acquire); }
 
 private:
-    std::string hostClassName_;
+    std::string const* hostClassName_;  // interned
     std::atomic<bool> published_{false};
 };
 

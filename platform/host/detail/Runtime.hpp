@@ -13,11 +13,13 @@ namespace qcos {
 
 // The one way into COSInterface's private parts (it befriends this).
 struct ObjectAccess {
-    static COSInterfacePtr make(std::string className, std::shared_ptr<dependency::services::Shareable> native,
+    // `className` must live for the process (interned, or a registered class's name).
+    static COSInterfacePtr make(std::string const& className, std::shared_ptr<dependency::services::Shareable> native,
                                 std::optional<std::int64_t> enumValue);
     static void initialiseStored(COSInterface& object, COSClassInfo const& info);
-    static std::shared_ptr<qxArray const> stored(COSInterface const& object, std::string_view name);
-    static void store(COSInterface& object, std::string_view name, std::shared_ptr<qxArray const> value);
+    static qxArrayShared stored(COSInterface const& object, std::string_view name);
+    static void store(COSInterface& object, std::string_view name, qxArrayShared value);
+    static COSInterfacePtr copy(COSInterface const& object);
 };
 
 }  // namespace qcos

@@ -36,7 +36,7 @@ expect "help shows no raw enumeration" lacks 'information->' "${help}"
 
 # An analyzer that fails on a node is named with the node and its place in the graph file.
 printf '{"name": "mapping", ' >install/packages/mapping/resources/pkgdef.json
-check_error "an analyzer failure" 'analyzer missing-package-dependency failed on node "mapping/mapview.qx" (project/graph.json:26:5)' \
+check_error "an analyzer failure" 'analyzer missing-package-dependency failed on node "mapping/mapview.qx" (project/graph.json:27:5)' \
   "${depattr}" analyze project/graph.json --install-root install -a missing-package-dependency
 
 # Output safety.

@@ -10,7 +10,7 @@ text=$("${depattr}" analyze project/graph.json --install-root install -a missing
 expect "text: relative path, kind, name and ID" \
   has 'project/src/Shape.qx  (function "Shape.area", ID "Shape.area")' "${text}"
 expect "text: finding with its analyzer" has 'Warning      Missing  Function not found  [missing-function]' "${text}"
-expect "text: summary in words" has 'on 13 of 26 nodes (at or above Information)' "${text}"
+expect "text: summary in words" has 'on 13 of 27 nodes (at or above Information)' "${text}"
 expect "text: no colour off a terminal" lacks $'\x1b[' "${text}"
 
 concise=$("${depattr}" analyze project/graph.json -a missing-file -f concise)

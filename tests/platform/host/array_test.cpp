@@ -84,4 +84,54 @@ TEST(HostArray, ArgumentCountErrorsAreHostErrors) {
     }
 }
 
+TEST(HostArray, CellsStructsAndStringsHoldSharedValues) {
+    auto cell = qxArray::createCell({1, 2});
+    // Elements never set read as 0-by-0 double arrays.
+    EXPECT_EQ(cell->getCell(1)->getDimensions(), (qxArray::Dimensions{0, 0}));
+    auto shared = qxArray::share(matrix::to_qorvex(3.0));
+    cell->setCell(0, shared);
+    auto copy = cell->clone();
+    // A copy shares its elements rather than copying them.
+    EXPECT_EQ(copy->getCell(0).get(), shared.get());
+    EXPECT_TRUE(shared->isShared());
+
+    auto record = qxArray::createStruct({1, 2}, {"a"});
+    EXPECT_EQ(record->fieldIndex("b"), -1);
+    record->setField(1, 0, qxArray::share(qxArray::createString(u"x")));
+    EXPECT_EQ(record->addField("b"), 1u);
+    // Adding a field keeps every element's earlier values.
+    EXPECT_EQ(record->getField(1, 0)->getString(), u"x");
+    EXPECT_EQ(record->getField(0, 1)->getClassName(), "double");
+    record->removeField(0);
+    EXPECT_EQ(record->getFieldNames(), (std::vector<std::string>{"b"}));
+    EXPECT_EQ(identifierOf([&] { record->getField(0, 1); }), "qx:array:noSuchField");
+
+    auto text = qxArray::createStringScalar(u"two words");
+    EXPECT_EQ(text->getClassName(), "string");
+    EXPECT_TRUE(text->isScalar());
+    // A string scalar reads as its text wherever one string is expected.
+    EXPECT_EQ(text->getString(), u"two words");
+    EXPECT_EQ(identifierOf([] { qxArray::createStrings({1, 2})->getString(); }), "qx:array:wrongElementType");
+}
+
+TEST(HostArray, UnshareGivesTheArrayBackOnlyToItsLastOwner) {
+    auto array = matrix::to_qorvex(1.0);
+    auto const* address = array.get();
+    auto first = qxArray::share(std::move(array));
+    auto second = first;
+    auto copied = qxArray::unshare(std::move(second));
+    // Another owner remains: the caller gets a copy it may change.
+    EXPECT_NE(copied.get(), address);
+    copied->setDouble(0, 2.0);
+    EXPECT_EQ(first->getDouble(0), 1.0);
+    auto taken = qxArray::unshare(std::move(first));
+    EXPECT_EQ(taken.get(), address);
+    EXPECT_FALSE(taken->isShared());
+
+    auto matrix = qxArray::createDouble({2, 3});
+    matrix->reshape({3, 2, 1});
+    EXPECT_EQ(matrix->getDimensions(), (qxArray::Dimensions{3, 2}));
+    EXPECT_EQ(identifierOf([&] { matrix->reshape({4, 2}); }), "qx:array:reshape");
+}
+
 }  // namespace

@@ -218,6 +218,62 @@ TEST(Qcos, NamespacesRejectDuplicatesAndForeignClasses) {
     EXPECT_EQ(identifierOf([] { qcos::omGetNamespace("not valid"); }), "qcos:namespace:invalidName");
     EXPECT_EQ(qcos::omFindClass("test.ns.Once")->getName(), "Once");
     EXPECT_EQ(identifierOf([] { qcos::omCreateObject("test.ns.Missing"); }), "qcos:class:undefined");
+
+    // Class files at the top of a folder define classes outside every namespace.
+    qcos::ScriptClassBuilder("QcosTestTopLevel").superclass("handle").define();
+    EXPECT_EQ(qcos::omFindClass("QcosTestTopLevel")->getName(), "QcosTestTopLevel");
+    EXPECT_TRUE(qcos::omIsA("QcosTestTopLevel", "handle"));
+    EXPECT_EQ(identifierOf([] { qcos::ScriptClassBuilder("QcosTestTopLevel").define(); }),
+              "qcos:namespace:duplicateClass");
+    EXPECT_EQ(identifierOf([] { qcos::ScriptClassBuilder("test..Gap").define(); }), "qcos:class:invalidName");
+}
+
+TEST(Qcos, SuperclassImplementationsAndValueCopies) {
+    defineShapes();
+    auto const circle = qcos::omCreateQCOSScalar(qcos::omCreateObject("test.qcos.Circle"));
+    qxArray const* inputs[] = {circle.get()};
+    qxArrayPtr out[1];
+    // The superclass's own implementation, not the override of the object's class.
+    ASSERT_TRUE(
+        qcos::omCallMethodOfClass(qcos::COSGetPublicClient(), "test.qcos.Shape", "describe", 1, out, 1, inputs));
+    EXPECT_EQ(out[0]->getString(), u"shape");
+    auto const shape = qcos::omCreateQCOSScalar(qcos::omCreateObject("test.qcos.Shape"));
+    qxArray const* shapeInputs[] = {shape.get()};
+    EXPECT_FALSE(
+        qcos::omCallMethodOfClass(qcos::COSGetPublicClient(), "test.qcos.Circle", "describe", 1, out, 1, shapeInputs));
+    EXPECT_EQ(identifierOf([] { computils::qcos::throwErrorCallingQorvexException("x"); }), "qcos:method:notSubclass");
+
+    // A copied object starts with the original's values and then goes its own way.
+    auto const original = qcos::omCreateObject("test.qcos.Circle");
+    qcos::omSetProperty(*original, "Sides", matrix::to_qorvex(1.0));
+    auto const copy = qcos::omCopyObject(*original);
+    qcos::omSetPropertyShared(*copy, "Sides", qxArray::share(matrix::to_qorvex(2.0)));
+    EXPECT_EQ(qcos::omGetPropertyShared(*original, "Sides")->getDouble(0), 1.0);
+    EXPECT_EQ(qcos::omGetPropertyShared(*copy, "Sides")->getDouble(0), 2.0);
+    EXPECT_EQ(qcos::omGetConstantPropertyShared("test.qcos.Circle", "Unit")->getString(), u"cm");
+}
+
+TEST(Qcos, ErrorsRethrownForACallerKeepTheirHostLanguageStack) {
+    qcos::ScriptClassBuilder("test.qcos.Thrower")
+        .method("run",
+                [](auto, int) -> std::vector<qxArrayPtr> {
+                    HostError error("user:failed", "it failed");
+                    error.addFrame({"Thrower.qx", "Thrower.run", 12, 5});
+                    error.addFrame({"caller.qx", "caller", 3, 1});
+                    throw error;
+                })
+        .define();
+    auto const thrower = qcos::omCreateQCOSScalar(qcos::omCreateObject("test.qcos.Thrower"));
+    try {
+        call("run", {thrower.get()});
+        FAIL() << "no error thrown";
+    } catch (HostError const& error) {
+        EXPECT_EQ(error.identifier(), "user:failed");
+        EXPECT_EQ(error.context(), "test");
+        ASSERT_EQ(error.stack().size(), 2u);
+        EXPECT_EQ(error.location(), "Thrower.qx:12:5");
+        EXPECT_EQ(error.stack()[1].function, "caller");
+    }
 }
 
 TEST(Qcos, NativeObjectLivesExactlyAsLongAsItsLastOwner) {

@@ -1,0 +1,945 @@
+#include "platform/host/lang/detail/Operations.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <set>
+
+namespace qlang::detail {
+
+namespace {
+
+char const* symbolOf(Operator op) {
+    switch (op) {
+        case Operator::Plus:
+        case Operator::UnaryPlus:
+            return "+";
+        case Operator::Minus:
+        case Operator::UnaryMinus:
+            return "-";
+        case Operator::Times:
+            return "*";
+        case Operator::RightDivide:
+            return "/";
+        case Operator::LeftDivide:
+            return "\\";
+        case Operator::Power:
+            return "^";
+        case Operator::ElementTimes:
+            return ".*";
+        case Operator::ElementRightDivide:
+            return "./";
+        case Operator::ElementLeftDivide:
+            return ".\\";
+        case Operator::ElementPower:
+            return ".^";
+        case Operator::ElementAnd:
+            return "&";
+        case Operator::ElementOr:
+            return "|";
+        case Operator::Equal:
+            return "==";
+        case Operator::NotEqual:
+            return "~=";
+        case Operator::Less:
+            return "<";
+        case Operator::LessEqual:
+            return "<=";
+        case Operator::Greater:
+            return ">";
+        case Operator::GreaterEqual:
+            return ">=";
+        case Operator::Not:
+            return "~";
+        default:
+            return "?";
+    }
+}
+
+[[noreturn]] void undefinedFor(Operator op, qxArray const& left, qxArray const* right) {
+    if (right == nullptr) {
+        raise("qlang:operator:undefined", fmt::format("Operator '{}' is not defined for a value of class '{}'.",
+                                                      symbolOf(op), left.getClassName()));
+    }
+    raise("qlang:operator:undefined", fmt::format("Operator '{}' is not defined for values of class '{}' and '{}'.",
+                                                  symbolOf(op), left.getClassName(), right->getClassName()));
+}
+
+// Calls visit(leftIndex, rightIndex, resultIndex) for every element of the
+// implicit expansion of the two shapes and returns the result's shape.
+template <class Visit>
+Dims expand(Dims const& left, Dims const& right, Visit&& visit) {
+    if (left == right) {
+        auto const count = countOf(left);
+        for (std::size_t i = 0; i < count; ++i) {
+            visit(i, i, i);
+        }
+        return left;
+    }
+    auto const leftCount = countOf(left);
+    auto const rightCount = countOf(right);
+    if (leftCount == 1) {
+        for (std::size_t i = 0; i < rightCount; ++i) {
+            visit(0, i, i);
+        }
+        return right;
+    }
+    if (rightCount == 1) {
+        for (std::size_t i = 0; i < leftCount; ++i) {
+            visit(i, 0, i);
+        }
+        return left;
+    }
+    auto const rank = std::max(left.size(), right.size());
+    Dims result(rank, 1);
+    std::vector<std::size_t> leftStride(rank, 0);
+    std::vector<std::size_t> rightStride(rank, 0);
+    std::size_t leftStep = 1;
+    std::size_t rightStep = 1;
+    for (std::size_t d = 0; d < rank; ++d) {
+        std::size_t const l = d < left.size() ? left[d] : 1;
+        std::size_t const r = d < right.size() ? right[d] : 1;
+        if (l != r && l != 1 && r != 1) {
+            raise("qlang:operator:sizeMismatch",
+                  fmt::format("Arrays of size {} and {} are not compatible for this operation.", dimsText(left),
+                              dimsText(right)));
+        }
+        result[d] = l == 1 ? r : l;
+        leftStride[d] = l == 1 ? 0 : leftStep;
+        rightStride[d] = r == 1 ? 0 : rightStep;
+        leftStep *= l;
+        rightStep *= r;
+    }
+    auto const count = countOf(result);
+    std::vector<std::size_t> position(rank, 0);
+    std::size_t leftIndex = 0;
+    std::size_t rightIndex = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        visit(leftIndex, rightIndex, i);
+        for (std::size_t d = 0; d < rank; ++d) {
+            ++position[d];
+            leftIndex += leftStride[d];
+            rightIndex += rightStride[d];
+            if (position[d] < result[d]) {
+                break;
+            }
+            leftIndex -= leftStride[d] * position[d];
+            rightIndex -= rightStride[d] * position[d];
+            position[d] = 0;
+        }
+    }
+    return result;
+}
+
+double arithmetic(Operator op, double a, double b) {
+    switch (op) {
+        case Operator::Plus:
+            return a + b;
+        case Operator::Minus:
+            return a - b;
+        case Operator::Times:
+        case Operator::ElementTimes:
+            return a * b;
+        case Operator::RightDivide:
+        case Operator::ElementRightDivide:
+            return a / b;
+        case Operator::LeftDivide:
+        case Operator::ElementLeftDivide:
+            return b / a;
+        case Operator::Power:
+        case Operator::ElementPower:
+            return std::pow(a, b);
+        default:
+            return 0;
+    }
+}
+
+bool logicalOf(double value) {
+    if (std::isnan(value)) {
+        raise("qlang:type:nanCondition", "NaN cannot be converted to a logical value.");
+    }
+    return value != 0;
+}
+
+// A value as string elements: string arrays as they are, text as one
+// string, numbers element by element as their text.
+qxArrayPtr asStrings(qxArray const& array) {
+    if (array.classID() == qxClassID::String) {
+        return array.clone();
+    }
+    if (array.classID() == qxClassID::Char) {
+        auto const& dims = array.getDimensions();
+        if (dims.size() == 2 && (dims[0] == 1 || array.isEmpty())) {
+            return qxArray::createStringScalar(array.getString());
+        }
+        auto strings = qxArray::createStrings({dims[0], 1});
+        for (std::size_t row = 0; row < dims[0]; ++row) {
+            std::u16string text;
+            for (std::size_t column = 0; column < dims[1]; ++column) {
+                text.push_back(array.chars()[row + column * dims[0]]);
+            }
+            strings->setStringElement(row, std::move(text));
+        }
+        return strings;
+    }
+    if (array.classID() == qxClassID::Double || array.classID() == qxClassID::Logical) {
+        auto strings = qxArray::createStrings(array.getDimensions());
+        for (std::size_t i = 0; i < array.getNumberOfElements(); ++i) {
+            strings->setStringElement(i, array.classID() == qxClassID::Logical
+                                             ? (array.logicals()[i] != 0 ? u"true" : u"false")
+                                             : utf16(numberText(array.doubles()[i])));
+        }
+        return strings;
+    }
+    raise("qlang:type:notText",
+          fmt::format("A value of class '{}' cannot be converted to a string.", array.getClassName()));
+}
+
+bool sameObject(qcos::COSInterfacePtr const& a, qcos::COSInterfacePtr const& b) {
+    if (a == b) {
+        return true;
+    }
+    if (!a || !b) {
+        return false;
+    }
+    auto const left = a->getEnumerationValue();
+    auto const right = b->getEnumerationValue();
+    return left && right && *left == *right && a->getClassName() == b->getClassName();
+}
+
+}  // namespace
+
+char const* operatorMethodName(Operator op) {
+    switch (op) {
+        case Operator::Plus:
+            return "plus";
+        case Operator::Minus:
+            return "minus";
+        case Operator::UnaryMinus:
+            return "uminus";
+        case Operator::UnaryPlus:
+            return "uplus";
+        case Operator::Times:
+            return "mtimes";
+        case Operator::ElementTimes:
+            return "times";
+        case Operator::RightDivide:
+            return "mrdivide";
+        case Operator::ElementRightDivide:
+            return "rdivide";
+        case Operator::LeftDivide:
+            return "mldivide";
+        case Operator::ElementLeftDivide:
+            return "ldivide";
+        case Operator::Power:
+            return "mpower";
+        case Operator::ElementPower:
+            return "power";
+        case Operator::ElementAnd:
+            return "and";
+        case Operator::ElementOr:
+            return "or";
+        case Operator::Not:
+            return "not";
+        case Operator::Equal:
+            return "eq";
+        case Operator::NotEqual:
+            return "ne";
+        case Operator::Less:
+            return "lt";
+        case Operator::LessEqual:
+            return "le";
+        case Operator::Greater:
+            return "gt";
+        case Operator::GreaterEqual:
+            return "ge";
+        default:
+            return "";
+    }
+}
+
+Value unaryOperation(Operator op, qxArray const& operand) {
+    if (!isNumeric(operand)) {
+        undefinedFor(op, operand, nullptr);
+    }
+    auto const count = operand.getNumberOfElements();
+    if (op == Operator::Not) {
+        auto result = qxArray::createLogical(operand.getDimensions());
+        auto out = result->logicals();
+        for (std::size_t i = 0; i < count; ++i) {
+            out[i] = logicalOf(numberAt(operand, i)) ? 0 : 1;
+        }
+        return share(std::move(result));
+    }
+    auto result = qxArray::createDouble(operand.getDimensions());
+    auto out = result->doubles();
+    for (std::size_t i = 0; i < count; ++i) {
+        double const value = numberAt(operand, i);
+        out[i] = op == Operator::UnaryMinus ? -value : value;
+    }
+    return share(std::move(result));
+}
+
+Value binaryOperation(Operator op, qxArray const& left, qxArray const& right) {
+    if (op == Operator::Plus && (left.classID() == qxClassID::String || right.classID() == qxClassID::String)) {
+        auto const a = asStrings(left);
+        auto const b = asStrings(right);
+        std::vector<std::tuple<std::size_t, std::size_t, std::size_t>> pairs;
+        auto const dims = expand(a->getDimensions(), b->getDimensions(),
+                                 [&](std::size_t i, std::size_t j, std::size_t k) { pairs.emplace_back(i, j, k); });
+        auto result = qxArray::createStrings(dims);
+        for (auto const& [i, j, k] : pairs) {
+            result->setStringElement(k, a->getStringElement(i) + b->getStringElement(j));
+        }
+        return share(std::move(result));
+    }
+    if (!isNumeric(left) || !isNumeric(right)) {
+        undefinedFor(op, left, &right);
+    }
+    if (op == Operator::ElementAnd || op == Operator::ElementOr) {
+        std::vector<std::tuple<std::size_t, std::size_t, std::size_t>> pairs;
+        auto const dims = expand(left.getDimensions(), right.getDimensions(),
+                                 [&](std::size_t i, std::size_t j, std::size_t k) { pairs.emplace_back(i, j, k); });
+        auto result = qxArray::createLogical(dims);
+        auto out = result->logicals();
+        for (auto const& [i, j, k] : pairs) {
+            bool const a = logicalOf(numberAt(left, i));
+            bool const b = logicalOf(numberAt(right, j));
+            out[k] = (op == Operator::ElementAnd ? (a && b) : (a || b)) ? 1 : 0;
+        }
+        return share(std::move(result));
+    }
+    bool const matrixOperation =
+        op == Operator::Times || op == Operator::RightDivide || op == Operator::LeftDivide || op == Operator::Power;
+    if (matrixOperation && !left.isScalar() && !right.isScalar()) {
+        if (op != Operator::Times) {
+            raise("qlang:unsupported",
+                  fmt::format("Operator '{}' of two non-scalar arrays (matrix division or power) is not supported; "
+                              "use the element-wise operator '.{}'.",
+                              symbolOf(op), symbolOf(op)));
+        }
+        auto const& a = left.getDimensions();
+        auto const& b = right.getDimensions();
+        if (a.size() > 2 || b.size() > 2 || a[1] != b[0]) {
+            raise("qlang:operator:sizeMismatch",
+                  fmt::format("Matrices of size {} and {} cannot be multiplied: the inner dimensions differ.",
+                              dimsText(a), dimsText(b)));
+        }
+        auto result = qxArray::createDouble({a[0], b[1]});
+        auto out = result->doubles();
+        for (std::size_t row = 0; row < a[0]; ++row) {
+            for (std::size_t column = 0; column < b[1]; ++column) {
+                double sum = 0;
+                for (std::size_t k = 0; k < a[1]; ++k) {
+                    sum += numberAt(left, row + k * a[0]) * numberAt(right, k + column * b[0]);
+                }
+                out[row + column * a[0]] = sum;
+            }
+        }
+        return share(std::move(result));
+    }
+    if (left.classID() == qxClassID::Double && right.classID() == qxClassID::Double) {
+        auto const a = left.doubles();
+        auto const b = right.doubles();
+        if (left.isScalar() && right.isScalar()) {
+            return makeDouble(arithmetic(op, a[0], b[0]));
+        }
+        auto result = qxArray::createDouble({0, 0});
+        std::vector<double> values;
+        auto const dims =
+            expand(left.getDimensions(), right.getDimensions(),
+                   [&](std::size_t i, std::size_t j, std::size_t) { values.push_back(arithmetic(op, a[i], b[j])); });
+        result = qxArray::createDouble(dims);
+        std::copy(values.begin(), values.end(), result->doubles().begin());
+        return share(std::move(result));
+    }
+    std::vector<double> values;
+    auto const dims =
+        expand(left.getDimensions(), right.getDimensions(), [&](std::size_t i, std::size_t j, std::size_t) {
+            values.push_back(arithmetic(op, numberAt(left, i), numberAt(right, j)));
+        });
+    auto result = qxArray::createDouble(dims);
+    std::copy(values.begin(), values.end(), result->doubles().begin());
+    return share(std::move(result));
+}
+
+Value comparison(Operator op, qxArray const& left, qxArray const& right) {
+    auto compareNumbers = [op](double a, double b) {
+        switch (op) {
+            case Operator::Equal:
+                return a == b;
+            case Operator::NotEqual:
+                return a != b;
+            case Operator::Less:
+                return a < b;
+            case Operator::LessEqual:
+                return a <= b;
+            case Operator::Greater:
+                return a > b;
+            default:
+                return a >= b;
+        }
+    };
+    std::vector<std::uint8_t> flags;
+    Dims dims;
+    if (left.classID() == qxClassID::String || right.classID() == qxClassID::String) {
+        auto const a = asStrings(left);
+        auto const b = asStrings(right);
+        dims = expand(a->getDimensions(), b->getDimensions(), [&](std::size_t i, std::size_t j, std::size_t) {
+            int const order = a->getStringElement(i).compare(b->getStringElement(j));
+            flags.push_back(compareNumbers(order, 0) ? 1 : 0);
+        });
+    } else if (left.classID() == qxClassID::Object && right.classID() == qxClassID::Object) {
+        if (op != Operator::Equal && op != Operator::NotEqual) {
+            undefinedFor(op, left, &right);
+        }
+        for (auto const* side : {&left, &right}) {
+            if (!side->isEmpty() && !isHandleClass(side->getClassName()) &&
+                !side->getObject(0)->getEnumerationValue()) {
+                raise("qlang:operator:undefined",
+                      fmt::format("Operator '{}' is not defined for objects of the value class '{}'; define an "
+                                  "'eq' method or use isequal.",
+                                  symbolOf(op), side->getClassName()));
+            }
+        }
+        dims = expand(left.getDimensions(), right.getDimensions(), [&](std::size_t i, std::size_t j, std::size_t) {
+            bool const same = sameObject(left.getObject(i), right.getObject(j));
+            flags.push_back((op == Operator::Equal) == same ? 1 : 0);
+        });
+    } else if (isNumeric(left) && isNumeric(right)) {
+        dims = expand(left.getDimensions(), right.getDimensions(), [&](std::size_t i, std::size_t j, std::size_t) {
+            flags.push_back(compareNumbers(numberAt(left, i), numberAt(right, j)) ? 1 : 0);
+        });
+    } else {
+        undefinedFor(op, left, &right);
+    }
+    auto result = qxArray::createLogical(dims);
+    std::copy(flags.begin(), flags.end(), result->logicals().begin());
+    return share(std::move(result));
+}
+
+Value transpose(qxArray const& operand) {
+    auto const& dims = operand.getDimensions();
+    if (dims.size() > 2) {
+        raise("qlang:operator:transpose", "Transposing an array of more than two dimensions is not defined.");
+    }
+    auto const rows = dims[0];
+    auto const columns = dims[1];
+    if (rows == 1 || columns == 1) {
+        auto copy = operand.clone();
+        copy->reshape({columns, rows});
+        return share(std::move(copy));
+    }
+    Value result = share(operand.clone());
+    auto& out = mutate(result);
+    out.reshape({columns, rows});
+    for (std::size_t r = 0; r < rows; ++r) {
+        for (std::size_t c = 0; c < columns; ++c) {
+            auto const from = r + c * rows;
+            auto const to = c + r * columns;
+            switch (operand.classID()) {
+                case qxClassID::Double:
+                    out.doubles()[to] = operand.doubles()[from];
+                    break;
+                case qxClassID::Logical:
+                    out.logicals()[to] = operand.logicals()[from];
+                    break;
+                case qxClassID::Char:
+                    out.chars()[to] = operand.chars()[from];
+                    break;
+                case qxClassID::Cell:
+                    out.setCell(to, operand.getCell(from));
+                    break;
+                case qxClassID::Object:
+                    out.setObject(to, operand.getObject(from));
+                    break;
+                case qxClassID::String:
+                    out.setStringElement(to, operand.getStringElement(from));
+                    break;
+                case qxClassID::Struct:
+                    for (std::size_t f = 0; f < operand.getFieldNames().size(); ++f) {
+                        out.setField(to, f, operand.getField(from, f));
+                    }
+                    break;
+                default:
+                    raise("qlang:operator:undefined", fmt::format("Operator ''' is not defined for a value of class "
+                                                                  "'{}'.",
+                                                                  operand.getClassName()));
+            }
+        }
+    }
+    return result;
+}
+
+RangeSpec rangeSpec(qxArray const& start, qxArray const* step, qxArray const& stop) {
+    RangeSpec spec;
+    for (auto const* operand : {&start, step, &stop}) {
+        if (operand != nullptr && !isNumeric(*operand)) {
+            raise("qlang:operator:range",
+                  fmt::format("A range needs numbers, got a value of class '{}'.", operand->getClassName()));
+        }
+        if (operand != nullptr && operand->isEmpty()) {
+            return spec;
+        }
+    }
+    spec.first = numberAt(start, 0);
+    spec.increment = step != nullptr ? numberAt(*step, 0) : 1.0;
+    double const last = numberAt(stop, 0);
+    if (std::isnan(spec.first) || std::isnan(spec.increment) || std::isnan(last)) {
+        return spec;
+    }
+    double count = 0;
+    if (spec.increment != 0 &&
+        !((spec.increment > 0 && last < spec.first) || (spec.increment < 0 && last > spec.first))) {
+        // A little tolerance, so that 0:0.1:0.3 ends at 0.3 despite rounding.
+        count = std::floor((last - spec.first) / spec.increment * (1 + 1e-12) + 1e-10) + 1;
+    }
+    if (!std::isfinite(count) || count > 1e15) {
+        raise("qx:array:tooLarge", "The range has too many elements.");
+    }
+    spec.count = static_cast<std::size_t>(count);
+    // The second half counts back from the end, so that 0:0.1:0.3 ends at 0.3
+    // exactly rather than at 3 * 0.1.
+    spec.last = spec.first + static_cast<double>(spec.count == 0 ? 0 : spec.count - 1) * spec.increment;
+    if (std::fabs(spec.last - last) <= std::fabs(spec.increment) * 1e-10) {
+        spec.last = last;
+    }
+    return spec;
+}
+
+double RangeSpec::at(std::size_t i) const noexcept {
+    return 2 * i <= count ? first + static_cast<double>(i) * increment
+                          : last - static_cast<double>(count - 1 - i) * increment;
+}
+
+Value range(qxArray const& start, qxArray const* step, qxArray const& stop) {
+    auto const spec = rangeSpec(start, step, stop);
+    if (spec.count > 1e9) {
+        raise("qx:array:tooLarge", "The range has too many elements.");
+    }
+    if (start.classID() == qxClassID::Char && stop.classID() == qxClassID::Char) {
+        auto result = qxArray::createChar({1, spec.count});
+        for (std::size_t i = 0; i < spec.count; ++i) {
+            result->chars()[i] = static_cast<char16_t>(spec.first + static_cast<double>(i) * spec.increment);
+        }
+        return share(std::move(result));
+    }
+    auto result = qxArray::createDouble({1, spec.count});
+    auto out = result->doubles();
+    for (std::size_t i = 0; i < spec.count; ++i) {
+        out[i] = spec.at(i);
+    }
+    return share(std::move(result));
+}
+
+// ===================================================================== concatenation
+
+std::string commonObjectClass(std::vector<std::string> const& classNames) {
+    if (classNames.empty()) {
+        return {};
+    }
+    bool allSame = std::all_of(classNames.begin(), classNames.end(),
+                               [&](std::string const& name) { return name == classNames.front(); });
+    if (allSame) {
+        return classNames.front();
+    }
+    // Candidates: the first class and its superclasses, nearest first.
+    std::vector<std::string> candidates{classNames.front()};
+    std::set<std::string> seen{classNames.front()};
+    for (std::size_t i = 0; i < candidates.size(); ++i) {
+        if (auto const info = qcos::omFindClass(candidates[i])) {
+            for (auto const& super : info->getSuperclassNames()) {
+                if (seen.insert(super).second) {
+                    candidates.push_back(super);
+                }
+            }
+        }
+    }
+    for (auto const& candidate : candidates) {
+        if (!qcos::omIsA(candidate, "qorvex.mixin.Heterogeneous") || candidate == "qorvex.mixin.Heterogeneous") {
+            continue;
+        }
+        if (std::all_of(classNames.begin(), classNames.end(),
+                        [&](std::string const& name) { return qcos::omIsA(name, candidate); })) {
+            return candidate;
+        }
+    }
+    return {};
+}
+
+namespace {
+
+enum class Family { Numeric, String, Cell, Struct, Object, Handle };
+
+Family familyOf(qxArray const& array) {
+    switch (array.classID()) {
+        case qxClassID::String:
+            return Family::String;
+        case qxClassID::Cell:
+            return Family::Cell;
+        case qxClassID::Struct:
+            return Family::Struct;
+        case qxClassID::Object:
+            return Family::Object;
+        case qxClassID::FunctionHandle:
+            return Family::Handle;
+        default:
+            return Family::Numeric;
+    }
+}
+
+// Values converted to one kind: numbers to the widest of logical, double and
+// char; anything to strings when one is a string.
+Value convertForConcatenation(Value const& value, Family family, qxClassID numericKind) {
+    if (family == Family::String) {
+        return share(asStrings(*value));
+    }
+    if (family != Family::Numeric || value->classID() == numericKind) {
+        return value;
+    }
+    auto const count = value->getNumberOfElements();
+    qxArrayPtr converted;
+    switch (numericKind) {
+        case qxClassID::Double:
+            converted = qxArray::createDouble(value->getDimensions());
+            for (std::size_t i = 0; i < count; ++i) {
+                converted->doubles()[i] = numberAt(*value, i);
+            }
+            break;
+        case qxClassID::Char:
+            converted = qxArray::createChar(value->getDimensions());
+            for (std::size_t i = 0; i < count; ++i) {
+                converted->chars()[i] = static_cast<char16_t>(numberAt(*value, i));
+            }
+            break;
+        default:
+            return value;
+    }
+    return share(std::move(converted));
+}
+
+void copyElement(qxArray& to, std::size_t toIndex, qxArray const& from, std::size_t fromIndex,
+                 std::vector<int> const& fieldMap) {
+    switch (to.classID()) {
+        case qxClassID::Double:
+            to.doubles()[toIndex] = from.doubles()[fromIndex];
+            break;
+        case qxClassID::Logical:
+            to.logicals()[toIndex] = from.logicals()[fromIndex];
+            break;
+        case qxClassID::Char:
+            to.chars()[toIndex] = from.chars()[fromIndex];
+            break;
+        case qxClassID::Cell:
+            to.setCell(toIndex, from.getCell(fromIndex));
+            break;
+        case qxClassID::String:
+            to.setStringElement(toIndex, from.getStringElement(fromIndex));
+            break;
+        case qxClassID::Object:
+            to.setObject(toIndex, from.getObject(fromIndex));
+            break;
+        case qxClassID::Struct:
+            for (std::size_t f = 0; f < fieldMap.size(); ++f) {
+                to.setField(toIndex, f, from.getField(fromIndex, static_cast<std::size_t>(fieldMap[f])));
+            }
+            break;
+        case qxClassID::FunctionHandle:
+            break;
+    }
+}
+
+Value concatenateAlong(std::span<Value const> values, std::size_t dimension) {
+    std::vector<Value> parts;
+    for (auto const& value : values) {
+        if (!value->isEmpty()) {
+            parts.push_back(value);
+        }
+    }
+    if (parts.empty()) {
+        // Every part is empty: the first that is not 0-by-0 keeps its class and shape.
+        for (auto const& value : values) {
+            auto const& dims = value->getDimensions();
+            if (!(dims.size() == 2 && dims[0] == 0 && dims[1] == 0)) {
+                return value;
+            }
+        }
+        return values.empty() ? makeEmpty() : values.front();
+    }
+    if (parts.size() == 1) {
+        return parts.front();
+    }
+    // The family and class of the result.
+    std::set<Family> families;
+    for (auto const& part : parts) {
+        families.insert(familyOf(*part));
+    }
+    Family family = Family::Numeric;
+    if (families.size() == 1) {
+        family = *families.begin();
+    } else if (families == std::set<Family>{Family::Numeric, Family::String}) {
+        family = Family::String;
+    } else {
+        raise("qlang:concatenate:mixedClasses",
+              fmt::format("Values of classes '{}' and '{}' cannot be concatenated.", parts.front()->getClassName(),
+                          std::find_if(parts.begin(), parts.end(),
+                                       [&](Value const& part) { return familyOf(*part) != familyOf(*parts.front()); })
+                              ->get()
+                              ->getClassName()));
+    }
+    if (family == Family::Handle) {
+        raise("qlang:concatenate:functionHandles",
+              "Function handles cannot be concatenated; put them in a cell array instead.");
+    }
+    qxClassID numericKind = qxClassID::Logical;
+    std::string objectClass;
+    bool heterogeneous = false;
+    if (family == Family::Numeric) {
+        for (auto const& part : parts) {
+            if (part->classID() == qxClassID::Char) {
+                numericKind = qxClassID::Char;
+            } else if (part->classID() == qxClassID::Double && numericKind != qxClassID::Char) {
+                numericKind = qxClassID::Double;
+            }
+        }
+    } else if (family == Family::Object) {
+        std::vector<std::string> classes;
+        for (auto const& part : parts) {
+            for (auto const& object : part->objects()) {
+                classes.push_back(object ? object->getClassName() : part->getClassName());
+            }
+        }
+        objectClass = commonObjectClass(classes);
+        if (objectClass.empty()) {
+            raise("qlang:concatenate:objectClasses",
+                  fmt::format("Objects of classes '{}' cannot be concatenated: they have no common superclass derived "
+                              "from 'qorvex.mixin.Heterogeneous'.",
+                              fmt::join(std::set<std::string>(classes.begin(), classes.end()), "', '")));
+        }
+        heterogeneous =
+            std::any_of(classes.begin(), classes.end(), [&](std::string const& name) { return name != objectClass; }) ||
+            std::any_of(parts.begin(), parts.end(), [](Value const& p) { return p->isHeterogeneous(); });
+    }
+    for (auto& part : parts) {
+        part = convertForConcatenation(part, family, numericKind);
+        if (part->getDimensions().size() > 2) {
+            raise("qlang:unsupported", "Concatenating arrays of more than two dimensions is not supported.");
+        }
+    }
+    // Sizes: the other dimension must agree.
+    std::size_t const other = 1 - dimension;
+    std::size_t const extent = parts.front()->getDimensions()[other];
+    std::size_t total = 0;
+    for (auto const& part : parts) {
+        if (part->getDimensions()[other] != extent) {
+            raise("qlang:concatenate:dimensionMismatch",
+                  fmt::format("Dimensions of arrays being concatenated are not consistent: {} and {}.",
+                              dimsText(parts.front()->getDimensions()), dimsText(part->getDimensions())));
+        }
+        total += part->getDimensions()[dimension];
+    }
+    Dims dims{0, 0};
+    dims[dimension] = total;
+    dims[other] = extent;
+    qxArrayPtr result;
+    std::vector<std::string> fields;
+    switch (parts.front()->classID()) {
+        case qxClassID::Double:
+            result = qxArray::createDouble(dims);
+            break;
+        case qxClassID::Logical:
+            result = qxArray::createLogical(dims);
+            break;
+        case qxClassID::Char:
+            result = qxArray::createChar(dims);
+            break;
+        case qxClassID::Cell:
+            result = qxArray::createCell(dims);
+            break;
+        case qxClassID::String:
+            result = qxArray::createStrings(dims);
+            break;
+        case qxClassID::Object:
+            result = qxArray::createObjects(dims, objectClass);
+            result->setObjectClass(objectClass, heterogeneous);
+            break;
+        case qxClassID::Struct:
+            fields = parts.front()->getFieldNames();
+            result = qxArray::createStruct(dims, fields);
+            break;
+        default:
+            break;
+    }
+    std::size_t offset = 0;
+    for (auto const& part : parts) {
+        std::vector<int> fieldMap;
+        if (family == Family::Struct) {
+            auto const& partFields = part->getFieldNames();
+            if (partFields.size() != fields.size()) {
+                raise("qlang:concatenate:fieldMismatch", "Structs with different fields cannot be concatenated.");
+            }
+            for (auto const& field : fields) {
+                int const index = part->fieldIndex(field);
+                if (index < 0) {
+                    raise("qlang:concatenate:fieldMismatch", "Structs with different fields cannot be concatenated.");
+                }
+                fieldMap.push_back(index);
+            }
+        }
+        auto const& partDims = part->getDimensions();
+        for (std::size_t r = 0; r < partDims[0]; ++r) {
+            for (std::size_t c = 0; c < partDims[1]; ++c) {
+                std::size_t const row = dimension == 0 ? offset + r : r;
+                std::size_t const column = dimension == 1 ? offset + c : c;
+                copyElement(*result, row + column * dims[0], *part, r + c * partDims[0], fieldMap);
+            }
+        }
+        offset += partDims[dimension];
+    }
+    return share(std::move(result));
+}
+
+}  // namespace
+
+Value horizontal(std::span<Value const> values) {
+    return concatenateAlong(values, 1);
+}
+
+Value vertical(std::span<Value const> values) {
+    return concatenateAlong(values, 0);
+}
+
+Value concatenate(std::vector<std::vector<Value>> const& rows) {
+    if (rows.size() == 1) {
+        return horizontal(rows.front());
+    }
+    std::vector<Value> joined;
+    joined.reserve(rows.size());
+    for (auto const& row : rows) {
+        joined.push_back(horizontal(row));
+    }
+    return vertical(joined);
+}
+
+Value cellOf(std::vector<std::vector<Value>> const& rows) {
+    std::vector<Value> joined;
+    for (auto const& row : rows) {
+        std::vector<Value> cells;
+        for (auto const& element : row) {
+            // Every element is put in a cell of its own, cells too: {c} nests c.
+            auto cell = qxArray::createCell({1, 1});
+            cell->setCell(0, element);
+            cells.push_back(share(std::move(cell)));
+        }
+        if (!cells.empty()) {
+            joined.push_back(horizontal(cells));
+        }
+    }
+    if (joined.empty()) {
+        return share(qxArray::createCell({0, 0}));
+    }
+    auto result = vertical(joined);
+    if (result->classID() != qxClassID::Cell) {
+        return share(qxArray::createCell({0, 0}));
+    }
+    return result;
+}
+
+bool valuesEqual(qxArray const& left, qxArray const& right) {
+    if (left.getDimensions() != right.getDimensions()) {
+        return false;
+    }
+    auto const count = left.getNumberOfElements();
+    if (isNumeric(left) && isNumeric(right)) {
+        for (std::size_t i = 0; i < count; ++i) {
+            if (numberAt(left, i) != numberAt(right, i)) {
+                return false;
+            }
+        }
+        return true;
+    }
+    if ((left.classID() == qxClassID::String && (right.classID() == qxClassID::String || isText(right))) ||
+        (right.classID() == qxClassID::String && isText(left))) {
+        auto const a = asStrings(left);
+        auto const b = asStrings(right);
+        if (a->getDimensions() != b->getDimensions()) {
+            return false;
+        }
+        for (std::size_t i = 0; i < a->getNumberOfElements(); ++i) {
+            if (a->getStringElement(i) != b->getStringElement(i)) {
+                return false;
+            }
+        }
+        return true;
+    }
+    if (left.classID() != right.classID()) {
+        return false;
+    }
+    switch (left.classID()) {
+        case qxClassID::Cell:
+            for (std::size_t i = 0; i < count; ++i) {
+                if (!valuesEqual(*left.getCell(i), *right.getCell(i))) {
+                    return false;
+                }
+            }
+            return true;
+        case qxClassID::Struct: {
+            auto const& fields = left.getFieldNames();
+            if (fields.size() != right.getFieldNames().size()) {
+                return false;
+            }
+            for (std::size_t f = 0; f < fields.size(); ++f) {
+                int const other = right.fieldIndex(fields[f]);
+                if (other < 0) {
+                    return false;
+                }
+                for (std::size_t i = 0; i < count; ++i) {
+                    if (!valuesEqual(*left.getField(i, f), *right.getField(i, static_cast<std::size_t>(other)))) {
+                        return false;
+                    }
+                }
+            }
+            return true;
+        }
+        case qxClassID::FunctionHandle:
+            return left.getFunctionHandle() == right.getFunctionHandle();
+        case qxClassID::Object:
+            for (std::size_t i = 0; i < count; ++i) {
+                auto const& a = left.getObject(i);
+                auto const& b = right.getObject(i);
+                if (sameObject(a, b)) {
+                    continue;
+                }
+                if (!a || !b || a->getClassName() != b->getClassName() || isHandleClass(a->getClassName())) {
+                    return false;
+                }
+                // Value objects are equal when every property is.
+                std::vector<std::string> names;
+                std::vector<std::string> pending{a->getClassName()};
+                while (!pending.empty()) {
+                    auto const info = qcos::omFindClass(pending.back());
+                    pending.pop_back();
+                    if (!info) {
+                        continue;
+                    }
+                    for (auto const& property : info->getProperties()) {
+                        if (property.kind == qcos::QcosProperty::Kind::Stored) {
+                            names.push_back(property.name);
+                        }
+                    }
+                    for (auto const& super : info->getSuperclassNames()) {
+                        pending.push_back(super);
+                    }
+                }
+                for (auto const& name : names) {
+                    if (!valuesEqual(*qcos::omGetPropertyShared(*a, name), *qcos::omGetPropertyShared(*b, name))) {
+                        return false;
+                    }
+                }
+            }
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace qlang::detail

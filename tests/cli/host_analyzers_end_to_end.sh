@@ -1,0 +1,99 @@
+#!/usr/bin/env bash
+# Runs depattr with the example analyzers written in the host language
+# (examples/analyzers) on a copy of the example, and checks their findings in
+# every report format, the errors of broken analyzer files, and Ctrl-C.
+set -uo pipefail
+depattr=$(realpath "$1")
+source_dir=$2
+work=$(mktemp -d)
+trap 'rm -rf "${work}"' EXIT
+cp -r "${source_dir}/examples/." "${work}/"
+analyzers="${work}/analyzers"
+
+failures=0
+expect() {  # expect <what> <condition...>
+  local what=$1; shift
+  if ! "$@"; then echo "FAILED: ${what}"; failures=$((failures + 1)); fi
+}
+has() { grep -qF "$1" <<<"$2"; }
+lacks() { ! grep -qF "$1" <<<"$2"; }
+
+out=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
+  --analyzer-path "${analyzers}" --format json)
+status=$?
+expect "findings give exit status 1 (got ${status})" test "${status}" -eq 1
+expect "FunctionNaming reports Scale_Spread" \
+  has '{"id": "FunctionName", "name": "Function name is not lowerCamelCase", "severity": "Warning", "analyzer": "FunctionNaming"' \
+  "$(grep -A1 '"node": "Scale_Spread"' <<<"${out}")"
+expect "DependsOnUnresolved reports project:app" \
+  has '"analyzer": "DependsOnUnresolved"' "$(grep -A3 '"node": "project:app"' <<<"${out}")"
+expect "the package analyzer is named by its qualified class" has '"analyzer": "quality.TodoComments"' "${out}"
+expect "built-in analyzers still run first" has '"analyzer": "missing-file"' "${out}"
+expect "CodeFileSize finds no large file" lacks '"LargeCodeFile"' "${out}"
+expect "lowerCamelCase functions are not reported" \
+  lacks '"FunctionName"' "$(grep -A3 '"node": "helper"' <<<"${out}")"
+
+text=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
+  --analyzer-path "${analyzers}" -a missing-file)
+expect "text: the host finding under its node" \
+  has "Problem      DependsOnUnresolved  Depends on an unresolved node  [DependsOnUnresolved]" \
+  "$(grep -A1 'project/app.qxproj' <<<"${text}")"
+json=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
+  --analyzer-path "${analyzers}" -a missing-file -f json)
+expect "json: the host analyzers are listed after the built-in ones" \
+  has '"analyzers": ["missing-file", "CodeFileSize", "DependsOnUnresolved", "FunctionNaming", "quality.TodoComments"]' \
+  "${json}"
+sarif=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
+  --analyzer-path "${analyzers}" --format sarif)
+expect "sarif: a rule for the host analyzer" has '"ruleId": "FunctionNaming/FunctionName"' "${sarif}"
+
+# A syntax error in an analyzer file: file, line and column, exit status 2, no report.
+broken="${work}/broken"
+mkdir -p "${broken}"
+printf 'classdef Broken < dependencies.internal.attribute.AttributeAnalyzer\n    methods\n        function a = analyze(obj, node, graph)\n            a = [1, 2;\n        end\n    end\nend\n' \
+  >"${broken}/Broken.qx"
+"${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${broken}" >"${work}/out" 2>"${work}/err"
+expect "a broken analyzer file gives exit status 2" test $? -eq 2
+expect "the error names file, line and column" grep -qF "Broken.qx:5:9: unexpected keyword 'end' in an expression [qlang:syntax]" "${work}/err"
+expect "nothing is reported before the error" test ! -s "${work}/out"
+
+# A construct outside the supported subset is a load error too.
+unsupported="${work}/unsupported"
+mkdir -p "${unsupported}"
+printf 'function helperWithGlobal()\n    global counter\nend\n' >"${unsupported}/helperWithGlobal.qx"
+"${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${unsupported}" >/dev/null 2>"${work}/err"
+expect "an unsupported construct gives exit status 2" test $? -eq 2
+expect "the error names the construct and its place" \
+  grep -qF 'helperWithGlobal.qx:2:5: A global declaration is not supported. [qlang:unsupported]' "${work}/err"
+
+# An error while analyzing: where it happened, exit status 2.
+failing="${work}/failing"
+mkdir -p "${failing}"
+printf 'classdef Failing < dependencies.internal.attribute.AttributeAnalyzer\n    methods\n        function a = analyze(~, node, ~)\n            a = node.NoSuchProperty;\n        end\n    end\nend\n' \
+  >"${failing}/Failing.qx"
+"${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${failing}" >/dev/null 2>"${work}/err"
+expect "a failing analyzer gives exit status 2" test $? -eq 2
+expect "the error names the analyzer's method and line" \
+  grep -qF 'AttributeAnalyzer.analyze: ' "${work}/err"
+expect "the error gives file, line and column" grep -qE 'failing/Failing.qx:4:13: No property or method' "${work}/err"
+
+# A runaway analyzer stops on Ctrl-C with a clear message.
+runaway="${work}/runaway"
+mkdir -p "${runaway}"
+printf 'classdef Spinner < dependencies.internal.attribute.AttributeAnalyzer\n    methods\n        function a = analyze(~, ~, ~)\n            while true\n            end\n        end\n    end\nend\n' \
+  >"${runaway}/Spinner.qx"
+"${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${runaway}" >/dev/null 2>"${work}/err" &
+pid=$!
+sleep 1
+kill -INT "${pid}"
+for _ in $(seq 1 100); do kill -0 "${pid}" 2>/dev/null || break; sleep 0.1; done
+if kill -0 "${pid}" 2>/dev/null; then
+  echo "FAILED: the program did not stop after Ctrl-C"; failures=$((failures + 1)); kill -KILL "${pid}"
+fi
+wait "${pid}"
+status=$?
+expect "Ctrl-C gives exit status 130 (got ${status})" test "${status}" -eq 130
+expect "Ctrl-C says the analysis was stopped" grep -qF 'interrupted (Ctrl-C)' "${work}/err"
+
+if [ "${failures}" -ne 0 ]; then exit 1; fi
+echo "host analyzer end-to-end checks passed"
