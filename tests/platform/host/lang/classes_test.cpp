@@ -27,10 +27,6 @@ void loadLibrary() {
     qvm::loadLibrary("libdepattr.so");
 }
 
-bool parserKnowsSuperclassCalls() {
-    return !ca::analyzeText("function o = f(o)\no = o@Base(1);\nend\n")->hasErrors();
-}
-
 TEST(LangClasses, PropertiesMethodsAndStaticMembers) {
     CodeFolder folder;
     folder.write("LcTally.qx", R"(classdef LcTally < handle
@@ -242,9 +238,6 @@ end
 }
 
 TEST(LangClasses, SuperclassMembersAreCalledWithAt) {
-    if (!parserKnowsSuperclassCalls()) {
-        GTEST_SKIP() << "the parser does not read name@Superclass calls yet";
-    }
     CodeFolder folder;
     folder.write("LcBase.qx", R"(classdef LcBase < handle
     properties
@@ -275,93 +268,6 @@ end
     expectValues({
         {"d = LcDerived(); x = d.Log;", "x", "{'base from derived','derived'}"},
         {"d = LcDerived(); x = d.greet('you');", "x", "'hello you!'"},
-    });
-}
-
-// Superclass calls as the syntax tree states them (kind 67: member name,
-// superclass, arguments), built by hand so that they run whether or not the
-// parser reads name@Superclass yet:
-//
-//   classdef LcHandMade < LcHandBase
-//       methods
-//           function obj = LcHandMade()
-//               obj = obj@LcHandBase('hand');
-//           end
-//           function r = greet(obj, who)
-//               r = greet@LcHandBase(obj, who);
-//           end
-//       end
-//   end
-std::shared_ptr<ca::AnalysisResult const> handMadeSubclass() {
-    using namespace ca::astapi;
-    auto tree = std::make_unique<SyntaxTree>();
-    auto& t = *tree;
-    auto const fields = [](NodeKind kind, std::uint32_t line, std::uint32_t column) {
-        return NodeFields{kind, line, column, Operator::None, false, {}};
-    };
-    auto const leaf = [&t](NodeKind kind, char16_t const* text, std::uint32_t line, std::uint32_t column) {
-        return &t.make(NodeFields{kind, line, column, Operator::None, false, text});
-    };
-    auto const identifier = [&](char16_t const* text, std::uint32_t line, std::uint32_t column) {
-        return leaf(NodeKind::Identifier, text, line, column);
-    };
-    auto const input = [&](char16_t const* name, std::uint32_t line) {
-        return &t.make(fields(NodeKind::InputArgument, line, 1), {Single{identifier(name, line, 1)}, Single{}});
-    };
-    auto const superCall = [&](char16_t const* member, std::vector<Node const*> const& args, std::uint32_t line) {
-        return &t.make(fields(static_cast<NodeKind>(67), line, 13),
-                       {Single{identifier(member, line, 13)}, Single{identifier(u"LcHandBase", line, 17)},
-                        List{std::span<Node const* const>(args.data(), args.size())}});
-    };
-    auto const method = [&](char16_t const* output, char16_t const* name, std::vector<Node const*> const& inputs,
-                            Node const* body, std::uint32_t line) {
-        Node const* outputs[] = {identifier(output, line, 18)};
-        Node const* statements[] = {body};
-        return &t.make(
-            fields(NodeKind::MethodDefinition, line, 9),
-            {Single{}, Single{}, Single{}, Single{}, Single{}, List{outputs}, Single{identifier(name, line, 24)},
-             List{std::span<Node const* const>(inputs.data(), inputs.size())}, Single{}, List{statements}, List{},
-             Reference{}});
-    };
-    auto const assign = [&](char16_t const* target, Node const* value, std::uint32_t line) {
-        return &t.make(fields(NodeKind::Assignment, line, 13), {Single{identifier(target, line, 13)}, Single{value}});
-    };
-    std::vector<Node const*> constructorArgs{leaf(NodeKind::CharacterString, u"hand", 4, 30)};
-    std::vector<Node const*> greetArgs{identifier(u"obj", 7, 35), identifier(u"who", 7, 40)};
-    Node const* methods[] = {
-        method(u"obj", u"LcHandMade", {}, assign(u"obj", superCall(u"obj", constructorArgs, 4), 4), 3),
-        method(u"r", u"greet", {input(u"obj", 6), input(u"who", 6)}, assign(u"r", superCall(u"greet", greetArgs, 7), 7),
-               6)};
-    Node const* blocks[] = {&t.make(fields(NodeKind::MethodsBlock, 2, 5), {List{}, List{methods}})};
-    Node const* supers[] = {identifier(u"LcHandBase", 1, 23)};
-    Node const* items[] = {&t.make(fields(NodeKind::ClassDefinition, 1, 1),
-                                   {Single{}, Single{}, Single{}, Single{}, Single{}, Single{}, List{},
-                                    Single{identifier(u"LcHandMade", 1, 10)}, List{supers}, List{blocks}})};
-    t.setRoot(t.make(fields(NodeKind::File, 1, 1), {List{items}}));
-    return std::make_shared<ca::AnalysisResult const>(std::move(tree), std::vector<ca::SyntaxError>{}, u"LcHandMade");
-}
-
-TEST(LangClasses, SuperclassCallsOfTheSyntaxTreeRun) {
-    CodeFolder folder;
-    folder.write("LcHandBase.qx", R"(classdef LcHandBase < handle
-    properties
-        Origin = ''
-    end
-    methods
-        function obj = LcHandBase(origin)
-            obj.Origin = ['base of ' origin];
-        end
-        function r = greet(~, who)
-            r = ['hello ' who];
-        end
-    end
-end
-)");
-    auto const file =
-        qlang::detail::compileFile(handMadeSubclass(), "LcHandMade.qx", "LcHandMade.qx", "LcHandMade", false);
-    qlang::detail::CodeRuntime::get().defineClass(file);
-    expectValues({
-        {"h = LcHandMade(); x = {h.Origin, h.greet('you')};", "x", "{'base of hand','hello you'}"},
     });
 }
 
