@@ -2,7 +2,9 @@
 
 #include "cli/Output.hpp"
 #include "cli/Report.hpp"
+#include "platform/fl/FileSystem.hpp"
 #include "platform/fl/MessageCatalog.hpp"
+#include "platform/foundation/detail/JsonReaderErrors.hpp"
 
 #include <fmt/format.h>
 #include <simdjson.h>
@@ -107,10 +109,17 @@ std::string englishNameOf(FindingKind const* kind, std::u16string const& name) {
 }
 
 Baseline Baseline::read(std::filesystem::path const& file) {
-    simdjson::padded_string content;
-    if (simdjson::padded_string::load(file.string()).get(content) != simdjson::SUCCESS) {
-        throw BaselineError(file.string() + ": cannot read the baseline: " + std::strerror(errno ? errno : EIO));
+    std::string text;
+    try {
+        text = fl::filesystem::read_file(file.string(), maxBaselineBytes);
+    } catch (fl::filesystem::FileSystemError const& error) {
+        throw BaselineError(file.string() + ": cannot read the baseline: " + error.reason());
     }
+    return parse(text, file);
+}
+
+Baseline Baseline::parse(std::string_view source, std::filesystem::path const& file) {
+    simdjson::padded_string const content(source);
     std::string_view const text(content.data(), content.size());
     auto const fail = [&](char const* where, std::string const& reason) -> BaselineError {
         return BaselineError(file.string() + (where ? ":" + positionIn(text, where) : std::string()) + ": " + reason);
@@ -120,8 +129,11 @@ Baseline Baseline::read(std::filesystem::path const& file) {
     od::parser parser;
     od::document document;
     od::object top;
-    if (parser.iterate(content).get(document) != simdjson::SUCCESS ||
-        document.get_object().get(top) != simdjson::SUCCESS) {
+    if (auto const error = parser.iterate(content).get(document)) {
+        throw fail(foundation::json::detail::locateReaderError(error, text),
+                   std::string("malformed JSON: ") + foundation::json::detail::describeReaderError(error));
+    }
+    if (document.get_object().get(top) != simdjson::SUCCESS) {
         throw fail(nullptr, "not a baseline written by depattr --write-baseline (expected a JSON object)");
     }
     bool sawFindings = false;

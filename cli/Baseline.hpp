@@ -4,10 +4,12 @@
 
 #include "cli/AnalyzerCatalog.hpp"
 
+#include <cstddef>
 #include <filesystem>
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace depattr::cli {
 
@@ -32,8 +34,14 @@ public:
 
 class Baseline {
 public:
+    // The largest baseline file read (4 GiB less one byte, the JSON reader's
+    // bound); a larger one is an error, found before it is read.
+    static constexpr std::size_t maxBaselineBytes = 0xFFFF'FFFF;
+
     // Reads a baseline written by write().
     static Baseline read(std::filesystem::path const& file);
+    // The same for the text of a baseline; `file` names it in errors.
+    static Baseline parse(std::string_view text, std::filesystem::path const& file);
     // Writes the reported findings of `report`. Throws BaselineError naming
     // the file and the system's reason when it cannot be written.
     static void write(std::filesystem::path const& file, Report const& report);

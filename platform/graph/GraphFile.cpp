@@ -1,13 +1,13 @@
 #include "platform/graph/GraphFile.hpp"
 
+#include "platform/fl/FileSystem.hpp"
+#include "platform/foundation/detail/JsonReaderErrors.hpp"
 #include "platform/graph/GraphBuilder.hpp"
 
 #include <boost/locale/encoding_utf.hpp>
 #include <simdjson.h>
 
 #include <array>
-#include <cerrno>
-#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <unordered_map>
@@ -61,7 +61,13 @@ public:
         od::parser parser;
         od::document document;
         if (auto const error = parser.iterate(text_).get(document)) {
-            failStructure(std::string("not a JSON document: ") + simdjson::error_message(error));
+            auto const reason = std::string(foundation::json::detail::describeReaderError(error));
+            // Bytes that are not UTF-8 and unescaped control characters are
+            // found where they are; a text that ends early is explained by its structure.
+            if (error == simdjson::UTF8_ERROR || error == simdjson::UNESCAPED_CHARS) {
+                failAtPointer(foundation::json::detail::locateReaderError(error, {text_.data(), text_.size()}), reason);
+            }
+            failStructure("not a JSON document: " + reason);
         }
         document_ = &document;
         od::object top;
@@ -197,7 +203,7 @@ private:
         // The reader's own error (which differs between its checked and
         // unchecked builds) is the last resort: text that ends early or that
         // does not balance is the likelier cause, and is reported where it is.
-        failStructure(std::string(what) + ": " + simdjson::error_message(error), whereIs(json));
+        failStructure(std::string(what) + ": " + foundation::json::detail::describeReaderError(error), whereIs(json));
     }
 
     char const* firstNonSpace() const {
@@ -260,8 +266,11 @@ private:
 
     std::string_view readString(od::value& value, std::string_view what) {
         std::string_view text;
-        if (value.get_string().get(text) != simdjson::SUCCESS) {
-            failAt(value, "\"" + std::string(what) + "\" must be a string");
+        if (auto const error = value.get_string().get(text)) {
+            failAt(value, "\"" + std::string(what) + "\"" +
+                              (error == simdjson::INCORRECT_TYPE
+                                   ? std::string(" must be a string")
+                                   : ": " + std::string(foundation::json::detail::describeReaderError(error))));
         }
         return text;
     }
@@ -754,19 +763,16 @@ std::shared_ptr<Graph const> parseGraph(std::string_view text, std::string const
 
 std::shared_ptr<Graph const> loadGraphFile(std::filesystem::path const& path, GraphFileOptions const& options) {
     std::string const fileName = path.string();
-    std::error_code status;
-    if (std::filesystem::is_directory(path, status)) {
-        throw GraphFileError(fileName, 0, 0, "cannot read the graph file: it is a folder");
-    }
     simdjson::padded_string content;
-    if (simdjson::padded_string::load(fileName).get(content) != simdjson::SUCCESS) {
-        // The reader's own error says only that I/O failed; the system says why.
-        int const reason = errno;
-        std::ifstream probe(fileName, std::ios::binary);
-        int const openReason = probe ? reason : errno;
-        throw GraphFileError(
-            fileName, 0, 0,
-            std::string("cannot read the graph file: ") + std::strerror(openReason != 0 ? openReason : EIO));
+    try {
+        fl::filesystem::RegularFile const file(fileName, maxGraphFileBytes);
+        content = simdjson::padded_string(file.size());
+        if (content.data() == nullptr) {
+            throw GraphFileError(fileName, 0, 0, "cannot read the graph file: not enough memory");
+        }
+        file.read(content.data());
+    } catch (fl::filesystem::FileSystemError const& error) {
+        throw GraphFileError(fileName, 0, 0, "cannot read the graph file: " + error.reason());
     }
     std::error_code ignored;
     auto const folder = std::filesystem::absolute(path, ignored).parent_path();
