@@ -44,8 +44,23 @@ FileSystemError::FileSystemError(std::u16string const& path, std::string const& 
       errorNumber_(errorNumber) {}
 
 bool exists(std::u16string const& path) {
-    std::string const native = narrowPath(path);
+    // Most paths are ASCII and short: they are narrowed into a buffer on the
+    // stack, so that the query costs the system call and little else. Any
+    // other path (non-ASCII, a NUL, empty, long) takes the general conversion.
+    char buffer[512];
+    std::size_t const size = path.size();
+    bool ascii = size > 0 && size < sizeof buffer;
+    for (std::size_t i = 0; ascii && i < size; ++i) {
+        char16_t const c = path[i];
+        ascii = c != 0 && c < 0x80;
+        buffer[i] = static_cast<char>(c);
+    }
     struct stat info {};
+    if (ascii) {
+        buffer[size] = '\0';
+        return ::stat(buffer, &info) == 0;
+    }
+    std::string const native = narrowPath(path);
     return ::stat(native.c_str(), &info) == 0;
 }
 

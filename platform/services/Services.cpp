@@ -2,6 +2,11 @@
 #include "platform/services/NullStreamBuffer.hpp"
 #include "platform/services/Shareable.hpp"
 
+#include <algorithm>
+#include <array>
+#include <mutex>
+#include <unordered_set>
+
 namespace dependency::services {
 
 namespace {
@@ -16,9 +21,47 @@ protected:
     std::streamsize xsputn(char_type const*, std::streamsize count) override { return count; }
 };
 
+// The process-wide copy of each host class name. A program has a handful of
+// class names and makes objects of them all the time: the ones interned so far
+// sit in a short array that is searched without a lock; only a name met for
+// the first time takes the lock, and names past the array's length live in a
+// set under the lock.
+class ClassNames {
+public:
+    std::string const* intern(std::string const& name) {
+        std::size_t const known = count_.load(std::memory_order_acquire);
+        for (std::size_t i = 0; i < known; ++i) {
+            if (*recent_[i] == name) {
+                return recent_[i];
+            }
+        }
+        std::lock_guard const lock(mutex_);
+        auto const* interned = &*all_.insert(name).first;  // set elements never move
+        std::size_t const now = count_.load(std::memory_order_relaxed);
+        if (now < recent_.size() &&
+            std::find(recent_.begin(), recent_.begin() + now, interned) == recent_.begin() + now) {
+            recent_[now] = interned;
+            count_.store(now + 1, std::memory_order_release);
+        }
+        return interned;
+    }
+
+private:
+    std::array<std::string const*, 16> recent_{};
+    std::atomic<std::size_t> count_{0};
+    std::mutex mutex_;
+    std::unordered_set<std::string> all_;
+};
+
+ClassNames& classNames() {
+    // Never destroyed: objects may be released during static destruction.
+    static auto* const names = new ClassNames;
+    return *names;
+}
+
 }  // namespace
 
-Shareable::Shareable(std::string const& hostClassName) : hostClassName_(hostClassName) {}
+Shareable::Shareable(std::string const& hostClassName) : hostClassName_(classNames().intern(hostClassName)) {}
 
 Shareable::~Shareable() {
     if (isPublished()) {
@@ -33,7 +76,7 @@ SharingType Shareable::getSharingType() const {
 }
 
 std::string const& Shareable::getFullyQualifiedQcosTypeName() const {
-    return hostClassName_;
+    return *hostClassName_;
 }
 
 void Shareable::markPublished() noexcept {

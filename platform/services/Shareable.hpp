@@ -41,7 +41,10 @@ public:
     bool isPublished() const noexcept { return published_.load(std::memory_order_acquire); }
 
 private:
-    std::string hostClassName_;
+    // One process-wide copy per class name, shared by every object of the
+    // class and never freed: many objects (one attribute per finding) would
+    // otherwise each allocate a copy of a long name.
+    std::string const* hostClassName_;
     std::atomic<bool> published_{false};
 };
 
