@@ -64,15 +64,24 @@ std::string positionIn(std::string_view text, char const* where) {
 
 }  // namespace
 
-std::string fingerprintOf(std::u16string const& nodeId, std::u16string const& findingId,
-                          std::string const& englishName) {
+std::uint64_t fingerprintValueOf(std::u16string const& nodeId, std::u16string const& findingId,
+                                 std::string const& englishName) {
     std::uint64_t hash = 0xcbf29ce484222325ULL;
     hash = fnv1a(hash, toUtf8(nodeId));
     hash = fnv1a(hash, std::string_view("\0", 1));
     hash = fnv1a(hash, toUtf8(findingId));
     hash = fnv1a(hash, std::string_view("\0", 1));
     hash = fnv1a(hash, englishName);
-    return fmt::format("{:016x}", hash);
+    return hash;
+}
+
+std::string fingerprintText(std::uint64_t fingerprint) {
+    return fmt::format("{:016x}", fingerprint);
+}
+
+std::string fingerprintOf(std::u16string const& nodeId, std::u16string const& findingId,
+                          std::string const& englishName) {
+    return fingerprintText(fingerprintValueOf(nodeId, findingId, englishName));
 }
 
 std::string englishNameOf(FindingKind const* kind, std::u16string const& name) {
@@ -194,8 +203,8 @@ void Baseline::write(std::filesystem::path const& file, Report const& report) {
             out += first ? "\n" : ",\n";
             first = false;
             out += fmt::format("    {{\"fingerprint\": {}, \"node\": {}, \"id\": {}, \"name\": {}}}",
-                               jsonString(finding.fingerprint), jsonString(toUtf8(entry.node->getID())),
-                               jsonString(toUtf8(finding.attribute->getID())),
+                               jsonString(fingerprintText(finding.fingerprint)),
+                               jsonString(toUtf8(entry.node->getID())), jsonString(toUtf8(finding.attribute->getID())),
                                jsonString(englishNameOf(finding.kind, finding.attribute->getName())));
         }
     }

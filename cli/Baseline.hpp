@@ -5,6 +5,7 @@
 #include "cli/AnalyzerCatalog.hpp"
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <stdexcept>
@@ -18,6 +19,11 @@ struct Report;
 // A fingerprint of a finding: 16 hexadecimal digits from its node's ID, its
 // ID and its name in English. No path, line or language enters it, so it is the
 // same on every machine and in every locale.
+std::uint64_t fingerprintValueOf(std::u16string const& nodeId, std::u16string const& findingId,
+                                 std::string const& englishName);
+// A fingerprint as it is written: 16 lower-case hexadecimal digits.
+std::string fingerprintText(std::uint64_t fingerprint);
+// The same as its text.
 std::string fingerprintOf(std::u16string const& nodeId, std::u16string const& findingId,
                           std::string const& englishName);
 
