@@ -6,6 +6,25 @@
 
 namespace dependency::attribute {
 
+namespace {
+
+// The host class names, made once: a string made from a literal for every
+// object would cost an allocation per object (one per finding, for attributes).
+std::string const& attributeClass() {
+    static std::string const name = "dependencies.internal.attribute.Attribute";
+    return name;
+}
+std::string const& identityClass() {
+    static std::string const name = "dependencies.internal.attribute.AttributeIdentity";
+    return name;
+}
+std::string const& analyzerClass() {
+    static std::string const name = "dependencies.internal.attribute.AttributeAnalyzer";
+    return name;
+}
+
+}  // namespace
+
 std::string_view toString(Severity severity) noexcept {
     switch (severity) {
     case Severity::Information:
@@ -19,7 +38,7 @@ std::string_view toString(Severity severity) noexcept {
 }
 
 AttributeIdentity::AttributeIdentity(std::u16string const& id, std::u16string const& name, Severity const& severity)
-    : Shareable("dependencies.internal.attribute.AttributeIdentity"), id_(id), name_(name), severity_(severity) {}
+    : Shareable(identityClass()), id_(id), name_(name), severity_(severity) {}
 
 AttributeIdentity::~AttributeIdentity() = default;
 
@@ -44,11 +63,11 @@ bool operator!=(AttributeIdentity const& a, AttributeIdentity const& b) noexcept
 }
 
 Attribute::Attribute(std::shared_ptr<AttributeIdentity> const& identity, std::function<void()> fix)
-    : Shareable("dependencies.internal.attribute.Attribute"), identity_(identity), fix_(std::move(fix)) {}
+    : Shareable(attributeClass()), identity_(identity), fix_(std::move(fix)) {}
 
 Attribute::~Attribute() = default;
 
-AttributeAnalyzer::AttributeAnalyzer() : Shareable("dependencies.internal.attribute.AttributeAnalyzer") {}
+AttributeAnalyzer::AttributeAnalyzer() : Shareable(analyzerClass()) {}
 
 AttributeAnalyzer::~AttributeAnalyzer() = default;
 

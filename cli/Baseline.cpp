@@ -2,7 +2,9 @@
 
 #include "cli/Output.hpp"
 #include "cli/Report.hpp"
+#include "platform/fl/FileSystem.hpp"
 #include "platform/fl/MessageCatalog.hpp"
+#include "platform/foundation/detail/JsonReaderErrors.hpp"
 
 #include <fmt/format.h>
 #include <simdjson.h>
@@ -62,15 +64,24 @@ std::string positionIn(std::string_view text, char const* where) {
 
 }  // namespace
 
-std::string fingerprintOf(std::u16string const& nodeId, std::u16string const& findingId,
-                          std::string const& englishName) {
+std::uint64_t fingerprintValueOf(std::u16string const& nodeId, std::u16string const& findingId,
+                                 std::string const& englishName) {
     std::uint64_t hash = 0xcbf29ce484222325ULL;
     hash = fnv1a(hash, toUtf8(nodeId));
     hash = fnv1a(hash, std::string_view("\0", 1));
     hash = fnv1a(hash, toUtf8(findingId));
     hash = fnv1a(hash, std::string_view("\0", 1));
     hash = fnv1a(hash, englishName);
-    return fmt::format("{:016x}", hash);
+    return hash;
+}
+
+std::string fingerprintText(std::uint64_t fingerprint) {
+    return fmt::format("{:016x}", fingerprint);
+}
+
+std::string fingerprintOf(std::u16string const& nodeId, std::u16string const& findingId,
+                          std::string const& englishName) {
+    return fingerprintText(fingerprintValueOf(nodeId, findingId, englishName));
 }
 
 std::string englishNameOf(FindingKind const* kind, std::u16string const& name) {
@@ -107,10 +118,17 @@ std::string englishNameOf(FindingKind const* kind, std::u16string const& name) {
 }
 
 Baseline Baseline::read(std::filesystem::path const& file) {
-    simdjson::padded_string content;
-    if (simdjson::padded_string::load(file.string()).get(content) != simdjson::SUCCESS) {
-        throw BaselineError(file.string() + ": cannot read the baseline: " + std::strerror(errno ? errno : EIO));
+    std::string text;
+    try {
+        text = fl::filesystem::read_file(file.string(), maxBaselineBytes);
+    } catch (fl::filesystem::FileSystemError const& error) {
+        throw BaselineError(file.string() + ": cannot read the baseline: " + error.reason());
     }
+    return parse(text, file);
+}
+
+Baseline Baseline::parse(std::string_view source, std::filesystem::path const& file) {
+    simdjson::padded_string const content(source);
     std::string_view const text(content.data(), content.size());
     auto const fail = [&](char const* where, std::string const& reason) -> BaselineError {
         return BaselineError(file.string() + (where ? ":" + positionIn(text, where) : std::string()) + ": " + reason);
@@ -120,8 +138,11 @@ Baseline Baseline::read(std::filesystem::path const& file) {
     od::parser parser;
     od::document document;
     od::object top;
-    if (parser.iterate(content).get(document) != simdjson::SUCCESS ||
-        document.get_object().get(top) != simdjson::SUCCESS) {
+    if (auto const error = parser.iterate(content).get(document)) {
+        throw fail(foundation::json::detail::locateReaderError(error, text),
+                   std::string("malformed JSON: ") + foundation::json::detail::describeReaderError(error));
+    }
+    if (document.get_object().get(top) != simdjson::SUCCESS) {
         throw fail(nullptr, "not a baseline written by depattr --write-baseline (expected a JSON object)");
     }
     bool sawFindings = false;
@@ -182,8 +203,8 @@ void Baseline::write(std::filesystem::path const& file, Report const& report) {
             out += first ? "\n" : ",\n";
             first = false;
             out += fmt::format("    {{\"fingerprint\": {}, \"node\": {}, \"id\": {}, \"name\": {}}}",
-                               jsonString(finding.fingerprint), jsonString(toUtf8(entry.node->getID())),
-                               jsonString(toUtf8(finding.attribute->getID())),
+                               jsonString(fingerprintText(finding.fingerprint)),
+                               jsonString(toUtf8(entry.node->getID())), jsonString(toUtf8(finding.attribute->getID())),
                                jsonString(englishNameOf(finding.kind, finding.attribute->getName())));
         }
     }

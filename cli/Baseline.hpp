@@ -4,10 +4,13 @@
 
 #include "cli/AnalyzerCatalog.hpp"
 
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace depattr::cli {
 
@@ -16,6 +19,11 @@ struct Report;
 // A fingerprint of a finding: 16 hexadecimal digits from its node's ID, its
 // ID and its name in English. No path, line or language enters it, so it is the
 // same on every machine and in every locale.
+std::uint64_t fingerprintValueOf(std::u16string const& nodeId, std::u16string const& findingId,
+                                 std::string const& englishName);
+// A fingerprint as it is written: 16 lower-case hexadecimal digits.
+std::string fingerprintText(std::uint64_t fingerprint);
+// The same as its text.
 std::string fingerprintOf(std::u16string const& nodeId, std::u16string const& findingId,
                           std::string const& englishName);
 
@@ -32,8 +40,14 @@ public:
 
 class Baseline {
 public:
+    // The largest baseline file read (4 GiB less one byte, the JSON reader's
+    // bound); a larger one is an error, found before it is read.
+    static constexpr std::size_t maxBaselineBytes = 0xFFFF'FFFF;
+
     // Reads a baseline written by write().
     static Baseline read(std::filesystem::path const& file);
+    // The same for the text of a baseline; `file` names it in errors.
+    static Baseline parse(std::string_view text, std::filesystem::path const& file);
     // Writes the reported findings of `report`. Throws BaselineError naming
     // the file and the system's reason when it cannot be written.
     static void write(std::filesystem::path const& file, Report const& report);

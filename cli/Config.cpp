@@ -1,14 +1,12 @@
 #include "cli/Config.hpp"
 
 #include "cli/AnalyzerCatalog.hpp"
+#include "platform/fl/FileSystem.hpp"
 
 #include <toml++/toml.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <fnmatch.h>
-#include <fstream>
 
 namespace depattr::cli {
 
@@ -25,25 +23,37 @@ std::string describe(std::filesystem::path const& file, std::size_t line, std::s
     return text + ": " + reason;
 }
 
+// The TOML reader's description of an error, without the name of its own
+// setting that some descriptions end with ("... depth of 256 (TOML_MAX_NESTED_VALUES)").
+std::string ownWords(std::string_view description) {
+    if (auto const setting = description.find(" (TOML_"); setting != std::string_view::npos) {
+        description = description.substr(0, setting);
+    }
+    return std::string(description);
+}
+
 // Reads one file's table, failing at the place of each problem.
 class ConfigReader {
 public:
     explicit ConfigReader(std::filesystem::path file) : file_(std::move(file)) {}
 
     ConfigFile read() {
-        if (std::ifstream const probe(file_); !probe) {
-            throw ConfigError(file_, 0, 0, std::string("cannot read the configuration file: ") + std::strerror(errno));
+        std::string text;
+        try {
+            text = fl::filesystem::read_file(file_.string(), maxConfigFileBytes);
+        } catch (fl::filesystem::FileSystemError const& error) {
+            throw ConfigError(file_, 0, 0, "cannot read the configuration file: " + error.reason());
         }
+        return parse(text);
+    }
+
+    ConfigFile parse(std::string_view text) {
         toml::table table;
         try {
-            table = toml::parse_file(file_.string());
+            table = toml::parse(text, file_.string());
         } catch (toml::parse_error const& error) {
             auto const& where = error.source().begin;
-            std::string reason(error.description());
-            if (where.line == 0) {
-                reason = "cannot read the configuration file: " + reason;
-            }
-            throw ConfigError(file_, where.line, where.column, reason);
+            throw ConfigError(file_, where.line, where.column, ownWords(error.description()));
         }
         ConfigFile config;
         config.file = file_;
@@ -172,6 +182,10 @@ std::optional<std::filesystem::path> findConfigFile(std::filesystem::path const&
 
 ConfigFile readConfigFile(std::filesystem::path const& file) {
     return ConfigReader(file).read();
+}
+
+ConfigFile readConfigText(std::string_view text, std::filesystem::path const& file) {
+    return ConfigReader(file).parse(text);
 }
 
 std::optional<Severity> parseSeverity(std::string_view text) {

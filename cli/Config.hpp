@@ -4,6 +4,7 @@
 
 #include "cli/Options.hpp"
 
+#include <cstddef>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
@@ -13,6 +14,8 @@
 namespace depattr::cli {
 
 inline constexpr char const* configFileName = "depattr.toml";
+// The largest configuration file read; a larger one is an error, found before it is read.
+inline constexpr std::size_t maxConfigFileBytes = 16 << 20;
 
 // A configuration file that cannot be used. what() reads
 // "<file>:<line>:<column>: <reason>", or "<file>: <reason>" without a position.
@@ -41,6 +44,9 @@ std::optional<std::filesystem::path> findConfigFile(std::filesystem::path const&
 // exist are errors naming the file, line and column. Relative paths are taken
 // from the file's folder.
 ConfigFile readConfigFile(std::filesystem::path const& file);
+// The same for the text of a file; `file` names it in errors and its folder
+// anchors relative paths.
+ConfigFile readConfigText(std::string_view text, std::filesystem::path const& file);
 
 // "information", "warning", "problem" (any case); nothing for anything else.
 std::optional<dependency::attribute::Severity> parseSeverity(std::string_view text);

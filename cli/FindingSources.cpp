@@ -3,6 +3,8 @@
 #include "cli/HostAnalyzers.hpp"
 #include "platform/host/HostError.hpp"
 
+#include <algorithm>
+
 namespace depattr::cli {
 
 namespace {
@@ -55,12 +57,21 @@ std::vector<std::shared_ptr<AttributeAnalyzer>> FindingSources::track(std::vecto
 }
 
 std::string_view FindingSources::analyzerOf(std::shared_ptr<Attribute const> const& attribute) const {
-    auto const it = sources_.find(attribute);
-    return it == sources_.end() ? std::string_view{} : it->second;
+    auto const byAddress = [](Source const& a, Source const& b) { return a.attribute.get() < b.attribute.get(); };
+    if (sorted_ != sources_.size()) {
+        std::stable_sort(sources_.begin(), sources_.end(), byAddress);  // the first record of each stays first
+        sources_.erase(std::unique(sources_.begin(), sources_.end(),
+                                   [](Source const& a, Source const& b) { return a.attribute == b.attribute; }),
+                       sources_.end());
+        sources_.shrink_to_fit();
+        sorted_ = sources_.size();
+    }
+    auto const found = std::lower_bound(sources_.begin(), sources_.end(), Source{attribute, {}}, byAddress);
+    return found != sources_.end() && found->attribute == attribute ? found->analyzer : std::string_view{};
 }
 
 void FindingSources::record(std::shared_ptr<Attribute const> attribute, std::string_view analyzer) {
-    sources_.try_emplace(std::move(attribute), analyzer);
+    sources_.push_back({std::move(attribute), analyzer});  // sorted in at the next query
 }
 
 }  // namespace depattr::cli

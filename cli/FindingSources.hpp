@@ -10,7 +10,6 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace depattr::cli {
@@ -47,7 +46,15 @@ public:
     void record(std::shared_ptr<dependency::attribute::Attribute const> attribute, std::string_view analyzer);
 
 private:
-    std::unordered_map<std::shared_ptr<dependency::attribute::Attribute const>, std::string_view> sources_;
+    struct Source {
+        std::shared_ptr<dependency::attribute::Attribute const> attribute;
+        std::string_view analyzer;
+    };
+    // In the order recorded; sorted by attribute address (the first record of
+    // each kept first) when first asked. A large analysis records a million
+    // findings: a flat array takes half the memory of a hash map of them.
+    mutable std::vector<Source> sources_;
+    mutable std::size_t sorted_ = 0;  // how many of sources_ are sorted
 };
 
 }  // namespace depattr::cli

@@ -4,6 +4,8 @@
 #include "cli/Options.hpp"
 
 #include <filesystem>
+#include <memory>
+#include <ostream>
 #include <stdexcept>
 #include <string_view>
 
@@ -24,6 +26,31 @@ void writeStandardOutput(std::string_view data);
 
 // Creates or replaces `file` with `data`; throws OutputError with the reason.
 void writeFile(std::filesystem::path const& file, std::string_view data);
+
+// A report written as it is made, to standard output or to a file, through
+// a buffer: a large report never has to be held in memory whole. The first
+// failed write is remembered (later output is dropped) and reported by finish().
+class ReportOutput {
+public:
+    // `file` empty: standard output. Otherwise the file is created or
+    // replaced now; throws OutputError when it cannot be.
+    explicit ReportOutput(std::filesystem::path file);
+    ~ReportOutput();
+    ReportOutput(ReportOutput const&) = delete;
+    ReportOutput& operator=(ReportOutput const&) = delete;
+
+    std::ostream& stream();
+    // Writes what is buffered and closes a file; throws OutputError naming the
+    // target and the system's reason, as writeStandardOutput and writeFile do.
+    void finish();
+
+private:
+    class Buffer;
+    std::filesystem::path file_;
+    int fd_;
+    std::unique_ptr<Buffer> buffer_;
+    std::unique_ptr<std::ostream> stream_;
+};
 
 // Colour on standard output: "always" and "never" as said; "auto" when it is
 // a terminal, NO_COLOR is unset or empty, and TERM is not "dumb".

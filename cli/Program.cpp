@@ -49,10 +49,9 @@ void applyLocale(std::string name) {
 
 namespace {
 
-// The report in the chosen format, as text.
-std::string render(ProgramOptions const& options, dependency::graph::Graph const& graph, Report const& report,
-                   std::string_view toolVersion, bool colour) {
-    std::ostringstream out;
+// Writes the report in the chosen format.
+void render(std::ostream& out, ProgramOptions const& options, dependency::graph::Graph const& graph,
+            Report const& report, std::string_view toolVersion, bool colour) {
     if (options.format == "json") {
         writeJson(out, report, toolVersion);
     } else if (options.format == "sarif") {
@@ -66,7 +65,6 @@ std::string render(ProgramOptions const& options, dependency::graph::Graph const
     } else {
         writeText(out, report, colour);
     }
-    return std::move(out).str();
 }
 
 std::string failureMessage(AnalyzerFailure const& failure, dependency::graph::Graph const& graph,
@@ -117,7 +115,7 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
         throw;
     }
 
-    auto const sources = std::make_shared<FindingSources>();
+    auto sources = std::make_shared<FindingSources>();
     if (progress) {
         progress->startAnalysis(graph->nodeCount());
     }
@@ -159,6 +157,11 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
                                             .filter = &filter,
                                             .baseline = baseline ? &*baseline : nullptr,
                                             .workingFolder = std::filesystem::current_path()});
+    // The report holds everything shown from here on: the result and the
+    // record of which analyzer made which finding (a large graph's million
+    // findings) can go before the report is written.
+    result.reset();
+    sources.reset();
     report.graphName = options.graph.string();
     for (auto const& analyzer : chosen) {
         report.analyzers.emplace_back(analyzer.name);
@@ -182,12 +185,9 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
     }
 
     bool const toTerminal = options.output.empty() && isatty(STDOUT_FILENO) == 1;
-    auto const rendered = render(options, *graph, report, toolVersion, useColour(options.colour, toTerminal));
-    if (options.output.empty()) {
-        writeStandardOutput(rendered);
-    } else {
-        writeFile(options.output, rendered);
-    }
+    ReportOutput output(options.output);
+    render(output.stream(), options, *graph, report, toolVersion, useColour(options.colour, toTerminal));
+    output.finish();
     return report.fails() ? exitFindings : exitClean;
 }
 

@@ -15,12 +15,7 @@ constexpr std::size_t nodesBetweenClockReads = 256;
 }  // namespace
 
 ProgressMeter::ProgressMeter(std::size_t nodeCount, std::ostream& out, Clock::duration delay, Clock::duration interval)
-    : total_(nodeCount),
-      out_(out),
-      start_(Clock::now()),
-      delay_(delay),
-      interval_(interval),
-      nextDraw_(start_ + delay) {}
+    : total_(nodeCount), out_(out), start_(Clock::now()), interval_(interval), nextDraw_(start_ + delay) {}
 
 std::vector<std::shared_ptr<dependency::attribute::Attribute>> ProgressMeter::analyze(
     std::shared_ptr<dependency::graph::Node> const&, std::shared_ptr<dependency::graph::Graph const> const&) const {

@@ -41,7 +41,6 @@ private:
     std::size_t total_;
     std::ostream& out_;
     Clock::time_point start_;
-    Clock::duration delay_;
     Clock::duration interval_;
     mutable std::size_t done_ = 0;
     mutable Clock::time_point nextDraw_;

@@ -101,12 +101,12 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
             }
             Finding finding{attribute, {}, nullptr, {}, false};
             if (settings.sources != nullptr) {
-                finding.analyzer = std::string(settings.sources->analyzerOf(attribute));
+                finding.analyzer = settings.sources->analyzerOf(attribute);
                 finding.kind = kindOf(finding.analyzer, *attribute);
             }
-            finding.fingerprint =
-                fingerprintOf(node->getID(), attribute->getID(), englishNameOf(finding.kind, attribute->getName()));
-            if (settings.baseline != nullptr && settings.baseline->take(finding.fingerprint)) {
+            finding.fingerprint = fingerprintValueOf(node->getID(), attribute->getID(),
+                                                     englishNameOf(finding.kind, attribute->getName()));
+            if (settings.baseline != nullptr && settings.baseline->take(fingerprintText(finding.fingerprint))) {
                 finding.suppressed = true;
                 ++report.hiddenByBaseline;
             }
@@ -332,7 +332,7 @@ void writeGithub(std::ostream& out, Report const& report) {
             auto const& attribute = *finding.attribute;
             std::string title = toUtf8(attribute.getID());
             if (!finding.analyzer.empty()) {
-                title += " (" + finding.analyzer + ")";
+                title += " (" + std::string(finding.analyzer) + ")";
             }
             out << "::" << workflowLevel(attribute.getSeverity()) << " ";
             if (!entry.path.empty()) {
@@ -386,7 +386,7 @@ void writeJson(std::ostream& out, Report const& report, std::string_view toolVer
                 << ", \"name\": " << jsonString(toUtf8(attribute.getName()))
                 << ", \"severity\": " << jsonString(toString(attribute.getSeverity()))
                 << ", \"analyzer\": " << (finding.analyzer.empty() ? "null" : jsonString(finding.analyzer))
-                << ", \"fingerprint\": " << jsonString(finding.fingerprint)
+                << ", \"fingerprint\": " << jsonString(fingerprintText(finding.fingerprint))
                 << ", \"hasFix\": " << (attribute.hasFix() ? "true" : "false") << "}";
         }
         out << "\n    ]}";

@@ -6,10 +6,12 @@
 #include "cli/FindingSources.hpp"
 #include "platform/graph/Graph.hpp"
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace depattr::cli {
@@ -19,9 +21,10 @@ class FindingFilter;
 
 struct Finding {
     std::shared_ptr<dependency::attribute::Attribute> attribute;
-    std::string analyzer;               // the analyzer that reported it; empty when not known
+    std::string_view
+        analyzer;  // the analyzer that reported it (its name lives as long as the analyzer list); empty when not known
     FindingKind const* kind = nullptr;  // its kind, when a built-in analyzer reported it
-    std::string fingerprint;            // stable across runs, machines and languages
+    std::uint64_t fingerprint = 0;      // stable across runs, machines and languages (fingerprintText writes it)
     bool suppressed = false;            // hidden by the baseline (SARIF keeps it as suppressed)
 };
 

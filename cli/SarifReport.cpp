@@ -1,6 +1,7 @@
 // The SARIF 2.1.0 report: one run whose rules are the kinds of finding met and
 // whose results are the findings, located by file where the node has one and
 // always by the node's ID as a logical location.
+#include "cli/Baseline.hpp"
 #include "cli/Report.hpp"
 
 #include "cli/Texts.hpp"
@@ -84,7 +85,7 @@ std::string artifactLocation(Node const& node, std::filesystem::path const& base
 // findings of four analyzers, and a missing product's ID carries the product.
 std::string ruleIdOf(Finding const& finding) {
     std::string const id = finding.kind != nullptr ? std::string(finding.kind->id) : toUtf8(finding.attribute->getID());
-    return finding.analyzer.empty() ? id : finding.analyzer + "/" + id;
+    return finding.analyzer.empty() ? id : std::string(finding.analyzer) + "/" + id;
 }
 
 std::string message(std::string_view text) {
@@ -147,7 +148,7 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
                 jsonString(id), rule->second, jsonString(levelOf(attribute.getSeverity())),
                 message(toUtf8(attribute.getName())),
                 artifact.empty() ? "" : "\"physicalLocation\": {\"artifactLocation\": " + artifact + "}, ", logical,
-                jsonString(finding.fingerprint), nodeKind);
+                jsonString(fingerprintText(finding.fingerprint)), nodeKind);
             if (finding.suppressed) {
                 results +=
                     ", \"suppressions\": [{\"kind\": \"external\", \"status\": \"accepted\", "

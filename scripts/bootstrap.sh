@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build needs. Idempotent: packages already
+# Installs the Debian packages the build needs (clang, its sanitizer and
+# fuzzer runtimes and llvm's symbolizer are for the fuzz targets). Idempotent: packages already
 # present are skipped, and apt is not touched at all when nothing is missing.
 set -euo pipefail
 
@@ -9,6 +10,7 @@ packages=(
   libsimdjson-dev libpugixml-dev libcli11-dev libfmt-dev libtomlplusplus-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   python3 python3-jsonschema
+  clang libclang-rt-14-dev llvm
 )
 
 missing=()

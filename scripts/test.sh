@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Sets up and runs every test: a warnings-as-errors build with all unit tests,
-# then the unit tests again under ASan+UBSan and under TSan.
+# then the unit tests again under ASan+UBSan and under TSan, then every fuzz
+# target (clang, libFuzzer, ASan+UBSan) for 30 seconds (FUZZ_SECONDS).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -19,3 +20,10 @@ run_suite() {
 run_suite build/ci -DCMAKE_BUILD_TYPE=RelWithDebInfo
 run_suite build/asan -DCMAKE_BUILD_TYPE=Debug -DDEPATTR_SANITIZE=address -DDEPATTR_BUILD_BENCH=OFF
 run_suite build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDEPATTR_SANITIZE=thread -DDEPATTR_BUILD_BENCH=OFF
+
+echo "== configure and build build/fuzz (clang, libFuzzer, ASan+UBSan)"
+CC=clang CXX=clang++ cmake -S . -B build/fuzz -G Ninja -DDEPATTR_WERROR=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DDEPATTR_SANITIZE=address -DDEPATTR_BUILD_FUZZ=ON -DDEPATTR_BUILD_TESTS=OFF -DDEPATTR_BUILD_BENCH=OFF >/dev/null
+cmake --build build/fuzz -j "${jobs}" --target fuzz_all
+echo "== fuzz every target for ${FUZZ_SECONDS:-30} s"
+bash fuzz/run.sh build/fuzz "${FUZZ_SECONDS:-30}"

@@ -17,14 +17,11 @@ namespace ca {
 
 AnalysisResult::AnalysisResult(std::unique_ptr<astapi::SyntaxTree> tree, std::vector<SyntaxError> errors,
                                std::u16string ownerName)
-    : tree_(std::move(tree)), errors_(std::move(errors)), ownerName_(std::move(ownerName))
-{
-}
+    : tree_(std::move(tree)), errors_(std::move(errors)), ownerName_(std::move(ownerName)) {}
 
 AnalysisResult::~AnalysisResult() = default;
 
-std::size_t AnalysisResult::memoryBytes() const noexcept
-{
+std::size_t AnalysisResult::memoryBytes() const noexcept {
     auto bytes = sizeof(AnalysisResult) + sizeof(astapi::SyntaxTree) + tree_->memoryBytes() +
                  errors_.capacity() * sizeof(SyntaxError) + ownerName_.capacity() * sizeof(char16_t);
     for (auto const& error : errors_) {
@@ -35,8 +32,7 @@ std::size_t AnalysisResult::memoryBytes() const noexcept
 
 SingleFileAnalyzer::~SingleFileAnalyzer() = default;
 
-std::shared_ptr<AnalysisResult const> analyzeText(std::string_view code, std::size_t treeByteLimit)
-{
+std::shared_ptr<AnalysisResult const> analyzeText(std::string_view code, std::size_t treeByteLimit) {
     auto outcome = detail::parse(code, treeByteLimit);
     return std::make_shared<AnalysisResult const>(std::move(outcome.tree), std::move(outcome.errors),
                                                   std::move(outcome.ownerName));
@@ -46,16 +42,14 @@ namespace {
 
 using detail::FileVersion;
 
-[[noreturn]] void throwUnreadable(std::string const& nativePath, int error)
-{
+[[noreturn]] void throwUnreadable(std::string const& nativePath, int error) {
     throw FileReadError("cannot read the code file '" + nativePath + "': " + std::strerror(error));
 }
 
 class FileDescriptor {
 public:
     explicit FileDescriptor(int fd) noexcept : fd_(fd) {}
-    ~FileDescriptor()
-    {
+    ~FileDescriptor() {
         if (fd_ >= 0) {
             ::close(fd_);
         }
@@ -69,18 +63,23 @@ private:
 };
 
 // Reads the whole file; the version is taken from the open file so that it describes the bytes read.
-std::string readFile(std::string const& nativePath, FileVersion& version)
-{
-    FileDescriptor file(::open(nativePath.c_str(), O_RDONLY | O_CLOEXEC));
+std::string readFile(std::string const& nativePath, FileVersion& version) {
+    // Non-blocking, so that a pipe without a writer is refused below instead of waited on.
+    FileDescriptor file(::open(nativePath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (file.get() < 0) {
         throwUnreadable(nativePath, errno);
     }
-    struct stat status{};
+    struct stat status {};
     if (::fstat(file.get(), &status) != 0) {
         throwUnreadable(nativePath, errno);
     }
     if (!S_ISREG(status.st_mode)) {
         throwUnreadable(nativePath, S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
+    }
+    if (static_cast<std::uintmax_t>(status.st_size) > maxCodeFileBytes) {
+        throw FileReadError("cannot read the code file '" + nativePath + "': it holds " +
+                            std::to_string(status.st_size) + " bytes, more than the " +
+                            std::to_string(maxCodeFileBytes) + " bytes a code file may hold");
     }
     version = FileVersion::of(status);
     std::string content;
@@ -88,6 +87,10 @@ std::string readFile(std::string const& nativePath, FileVersion& version)
     std::size_t done = 0;
     for (;;) {
         if (done == content.size()) {
+            if (done >= maxCodeFileBytes) {
+                throw FileReadError("cannot read the code file '" + nativePath + "': it grew past the " +
+                                    std::to_string(maxCodeFileBytes) + " bytes a code file may hold");
+            }
             content.resize(content.size() + 4096);  // the file may have grown since fstat
         }
         auto const got = ::read(file.get(), content.data() + done, content.size() - done);
@@ -108,15 +111,14 @@ std::string readFile(std::string const& nativePath, FileVersion& version)
 
 class CachingSingleFileAnalyzer final : public SingleFileAnalyzer {
 public:
-    std::shared_ptr<AnalysisResult const> analyze(std::u16string const& path) override
-    {
+    std::shared_ptr<AnalysisResult const> analyze(std::u16string const& path) override {
         // An unpaired surrogate becomes U+FFFD, and the path then names no file.
         auto const nativePath = fl::i18n::to_string(path);
         if (nativePath.find('\0') != std::string::npos) {
             throw FileReadError("cannot read the code file '" + fl::i18n::to_string(path.substr(0, path.find(u'\0'))) +
                                 "...': the path contains a NUL character");
         }
-        struct stat status{};
+        struct stat status {};
         if (::stat(nativePath.c_str(), &status) != 0) {
             throwUnreadable(nativePath, errno);
         }
@@ -134,14 +136,17 @@ public:
 
 }  // namespace
 
-std::unique_ptr<SingleFileAnalyzer> createSingleFileAnalyzer()
-{
+std::unique_ptr<SingleFileAnalyzer> createSingleFileAnalyzer() {
     return std::make_unique<CachingSingleFileAnalyzer>();
 }
 
-void setResultCacheCapacity(std::size_t bytes) { detail::ResultCache::instance().setCapacity(bytes); }
+void setResultCacheCapacity(std::size_t bytes) {
+    detail::ResultCache::instance().setCapacity(bytes);
+}
 
-std::size_t resultCacheCapacity() { return detail::ResultCache::instance().capacity(); }
+std::size_t resultCacheCapacity() {
+    return detail::ResultCache::instance().capacity();
+}
 
 }  // namespace ca
 
@@ -150,28 +155,24 @@ namespace lf::astapi {
 using ca::astapi::Node;
 using ca::astapi::NodeKind;
 
-std::span<Node const* const> NodeCustomization<Method<ca::astapi::CA>>::getAttributes(Node const& method) noexcept
-{
+std::span<Node const* const> NodeCustomization<Method<ca::astapi::CA>>::getAttributes(Node const& method) noexcept {
     if (method.kind() != NodeKind::MethodDefinition) {
         return {};
     }
     return method.list(15, 16);
 }
 
-std::u16string_view NodeCustomization<Attribute<ca::astapi::CA>>::getName(Node const& attribute) noexcept
-{
+std::u16string_view NodeCustomization<Attribute<ca::astapi::CA>>::getName(Node const& attribute) noexcept {
     auto const* name = attribute.kind() == NodeKind::Attribute ? attribute.child(0) : nullptr;
     return name != nullptr ? name->identifier().getString() : std::u16string_view();
 }
 
-Node const* NodeCustomization<Attribute<ca::astapi::CA>>::getOperand(Node const& attribute) noexcept
-{
+Node const* NodeCustomization<Attribute<ca::astapi::CA>>::getOperand(Node const& attribute) noexcept {
     return attribute.kind() == NodeKind::Attribute ? attribute.child(1) : nullptr;
 }
 
 bool NodeCustomization<Attribute<ca::astapi::CA>>::isAttributeWithGivenLogicalValue(Node const& attribute,
-                                                                                   bool value) noexcept
-{
+                                                                                    bool value) noexcept {
     return attribute.kind() == NodeKind::Attribute && attribute.child(1) == nullptr &&
            attribute.logicalValue() == value;
 }

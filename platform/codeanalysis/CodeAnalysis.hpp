@@ -31,8 +31,7 @@ public:
 // The immutable outcome of analysing one file.
 class AnalysisResult {
 public:
-    AnalysisResult(std::unique_ptr<astapi::SyntaxTree> tree, std::vector<SyntaxError> errors,
-                   std::u16string ownerName);
+    AnalysisResult(std::unique_ptr<astapi::SyntaxTree> tree, std::vector<SyntaxError> errors, std::u16string ownerName);
     ~AnalysisResult();
 
     bool hasErrors() const noexcept { return !errors_.empty(); }
@@ -54,7 +53,8 @@ class SingleFileAnalyzer {
 public:
     virtual ~SingleFileAnalyzer();
     // Analyses the file at path (UTF-16). Syntax errors are reported by the result; only a file that cannot be
-    // read throws (FileReadError). Results are shared: an unchanged file (same device, inode, size, modification
+    // read throws (FileReadError): absent, unreadable, a folder, not a regular file (a pipe is never waited on), or
+    // larger than maxCodeFileBytes. Results are shared: an unchanged file (same device, inode, size, modification
     // and status-change time) is parsed once per process while the result cache keeps it.
     virtual std::shared_ptr<AnalysisResult const> analyze(std::u16string const& path) = 0;
 };
@@ -66,8 +66,13 @@ std::unique_ptr<SingleFileAnalyzer> createSingleFileAnalyzer();
 // result ("the code is too large to analyse ..."), and its parse stops there.
 inline constexpr std::size_t maxSyntaxTreeBytes = std::size_t{256} << 20;
 
+// Largest code file read, in bytes: a larger one could never make a tree within maxSyntaxTreeBytes unless it is
+// almost all comments, and reading it whole could exhaust memory; it throws FileReadError before it is read.
+inline constexpr std::size_t maxCodeFileBytes = std::size_t{256} << 20;
+
 // Parses code held in memory (UTF-8). Never throws for bad code.
-std::shared_ptr<AnalysisResult const> analyzeText(std::string_view code, std::size_t treeByteLimit = maxSyntaxTreeBytes);
+std::shared_ptr<AnalysisResult const> analyzeText(std::string_view code,
+                                                  std::size_t treeByteLimit = maxSyntaxTreeBytes);
 
 // Deepest nesting of blocks and expressions that the parser accepts; deeper code is a syntax error. The bound holds
 // on a thread with 256 KiB of stack; on a smaller stack, code nested too deeply for it is a syntax error as well.

@@ -5,7 +5,9 @@
 #include <boost/date_time/posix_time/conversion.hpp>
 #include <boost/date_time/posix_time/posix_time_duration.hpp>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -35,12 +37,30 @@ boost::posix_time::ptime toPtime(struct timespec const& when) {
 
 }  // namespace
 
-FileSystemError::FileSystemError(std::u16string const& path, std::string const& reason)
-    : std::runtime_error("cannot query '" + i18n::to_string(path) + "': " + reason), path_(path) {}
+FileSystemError::FileSystemError(std::u16string const& path, std::string const& reason, int errorNumber)
+    : std::runtime_error("cannot query '" + i18n::to_string(path) + "': " + reason),
+      path_(path),
+      reason_(reason),
+      errorNumber_(errorNumber) {}
 
 bool exists(std::u16string const& path) {
-    std::string const native = narrowPath(path);
+    // Most paths are ASCII and short: they are narrowed into a buffer on the
+    // stack, so that the query costs the system call and little else. Any
+    // other path (non-ASCII, a NUL, empty, long) takes the general conversion.
+    char buffer[512];
+    std::size_t const size = path.size();
+    bool ascii = size > 0 && size < sizeof buffer;
+    for (std::size_t i = 0; ascii && i < size; ++i) {
+        char16_t const c = path[i];
+        ascii = c != 0 && c < 0x80;
+        buffer[i] = static_cast<char>(c);
+    }
     struct stat info {};
+    if (ascii) {
+        buffer[size] = '\0';
+        return ::stat(buffer, &info) == 0;
+    }
+    std::string const native = narrowPath(path);
     return ::stat(native.c_str(), &info) == 0;
 }
 
@@ -48,7 +68,7 @@ Status status_express_light(std::u16string const& path) {
     std::string const native = narrowPath(path);
     struct stat info {};
     if (::stat(native.c_str(), &info) != 0) {
-        throw FileSystemError(path, std::strerror(errno));
+        throw FileSystemError(path, std::strerror(errno), errno);
     }
     Status status;
     status.last_modified = toPtime(info.st_mtim);
@@ -56,6 +76,67 @@ Status status_express_light(std::u16string const& path) {
     status.is_directory = S_ISDIR(info.st_mode);
     status.is_regular_file = S_ISREG(info.st_mode);
     return status;
+}
+
+RegularFile::RegularFile(std::string const& nativePath, std::size_t maxBytes) : path_(nativePath) {
+    auto const fail = [&](std::string const& reason, int errorNumber = 0) {
+        return FileSystemError(i18n::to_ustring(path_), reason, errorNumber);
+    };
+    if (path_.find('\0') != std::string::npos) {
+        // The system would read the path only up to the NUL: another file.
+        throw fail("the path contains a NUL character");
+    }
+    // Non-blocking, so that opening a pipe without a writer does not wait; a
+    // regular file reads the same either way.
+    fd_ = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd_ < 0) {
+        throw fail(std::strerror(errno), errno);
+    }
+    struct stat info {};
+    std::string problem;
+    if (::fstat(fd_, &info) != 0) {
+        problem = std::strerror(errno);
+    } else if (S_ISDIR(info.st_mode)) {
+        problem = "it is a folder";
+    } else if (!S_ISREG(info.st_mode)) {
+        problem = "it is not a regular file";
+    } else if (static_cast<std::uintmax_t>(info.st_size) > maxBytes) {
+        problem = "it holds " + std::to_string(info.st_size) + " bytes, more than the " + std::to_string(maxBytes) +
+                  " bytes allowed";
+    }
+    if (!problem.empty()) {
+        ::close(fd_);
+        throw fail(problem);
+    }
+    size_ = static_cast<std::size_t>(info.st_size);
+}
+
+RegularFile::~RegularFile() {
+    ::close(fd_);
+}
+
+void RegularFile::read(char* buffer) const {
+    std::size_t done = 0;
+    while (done < size_) {
+        ssize_t const got = ::read(fd_, buffer + done, size_ - done);
+        if (got < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            throw FileSystemError(i18n::to_ustring(path_), std::strerror(errno), errno);
+        }
+        if (got == 0) {
+            throw FileSystemError(i18n::to_ustring(path_), "it shrank while it was read");
+        }
+        done += static_cast<std::size_t>(got);
+    }
+}
+
+std::string read_file(std::string const& nativePath, std::size_t maxBytes) {
+    RegularFile const file(nativePath, maxBytes);
+    std::string content(file.size(), '\0');
+    file.read(content.data());
+    return content;
 }
 
 namespace detail {

@@ -3,6 +3,7 @@
 
 #include <boost/date_time/posix_time/ptime.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -12,11 +13,17 @@ namespace fl::filesystem {
 // A path could not be queried; what() names the path and the system's reason.
 class FileSystemError : public std::runtime_error {
 public:
-    FileSystemError(std::u16string const& path, std::string const& reason);
+    FileSystemError(std::u16string const& path, std::string const& reason, int errorNumber = 0);
     std::u16string const& path() const noexcept { return path_; }
+    // The system's reason (or ours, such as "it is a folder"), without the path.
+    std::string const& reason() const noexcept { return reason_; }
+    // The system's error number (errno), or 0 when the reason is ours.
+    int errorNumber() const noexcept { return errorNumber_; }
 
 private:
     std::u16string path_;
+    std::string reason_;
+    int errorNumber_ = 0;
 };
 
 // True when something (file, folder, ...) exists at the path; false when not or
@@ -34,6 +41,32 @@ struct Status {
 // Status of what the path names (symbolic links followed). Throws
 // std::invalid_argument for a rejected path and FileSystemError when the path cannot be stat'ed.
 Status status_express_light(std::u16string const& path);
+
+// A regular file opened to be read whole: checked and measured before a
+// byte is read. The constructor throws FileSystemError, whose reason() is the
+// system's reason when the file cannot be opened, "it is a folder", "it is not
+// a regular file" (a pipe or a device, which is never waited on), or "it holds
+// N bytes, more than the M bytes allowed" when it is larger than `maxBytes`.
+class RegularFile {
+public:
+    RegularFile(std::string const& nativePath, std::size_t maxBytes);
+    ~RegularFile();
+    RegularFile(RegularFile const&) = delete;
+    RegularFile& operator=(RegularFile const&) = delete;
+
+    std::size_t size() const noexcept { return size_; }
+    // Reads size() bytes into `buffer`. Throws FileSystemError with the
+    // system's reason, or when the file shrank since it was measured.
+    void read(char* buffer) const;
+
+private:
+    std::string path_;
+    int fd_ = -1;
+    std::size_t size_ = 0;
+};
+
+// The whole content of a regular file, as RegularFile reads it.
+std::string read_file(std::string const& nativePath, std::size_t maxBytes);
 
 namespace detail {
 // The path as the operating system takes it: separators as the system writes

@@ -1,15 +1,16 @@
 #include "platform/fl/MessageCatalog.hpp"
 
+#include "platform/fl/FileSystem.hpp"
 #include "platform/fl/detail/BuiltInCatalogs.hpp"
+#include "platform/fl/detail/CatalogText.hpp"
 
 #include <boost/locale/info.hpp>
 #include <pugixml.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <locale>
 #include <map>
 #include <memory>
@@ -24,7 +25,7 @@ namespace {
 
 constexpr char const* fallbackLanguage = "en";
 
-using Messages = std::unordered_map<std::string, std::u16string>;
+using Messages = detail::CatalogMessages;
 
 // ASCII-only character tests: names and language codes are ASCII whatever the C
 // locale says.
@@ -50,7 +51,7 @@ std::size_t lineOfOffset(std::string_view text, std::ptrdiff_t offset) {
 }
 
 std::string position(std::string_view text, std::ptrdiff_t offset) {
-    return "line " + std::to_string(lineOfOffset(text, offset)) + ", offset " + std::to_string(offset);
+    return "malformed at line " + std::to_string(lineOfOffset(text, offset)) + ", offset " + std::to_string(offset);
 }
 
 // "QORVEX:dependency:attribute" -> "dependency/attribute.xml": the leading
@@ -98,12 +99,27 @@ std::u16string messageText(std::string const& file, std::string_view source, pug
                                          "> inside message '" + key + "'");
         }
     }
+    // A character reference to a surrogate (&#xD800;) decodes to bytes that are not UTF-8.
+    if (first_invalid_utf8(text)) {
+        throw CatalogError(file, position(source, message.offset_debug()) + ": message '" + key +
+                                     "' refers to a character that does not exist (a lone surrogate)");
+    }
     return to_ustring(text);
 }
 
-// Parses the text of one catalog; `file` names it in errors.
-std::shared_ptr<Messages const> parseCatalog(std::string const& file, std::string_view source,
-                                             std::string const& catalog) {
+}  // namespace
+
+std::shared_ptr<Messages const> detail::parseCatalogText(std::string const& file, std::string_view source,
+                                                         std::string const& catalog) {
+    // The XML reader takes text as it is: bytes that are not UTF-8, and a NUL
+    // that would end its strings early, are refused here with their place.
+    if (auto const nul = source.find('\0'); nul != std::string_view::npos) {
+        throw CatalogError(file, position(source, static_cast<std::ptrdiff_t>(nul)) + ": a NUL byte");
+    }
+    if (auto const invalid = first_invalid_utf8(source)) {
+        throw CatalogError(file,
+                           position(source, static_cast<std::ptrdiff_t>(*invalid)) + ": the text is not valid UTF-8");
+    }
     pugi::xml_document document;
     pugi::xml_parse_result const parsed =
         document.load_buffer(source.data(), source.size(), pugi::parse_default, pugi::encoding_utf8);
@@ -149,18 +165,7 @@ std::shared_ptr<Messages const> parseCatalog(std::string const& file, std::strin
     return messages;
 }
 
-std::string readWholeFile(std::string const& file) {
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(file, error)) {
-        throw CatalogError(file, "not a regular file");
-    }
-    std::ifstream in(file, std::ios::binary);
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (in.bad()) {
-        throw CatalogError(file, "cannot be read");
-    }
-    return text;
-}
+namespace {
 
 std::optional<std::string_view> builtInText(std::string const& relative) {
     auto const files = detail::builtInCatalogFiles();
@@ -178,11 +183,16 @@ class CatalogCache {
 public:
     std::shared_ptr<Messages const> fromFile(std::string const& file, std::string const& catalog) {
         return get(file, [&]() -> std::shared_ptr<Messages const> {
-            std::error_code error;
-            if (!std::filesystem::exists(file, error)) {
-                return nullptr;
+            std::string text;
+            try {
+                text = filesystem::read_file(file, maxCatalogFileBytes);
+            } catch (filesystem::FileSystemError const& error) {
+                if (error.errorNumber() == ENOENT) {
+                    return nullptr;  // no catalog of this language
+                }
+                throw CatalogError(file, "cannot be read: " + error.reason());
             }
-            return parseCatalog(file, readWholeFile(file), catalog);
+            return detail::parseCatalogText(file, text, catalog);
         });
     }
 
@@ -190,7 +200,7 @@ public:
                                             std::string const& catalog) {
         return get(name, [&]() -> std::shared_ptr<Messages const> {
             auto const text = builtInText(relative);
-            return text ? parseCatalog(name, *text, catalog) : nullptr;
+            return text ? detail::parseCatalogText(name, *text, catalog) : nullptr;
         });
     }
 
@@ -295,7 +305,7 @@ MessageNotFound::MessageNotFound(std::string const& catalog, std::string const& 
       key_(key) {}
 
 CatalogError::CatalogError(std::string const& file, std::string const& detail)
-    : std::runtime_error("malformed message catalog " + file + ": " + detail), file_(file) {}
+    : std::runtime_error("message catalog " + file + ": " + detail), file_(file) {}
 
 std::u16string MessageCatalog::get_message(resource_core::BaseMsgID const& id) {
     return get_message(id, current_language());

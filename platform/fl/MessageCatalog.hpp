@@ -8,8 +8,11 @@
 
 #include "platform/foundation/BaseMsgID.hpp"
 
+#include <cstddef>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace fl::i18n {
@@ -27,9 +30,10 @@ private:
     std::string key_;
 };
 
-// A catalog file exists but cannot be used: malformed XML, a wrong root
-// element, a message without key, a key given twice. what() names the file and,
-// where known, the line and byte offset.
+// A catalog file exists but cannot be used: it cannot be read (no permission,
+// a folder, a link loop, larger than maxCatalogFileBytes), or it is malformed:
+// bad XML, a wrong root element, a message without key, a key given twice.
+// what() names the file and, where known, the line and byte offset.
 class CatalogError : public std::runtime_error {
 public:
     CatalogError(std::string const& file, std::string const& detail);
@@ -38,6 +42,9 @@ public:
 private:
     std::string file_;
 };
+
+// The largest catalog file read; a larger one is an error, found before it is read.
+inline constexpr std::size_t maxCatalogFileBytes = 16 << 20;
 
 class MessageCatalog {
 public:
@@ -76,6 +83,10 @@ std::string language_of_locale_name(std::string const& localeName);
 std::string to_string(std::u16string const& text);        // UTF-16 -> UTF-8
 std::u16string to_ustring(std::string const& text);       // UTF-8 -> UTF-16
 std::string ustring_to_utf8(std::u16string const& text);  // same as to_string
+// The byte offset of the first byte of `text` that does not begin a valid
+// UTF-8 sequence (overlong forms, encoded surrogates and values beyond U+10FFFF
+// are not valid), or nothing when all of it is valid.
+std::optional<std::size_t> first_invalid_utf8(std::string_view text);
 // Appends the UTF-8 form of one code point (a lone surrogate is encoded as it
 // is).
 void append_utf8(std::string& out, char32_t c);

@@ -4,6 +4,8 @@
 #include "platform/fl/MessageCatalog.hpp"
 
 #include <cstdint>
+#include <optional>
+#include <string_view>
 
 namespace fl::i18n {
 
@@ -26,7 +28,7 @@ bool isContinuation(unsigned char byte) {
 }
 
 // Decodes one code point at `pos` and advances past it; an invalid sequence yields U+FFFD and advances by one byte.
-char32_t decodeUtf8(std::string const& text, std::size_t& pos) {
+char32_t decodeUtf8(std::string_view text, std::size_t& pos) {
     auto const lead = static_cast<unsigned char>(text[pos]);
     std::size_t length = 0;
     char32_t c = 0;
@@ -99,6 +101,17 @@ std::string to_string(std::u16string const& text) {
         append_utf8(out, c);
     }
     return out;
+}
+
+std::optional<std::size_t> first_invalid_utf8(std::string_view text) {
+    std::size_t pos = 0;
+    while (pos < text.size()) {
+        std::size_t const start = pos;
+        if (decodeUtf8(text, pos) == replacementCharacter && pos == start + 1) {
+            return start;  // a replacement made for a bad sequence, not an encoded U+FFFD
+        }
+    }
+    return std::nullopt;
 }
 
 std::string ustring_to_utf8(std::u16string const& text) {

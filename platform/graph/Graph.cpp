@@ -1,8 +1,12 @@
 #include "platform/graph/Graph.hpp"
 
+#include "platform/graph/detail/GraphStore.hpp"
+
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <stdexcept>
+#include <utility>
 
 namespace dependency::graph {
 
@@ -50,11 +54,34 @@ std::vector<Type> const& Type::all() {
     return types;
 }
 
-Node::Node(NodeData data) : data_(std::move(data)) {}
+Node::Node(NodeData data)
+    : id_(std::move(data.id)),
+      location_(std::move(data.location)),
+      properties_(data.properties.empty() ? nullptr : std::make_unique<Properties const>(std::move(data.properties))),
+      type_(data.type),
+      isFile_(data.isFile),
+      resolved_(data.resolved),
+      nameIsId_(data.name == id_),
+      pathIsFirstLocation_(!location_.empty() && (data.pathIsFirstLocation || data.path == location_.front())) {
+    if (!nameIsId_) {
+        name_ = std::move(data.name);
+    }
+    if (!pathIsFirstLocation_) {
+        path_ = std::move(data.path);
+    }
+}
+
+Properties const& Node::getProperties() const noexcept {
+    static Properties const none;
+    return properties_ ? *properties_ : none;
+}
 
 std::optional<std::u16string> Node::getProperty(std::u16string const& key) const {
-    auto const it = data_.properties.find(key);
-    if (it == data_.properties.end()) {
+    if (!properties_) {
+        return std::nullopt;
+    }
+    auto const it = properties_->find(key);
+    if (it == properties_->end()) {
         return std::nullopt;
     }
     return it->second;
@@ -70,18 +97,38 @@ bool operator==(Node const& a, Node const& b) noexcept {
 }
 
 Dependency::Dependency(std::shared_ptr<Node> upstream, std::shared_ptr<Node> downstream, Type relationship)
-    : upstream_(std::move(upstream)), downstream_(std::move(downstream)), relationship_(relationship) {
-    if (!upstream_ || !downstream_) {
+    : upstream_(nullptr), downstream_(nullptr), relationship_(relationship) {
+    if (!upstream || !downstream) {
         throw std::invalid_argument("a dependency needs both of its nodes");
+    }
+    upstream_ = new std::shared_ptr<Node>[2] { std::move(upstream), std::move(downstream) };
+    downstream_ = upstream_ + 1;
+    owned_ = true;
+}
+
+Dependency::Dependency(std::shared_ptr<Node> const* upstream, std::shared_ptr<Node> const* downstream,
+                       Type relationship) noexcept
+    : upstream_(upstream), downstream_(downstream), relationship_(relationship) {}
+
+Dependency::~Dependency() {
+    if (owned_) {
+        delete[] upstream_;
     }
 }
 
-Graph::Graph() = default;
+Dependency::Dependency(Dependency&& other) noexcept
+    : upstream_(other.upstream_),
+      downstream_(other.downstream_),
+      relationship_(other.relationship_),
+      owned_(std::exchange(other.owned_, false)) {}
 
-Graph::Graph(std::vector<std::shared_ptr<Node>> nodes, std::vector<std::shared_ptr<Dependency>> dependencies)
-    : nodes_(std::move(nodes)), downstream_(nodes_.size()), dependencyCount_(dependencies.size()) {
-    indexById_.reserve(nodes_.size());
-    for (auto const& node : nodes_) {
+Graph::Graph() : store_(std::make_shared<detail::GraphStore const>()), firstDependency_{0} {}
+
+Graph::Graph(std::vector<std::shared_ptr<Node>> nodes, std::vector<std::shared_ptr<Dependency>> dependencies) {
+    auto store = std::make_shared<detail::GraphStore>();
+    store->nodes = std::move(nodes);
+    indexById_.reserve(store->nodes.size());
+    for (auto const& node : store->nodes) {
         if (!node) {
             throw std::invalid_argument("a graph cannot hold a null node");
         }
@@ -89,26 +136,46 @@ Graph::Graph(std::vector<std::shared_ptr<Node>> nodes, std::vector<std::shared_p
             throw std::invalid_argument("a graph cannot hold two nodes with one ID");
         }
     }
-    for (auto& dependency : dependencies) {
-        auto const upstream = indexById_.find(dependency->getUpstreamNode()->getID());
-        if (!upstream || !indexById_.find(dependency->getDownstreamNode()->getID())) {
+    if (dependencies.size() >= std::numeric_limits<std::uint32_t>::max()) {
+        throw std::length_error("a graph can hold at most 4294967294 dependencies");
+    }
+    // Grouped by upstream node, each group in the given order.
+    std::vector<std::uint32_t> upstreamOf(dependencies.size());
+    firstDependency_.assign(store->nodes.size() + 1, 0);
+    for (std::size_t i = 0; i < dependencies.size(); ++i) {
+        auto const upstream = indexById_.find(dependencies[i]->getUpstreamNode()->getID());
+        if (!upstream || !indexById_.find(dependencies[i]->getDownstreamNode()->getID())) {
             throw std::invalid_argument("a dependency must join two nodes of its graph");
         }
-        downstream_[*upstream].push_back(std::move(dependency));
+        upstreamOf[i] = static_cast<std::uint32_t>(*upstream);
+        ++firstDependency_[*upstream + 1];
     }
+    for (std::size_t i = 1; i < firstDependency_.size(); ++i) {
+        firstDependency_[i] += firstDependency_[i - 1];
+    }
+    dependencies_.resize(dependencies.size());
+    std::vector<std::uint32_t> next(firstDependency_.begin(), firstDependency_.end() - 1);
+    for (std::size_t i = 0; i < dependencies.size(); ++i) {
+        dependencies_[next[upstreamOf[i]]++] = std::move(dependencies[i]);
+    }
+    store_ = std::move(store);
 }
 
-Graph::Graph(std::vector<std::shared_ptr<Node>> nodes, Adjacency downstream, detail::NodeIndex index,
-             std::size_t dependencyCount)
-    : nodes_(std::move(nodes)),
-      downstream_(std::move(downstream)),
-      indexById_(std::move(index)),
-      dependencyCount_(dependencyCount) {}
+Graph::Graph(std::shared_ptr<detail::GraphStore const> store, std::vector<std::shared_ptr<Dependency>> dependencies,
+             std::vector<std::uint32_t> firstDependency, detail::NodeIndex index)
+    : store_(std::move(store)),
+      dependencies_(std::move(dependencies)),
+      firstDependency_(std::move(firstDependency)),
+      indexById_(std::move(index)) {}
 
 Graph::~Graph() = default;
 
+std::size_t Graph::nodeCount() const noexcept {
+    return store_->nodes.size();
+}
+
 NodeRange Graph::getNodes() const {
-    return NodeRange(nodes_);
+    return NodeRange(store_->nodes);
 }
 
 DependencyRange Graph::getDownstreamDependencies(Node const& node) const {
@@ -116,12 +183,14 @@ DependencyRange Graph::getDownstreamDependencies(Node const& node) const {
     if (!position) {
         return {};
     }
-    return DependencyRange(downstream_[*position]);
+    auto const begin = dependencies_.begin();
+    return DependencyRange(
+        boost::make_iterator_range(begin + firstDependency_[*position], begin + firstDependency_[*position + 1]));
 }
 
 std::shared_ptr<Node> Graph::findNode(std::u16string_view id) const {
     auto const position = indexById_.find(id);
-    return position ? nodes_[*position] : nullptr;
+    return position ? store_->nodes[*position] : nullptr;
 }
 
 }  // namespace dependency::graph

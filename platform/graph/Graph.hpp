@@ -76,46 +76,76 @@ struct NodeData {
     bool isFile = false;
     bool resolved = true;
     Properties properties{};
+    // When set, the path is the first location entry, and `path` is not read.
+    bool pathIsFirstLocation = false;
 };
 
 // One node of the graph. Immutable; held through std::shared_ptr<Node>.
 // Nodes are identified by their ID: ordering and equality compare IDs only,
 // so two node objects made separately for the same ID are equivalent.
+//
+// A large graph holds millions of nodes, so a node keeps what it is given
+// without repeating it: a name equal to the ID and a path equal to the first
+// location entry are kept once, and a node without properties holds none.
 class Node {
 public:
     explicit Node(NodeData data);
 
-    std::u16string const& getID() const noexcept { return data_.id; }
-    std::u16string getName() const { return data_.name; }
-    std::u16string const& getPath() const noexcept { return data_.path; }
-    std::vector<std::u16string> const& getLocation() const noexcept { return data_.location; }
-    Type getType() const noexcept { return data_.type; }
-    bool isFile() const noexcept { return data_.isFile; }
-    bool isResolved() const noexcept { return data_.resolved; }
+    std::u16string const& getID() const noexcept { return id_; }
+    std::u16string getName() const { return nameIsId_ ? id_ : name_; }
+    std::u16string const& getPath() const noexcept { return pathIsFirstLocation_ ? location_.front() : path_; }
+    std::vector<std::u16string> const& getLocation() const noexcept { return location_; }
+    Type getType() const noexcept { return type_; }
+    bool isFile() const noexcept { return isFile_; }
+    bool isResolved() const noexcept { return resolved_; }
     std::optional<std::u16string> getProperty(std::u16string const& key) const;
-    Properties const& getProperties() const noexcept { return data_.properties; }
+    Properties const& getProperties() const noexcept;
 
 private:
-    NodeData data_;
+    std::u16string id_;
+    std::u16string name_;  // empty when it is the ID
+    std::u16string path_;  // empty when it is the first location entry
+    std::vector<std::u16string> location_;
+    std::unique_ptr<Properties const> properties_;  // null when there are none
+    Type type_;
+    bool isFile_;
+    bool resolved_;
+    bool nameIsId_;
+    bool pathIsFirstLocation_;
 };
 
 // Ordering by ID compared as unsigned UTF-16 code units; equality by ID.
 bool operator<(Node const& a, Node const& b) noexcept;
 bool operator==(Node const& a, Node const& b) noexcept;
 
+namespace detail {
+struct GraphStore;
+}
+
 // A typed edge: the upstream node depends on the downstream node.
 class Dependency {
 public:
     Dependency(std::shared_ptr<Node> upstream, std::shared_ptr<Node> downstream, Type relationship);
+    ~Dependency();
 
-    std::shared_ptr<Node> getUpstreamNode() const { return upstream_; }
-    std::shared_ptr<Node> getDownstreamNode() const { return downstream_; }
+    Dependency(Dependency&&) noexcept;
+    Dependency& operator=(Dependency&&) = delete;
+
+    std::shared_ptr<Node> getUpstreamNode() const { return *upstream_; }
+    std::shared_ptr<Node> getDownstreamNode() const { return *downstream_; }
     Type getRelationship() const noexcept { return relationship_; }
 
 private:
-    std::shared_ptr<Node> upstream_;
-    std::shared_ptr<Node> downstream_;
+    friend class GraphBuilder;
+    // An edge of a built graph refers to its nodes' entries in the graph's
+    // node table, which lives as long as any of the graph's edges.
+    Dependency(std::shared_ptr<Node> const* upstream, std::shared_ptr<Node> const* downstream,
+               Type relationship) noexcept;
+
+    std::shared_ptr<Node> const* upstream_;
+    std::shared_ptr<Node> const* downstream_;  // upstream_ + 1 when owned
     Type relationship_;
+    bool owned_ = false;  // both nodes held in an array of this edge's own (an edge made on its own)
 };
 
 using NodeRange = boost::any_range<std::shared_ptr<Node> const, boost::forward_traversal_tag,
@@ -140,8 +170,8 @@ public:
     // The edges leaving `node` (looked up by ID); empty for an unknown node.
     virtual DependencyRange getDownstreamDependencies(Node const& node) const;
 
-    std::size_t nodeCount() const noexcept { return nodes_.size(); }
-    std::size_t dependencyCount() const noexcept { return dependencyCount_; }
+    std::size_t nodeCount() const noexcept;
+    std::size_t dependencyCount() const noexcept { return dependencies_.size(); }
     // The node with this ID, or null.
     std::shared_ptr<Node> findNode(std::u16string_view id) const;
 
@@ -150,15 +180,18 @@ protected:
 
 private:
     friend class GraphBuilder;
-    using Adjacency = std::vector<std::vector<std::shared_ptr<Dependency>>>;
-    // Takes over what a builder has already indexed; index keys view the node IDs.
-    Graph(std::vector<std::shared_ptr<Node>> nodes, Adjacency downstream, detail::NodeIndex index,
-          std::size_t dependencyCount);
+    // Takes over what a builder has made: the store with the nodes (and the
+    // edges it made), the edges grouped by upstream node, where each node's
+    // group begins, and the ID index, whose keys view the node IDs.
+    Graph(std::shared_ptr<detail::GraphStore const> store, std::vector<std::shared_ptr<Dependency>> dependencies,
+          std::vector<std::uint32_t> firstDependency, detail::NodeIndex index);
 
-    std::vector<std::shared_ptr<Node>> nodes_;
-    Adjacency downstream_;          // parallel to nodes_
+    std::shared_ptr<detail::GraphStore const> store_;
+    // Every edge, grouped by upstream node in node order; the edges of node i
+    // are [firstDependency_[i], firstDependency_[i + 1]).
+    std::vector<std::shared_ptr<Dependency>> dependencies_;
+    std::vector<std::uint32_t> firstDependency_;
     detail::NodeIndex indexById_;  // node positions by ID
-    std::size_t dependencyCount_ = 0;
 };
 
 }  // namespace dependency::graph

@@ -1,13 +1,21 @@
 #include "platform/graph/GraphBuilder.hpp"
 
+#include "platform/graph/detail/GraphStore.hpp"
+
+#include <limits>
 #include <stdexcept>
 
 namespace dependency::graph {
 
 std::shared_ptr<Node> GraphBuilder::addNode(NodeData data) {
+    std::uint64_t const hash = detail::NodeIndex::hashOf(data.id);
+    return addNode(std::move(data), hash);
+}
+
+std::shared_ptr<Node> GraphBuilder::addNode(NodeData data, std::uint64_t idHash) {
     auto node = std::make_shared<Node>(std::move(data));
     // The key views the ID inside the node, which never changes or moves.
-    if (auto const existing = index_.insert(node->getID())) {
+    if (auto const existing = index_.insert(node->getID(), idHash)) {
         throw DuplicateNodeError(*existing);
     }
     nodes_.push_back(node);
@@ -56,35 +64,53 @@ void GraphBuilder::addDependency(std::size_t upstreamIndex, std::size_t downstre
 }
 
 std::shared_ptr<Graph const> GraphBuilder::build() {
-    Graph::Adjacency downstream(nodes_.size());
-    {
-        std::vector<std::uint32_t> counts(nodes_.size(), 0);
-        for (Edge const& edge : edges_) {
-            ++counts[edge.upstream];
-        }
-        for (std::size_t i = 0; i < nodes_.size(); ++i) {
-            downstream[i].reserve(counts[i]);
-        }
+    if (edges_.size() >= std::numeric_limits<std::uint32_t>::max()) {
+        throw std::length_error("a graph can hold at most 4294967294 dependencies");
     }
-    // Each edge takes another owner of its downstream node, which in a large
-    // graph lies anywhere in memory: the node's entry and then the node itself
-    // (with its reference count beside it) are prefetched some edges ahead.
-    constexpr std::size_t entryAhead = 16;
-    constexpr std::size_t nodeAhead = 8;
+    auto store = std::make_shared<detail::GraphStore>();
+    store->nodes = std::move(nodes_);
+    std::size_t const nodeCount = store->nodes.size();
+
+    // Each node's edges are grouped, in the order they were added: a counting
+    // sort by upstream node, skipped when the edges came grouped already.
+    std::vector<std::uint32_t> firstDependency(nodeCount + 1, 0);
+    bool grouped = true;
     for (std::size_t i = 0; i < edges_.size(); ++i) {
-        if (i + entryAhead < edges_.size()) {
-            __builtin_prefetch(&nodes_[edges_[i + entryAhead].downstream]);
-        }
-        if (i + nodeAhead < edges_.size()) {
-            __builtin_prefetch(nodes_[edges_[i + nodeAhead].downstream].get(), 1);
-        }
-        Edge const& edge = edges_[i];
-        downstream[edge.upstream].push_back(
-            std::make_shared<Dependency>(nodes_[edge.upstream], nodes_[edge.downstream], edge.relationship));
+        ++firstDependency[edges_[i].upstream + 1];
+        grouped = grouped && (i == 0 || edges_[i - 1].upstream <= edges_[i].upstream);
     }
-    std::size_t const dependencyCount = edges_.size();
+    for (std::size_t i = 1; i <= nodeCount; ++i) {
+        firstDependency[i] += firstDependency[i - 1];
+    }
+    std::vector<std::uint32_t> order;
+    if (!grouped) {
+        order.resize(edges_.size());
+        std::vector<std::uint32_t> next(firstDependency.begin(), firstDependency.end() - 1);
+        for (std::size_t i = 0; i < edges_.size(); ++i) {
+            order[next[edges_[i].upstream]++] = static_cast<std::uint32_t>(i);
+        }
+    }
+
+    // The edges live in the store, side by side, and refer to their nodes'
+    // entries in its node table: making one allocates nothing and touches
+    // neither node. Every edge handed out shares ownership of the store.
+    auto const& nodes = store->nodes;
+    store->dependencies.reserve(edges_.size());
+    for (std::size_t k = 0; k < edges_.size(); ++k) {
+        Edge const& edge = edges_[grouped ? k : order[k]];
+        store->dependencies.push_back(Dependency(&nodes[edge.upstream], &nodes[edge.downstream], edge.relationship));
+    }
+    edges_.clear();
+    edges_.shrink_to_fit();
+    std::vector<std::uint32_t>().swap(order);
+    std::vector<std::shared_ptr<Dependency>> dependencies;
+    dependencies.reserve(store->dependencies.size());
+    for (auto& dependency : store->dependencies) {
+        dependencies.emplace_back(store, &dependency);
+    }
+
     std::shared_ptr<Graph const> graph(
-        new Graph(std::move(nodes_), std::move(downstream), std::move(index_), dependencyCount));
+        new Graph(std::move(store), std::move(dependencies), std::move(firstDependency), std::move(index_)));
     nodes_.clear();
     index_.clear();
     edges_.clear();

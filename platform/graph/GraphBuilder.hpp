@@ -7,8 +7,8 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
-#include <string_view>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace dependency::graph {
@@ -32,6 +32,9 @@ public:
 
     // Adds a node; throws DuplicateNodeError when its ID is already taken.
     std::shared_ptr<Node> addNode(NodeData data);
+    // The same with the ID's hash (detail::NodeIndex::hashOf) computed already,
+    // for loaders that prefetch the ID's place in the index while they read on.
+    std::shared_ptr<Node> addNode(NodeData data, std::uint64_t idHash);
     // Shorthand for the common cases in code and tests.
     std::shared_ptr<Node> addNode(std::u16string id, Type type);
 

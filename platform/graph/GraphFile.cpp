@@ -1,13 +1,13 @@
 #include "platform/graph/GraphFile.hpp"
 
+#include "platform/fl/FileSystem.hpp"
+#include "platform/foundation/detail/JsonReaderErrors.hpp"
 #include "platform/graph/GraphBuilder.hpp"
 
 #include <boost/locale/encoding_utf.hpp>
 #include <simdjson.h>
 
 #include <array>
-#include <cerrno>
-#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <unordered_map>
@@ -58,10 +58,30 @@ public:
     }
 
     std::shared_ptr<Graph const> read() {
+        readDocument();
+        // The text and the reader's buffers (together about twice the file's
+        // size) are let go before the graph's edges are made, so that the
+        // two never take memory at the same time.
+        document_ = nullptr;
+        text_ = simdjson::padded_string();
+        cycleParser_ = od::parser();
+        std::vector<char const*>().swap(nodeStarts_);
+        std::vector<PendingEdge>().swap(pendingEdges_);
+        return builder_.build();
+    }
+
+private:
+    void readDocument() {
         od::parser parser;
         od::document document;
         if (auto const error = parser.iterate(text_).get(document)) {
-            failStructure(std::string("not a JSON document: ") + simdjson::error_message(error));
+            auto const reason = std::string(foundation::json::detail::describeReaderError(error));
+            // Bytes that are not UTF-8 and unescaped control characters are
+            // found where they are; a text that ends early is explained by its structure.
+            if (error == simdjson::UTF8_ERROR || error == simdjson::UNESCAPED_CHARS) {
+                failAtPointer(foundation::json::detail::locateReaderError(error, {text_.data(), text_.size()}), reason);
+            }
+            failStructure("not a JSON document: " + reason);
         }
         document_ = &document;
         od::object top;
@@ -77,7 +97,7 @@ public:
             od::field field;
             check(std::move(fieldResult).get(field), document, "a member of the graph");
             std::string_view key;
-            check(field.unescaped_key().get(key), document, "a member name");
+            key = readKey(field, document, "a member name");
             od::value value = field.value();
             if (key == "nodes") {
                 if (sawNodes) {
@@ -116,14 +136,29 @@ public:
         for (auto const& edge : pendingEdges_) {
             builder_.addDependency(resolve(edge.from), resolve(edge.to), edge.relationship);
         }
-        return builder_.build();
     }
 
-private:
+    // An edge's end as the file names it: the ID's text (a view into the
+    // file, or into the reader's buffer when it holds escapes), where it
+    // stands, and the ID's hash in the node index. ASCII IDs, the usual kind,
+    // are looked up from their bytes without being widened.
     struct EdgeEnd {
-        std::u16string id;
-        char const* where;
+        std::string_view id;
+        char const* where = nullptr;
+        std::uint64_t hash = 0;
+        bool ascii = true;
     };
+
+    static EdgeEnd edgeEnd(std::string_view id, char const* where) {
+        bool const ascii =
+            std::all_of(id.begin(), id.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+        return {id, where, ascii ? detail::NodeIndex::hashOfAscii(id) : detail::NodeIndex::hashOf(toUtf16(id)), ascii};
+    }
+
+    std::optional<std::size_t> find(EdgeEnd const& end) const {
+        auto const& index = builder_.index();
+        return end.ascii ? index.findAscii(end.id, end.hash) : index.find(toUtf16(end.id), end.hash);
+    }
     struct PendingEdge {
         EdgeEnd from;
         EdgeEnd to;
@@ -131,7 +166,7 @@ private:
     };
 
     std::size_t resolve(EdgeEnd const& end) const {
-        auto const index = builder_.indexOf(end.id);
+        auto const index = find(end);
         if (!index) {
             failDangling(end);
         }
@@ -139,7 +174,7 @@ private:
     }
 
     [[noreturn]] void failDangling(EdgeEnd const& end) const {
-        failAtPointer(end.where, "edge end \"" + idText(end.id) + "\" is not a node of the graph");
+        failAtPointer(end.where, "edge end \"" + std::string(end.id) + "\" is not a node of the graph");
     }
 
     [[noreturn]] void fail(std::size_t line, std::size_t column, std::string const& reason) const {
@@ -197,7 +232,7 @@ private:
         // The reader's own error (which differs between its checked and
         // unchecked builds) is the last resort: text that ends early or that
         // does not balance is the likelier cause, and is reported where it is.
-        failStructure(std::string(what) + ": " + simdjson::error_message(error), whereIs(json));
+        failStructure(std::string(what) + ": " + foundation::json::detail::describeReaderError(error), whereIs(json));
     }
 
     char const* firstNonSpace() const {
@@ -258,10 +293,43 @@ private:
         failAtPointer(fallbackWhere, fallback);
     }
 
+    // A member name, taken as it stands in the file when it has no escapes.
+    template <class Json>
+    std::string_view readKey(od::field& field, Json& json, std::string_view what) const {
+        char const* const begin = field.key().raw();
+        char const* end = begin;
+        while (*end != '"' && *end != '\\') {
+            ++end;  // the reader's first pass has made sure that the name is closed
+        }
+        if (*end == '"') {
+            return {begin, static_cast<std::size_t>(end - begin)};
+        }
+        std::string_view key;
+        check(field.unescaped_key().get(key), json, what);
+        return key;
+    }
+
+    // A string value. One without escapes (nearly all of them) is taken as it
+    // stands in the file, without a copy into the reader's string buffer.
     std::string_view readString(od::value& value, std::string_view what) {
+        std::string_view const token = value.raw_json_token();
+        if (!token.empty() && token.front() == '"') {
+            std::size_t const close = token.find_last_of('"');
+            if (close > 0) {
+                std::string_view const inner = token.substr(1, close - 1);
+                od::raw_json_string raw;
+                if (inner.find('\\') == std::string_view::npos &&
+                    value.get_raw_json_string().get(raw) == simdjson::SUCCESS) {
+                    return inner;
+                }
+            }
+        }
         std::string_view text;
-        if (value.get_string().get(text) != simdjson::SUCCESS) {
-            failAt(value, "\"" + std::string(what) + "\" must be a string");
+        if (auto const error = value.get_string().get(text)) {
+            failAt(value, "\"" + std::string(what) + "\"" +
+                              (error == simdjson::INCORRECT_TYPE
+                                   ? std::string(" must be a string")
+                                   : ": " + std::string(foundation::json::detail::describeReaderError(error))));
         }
         return text;
     }
@@ -326,22 +394,26 @@ private:
         char const* locationStart = nullptr;
 
         NodeData data;
+        std::uint64_t idHash = 0;
         bool haveId = false;
         std::optional<Type> type;
         std::optional<bool> isFile;
         bool haveName = false;
         bool haveLocation = false;
         std::optional<std::string_view> rawPath;
-        std::vector<std::string_view> rawLocation;
+        std::vector<std::string_view>& rawLocation = rawLocation_;  // reused: one allocation for all nodes
+        rawLocation.clear();
 
         for (auto fieldResult : object) {
             od::field field;
             check(std::move(fieldResult).get(field), object, "a member of a node");
             std::string_view key;
-            check(field.unescaped_key().get(key), object, "a member name");
+            key = readKey(field, object, "a member name");
             od::value value = field.value();
             if (key == "id") {
                 data.id = toUtf16(readString(value, "id"));
+                idHash = detail::NodeIndex::hashOf(data.id);
+                builder_.index().prefetchSlot(idHash);  // wanted when the node is added, after its other members
                 haveId = true;
             } else if (key == "type") {
                 std::string_view const name = readString(value, "type");
@@ -385,16 +457,19 @@ private:
         }
         // The first location entry of file-like and function nodes is a path.
         bool const firstEntryIsPath = data.isFile || *type == Type::FUNCTION();
+        data.location.reserve(rawLocation.size());
         for (std::size_t i = 0; i < rawLocation.size(); ++i) {
             data.location.push_back(i == 0 && firstEntryIsPath ? resolvePath(rawLocation[i]) : toUtf16(rawLocation[i]));
         }
         if (!haveLocation && data.isFile && !data.path.empty()) {
-            data.location.push_back(data.path);
+            // The path is the one location entry: kept once.
+            data.location.push_back(std::move(data.path));
+            data.pathIsFirstLocation = true;
         }
         checkKindNeeds(data, nodeStart, locationStart);
 
         try {
-            builder_.addNode(std::move(data));
+            builder_.addNode(std::move(data), idHash);
         } catch (DuplicateNodeError const& duplicate) {
             auto const& first = *builder_.node(duplicate.existingIndex());
             auto const [line, column] = position(nodeStarts_[duplicate.existingIndex()]);
@@ -491,7 +566,7 @@ private:
             od::field field;
             check(std::move(fieldResult).get(field), object, "a property");
             std::string_view key;
-            check(field.unescaped_key().get(key), object, "a property name");
+            key = readKey(field, object, "a property name");
             od::value property = field.value();
             od::json_type kind = od::json_type::null;
             check(property.type().get(kind), property, "property \"" + std::string(key) + "\"");
@@ -588,53 +663,71 @@ private:
         resolveWaitingEdges();
     }
 
-    // Downstream ends are resolved some edges after they are read, so that
-    // the memory accesses of one lookup overlap the reading of the next edges
+    // Edge ends are resolved some edges after they are read, so that the
+    // memory accesses of one lookup overlap the reading of the next edges
     // rather than stalling it: a large graph's node index is far bigger than
     // the processor's caches. The stages: when an end is read, its hash slot
     // is prefetched; keyViewStage edges later, the view of the key in that
     // slot; keyCharsStage edges later, the key's characters; when the ring
-    // is full the end is looked up, by then mostly from cache.
-    static constexpr std::size_t keyViewStage = 8;
-    static constexpr std::size_t keyCharsStage = 16;
-    static constexpr std::size_t waitingCapacity = 24;
+    // is full the edge is resolved, by then mostly from cache. Edges usually
+    // come grouped by their upstream node, whose end is looked up once per group.
+    static constexpr std::size_t keyViewStage = 16;
+    static constexpr std::size_t keyCharsStage = 32;
+    static constexpr std::size_t waitingCapacity = 48;
 
     struct WaitingEdge {
-        std::size_t upstream = 0;
+        EdgeEnd upstream;
+        bool sameUpstream = false;  // as the edge before it: resolved already
         EdgeEnd downstream;
-        std::uint64_t hash = 0;
         Type relationship = Type::CALL();
     };
 
     WaitingEdge& waiting(std::size_t age) { return waiting_[(waitingStart_ + age) % waitingCapacity]; }
 
-    void addWaitingEdge(std::size_t upstream, EdgeEnd downstream, Type relationship) {
+    void prefetch(WaitingEdge const& edge, void (detail::NodeIndex::*stage)(std::uint64_t) const noexcept) const {
+        auto const& index = builder_.index();
+        if (!edge.sameUpstream) {
+            (index.*stage)(edge.upstream.hash);
+        }
+        (index.*stage)(edge.downstream.hash);
+    }
+
+    void addWaitingEdge(EdgeEnd const& upstream, EdgeEnd const& downstream, Type relationship) {
         if (waitingCount_ == waitingCapacity) {
             resolveOldestWaitingEdge();
         }
-        auto const& index = builder_.index();
         WaitingEdge& edge = waiting(waitingCount_++);
+        edge.sameUpstream = haveLastUpstream_ && upstream.id == lastUpstream_.id;
         edge.upstream = upstream;
-        edge.downstream = std::move(downstream);
-        edge.hash = detail::NodeIndex::hashOf(edge.downstream.id);
+        edge.downstream = downstream;
         edge.relationship = relationship;
-        index.prefetchSlot(edge.hash);
+        lastUpstream_ = upstream;
+        haveLastUpstream_ = true;
+        prefetch(edge, &detail::NodeIndex::prefetchSlot);
         if (waitingCount_ > keyViewStage) {
-            index.prefetchKeyView(waiting(waitingCount_ - 1 - keyViewStage).hash);
+            prefetch(waiting(waitingCount_ - 1 - keyViewStage), &detail::NodeIndex::prefetchKeyView);
         }
         if (waitingCount_ > keyCharsStage) {
-            index.prefetchKeyChars(waiting(waitingCount_ - 1 - keyCharsStage).hash);
+            prefetch(waiting(waitingCount_ - 1 - keyCharsStage), &detail::NodeIndex::prefetchKeyChars);
         }
     }
 
     void resolveOldestWaitingEdge() {
         WaitingEdge& edge = waiting(0);
-        auto const downstream = builder_.index().find(edge.downstream.id, edge.hash);
+        if (!edge.sameUpstream) {
+            auto const upstream = find(edge.upstream);
+            if (!upstream) {
+                waitingCount_ = 0;  // the load fails: nothing else waiting matters
+                failDangling(edge.upstream);
+            }
+            resolvedUpstream_ = *upstream;
+        }
+        auto const downstream = find(edge.downstream);
         if (!downstream) {
-            waitingCount_ = 0;  // the load fails: nothing else waiting matters
+            waitingCount_ = 0;
             failDangling(edge.downstream);
         }
-        builder_.addDependency(edge.upstream, *downstream, edge.relationship);
+        builder_.addDependency(resolvedUpstream_, *downstream, edge.relationship);
         waitingStart_ = (waitingStart_ + 1) % waitingCapacity;
         --waitingCount_;
     }
@@ -658,12 +751,12 @@ private:
             od::field field;
             check(std::move(fieldResult).get(field), object, "a member of an edge");
             std::string_view key;
-            check(field.unescaped_key().get(key), object, "a member name");
+            key = readKey(field, object, "a member name");
             od::value value = field.value();
             if (key == "from" || key == "to") {
                 char const* const where = value.raw_json_token().data();
                 auto& end = key == "from" ? from : to;
-                end = EdgeEnd{toUtf16(readString(value, key)), where};
+                end = edgeEnd(readString(value, key), where);
             } else if (key == "type") {
                 std::string_view const name = readString(value, "type");
                 relationship = Type::fromName(name);
@@ -680,16 +773,10 @@ private:
             failAtPointer(edgeStart, "an edge needs \"from\", \"to\" and \"type\"");
         }
         if (nodesRead_) {
-            // Edges usually come grouped by their upstream node: look it up once per
-            // group.
-            if (!lastFrom_ || from->id != lastFrom_->id) {
-                lastFromIndex_ = resolve(*from);
-                lastFrom_ = std::move(from);
-            }
-            addWaitingEdge(lastFromIndex_, std::move(*to), *relationship);
+            addWaitingEdge(*from, *to, *relationship);
         } else {
             // Edges written before the nodes wait until every node is known.
-            pendingEdges_.push_back({std::move(*from), std::move(*to), *relationship});
+            pendingEdges_.push_back({*from, *to, *relationship});
         }
     }
 
@@ -727,12 +814,14 @@ private:
     od::parser cycleParser_;
     std::u16string basePrefix_;  // the normalised base folder with a trailing '/'
     GraphBuilder builder_;
-    std::vector<char const*> nodeStarts_;  // where each node's text begins, by node index
+    std::vector<char const*> nodeStarts_;        // where each node's text begins, by node index
+    std::vector<std::string_view> rawLocation_;  // the location entries of the node being read
     bool nodesRead_ = false;
     std::vector<PendingEdge> pendingEdges_;
-    std::optional<EdgeEnd> lastFrom_;  // the upstream end of the edge read last, and its node index
-    std::size_t lastFromIndex_ = 0;
-    std::array<WaitingEdge, waitingCapacity> waiting_;  // a ring of edges whose downstream end is not yet resolved
+    EdgeEnd lastUpstream_;  // the upstream end of the edge read last
+    bool haveLastUpstream_ = false;
+    std::size_t resolvedUpstream_ = 0;                  // the node of the upstream end resolved last
+    std::array<WaitingEdge, waitingCapacity> waiting_;  // a ring of edges whose ends are not yet resolved
     std::size_t waitingStart_ = 0;
     std::size_t waitingCount_ = 0;
     od::document* document_ = nullptr;
@@ -754,19 +843,16 @@ std::shared_ptr<Graph const> parseGraph(std::string_view text, std::string const
 
 std::shared_ptr<Graph const> loadGraphFile(std::filesystem::path const& path, GraphFileOptions const& options) {
     std::string const fileName = path.string();
-    std::error_code status;
-    if (std::filesystem::is_directory(path, status)) {
-        throw GraphFileError(fileName, 0, 0, "cannot read the graph file: it is a folder");
-    }
     simdjson::padded_string content;
-    if (simdjson::padded_string::load(fileName).get(content) != simdjson::SUCCESS) {
-        // The reader's own error says only that I/O failed; the system says why.
-        int const reason = errno;
-        std::ifstream probe(fileName, std::ios::binary);
-        int const openReason = probe ? reason : errno;
-        throw GraphFileError(
-            fileName, 0, 0,
-            std::string("cannot read the graph file: ") + std::strerror(openReason != 0 ? openReason : EIO));
+    try {
+        fl::filesystem::RegularFile const file(fileName, maxGraphFileBytes);
+        content = simdjson::padded_string(file.size());
+        if (content.data() == nullptr) {
+            throw GraphFileError(fileName, 0, 0, "cannot read the graph file: not enough memory");
+        }
+        file.read(content.data());
+    } catch (fl::filesystem::FileSystemError const& error) {
+        throw GraphFileError(fileName, 0, 0, "cannot read the graph file: " + error.reason());
     }
     std::error_code ignored;
     auto const folder = std::filesystem::absolute(path, ignored).parent_path();

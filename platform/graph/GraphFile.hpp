@@ -68,6 +68,10 @@ struct GraphFileOptions {
     std::function<void(std::size_t done, std::size_t total)> progress{};
 };
 
+// The largest graph file the reader takes (4 GiB less one byte); a larger one
+// is refused before it is read.
+inline constexpr std::size_t maxGraphFileBytes = 0xFFFF'FFFF;
+
 // Reads the graph file at `path`. Relative paths inside the file are resolved
 // against the file's folder.
 std::shared_ptr<Graph const> loadGraphFile(std::filesystem::path const& path, GraphFileOptions const& options = {});

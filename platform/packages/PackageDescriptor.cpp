@@ -1,5 +1,7 @@
 #include "platform/packages/PackageDescriptor.hpp"
 
+#include "platform/foundation/detail/JsonReaderErrors.hpp"
+
 #include <boost/lexical_cast.hpp>
 #include <boost/locale/encoding_utf.hpp>
 #include <boost/uuid/uuid_io.hpp>
@@ -30,13 +32,14 @@ public:
         ondemand::parser parser;
         ondemand::document document;
         if (auto error = parser.iterate(text_).get(document)) {
-            failJson(error, nullptr);
+            failJson(error, foundation::json::detail::locateReaderError(error, {text_.data(), text_.size()}));
         }
         ondemand::object object;
         if (auto error = document.get_object().get(object)) {
-            fail(location(document), error == simdjson::INCORRECT_TYPE
-                                         ? "a package definition must be a JSON object"
-                                         : std::string("malformed JSON: ") + simdjson::error_message(error));
+            fail(location(document),
+                 error == simdjson::INCORRECT_TYPE
+                     ? "a package definition must be a JSON object"
+                     : std::string("malformed JSON: ") + foundation::json::detail::describeReaderError(error));
         }
 
         std::optional<std::u16string> name;
@@ -91,7 +94,7 @@ private:
     }
 
     [[noreturn]] void failJson(simdjson::error_code error, char const* at) const {
-        fail(at, std::string("malformed JSON: ") + simdjson::error_message(error));
+        fail(at, std::string("malformed JSON: ") + foundation::json::detail::describeReaderError(error));
     }
 
     static char const* where(ondemand::value& value) { return value.raw_json_token().data(); }
@@ -126,7 +129,10 @@ private:
     std::u16string readNonEmptyString(ondemand::value& value, std::string const& what) const {
         char const* at = where(value);
         std::string_view text;
-        if (value.get_string().get(text) != simdjson::SUCCESS || text.empty()) {
+        if (auto error = value.get_string().get(text); error && error != simdjson::INCORRECT_TYPE) {
+            failJson(error, at);
+        }
+        if (text.empty()) {
             fail(at, what + " must be a non-empty string");
         }
         return utf16(text);
@@ -135,7 +141,10 @@ private:
     boost::uuids::uuid readUuid(ondemand::value& value, std::string const& what) const {
         char const* at = where(value);
         std::string_view text;
-        if (value.get_string().get(text) != simdjson::SUCCESS) {
+        if (auto error = value.get_string().get(text)) {
+            if (error != simdjson::INCORRECT_TYPE) {
+                failJson(error, at);
+            }
             fail(at, what + " must be a UUID string");
         }
         boost::uuids::uuid id;
@@ -198,6 +207,9 @@ private:
 };
 
 std::string describeError(std::string const& file, std::size_t line, std::size_t column, std::string const& reason) {
+    if (line == 0) {
+        return file + ": " + reason;  // no place in the file
+    }
     return file + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " + reason;
 }
 
@@ -250,16 +262,20 @@ PackageDescriptorResult PackageDescriptorFactory::create(foundation::storage::vf
     try {
         std::string content;
         try {
-            content = definition.readAll();
+            content = definition.readAll(maxPackageDefinitionBytes);
         } catch (foundation::storage::vfs::StorageError const& failure) {
-            throw PackageDefinitionError(fileName, 0, 0, std::string("cannot read the package definition: ") +
-                                                             failure.reason());
+            throw PackageDefinitionError(fileName, 0, 0,
+                                         std::string("cannot read the package definition: ") + failure.reason());
         }
-        simdjson::padded_string const text(content);
-        return PackageDescriptorResult(DefinitionParser(fileName, text).parse());
+        return PackageDescriptorResult(parsePackageDefinition(content, fileName));
     } catch (PackageDefinitionError const&) {
         return PackageDescriptorResult(std::current_exception());
     }
+}
+
+std::shared_ptr<PackageDescriptor const> parsePackageDefinition(std::string_view text, std::string const& fileName) {
+    simdjson::padded_string const padded(text);
+    return DefinitionParser(fileName, padded).parse();
 }
 
 PackageDescriptorFactory const& GetPackageDescriptorFactory() {

@@ -19,6 +19,9 @@ namespace foundation::packages {
 // Where a product keeps its package definition, relative to its root folder.
 inline constexpr std::u16string_view PackageDefRelativeToRoot = u"resources/pkgdef.json";
 
+// The largest package definition read; a larger one is an error, found before it is read.
+inline constexpr std::size_t maxPackageDefinitionBytes = 16 << 20;
+
 // One declared dependency: the package's name and unique ID.
 class ComponentRangeIdentifier {
 public:
@@ -97,6 +100,10 @@ public:
     // throws std::invalid_argument at once.
     PackageDescriptorResult create(foundation::storage::vfs::File const& definition, int options) const;
 };
+
+// Parses the text of a package definition; throws PackageDefinitionError
+// naming `fileName`, with the line and column of the offending text.
+std::shared_ptr<PackageDescriptor const> parsePackageDefinition(std::string_view text, std::string const& fileName);
 
 // The process's factory; stateless, usable from any thread.
 PackageDescriptorFactory const& GetPackageDescriptorFactory();

@@ -1,11 +1,9 @@
 #include "platform/storage/Vfs.hpp"
 
+#include "platform/fl/FileSystem.hpp"
+
 #include <boost/locale/encoding_utf.hpp>
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-#include <iterator>
 #include <system_error>
 
 namespace foundation::storage::vfs {
@@ -29,21 +27,13 @@ class LocalFileSystem final : public StorageSystem {
 public:
     bool handles(std::u16string_view scheme) const override { return scheme == u"file"; }
 
-    std::string readAll(AbsoluteIRI const& resource) const override {
+    std::string readAll(AbsoluteIRI const& resource, std::size_t maxBytes) const override {
         std::filesystem::path const path = localPath(resource);
-        std::error_code error;
-        if (std::filesystem::is_directory(path, error)) {
-            throw StorageError(path.string(), "is a folder, not a file");
+        try {
+            return fl::filesystem::read_file(path.string(), maxBytes);
+        } catch (fl::filesystem::FileSystemError const& error) {
+            throw StorageError(path.string(), error.reason());
         }
-        std::ifstream in(path, std::ios::binary);
-        if (!in) {
-            throw StorageError(path.string(), std::string("cannot open: ") + std::strerror(errno));
-        }
-        std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-        if (in.bad()) {
-            throw StorageError(path.string(), "read failed");
-        }
-        return content;
     }
 
     bool exists(AbsoluteIRI const& resource) const override {

@@ -3,7 +3,9 @@
 // storage system, with folders and files inside them. The one storage system
 // of this build is the local file system.
 
+#include <cstddef>
 #include <filesystem>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -57,8 +59,9 @@ public:
     // Whether the system serves identifiers of this scheme.
     virtual bool handles(std::u16string_view scheme) const = 0;
     // Whole content of a resource. Throws StorageError naming it when it cannot
-    // be read, and std::invalid_argument for a scheme the system does not serve.
-    virtual std::string readAll(AbsoluteIRI const& resource) const = 0;
+    // be read or holds more than `maxBytes` (found before reading), and
+    // std::invalid_argument for a scheme the system does not serve.
+    virtual std::string readAll(AbsoluteIRI const& resource, std::size_t maxBytes) const = 0;
     virtual bool exists(AbsoluteIRI const& resource) const = 0;
     // A name for the resource in messages: the local path for files.
     virtual std::string displayName(AbsoluteIRI const& resource) const = 0;
@@ -88,7 +91,9 @@ public:
 
     AbsoluteIRI const& identifier() const noexcept { return identifier_; }
     StorageSystem& storage() const noexcept { return *storage_; }
-    std::string readAll() const { return storage_->readAll(identifier_); }
+    std::string readAll(std::size_t maxBytes = std::numeric_limits<std::size_t>::max()) const {
+        return storage_->readAll(identifier_, maxBytes);
+    }
     bool exists() const { return storage_->exists(identifier_); }
     std::string displayName() const { return storage_->displayName(identifier_); }
 

@@ -11,8 +11,8 @@
 
 namespace dependency::toolbox {
 
-ProductInfo::ProductInfo(std::u16string name, std::u16string baseCode, int kind, bool installed,
-                         std::u16string verDir, std::vector<std::u16string> locators)
+ProductInfo::ProductInfo(std::u16string name, std::u16string baseCode, int kind, bool installed, std::u16string verDir,
+                         std::vector<std::u16string> locators)
     : name_(std::move(name)),
       baseCode_(std::move(baseCode)),
       kind_(kind),
@@ -23,6 +23,9 @@ ProductInfo::ProductInfo(std::u16string name, std::u16string baseCode, int kind,
 namespace {
 
 std::string describeError(std::string const& file, std::size_t line, std::size_t column, std::string const& reason) {
+    if (line == 0) {
+        return file + ": " + reason;  // no place in the file
+    }
     return file + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " + reason;
 }
 
@@ -89,7 +92,9 @@ std::shared_ptr<ToolboxFinder> ToolboxFinder::fromInstallRoot(std::filesystem::p
     std::vector<std::filesystem::path> descriptorFiles;
     try {
         for (auto const& entry : std::filesystem::directory_iterator(productsFolder)) {
-            if (entry.path().extension() == ".json" && entry.is_regular_file()) {
+            // Every .json entry is a descriptor: one that is a folder, a link to
+            // nothing or unreadable is reported by the reader, not skipped.
+            if (entry.path().extension() == ".json") {
                 descriptorFiles.push_back(entry.path());
             }
         }

@@ -241,14 +241,6 @@ analyzer-paths = ["analyzers"]
         auto const what = configError(scratch, content);
         EXPECT_NE(what.find(expected), std::string::npos) << content << " -> " << what;
     }
-    try {
-        readConfigFile(scratch.path / "absent.toml");
-        FAIL() << "an absent file must not read";
-    } catch (ConfigError const& error) {
-        EXPECT_NE(std::string(error.what()).find("absent.toml: cannot read the configuration file: No such file"),
-                  std::string::npos)
-            << error.what();
-    }
 }
 
 TEST(FingerprintTest, TheSameInEveryLanguageAndDifferentForEachPart) {

@@ -12,6 +12,21 @@
 
 namespace dependency::graph::detail {
 
+// Memory for the index's arrays. A large graph's index is tens of megabytes
+// read at random places; large arrays are asked for in huge pages where the
+// system offers them, so that a lookup costs a cache miss and not also a miss
+// of the address translation cache.
+template <class T>
+struct LargeArrayAllocator {
+    using value_type = T;
+    LargeArrayAllocator() = default;
+    template <class U>
+    LargeArrayAllocator(LargeArrayAllocator<U> const&) noexcept {}
+    T* allocate(std::size_t count);
+    void deallocate(T* pointer, std::size_t count) noexcept;
+    friend bool operator==(LargeArrayAllocator const&, LargeArrayAllocator const&) noexcept { return true; }
+};
+
 class NodeIndex {
 public:
     // Makes room for this many keys in all without growing again.
@@ -21,18 +36,25 @@ public:
     // nothing, or, when the key is present already, returns its position and
     // changes nothing. The key's characters must stay where they are while
     // the index holds them.
-    std::optional<std::size_t> insert(std::u16string_view key);
+    std::optional<std::size_t> insert(std::u16string_view key) { return insert(key, hashOf(key)); }
+    // The same with the key's hash already computed (and its slot perhaps prefetched).
+    std::optional<std::size_t> insert(std::u16string_view key, std::uint64_t hash);
 
     // The position of `key`, or nothing.
     std::optional<std::size_t> find(std::u16string_view key) const { return find(key, hashOf(key)); }
     // The same with the key's hash already computed.
     std::optional<std::size_t> find(std::u16string_view key, std::uint64_t hash) const;
+    // The same for a key given as ASCII bytes (each byte one code unit), as a
+    // loader finds it in its text; `hash` is hashOfAscii(key).
+    std::optional<std::size_t> findAscii(std::string_view key, std::uint64_t hash) const;
 
     // A caller with many lookups to make (a loader resolving edge ends) can
     // overlap their memory accesses: hash a key, then start loading its slot,
     // then the candidate key's view, then its characters, each some lookups
     // ahead of the find that needs it. These only hint the processor.
     static std::uint64_t hashOf(std::u16string_view key) noexcept;
+    // hashOf of the key whose code units are these ASCII bytes.
+    static std::uint64_t hashOfAscii(std::string_view key) noexcept;
     void prefetchSlot(std::uint64_t hash) const noexcept;
     void prefetchKeyView(std::uint64_t hash) const noexcept;
     void prefetchKeyChars(std::uint64_t hash) const noexcept;
@@ -51,8 +73,8 @@ private:
     // that slot holds a key with the same tag.
     std::optional<std::size_t> candidate(std::uint64_t hash) const noexcept;
 
-    std::vector<std::uint64_t> slots_;      // a power of two in size, at most half full
-    std::vector<std::u16string_view> keys_;  // by position
+    std::vector<std::uint64_t, LargeArrayAllocator<std::uint64_t>> slots_;  // a power of two in size, at most half full
+    std::vector<std::u16string_view, LargeArrayAllocator<std::u16string_view>> keys_;  // by position
 };
 
 }  // namespace dependency::graph::detail

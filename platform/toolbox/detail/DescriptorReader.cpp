@@ -1,5 +1,7 @@
 #include "platform/toolbox/detail/DescriptorReader.hpp"
 
+#include "platform/fl/FileSystem.hpp"
+#include "platform/foundation/detail/JsonReaderErrors.hpp"
 #include "platform/toolbox/ToolboxFinder.hpp"
 #include "platform/toolbox/detail/PathText.hpp"
 
@@ -41,7 +43,7 @@ public:
     }
 
     [[noreturn]] void failJson(simdjson::error_code error, char const* at) const {
-        fail(at, std::string("malformed JSON: ") + simdjson::error_message(error));
+        fail(at, std::string("malformed JSON: ") + foundation::json::detail::describeReaderError(error));
     }
 
     // The first byte of `value` in the text, for error positions.
@@ -60,7 +62,10 @@ public:
 
     std::u16string readString(ondemand::value& value, std::string_view key) const {
         std::string_view text;
-        if (value.get_string().get(text) != simdjson::SUCCESS) {
+        if (auto error = value.get_string().get(text)) {
+            if (error != simdjson::INCORRECT_TYPE) {
+                failJson(error, where(value));
+            }
             fail(where(value), "\"" + std::string(key) + "\" must be a string");
         }
         return boost::locale::conv::utf_to_utf<char16_t>(text.data(), text.data() + text.size());
@@ -109,7 +114,10 @@ public:
             }
             char const* itemAt = where(item);
             std::string_view text;
-            if (item.get_string().get(text) != simdjson::SUCCESS || text.empty()) {
+            if (auto error = item.get_string().get(text); error && error != simdjson::INCORRECT_TYPE) {
+                failJson(error, itemAt);
+            }
+            if (text.empty()) {
                 fail(itemAt, "every entry of \"locators\" must be a non-empty string");
             }
             locators.push_back(boost::locale::conv::utf_to_utf<char16_t>(text.data(), text.data() + text.size()));
@@ -120,13 +128,14 @@ public:
     std::shared_ptr<ProductInfo> parse(ondemand::parser& parser, std::filesystem::path const& absoluteRoot) {
         ondemand::document document;
         if (auto error = parser.iterate(text_).get(document)) {
-            failJson(error, nullptr);
+            failJson(error, foundation::json::detail::locateReaderError(error, {text_.data(), text_.size()}));
         }
         ondemand::object object;
         if (auto error = document.get_object().get(object)) {
-            fail(documentLocation(document), error == simdjson::INCORRECT_TYPE
-                                                 ? "a product descriptor must be a JSON object"
-                                                 : std::string("malformed JSON: ") + simdjson::error_message(error));
+            fail(documentLocation(document),
+                 error == simdjson::INCORRECT_TYPE
+                     ? "a product descriptor must be a JSON object"
+                     : std::string("malformed JSON: ") + foundation::json::detail::describeReaderError(error));
         }
 
         std::optional<std::u16string> name;
@@ -177,8 +186,10 @@ public:
         }
 
         char const* const objectStart = text_.data();
-        for (auto const& [present, key] : {std::pair{name.has_value(), "name"}, {baseCode.has_value(), "baseCode"},
-                                           {kind.has_value(), "kind"}, {installed.has_value(), "installed"}}) {
+        for (auto const& [present, key] : {std::pair{name.has_value(), "name"},
+                                           {baseCode.has_value(), "baseCode"},
+                                           {kind.has_value(), "kind"},
+                                           {installed.has_value(), "installed"}}) {
             if (!present) {
                 fail(firstNonSpace(objectStart), std::string("missing key \"") + key + "\"");
             }
@@ -217,13 +228,20 @@ private:
 
 std::shared_ptr<ProductInfo> readProductDescriptor(std::filesystem::path const& file,
                                                    std::filesystem::path const& absoluteRoot) {
-    simdjson::padded_string text;
-    if (auto error = simdjson::padded_string::load(file.string()).get(text)) {
-        throw ToolboxCatalogError(file.string(), 0, 0,
-                                  std::string("cannot read the descriptor: ") + simdjson::error_message(error));
+    std::string text;
+    try {
+        text = fl::filesystem::read_file(file.string(), maxDescriptorBytes);
+    } catch (fl::filesystem::FileSystemError const& error) {
+        throw ToolboxCatalogError(file.string(), 0, 0, "cannot read the descriptor: " + error.reason());
     }
+    return parseProductDescriptor(text, file, absoluteRoot);
+}
+
+std::shared_ptr<ProductInfo> parseProductDescriptor(std::string_view text, std::filesystem::path const& file,
+                                                    std::filesystem::path const& absoluteRoot) {
+    simdjson::padded_string const padded(text);
     ondemand::parser parser;
-    return DescriptorParser(file, text).parse(parser, absoluteRoot);
+    return DescriptorParser(file, padded).parse(parser, absoluteRoot);
 }
 
 }  // namespace dependency::toolbox::detail

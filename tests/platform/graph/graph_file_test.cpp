@@ -211,13 +211,6 @@ TEST(GraphFileTest, EdgesMayComeBeforeTheNodes) {
     EXPECT_NE(parseError("{\"nodes\": [], \"nodes\": []}").reason().find("two \"nodes\""), std::string::npos);
 }
 
-TEST(GraphFileTest, MalformedJsonIsAnErrorNotACrash) {
-    for (std::string_view text : {"", "[", "{\"nodes\": [", "{\"nodes\": [}", "{\"nodes\": []} trailing", "nul",
-                                  "{\"nodes\": [{\"id\": \"a\", \"type\": \"file\"}]", "\xff\xfe"}) {
-        EXPECT_THROW(parse(text), GraphFileError) << text;
-    }
-}
-
 TEST(GraphFileTest, LoadsFromDiskResolvingAgainstTheFilesFolder) {
     auto const folder = std::filesystem::temp_directory_path() / "depattr_graph_file_test";
     std::filesystem::create_directories(folder);
@@ -226,14 +219,6 @@ TEST(GraphFileTest, LoadsFromDiskResolvingAgainstTheFilesFolder) {
     auto const graph = loadGraphFile(file);
     auto const expected = (std::filesystem::absolute(folder) / "x/a.qx").lexically_normal().u16string();
     EXPECT_EQ(graph->findNode(u"a")->getPath(), expected);
-
-    try {
-        loadGraphFile(folder / "absent.json");
-        FAIL() << "an absent file must not load";
-    } catch (GraphFileError const& error) {
-        EXPECT_EQ(std::string(error.what()),
-                  (folder / "absent.json").string() + ": cannot read the graph file: No such file or directory");
-    }
     std::filesystem::remove_all(folder);
 }
 

