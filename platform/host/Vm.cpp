@@ -126,6 +126,9 @@ bool spinUntil(std::function<bool()> const& ready) {
         if (std::chrono::steady_clock::now() >= deadline) {
             return ready();
         }
+        // Let the other side run if it waits for this processor: on a busy
+        // machine both threads of a handoff may share one.
+        std::this_thread::yield();
     }
 }
 

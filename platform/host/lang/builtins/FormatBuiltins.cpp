@@ -219,19 +219,19 @@ private:
                 continue;
             }
             auto const value = *takeNumber();
-            std::string spec = "%" + flags;
+            std::string conversionText = "%" + flags;
             if (width >= 0) {
-                spec += std::to_string(width);
+                conversionText += std::to_string(width);
             }
             bool const integerConversion = std::u16string_view(u"diuoxX").find(conversion) != std::u16string_view::npos;
             if (integerConversion) {
                 if (std::isfinite(value) && value == std::floor(value) && std::fabs(value) < 9.2e18) {
                     if (precision >= 0) {
-                        spec += "." + std::to_string(precision);
+                        conversionText += "." + std::to_string(precision);
                     }
                     char const kind = conversion == u'i' || conversion == u'u' ? 'd' : static_cast<char>(conversion);
-                    spec += std::string("ll") + kind;
-                    out += utf16(fmt::sprintf(spec, static_cast<long long>(value)));
+                    conversionText += std::string("ll") + kind;
+                    out += utf16(fmt::sprintf(conversionText, static_cast<long long>(value)));
                     continue;
                 }
                 // Not a whole number: written as %e (or as Inf/NaN).
@@ -239,8 +239,8 @@ private:
                     out += padded(utf16(numberText(value)), width, left);
                     continue;
                 }
-                spec += precision >= 0 ? "." + std::to_string(precision) + "e" : "e";
-                out += utf16(fmt::sprintf(spec, value));
+                conversionText += precision >= 0 ? "." + std::to_string(precision) + "e" : "e";
+                out += utf16(fmt::sprintf(conversionText, value));
                 continue;
             }
             if (!std::isfinite(value)) {
@@ -248,10 +248,10 @@ private:
                 continue;
             }
             if (precision >= 0) {
-                spec += "." + std::to_string(precision);
+                conversionText += "." + std::to_string(precision);
             }
-            spec.push_back(static_cast<char>(conversion));
-            out += utf16(fmt::sprintf(spec, value));
+            conversionText.push_back(static_cast<char>(conversion));
+            out += utf16(fmt::sprintf(conversionText, value));
         }
         return true;
     }
