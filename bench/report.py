@@ -51,6 +51,7 @@ driver = medians("driver")
 parse = medians("parse")
 roundtrip = medians("host_roundtrip")
 script = medians("script_analyzer")
+host_language = medians("host_language")
 
 program = {}
 with open(os.path.join(work, "program.txt")) as f:
@@ -114,6 +115,22 @@ native_node = script["BM_NativeAnalyzerPerNode/real_time"]["per_node"] * 1e9
 row("a script analyzer's round trip per node (wrap node and graph, dispatch \"analyze\", check the result)",
     "bench_script_analyzer", f"**{script_node / 1e3:.2f} µs** (a native analyzer that finds nothing: "
     f"{native_node:.0f} ns)", "at most 5 µs per node", script_node <= 5000)
+
+
+def versus(name):
+    return next(entry for run, entry in host_language.items() if run.startswith(name + "/"))
+
+
+for name, reference, target in (("BM_HostLanguageVersusScriptClassInCpp", "the same analyzer in C++ behind the "
+                                 "script-class builder (the same road through `QorvexAnalyzer`)", None),
+                                ("BM_HostLanguageVersusNative", "a native C++ `AttributeAnalyzer` doing the same "
+                                 "check", 20)):
+    entry = versus(name)
+    row(f"an analyzer written in the host language (one node property checked, a finding on every tenth node) "
+        f"against {reference}, 10^5 nodes, on the command thread", "bench_host_language",
+        f"{entry['host_ns_per_node'] / 1e3:.2f} µs against {entry['reference_ns_per_node']:.0f} ns per node: "
+        f"**{entry['ratio']:.1f}x**", f"at most {target}x" if target else "none",
+        entry["ratio"] <= target if target else None)
 
 growth = [
     ("graph-file loading", exponent([(n, load[n]) for n in load])),

@@ -25,22 +25,32 @@ protected:
 std::string const& internName(std::string_view name) {
     // The same few names come again and again: each thread keeps the last ones
     // it asked for and takes no lock for them.
-    thread_local std::array<std::string const*, 8> recent{};
+    thread_local std::array<std::string const*, 32> recent{};
     thread_local std::size_t next = 0;
     for (auto const* known : recent) {
         if (known != nullptr && *known == name) {
             return *known;
         }
     }
+    struct Hash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>{}(text); }
+    };
     struct Pool {
         std::mutex mutex;
-        std::unordered_set<std::string> names;  // nodes never move, so references stay valid
+        // Nodes never move, so references stay valid; looked up by view, so a
+        // name already known costs no allocation.
+        std::unordered_set<std::string, Hash, std::equal_to<>> names;
     };
     static auto* pool = new Pool;  // never destroyed: objects may be made while static destructors run
     std::string const* interned = nullptr;
     {
         std::lock_guard lock(pool->mutex);
-        interned = &*pool->names.emplace(name).first;
+        auto found = pool->names.find(name);
+        if (found == pool->names.end()) {
+            found = pool->names.emplace(name).first;
+        }
+        interned = &*found;
     }
     recent[next] = interned;
     next = (next + 1) % recent.size();
