@@ -157,77 +157,69 @@ COSClient const& COSGetInternalClient() noexcept {
     return client;
 }
 
-bool omCallMethod(COSClient const& client, std::string_view methodName, int nlhs, qxArrayPtr* plhs, int nrhs,
-                  qxArray const* const* prhs) noexcept {
+namespace {
+
+// Runs a method call, keeping its failure for omGetLastError instead of throwing.
+template <class Call>
+bool recordingFailure(Call&& call) noexcept {
     try {
-        if (nrhs < 1 || prhs == nullptr || prhs[0] == nullptr || prhs[0]->classID() != qxClassID::Object) {
-            throw HostError("qcos:method:noObject",
-                            fmt::format("Method '{}' needs an object as its first input.", methodName));
-        }
-        // The most derived class: the element's own class, not the array's.
-        auto const& self = *prhs[0];
-        std::string const className =
-            self.isEmpty() ? self.getClassName() : cosiGetArrayElement(self, 0)->getClassName();
-        detail::requireClass(className);
-        auto const* method = detail::findMethod(className, methodName);
-        if (method == nullptr) {
-            throw HostError("qcos:method:undefined",
-                            fmt::format("No method '{}' for class '{}'.", methodName, className));
-        }
-        invoke(client, *method, className, nlhs, plhs, nrhs, prhs);
+        call();
         lastCallError = nullptr;
         return true;
     } catch (...) {
         lastCallError = std::current_exception();
         return false;
     }
+}
+
+// The class of the object a method is called on: the most derived one, that
+// is the element's own class rather than the array's.
+std::string classOfSelf(std::string_view methodName, int nrhs, qxArray const* const* prhs) {
+    if (nrhs < 1 || prhs == nullptr || prhs[0] == nullptr || prhs[0]->classID() != qxClassID::Object) {
+        throw HostError("qcos:method:noObject",
+                        fmt::format("Method '{}' needs an object as its first input.", methodName));
+    }
+    auto const& self = *prhs[0];
+    return self.isEmpty() ? self.getClassName() : cosiGetArrayElement(self, 0)->getClassName();
+}
+
+// Finds `methodName` in `className` (and its superclasses) and invokes it.
+void findAndInvoke(COSClient const& client, std::string_view className, std::string_view methodName, bool onlyStatic,
+                   int nlhs, qxArrayPtr* plhs, int nrhs, qxArray const* const* prhs) {
+    detail::requireClass(className);
+    auto const* method = detail::findMethod(className, methodName);
+    if (method == nullptr || (onlyStatic && !method->getAttributes().isStatic)) {
+        throw HostError("qcos:method:undefined", fmt::format("No {}method '{}' for class '{}'.",
+                                                             onlyStatic ? "static " : "", methodName, className));
+    }
+    invoke(client, *method, className, nlhs, plhs, nrhs, prhs);
+}
+
+}  // namespace
+
+bool omCallMethod(COSClient const& client, std::string_view methodName, int nlhs, qxArrayPtr* plhs, int nrhs,
+                  qxArray const* const* prhs) noexcept {
+    return recordingFailure([&] {
+        auto const className = classOfSelf(methodName, nrhs, prhs);
+        findAndInvoke(client, className, methodName, false, nlhs, plhs, nrhs, prhs);
+    });
 }
 
 bool omCallStaticMethod(COSClient const& client, std::string_view className, std::string_view methodName, int nlhs,
                         qxArrayPtr* plhs, int nrhs, qxArray const* const* prhs) noexcept {
-    try {
-        detail::requireClass(className);
-        auto const* method = detail::findMethod(className, methodName);
-        if (method == nullptr || !method->getAttributes().isStatic) {
-            throw HostError("qcos:method:undefined",
-                            fmt::format("No static method '{}' for class '{}'.", methodName, className));
-        }
-        invoke(client, *method, className, nlhs, plhs, nrhs, prhs);
-        lastCallError = nullptr;
-        return true;
-    } catch (...) {
-        lastCallError = std::current_exception();
-        return false;
-    }
+    return recordingFailure([&] { findAndInvoke(client, className, methodName, true, nlhs, plhs, nrhs, prhs); });
 }
 
 bool omCallMethodOfClass(COSClient const& client, std::string_view className, std::string_view methodName, int nlhs,
                          qxArrayPtr* plhs, int nrhs, qxArray const* const* prhs) noexcept {
-    try {
-        if (nrhs < 1 || prhs == nullptr || prhs[0] == nullptr || prhs[0]->classID() != qxClassID::Object) {
-            throw HostError("qcos:method:noObject",
-                            fmt::format("Method '{}' needs an object as its first input.", methodName));
-        }
-        auto const& self = *prhs[0];
-        std::string const objectClass =
-            self.isEmpty() ? self.getClassName() : cosiGetArrayElement(self, 0)->getClassName();
+    return recordingFailure([&] {
+        auto const objectClass = classOfSelf(methodName, nrhs, prhs);
         if (!omIsA(objectClass, className)) {
             throw HostError("qcos:method:notSubclass",
                             fmt::format("An object of class '{}' is not a '{}'.", objectClass, className));
         }
-        detail::requireClass(className);
-        auto const* method = detail::findMethod(className, methodName);
-        if (method == nullptr) {
-            throw HostError("qcos:method:undefined",
-                            fmt::format("No method '{}' for class '{}'.", methodName, className));
-        }
-        invoke(client, *method, className, nlhs, plhs, nrhs, prhs);
-        lastCallError = nullptr;
-        return true;
-    } catch (...) {
-        lastCallError = std::current_exception();
-        return false;
-    }
+        findAndInvoke(client, className, methodName, false, nlhs, plhs, nrhs, prhs);
+    });
 }
 
 std::exception_ptr omGetLastError() noexcept {

@@ -460,19 +460,7 @@ qxArrayPtr omGetProperty(COSInterface const& object, std::string_view name) {
 }
 
 void omSetProperty(COSInterface& object, std::string_view name, qxArrayPtr value) {
-    auto const* property = findProperty(object.getClassName(), name);
-    if (property == nullptr) {
-        throw HostError("qcos:property:undefined",
-                        fmt::format("No property '{}' for class '{}'.", name, object.getClassName()));
-    }
-    if (property->kind != QcosProperty::Kind::Stored || object.getNative()) {
-        throw HostError("qcos:property:readOnly",
-                        fmt::format("Property '{}' of class '{}' is read-only.", name, object.getClassName()));
-    }
-    if (!value) {
-        throw HostError("qcos:property:noValue", fmt::format("Cannot set property '{}' to no value.", name));
-    }
-    omSetPropertyShared(object, name, qxArray::share(std::move(value)));
+    omSetPropertyShared(object, name, value ? qxArray::share(std::move(value)) : qxArrayShared());
 }
 
 void omSetPropertyShared(COSInterface& object, std::string_view name, qxArrayShared value) {

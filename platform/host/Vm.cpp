@@ -4,8 +4,8 @@
 #include "platform/host/HostFunctions.hpp"
 #include "platform/host/Qcos.hpp"
 
-#include <fmt/format.h>
 #include <boost/locale/encoding_utf.hpp>
+#include <fmt/format.h>
 
 #include <atomic>
 #include <condition_variable>

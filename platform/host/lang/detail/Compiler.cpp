@@ -116,6 +116,8 @@ private:
     Expr const* compileIdentifier(Node const& node, Scope& scope);
     Expr const* compileChain(Node const& node, Scope& scope);
     void compileArguments(std::span<Node const* const> nodes, Scope& scope, std::vector<Expr const*>& args);
+    // One step of an indexing chain: (), {}, .name or .(expr).
+    Accessor compileAccessor(Node const& step, Scope& scope);
     Expr const* compileNumber(Node const& node);
     Expr const* compileAnonymous(Node const& node, Scope& scope);
     Expr const* compileSuperCall(Node const& node, Scope& scope);
@@ -129,56 +131,56 @@ private:
 
 std::u16string operatorText(Operator op) {
     switch (op) {
-        case Operator::Plus:
-        case Operator::UnaryPlus:
-            return u"+";
-        case Operator::Minus:
-        case Operator::UnaryMinus:
-            return u"-";
-        case Operator::Times:
-            return u"*";
-        case Operator::RightDivide:
-            return u"/";
-        case Operator::LeftDivide:
-            return u"\\";
-        case Operator::Power:
-            return u"^";
-        case Operator::ElementTimes:
-            return u".*";
-        case Operator::ElementRightDivide:
-            return u"./";
-        case Operator::ElementLeftDivide:
-            return u".\\";
-        case Operator::ElementPower:
-            return u".^";
-        case Operator::ElementAnd:
-            return u"&";
-        case Operator::ElementOr:
-            return u"|";
-        case Operator::Equal:
-            return u"==";
-        case Operator::NotEqual:
-            return u"~=";
-        case Operator::Less:
-            return u"<";
-        case Operator::LessEqual:
-            return u"<=";
-        case Operator::Greater:
-            return u">";
-        case Operator::GreaterEqual:
-            return u">=";
-        case Operator::AndAnd:
-            return u"&&";
-        case Operator::OrOr:
-            return u"||";
-        case Operator::Not:
-            return u"~";
-        case Operator::Transpose:
-            return u"'";
-        case Operator::DotTranspose:
-            return u".'";
-        case Operator::None:
-            break;
+    case Operator::Plus:
+    case Operator::UnaryPlus:
+        return u"+";
+    case Operator::Minus:
+    case Operator::UnaryMinus:
+        return u"-";
+    case Operator::Times:
+        return u"*";
+    case Operator::RightDivide:
+        return u"/";
+    case Operator::LeftDivide:
+        return u"\\";
+    case Operator::Power:
+        return u"^";
+    case Operator::ElementTimes:
+        return u".*";
+    case Operator::ElementRightDivide:
+        return u"./";
+    case Operator::ElementLeftDivide:
+        return u".\\";
+    case Operator::ElementPower:
+        return u".^";
+    case Operator::ElementAnd:
+        return u"&";
+    case Operator::ElementOr:
+        return u"|";
+    case Operator::Equal:
+        return u"==";
+    case Operator::NotEqual:
+        return u"~=";
+    case Operator::Less:
+        return u"<";
+    case Operator::LessEqual:
+        return u"<=";
+    case Operator::Greater:
+        return u">";
+    case Operator::GreaterEqual:
+        return u">=";
+    case Operator::AndAnd:
+        return u"&&";
+    case Operator::OrOr:
+        return u"||";
+    case Operator::Not:
+        return u"~";
+    case Operator::Transpose:
+        return u"'";
+    case Operator::DotTranspose:
+        return u".'";
+    case Operator::None:
+        break;
     }
     return u"";
 }
@@ -223,60 +225,60 @@ std::u16string rowsOf(Node const& node) {
 
 std::u16string sourceOf(Node const& node) {
     switch (node.kind()) {
-        case NodeKind::Identifier:
-        case NodeKind::DottedName:
-        case NodeKind::Number:
-        case NodeKind::ImaginaryNumber:
-            return std::u16string(node.identifier().getString());
-        case NodeKind::CharacterString:
-            return quotedText(node.identifier().getString(), u'\'');
-        case NodeKind::String:
-            return quotedText(node.identifier().getString(), u'"');
-        case NodeKind::Colon:
-            return u":";
-        case NodeKind::End:
-            return u"end";
-        case NodeKind::Ignored:
-            return u"~";
-        case NodeKind::BinaryOperation:
-        case NodeKind::Comparison:
-        case NodeKind::ShortCircuit:
-            return sourceOf(*node.child(0)) + operatorText(node.op()) + sourceOf(*node.child(1));
-        case NodeKind::UnaryOperation:
-            return operatorText(node.op()) + sourceOf(*node.child(0));
-        case NodeKind::PostfixOperation:
-            return sourceOf(*node.child(0)) + operatorText(node.op());
-        case NodeKind::Range: {
-            auto out = sourceOf(*node.child(0)) + u":";
-            if (auto const* step = node.child(1)) {
-                out += sourceOf(*step) + u":";
-            }
-            return out + sourceOf(*node.child(2));
+    case NodeKind::Identifier:
+    case NodeKind::DottedName:
+    case NodeKind::Number:
+    case NodeKind::ImaginaryNumber:
+        return std::u16string(node.identifier().getString());
+    case NodeKind::CharacterString:
+        return quotedText(node.identifier().getString(), u'\'');
+    case NodeKind::String:
+        return quotedText(node.identifier().getString(), u'"');
+    case NodeKind::Colon:
+        return u":";
+    case NodeKind::End:
+        return u"end";
+    case NodeKind::Ignored:
+        return u"~";
+    case NodeKind::BinaryOperation:
+    case NodeKind::Comparison:
+    case NodeKind::ShortCircuit:
+        return sourceOf(*node.child(0)) + operatorText(node.op()) + sourceOf(*node.child(1));
+    case NodeKind::UnaryOperation:
+        return operatorText(node.op()) + sourceOf(*node.child(0));
+    case NodeKind::PostfixOperation:
+        return sourceOf(*node.child(0)) + operatorText(node.op());
+    case NodeKind::Range: {
+        auto out = sourceOf(*node.child(0)) + u":";
+        if (auto const* step = node.child(1)) {
+            out += sourceOf(*step) + u":";
         }
-        case NodeKind::Parenthesized:
-            return u"(" + sourceOf(*node.child(0)) + u")";
-        case NodeKind::Matrix:
-            return u"[" + rowsOf(node) + u"]";
-        case NodeKind::Cell:
-            return u"{" + rowsOf(node) + u"}";
-        case NodeKind::ParenIndex:
-            return sourceOf(*node.child(0)) + u"(" + joined(node.list(1, 2), u",") + u")";
-        case NodeKind::BraceIndex:
-            return sourceOf(*node.child(0)) + u"{" + joined(node.list(1, 2), u",") + u"}";
-        case NodeKind::FieldAccess:
-            return sourceOf(*node.child(0)) + u"." + sourceOf(*node.child(1));
-        case NodeKind::DynamicField:
-            return sourceOf(*node.child(0)) + u".(" + sourceOf(*node.child(1)) + u")";
-        case NodeKind::InputArgument:
-            return node.child(0) != nullptr ? sourceOf(*node.child(0)) : u"~";
-        case NodeKind::AnonymousFunction:
-            return u"@(" + joined(node.list(0, 1), u",") + u")" + sourceOf(*node.child(2));
-        case NodeKind::FunctionHandle:
-            return u"@" + sourceOf(*node.child(0));
-        case NodeKind::Assignment:
-            return sourceOf(*node.child(0)) + u"=" + sourceOf(*node.child(1));
-        default:
-            break;
+        return out + sourceOf(*node.child(2));
+    }
+    case NodeKind::Parenthesized:
+        return u"(" + sourceOf(*node.child(0)) + u")";
+    case NodeKind::Matrix:
+        return u"[" + rowsOf(node) + u"]";
+    case NodeKind::Cell:
+        return u"{" + rowsOf(node) + u"}";
+    case NodeKind::ParenIndex:
+        return sourceOf(*node.child(0)) + u"(" + joined(node.list(1, 2), u",") + u")";
+    case NodeKind::BraceIndex:
+        return sourceOf(*node.child(0)) + u"{" + joined(node.list(1, 2), u",") + u"}";
+    case NodeKind::FieldAccess:
+        return sourceOf(*node.child(0)) + u"." + sourceOf(*node.child(1));
+    case NodeKind::DynamicField:
+        return sourceOf(*node.child(0)) + u".(" + sourceOf(*node.child(1)) + u")";
+    case NodeKind::InputArgument:
+        return node.child(0) != nullptr ? sourceOf(*node.child(0)) : u"~";
+    case NodeKind::AnonymousFunction:
+        return u"@(" + joined(node.list(0, 1), u",") + u")" + sourceOf(*node.child(2));
+    case NodeKind::FunctionHandle:
+        return u"@" + sourceOf(*node.child(0));
+    case NodeKind::Assignment:
+        return sourceOf(*node.child(0)) + u"=" + sourceOf(*node.child(1));
+    default:
+        break;
     }
     if (node.kind() == SuperclassCallKind) {
         return sourceOf(*node.child(0)) + u"@" + sourceOf(*node.child(1)) + u"(" + joined(node.list(2, 3), u",") + u")";
@@ -320,50 +322,50 @@ void Compiler::collectAssignedIn(Node const& statement, std::set<std::string>& n
         }
     };
     switch (statement.kind()) {
-        case NodeKind::ExpressionStatement:
-        case NodeKind::CommandStatement:
-            names.insert("ans");
-            break;
-        case NodeKind::Assignment:
-            baseName(statement.child(0));
-            break;
-        case NodeKind::MultipleAssignment:
-            for (auto const* target : statement.list(0, 1)) {
-                if (target->kind() != NodeKind::Ignored) {
-                    baseName(target);
-                }
+    case NodeKind::ExpressionStatement:
+    case NodeKind::CommandStatement:
+        names.insert("ans");
+        break;
+    case NodeKind::Assignment:
+        baseName(statement.child(0));
+        break;
+    case NodeKind::MultipleAssignment:
+        for (auto const* target : statement.list(0, 1)) {
+            if (target->kind() != NodeKind::Ignored) {
+                baseName(target);
             }
-            break;
-        case NodeKind::ForStatement:
-            names.insert(textOf(*statement.child(0)));
-            collectAssigned(statement.list(2, 3), names);
-            break;
-        case NodeKind::WhileStatement:
-            collectAssigned(statement.list(1, 2), names);
-            break;
-        case NodeKind::IfStatement:
-            for (auto const* clause : statement.list(0, 1)) {
-                auto const body = clause->kind() == NodeKind::ElseClause ? clause->list(0, 1) : clause->list(1, 2);
-                collectAssigned(body, names);
+        }
+        break;
+    case NodeKind::ForStatement:
+        names.insert(textOf(*statement.child(0)));
+        collectAssigned(statement.list(2, 3), names);
+        break;
+    case NodeKind::WhileStatement:
+        collectAssigned(statement.list(1, 2), names);
+        break;
+    case NodeKind::IfStatement:
+        for (auto const* clause : statement.list(0, 1)) {
+            auto const body = clause->kind() == NodeKind::ElseClause ? clause->list(0, 1) : clause->list(1, 2);
+            collectAssigned(body, names);
+        }
+        break;
+    case NodeKind::SwitchStatement:
+        for (auto const* clause : statement.list(1, 2)) {
+            auto const body = clause->kind() == NodeKind::OtherwiseClause ? clause->list(0, 1) : clause->list(1, 2);
+            collectAssigned(body, names);
+        }
+        break;
+    case NodeKind::TryStatement:
+        collectAssigned(statement.list(0, 1), names);
+        if (auto const* handler = statement.child(2)) {
+            if (auto const* variable = handler->child(0)) {
+                names.insert(textOf(*variable));
             }
-            break;
-        case NodeKind::SwitchStatement:
-            for (auto const* clause : statement.list(1, 2)) {
-                auto const body = clause->kind() == NodeKind::OtherwiseClause ? clause->list(0, 1) : clause->list(1, 2);
-                collectAssigned(body, names);
-            }
-            break;
-        case NodeKind::TryStatement:
-            collectAssigned(statement.list(0, 1), names);
-            if (auto const* handler = statement.child(2)) {
-                if (auto const* variable = handler->child(0)) {
-                    names.insert(textOf(*variable));
-                }
-                collectAssigned(handler->list(1, 2), names);
-            }
-            break;
-        default:
-            break;
+            collectAssigned(handler->list(1, 2), names);
+        }
+        break;
+    default:
+        break;
     }
 }
 
@@ -561,116 +563,114 @@ void Compiler::compileClass(Node const& definition) {
     std::set<std::string> memberNames;
     for (auto const* block : definition.list(11, 12)) {
         switch (block->kind()) {
-            case NodeKind::PropertiesBlock: {
-                bool constant = false;
-                Visibility getAccess = Visibility::Public;
-                Visibility setAccess = Visibility::Public;
-                for (auto const* attribute : block->list(0, 1)) {
-                    auto const name = AttributeQueries::getName(*attribute);
-                    if (name == u"Constant") {
-                        constant = flagOf(*attribute, file_.displayName);
-                    } else if (name == u"Access") {
-                        getAccess = setAccess = visibilityOf(*attribute, file_.displayName);
-                    } else if (name == u"GetAccess") {
-                        getAccess = visibilityOf(*attribute, file_.displayName);
-                    } else if (name == u"SetAccess") {
-                        setAccess = visibilityOf(*attribute, file_.displayName);
-                    } else if (name != u"Hidden") {
-                        fail(*attribute, fmt::format("The property attribute '{}'", narrow(name)));
-                    }
+        case NodeKind::PropertiesBlock: {
+            bool constant = false;
+            Visibility getAccess = Visibility::Public;
+            Visibility setAccess = Visibility::Public;
+            for (auto const* attribute : block->list(0, 1)) {
+                auto const name = AttributeQueries::getName(*attribute);
+                if (name == u"Constant") {
+                    constant = flagOf(*attribute, file_.displayName);
+                } else if (name == u"Access") {
+                    getAccess = setAccess = visibilityOf(*attribute, file_.displayName);
+                } else if (name == u"GetAccess") {
+                    getAccess = visibilityOf(*attribute, file_.displayName);
+                } else if (name == u"SetAccess") {
+                    setAccess = visibilityOf(*attribute, file_.displayName);
+                } else if (name != u"Hidden") {
+                    fail(*attribute, fmt::format("The property attribute '{}'", narrow(name)));
                 }
-                for (auto const* property : block->list(2, 3)) {
-                    if (property->child(1) != nullptr || property->child(2) != nullptr ||
-                        !property->list(3, 4).empty()) {
-                        fail(*property, "A property size, class or validator declaration");
-                    }
-                    PropertySyntax syntax;
-                    syntax.name = textOf(*property->child(0));
-                    syntax.position = at(*property);
-                    syntax.constant = constant;
-                    syntax.getAccess = getAccess;
-                    syntax.setAccess = setAccess;
-                    if (!memberNames.insert(syntax.name).second) {
-                        invalid(*property, fmt::format("The class already has a member named '{}'.", syntax.name));
-                    }
-                    if (auto const* value = property->child(5)) {
-                        // Defaults are evaluated once, when the class is defined, in a frame of their own.
-                        auto& holder = file_.functions.emplace_back();
-                        holder.file = &file_;
-                        holder.name = cls.name + "." + syntax.name;
-                        holder.position = syntax.position;
-                        holder.owner = &cls;
-                        Scope none;
-                        none.function = &holder;
-                        syntax.defaultValue = compileExpr(*value, none);
-                        syntax.frame = &holder;
-                    } else if (constant) {
-                        invalid(*property, fmt::format("The constant property '{}' needs a value.", syntax.name));
-                    }
-                    cls.properties.push_back(std::move(syntax));
-                }
-                break;
             }
-            case NodeKind::MethodsBlock: {
-                bool isStatic = false;
-                bool isAbstract = false;
-                bool isSealed = false;
-                Visibility access = Visibility::Public;
-                for (auto const* attribute : block->list(0, 1)) {
-                    auto const name = AttributeQueries::getName(*attribute);
-                    if (name == u"Static") {
-                        isStatic = flagOf(*attribute, file_.displayName);
-                    } else if (name == u"Abstract") {
-                        isAbstract = flagOf(*attribute, file_.displayName);
-                    } else if (name == u"Sealed") {
-                        isSealed = flagOf(*attribute, file_.displayName);
-                    } else if (name == u"Access") {
-                        access = visibilityOf(*attribute, file_.displayName);
-                    } else if (name != u"Hidden") {
-                        fail(*attribute, fmt::format("The method attribute '{}'", narrow(name)));
-                    }
+            for (auto const* property : block->list(2, 3)) {
+                if (property->child(1) != nullptr || property->child(2) != nullptr || !property->list(3, 4).empty()) {
+                    fail(*property, "A property size, class or validator declaration");
                 }
-                for (auto const* member : block->list(2, 3)) {
-                    Function* function = nullptr;
-                    if (member->kind() == NodeKind::MethodSignature) {
-                        if (!isAbstract) {
-                            fail(*member, "A method declared without a body outside an Abstract methods block");
-                        }
-                        function = &file_.functions.emplace_back();
-                        function->file = &file_;
-                        function->position = at(*member);
-                        function->shortName = textOf(*member->child(2));
-                        function->name = cls.name + "." + function->shortName;
-                        function->owner = &cls;
-                        function->isAbstract = true;
-                    } else {
-                        if (isAbstract) {
-                            fail(*member, "A method with a body in an Abstract methods block");
-                        }
-                        function = &declareFunction(*member, nullptr, &cls);
-                        pending.push_back({function, member});
-                    }
-                    function->isStatic = isStatic;
-                    function->isSealed = isSealed;
-                    function->access = access;
-                    function->isConstructor = function->shortName == ownName;
-                    if (function->isConstructor && (isStatic || isAbstract)) {
-                        invalid(*member, "A constructor cannot be Static or Abstract.");
-                    }
-                    if (!memberNames.insert(function->shortName).second) {
-                        invalid(*member,
-                                fmt::format("The class already has a member named '{}'.", function->shortName));
-                    }
-                    cls.methods.push_back(function);
+                PropertySyntax syntax;
+                syntax.name = textOf(*property->child(0));
+                syntax.position = at(*property);
+                syntax.constant = constant;
+                syntax.getAccess = getAccess;
+                syntax.setAccess = setAccess;
+                if (!memberNames.insert(syntax.name).second) {
+                    invalid(*property, fmt::format("The class already has a member named '{}'.", syntax.name));
                 }
-                break;
+                if (auto const* value = property->child(5)) {
+                    // Defaults are evaluated once, when the class is defined, in a frame of their own.
+                    auto& holder = file_.functions.emplace_back();
+                    holder.file = &file_;
+                    holder.name = cls.name + "." + syntax.name;
+                    holder.position = syntax.position;
+                    holder.owner = &cls;
+                    Scope none;
+                    none.function = &holder;
+                    syntax.defaultValue = compileExpr(*value, none);
+                    syntax.frame = &holder;
+                } else if (constant) {
+                    invalid(*property, fmt::format("The constant property '{}' needs a value.", syntax.name));
+                }
+                cls.properties.push_back(std::move(syntax));
             }
-            case NodeKind::EventsBlock:
-                fail(*block, "An events block");
-            case NodeKind::EnumerationBlock:
-                fail(*block, "An enumeration block");
-            default:
-                fail(*block, "This class block");
+            break;
+        }
+        case NodeKind::MethodsBlock: {
+            bool isStatic = false;
+            bool isAbstract = false;
+            bool isSealed = false;
+            Visibility access = Visibility::Public;
+            for (auto const* attribute : block->list(0, 1)) {
+                auto const name = AttributeQueries::getName(*attribute);
+                if (name == u"Static") {
+                    isStatic = flagOf(*attribute, file_.displayName);
+                } else if (name == u"Abstract") {
+                    isAbstract = flagOf(*attribute, file_.displayName);
+                } else if (name == u"Sealed") {
+                    isSealed = flagOf(*attribute, file_.displayName);
+                } else if (name == u"Access") {
+                    access = visibilityOf(*attribute, file_.displayName);
+                } else if (name != u"Hidden") {
+                    fail(*attribute, fmt::format("The method attribute '{}'", narrow(name)));
+                }
+            }
+            for (auto const* member : block->list(2, 3)) {
+                Function* function = nullptr;
+                if (member->kind() == NodeKind::MethodSignature) {
+                    if (!isAbstract) {
+                        fail(*member, "A method declared without a body outside an Abstract methods block");
+                    }
+                    function = &file_.functions.emplace_back();
+                    function->file = &file_;
+                    function->position = at(*member);
+                    function->shortName = textOf(*member->child(2));
+                    function->name = cls.name + "." + function->shortName;
+                    function->owner = &cls;
+                    function->isAbstract = true;
+                } else {
+                    if (isAbstract) {
+                        fail(*member, "A method with a body in an Abstract methods block");
+                    }
+                    function = &declareFunction(*member, nullptr, &cls);
+                    pending.push_back({function, member});
+                }
+                function->isStatic = isStatic;
+                function->isSealed = isSealed;
+                function->access = access;
+                function->isConstructor = function->shortName == ownName;
+                if (function->isConstructor && (isStatic || isAbstract)) {
+                    invalid(*member, "A constructor cannot be Static or Abstract.");
+                }
+                if (!memberNames.insert(function->shortName).second) {
+                    invalid(*member, fmt::format("The class already has a member named '{}'.", function->shortName));
+                }
+                cls.methods.push_back(function);
+            }
+            break;
+        }
+        case NodeKind::EventsBlock:
+            fail(*block, "An events block");
+        case NodeKind::EnumerationBlock:
+            fail(*block, "An enumeration block");
+        default:
+            fail(*block, "This class block");
         }
     }
     file_.classSyntax = std::move(syntax);
@@ -706,15 +706,15 @@ LValue Compiler::compileTarget(Node const& node, Scope& scope) {
     Node const* base = &node;
     while (base->kind() != NodeKind::Identifier) {
         switch (base->kind()) {
-            case NodeKind::ParenIndex:
-            case NodeKind::BraceIndex:
-            case NodeKind::FieldAccess:
-            case NodeKind::DynamicField:
-                path.push_back(base);
-                base = base->child(0);
-                break;
-            default:
-                invalid(*base, "This expression cannot be assigned to.");
+        case NodeKind::ParenIndex:
+        case NodeKind::BraceIndex:
+        case NodeKind::FieldAccess:
+        case NodeKind::DynamicField:
+            path.push_back(base);
+            base = base->child(0);
+            break;
+        default:
+            invalid(*base, "This expression cannot be assigned to.");
         }
     }
     target.name = textOf(*base);
@@ -726,155 +726,135 @@ LValue Compiler::compileTarget(Node const& node, Scope& scope) {
     target.depth = variable->depth;
     for (auto it = path.rbegin(); it != path.rend(); ++it) {
         Node const& step = **it;
-        Accessor accessor;
-        accessor.position = at(step);
-        switch (step.kind()) {
-            case NodeKind::ParenIndex:
-                accessor.kind = AccessorKind::Paren;
-                compileArguments(step.list(1, 2), scope, accessor.args);
-                break;
-            case NodeKind::BraceIndex:
-                accessor.kind = AccessorKind::Brace;
-                compileArguments(step.list(1, 2), scope, accessor.args);
-                break;
-            case NodeKind::FieldAccess:
-                accessor.kind = AccessorKind::Field;
-                accessor.name = textOf(*step.child(1));
-                break;
-            default:
-                accessor.kind = AccessorKind::DynamicField;
-                accessor.nameExpr = compileExpr(*step.child(1), scope);
-                break;
-        }
-        target.accessors.push_back(std::move(accessor));
+        target.accessors.push_back(compileAccessor(step, scope));
     }
     return target;
 }
 
 Stmt const* Compiler::compileStatement(Node const& node, Scope& scope) {
     switch (node.kind()) {
-        case NodeKind::EmptyStatement:
-            return nullptr;
-        case NodeKind::ExpressionStatement: {
-            auto& stmt = newStmt(StmtKind::Expression, node);
-            stmt.expr = compileExpr(*node.child(0), scope);
-            if (auto const ans = resolveVariable(scope, "ans")) {
-                stmt.ansSlot = ans->slot;
-                stmt.ansDepth = ans->depth;
-            }
-            return &stmt;
+    case NodeKind::EmptyStatement:
+        return nullptr;
+    case NodeKind::ExpressionStatement: {
+        auto& stmt = newStmt(StmtKind::Expression, node);
+        stmt.expr = compileExpr(*node.child(0), scope);
+        if (auto const ans = resolveVariable(scope, "ans")) {
+            stmt.ansSlot = ans->slot;
+            stmt.ansDepth = ans->depth;
         }
-        case NodeKind::Assignment: {
-            auto& stmt = newStmt(StmtKind::Assign, node);
-            stmt.expr = compileExpr(*node.child(1), scope);
-            stmt.targets.push_back(compileTarget(*node.child(0), scope));
-            return &stmt;
+        return &stmt;
+    }
+    case NodeKind::Assignment: {
+        auto& stmt = newStmt(StmtKind::Assign, node);
+        stmt.expr = compileExpr(*node.child(1), scope);
+        stmt.targets.push_back(compileTarget(*node.child(0), scope));
+        return &stmt;
+    }
+    case NodeKind::MultipleAssignment: {
+        auto& stmt = newStmt(StmtKind::MultiAssign, node);
+        stmt.expr = compileExpr(*node.child(2), scope);
+        for (auto const* target : node.list(0, 1)) {
+            stmt.targets.push_back(compileTarget(*target, scope));
         }
-        case NodeKind::MultipleAssignment: {
-            auto& stmt = newStmt(StmtKind::MultiAssign, node);
-            stmt.expr = compileExpr(*node.child(2), scope);
-            for (auto const* target : node.list(0, 1)) {
-                stmt.targets.push_back(compileTarget(*target, scope));
-            }
-            if (stmt.targets.empty()) {
-                invalid(node, "A multiple assignment needs at least one target.");
-            }
-            return &stmt;
+        if (stmt.targets.empty()) {
+            invalid(node, "A multiple assignment needs at least one target.");
         }
-        case NodeKind::IfStatement: {
-            auto& stmt = newStmt(StmtKind::If, node);
-            for (auto const* clause : node.list(0, 1)) {
-                Clause compiled;
-                compiled.position = at(*clause);
-                if (clause->kind() == NodeKind::ElseClause) {
-                    compiled.body = compileBlock(clause->list(0, 1), scope);
-                } else {
-                    compiled.condition = compileExpr(*clause->child(0), scope);
-                    compiled.body = compileBlock(clause->list(1, 2), scope);
-                }
-                stmt.clauses.push_back(std::move(compiled));
+        return &stmt;
+    }
+    case NodeKind::IfStatement: {
+        auto& stmt = newStmt(StmtKind::If, node);
+        for (auto const* clause : node.list(0, 1)) {
+            Clause compiled;
+            compiled.position = at(*clause);
+            if (clause->kind() == NodeKind::ElseClause) {
+                compiled.body = compileBlock(clause->list(0, 1), scope);
+            } else {
+                compiled.condition = compileExpr(*clause->child(0), scope);
+                compiled.body = compileBlock(clause->list(1, 2), scope);
             }
-            return &stmt;
+            stmt.clauses.push_back(std::move(compiled));
         }
-        case NodeKind::ForStatement: {
-            auto& stmt = newStmt(StmtKind::For, node);
-            stmt.targets.push_back(compileTarget(*node.child(0), scope));
-            stmt.expr = compileExpr(*node.child(1), scope);
-            ++loopDepth_;
-            stmt.body = compileBlock(node.list(2, 3), scope);
-            --loopDepth_;
-            return &stmt;
-        }
-        case NodeKind::WhileStatement: {
-            auto& stmt = newStmt(StmtKind::While, node);
-            stmt.expr = compileExpr(*node.child(0), scope);
-            ++loopDepth_;
-            stmt.body = compileBlock(node.list(1, 2), scope);
-            --loopDepth_;
-            return &stmt;
-        }
-        case NodeKind::SwitchStatement: {
-            auto& stmt = newStmt(StmtKind::Switch, node);
-            stmt.expr = compileExpr(*node.child(0), scope);
-            for (auto const* clause : node.list(1, 2)) {
-                Clause compiled;
-                compiled.position = at(*clause);
-                if (clause->kind() == NodeKind::OtherwiseClause) {
-                    compiled.body = compileBlock(clause->list(0, 1), scope);
-                } else {
-                    compiled.condition = compileExpr(*clause->child(0), scope);
-                    compiled.body = compileBlock(clause->list(1, 2), scope);
-                }
-                stmt.clauses.push_back(std::move(compiled));
+        return &stmt;
+    }
+    case NodeKind::ForStatement: {
+        auto& stmt = newStmt(StmtKind::For, node);
+        stmt.targets.push_back(compileTarget(*node.child(0), scope));
+        stmt.expr = compileExpr(*node.child(1), scope);
+        ++loopDepth_;
+        stmt.body = compileBlock(node.list(2, 3), scope);
+        --loopDepth_;
+        return &stmt;
+    }
+    case NodeKind::WhileStatement: {
+        auto& stmt = newStmt(StmtKind::While, node);
+        stmt.expr = compileExpr(*node.child(0), scope);
+        ++loopDepth_;
+        stmt.body = compileBlock(node.list(1, 2), scope);
+        --loopDepth_;
+        return &stmt;
+    }
+    case NodeKind::SwitchStatement: {
+        auto& stmt = newStmt(StmtKind::Switch, node);
+        stmt.expr = compileExpr(*node.child(0), scope);
+        for (auto const* clause : node.list(1, 2)) {
+            Clause compiled;
+            compiled.position = at(*clause);
+            if (clause->kind() == NodeKind::OtherwiseClause) {
+                compiled.body = compileBlock(clause->list(0, 1), scope);
+            } else {
+                compiled.condition = compileExpr(*clause->child(0), scope);
+                compiled.body = compileBlock(clause->list(1, 2), scope);
             }
-            return &stmt;
+            stmt.clauses.push_back(std::move(compiled));
         }
-        case NodeKind::TryStatement: {
-            auto& stmt = newStmt(StmtKind::Try, node);
-            stmt.body = compileBlock(node.list(0, 1), scope);
-            if (auto const* handler = node.child(2)) {
-                if (auto const* variable = handler->child(0)) {
-                    auto const ref = resolveVariable(scope, textOf(*variable));
-                    stmt.catchSlot = ref->slot;
-                    stmt.catchDepth = ref->depth;
-                }
-                stmt.handler = compileBlock(handler->list(1, 2), scope);
+        return &stmt;
+    }
+    case NodeKind::TryStatement: {
+        auto& stmt = newStmt(StmtKind::Try, node);
+        stmt.body = compileBlock(node.list(0, 1), scope);
+        if (auto const* handler = node.child(2)) {
+            if (auto const* variable = handler->child(0)) {
+                auto const ref = resolveVariable(scope, textOf(*variable));
+                stmt.catchSlot = ref->slot;
+                stmt.catchDepth = ref->depth;
             }
-            return &stmt;
+            stmt.handler = compileBlock(handler->list(1, 2), scope);
         }
-        case NodeKind::Break:
-        case NodeKind::Continue:
-            if (loopDepth_ == 0) {
-                invalid(node, fmt::format("'{}' is only allowed inside a loop.",
-                                          node.kind() == NodeKind::Break ? "break" : "continue"));
-            }
-            return &newStmt(node.kind() == NodeKind::Break ? StmtKind::Break : StmtKind::Continue, node);
-        case NodeKind::Return:
-            return &newStmt(StmtKind::Return, node);
-        case NodeKind::CommandStatement: {
-            auto& stmt = newStmt(StmtKind::Command, node);
-            stmt.command = textOf(*node.child(0));
-            if (auto const ans = resolveVariable(scope, "ans")) {
-                stmt.ansSlot = ans->slot;
-                stmt.ansDepth = ans->depth;
-            }
-            for (auto const* word : node.list(1, 2)) {
-                stmt.words.emplace_back(word->identifier().getString());
-            }
-            return &stmt;
+        return &stmt;
+    }
+    case NodeKind::Break:
+    case NodeKind::Continue:
+        if (loopDepth_ == 0) {
+            invalid(node, fmt::format("'{}' is only allowed inside a loop.",
+                                      node.kind() == NodeKind::Break ? "break" : "continue"));
         }
-        case NodeKind::GlobalStatement:
-            fail(node, "A global declaration");
-        case NodeKind::PersistentStatement:
-            fail(node, "A persistent declaration");
-        case NodeKind::ParforStatement:
-            fail(node, "A parfor loop");
-        case NodeKind::ArgumentsBlock:
-            fail(node, "An arguments block");
-        case NodeKind::FunctionDefinition:
-            fail(node, "A function definition inside a block");
-        default:
-            break;
+        return &newStmt(node.kind() == NodeKind::Break ? StmtKind::Break : StmtKind::Continue, node);
+    case NodeKind::Return:
+        return &newStmt(StmtKind::Return, node);
+    case NodeKind::CommandStatement: {
+        auto& stmt = newStmt(StmtKind::Command, node);
+        stmt.command = textOf(*node.child(0));
+        if (auto const ans = resolveVariable(scope, "ans")) {
+            stmt.ansSlot = ans->slot;
+            stmt.ansDepth = ans->depth;
+        }
+        for (auto const* word : node.list(1, 2)) {
+            stmt.words.emplace_back(word->identifier().getString());
+        }
+        return &stmt;
+    }
+    case NodeKind::GlobalStatement:
+        fail(node, "A global declaration");
+    case NodeKind::PersistentStatement:
+        fail(node, "A persistent declaration");
+    case NodeKind::ParforStatement:
+        fail(node, "A parfor loop");
+    case NodeKind::ArgumentsBlock:
+        fail(node, "An arguments block");
+    case NodeKind::FunctionDefinition:
+        fail(node, "A function definition inside a block");
+    default:
+        break;
     }
     if (node.kind() == ShellEscapeKind) {
         fail(node, "A shell escape");
@@ -957,6 +937,30 @@ void Compiler::compileArguments(std::span<Node const* const> nodes, Scope& scope
     }
 }
 
+Accessor Compiler::compileAccessor(Node const& step, Scope& scope) {
+    Accessor accessor;
+    accessor.position = at(step);
+    switch (step.kind()) {
+    case NodeKind::ParenIndex:
+        accessor.kind = AccessorKind::Paren;
+        compileArguments(step.list(1, 2), scope, accessor.args);
+        break;
+    case NodeKind::BraceIndex:
+        accessor.kind = AccessorKind::Brace;
+        compileArguments(step.list(1, 2), scope, accessor.args);
+        break;
+    case NodeKind::FieldAccess:
+        accessor.kind = AccessorKind::Field;
+        accessor.name = textOf(*step.child(1));
+        break;
+    default:
+        accessor.kind = AccessorKind::DynamicField;
+        accessor.nameExpr = compileExpr(*step.child(1), scope);
+        break;
+    }
+    return accessor;
+}
+
 Expr const* Compiler::compileChain(Node const& node, Scope& scope) {
     std::vector<Node const*> path;
     Node const* base = &node;
@@ -992,27 +996,7 @@ Expr const* Compiler::compileChain(Node const& node, Scope& scope) {
     }
     for (auto i = next; i > 0; --i) {
         Node const& step = *path[i - 1];
-        Accessor accessor;
-        accessor.position = at(step);
-        switch (step.kind()) {
-            case NodeKind::ParenIndex:
-                accessor.kind = AccessorKind::Paren;
-                compileArguments(step.list(1, 2), scope, accessor.args);
-                break;
-            case NodeKind::BraceIndex:
-                accessor.kind = AccessorKind::Brace;
-                compileArguments(step.list(1, 2), scope, accessor.args);
-                break;
-            case NodeKind::FieldAccess:
-                accessor.kind = AccessorKind::Field;
-                accessor.name = textOf(*step.child(1));
-                break;
-            default:
-                accessor.kind = AccessorKind::DynamicField;
-                accessor.nameExpr = compileExpr(*step.child(1), scope);
-                break;
-        }
-        expr.accessors.push_back(std::move(accessor));
+        expr.accessors.push_back(compileAccessor(step, scope));
     }
     if (expr.accessors.empty()) {
         return expr.base;  // a dotted name alone
@@ -1073,104 +1057,104 @@ Expr const* Compiler::compileSuperCall(Node const& node, Scope& scope) {
 
 Expr const* Compiler::compileExpr(Node const& node, Scope& scope) {
     switch (node.kind()) {
-        case NodeKind::Identifier:
-            return compileIdentifier(node, scope);
-        case NodeKind::Number:
-            return compileNumber(node);
-        case NodeKind::CharacterString: {
-            auto& expr = newExpr(ExprKind::Constant, node);
-            auto const text = node.identifier().getString();
-            // '' is a 0-by-0 char array.
-            expr.constant = qxArray::share(text.empty() ? qxArray::createChar({0, 0}) : qxArray::createString(text));
-            return &expr;
+    case NodeKind::Identifier:
+        return compileIdentifier(node, scope);
+    case NodeKind::Number:
+        return compileNumber(node);
+    case NodeKind::CharacterString: {
+        auto& expr = newExpr(ExprKind::Constant, node);
+        auto const text = node.identifier().getString();
+        // '' is a 0-by-0 char array.
+        expr.constant = qxArray::share(text.empty() ? qxArray::createChar({0, 0}) : qxArray::createString(text));
+        return &expr;
+    }
+    case NodeKind::String: {
+        auto& expr = newExpr(ExprKind::Constant, node);
+        expr.constant = qxArray::share(qxArray::createStringScalar(node.identifier().getString()));
+        return &expr;
+    }
+    case NodeKind::Colon:
+        return &newExpr(ExprKind::Colon, node);
+    case NodeKind::End:
+        return &newExpr(ExprKind::End, node);
+    case NodeKind::Parenthesized:
+        return compileExpr(*node.child(0), scope);
+    case NodeKind::BinaryOperation:
+    case NodeKind::Comparison: {
+        auto& expr = newExpr(node.kind() == NodeKind::Comparison ? ExprKind::Compare : ExprKind::Binary, node);
+        expr.op = node.op();
+        expr.args = {compileExpr(*node.child(0), scope), compileExpr(*node.child(1), scope)};
+        return &expr;
+    }
+    case NodeKind::ShortCircuit: {
+        auto& expr = newExpr(node.op() == Operator::AndAnd ? ExprKind::AndAnd : ExprKind::OrOr, node);
+        expr.args = {compileExpr(*node.child(0), scope), compileExpr(*node.child(1), scope)};
+        return &expr;
+    }
+    case NodeKind::UnaryOperation: {
+        auto& expr = newExpr(ExprKind::Unary, node);
+        expr.op = node.op();
+        expr.args = {compileExpr(*node.child(0), scope)};
+        return &expr;
+    }
+    case NodeKind::PostfixOperation: {
+        auto& expr = newExpr(ExprKind::Postfix, node);
+        expr.op = node.op();
+        expr.args = {compileExpr(*node.child(0), scope)};
+        return &expr;
+    }
+    case NodeKind::Range: {
+        auto& expr = newExpr(ExprKind::Range, node);
+        auto const* step = node.child(1);
+        expr.args = {compileExpr(*node.child(0), scope), step != nullptr ? compileExpr(*step, scope) : nullptr,
+                     compileExpr(*node.child(2), scope)};
+        return &expr;
+    }
+    case NodeKind::Matrix:
+    case NodeKind::Cell: {
+        auto& expr = newExpr(node.kind() == NodeKind::Matrix ? ExprKind::Matrix : ExprKind::Cell, node);
+        for (auto const* row : node.list(0, 1)) {
+            std::vector<Expr const*> elements;
+            compileArguments(row->list(0, 1), scope, elements);
+            expr.rows.push_back(std::move(elements));
         }
-        case NodeKind::String: {
-            auto& expr = newExpr(ExprKind::Constant, node);
-            expr.constant = qxArray::share(qxArray::createStringScalar(node.identifier().getString()));
-            return &expr;
+        expr.literalEmpty = node.kind() == NodeKind::Matrix && expr.rows.empty();
+        return &expr;
+    }
+    case NodeKind::ParenIndex:
+    case NodeKind::BraceIndex:
+    case NodeKind::FieldAccess:
+    case NodeKind::DynamicField:
+        return compileChain(node, scope);
+    case NodeKind::AnonymousFunction:
+        return compileAnonymous(node, scope);
+    case NodeKind::FunctionHandle: {
+        auto& expr = newExpr(ExprKind::Handle, node);
+        expr.name = textOf(*node.child(0));
+        if (expr.name.find('.') == std::string::npos) {
+            expr.function = findLocalFunction(scope, expr.name);
         }
-        case NodeKind::Colon:
-            return &newExpr(ExprKind::Colon, node);
-        case NodeKind::End:
-            return &newExpr(ExprKind::End, node);
-        case NodeKind::Parenthesized:
-            return compileExpr(*node.child(0), scope);
-        case NodeKind::BinaryOperation:
-        case NodeKind::Comparison: {
-            auto& expr = newExpr(node.kind() == NodeKind::Comparison ? ExprKind::Compare : ExprKind::Binary, node);
-            expr.op = node.op();
-            expr.args = {compileExpr(*node.child(0), scope), compileExpr(*node.child(1), scope)};
-            return &expr;
+        return &expr;
+    }
+    case NodeKind::DottedName: {
+        auto& expr = newExpr(ExprKind::Name, node);
+        expr.name = textOf(node);
+        std::size_t start = 0;
+        for (auto dot = expr.name.find('.'); dot != std::string::npos; dot = expr.name.find('.', start)) {
+            expr.parts.push_back(expr.name.substr(start, dot - start));
+            start = dot + 1;
         }
-        case NodeKind::ShortCircuit: {
-            auto& expr = newExpr(node.op() == Operator::AndAnd ? ExprKind::AndAnd : ExprKind::OrOr, node);
-            expr.args = {compileExpr(*node.child(0), scope), compileExpr(*node.child(1), scope)};
-            return &expr;
-        }
-        case NodeKind::UnaryOperation: {
-            auto& expr = newExpr(ExprKind::Unary, node);
-            expr.op = node.op();
-            expr.args = {compileExpr(*node.child(0), scope)};
-            return &expr;
-        }
-        case NodeKind::PostfixOperation: {
-            auto& expr = newExpr(ExprKind::Postfix, node);
-            expr.op = node.op();
-            expr.args = {compileExpr(*node.child(0), scope)};
-            return &expr;
-        }
-        case NodeKind::Range: {
-            auto& expr = newExpr(ExprKind::Range, node);
-            auto const* step = node.child(1);
-            expr.args = {compileExpr(*node.child(0), scope), step != nullptr ? compileExpr(*step, scope) : nullptr,
-                         compileExpr(*node.child(2), scope)};
-            return &expr;
-        }
-        case NodeKind::Matrix:
-        case NodeKind::Cell: {
-            auto& expr = newExpr(node.kind() == NodeKind::Matrix ? ExprKind::Matrix : ExprKind::Cell, node);
-            for (auto const* row : node.list(0, 1)) {
-                std::vector<Expr const*> elements;
-                compileArguments(row->list(0, 1), scope, elements);
-                expr.rows.push_back(std::move(elements));
-            }
-            expr.literalEmpty = node.kind() == NodeKind::Matrix && expr.rows.empty();
-            return &expr;
-        }
-        case NodeKind::ParenIndex:
-        case NodeKind::BraceIndex:
-        case NodeKind::FieldAccess:
-        case NodeKind::DynamicField:
-            return compileChain(node, scope);
-        case NodeKind::AnonymousFunction:
-            return compileAnonymous(node, scope);
-        case NodeKind::FunctionHandle: {
-            auto& expr = newExpr(ExprKind::Handle, node);
-            expr.name = textOf(*node.child(0));
-            if (expr.name.find('.') == std::string::npos) {
-                expr.function = findLocalFunction(scope, expr.name);
-            }
-            return &expr;
-        }
-        case NodeKind::DottedName: {
-            auto& expr = newExpr(ExprKind::Name, node);
-            expr.name = textOf(node);
-            std::size_t start = 0;
-            for (auto dot = expr.name.find('.'); dot != std::string::npos; dot = expr.name.find('.', start)) {
-                expr.parts.push_back(expr.name.substr(start, dot - start));
-                start = dot + 1;
-            }
-            expr.parts.push_back(expr.name.substr(start));
-            return &expr;
-        }
-        case NodeKind::ImaginaryNumber:
-            fail(node, "A complex number");
-        case NodeKind::MetaclassQuery:
-            fail(node, "A metaclass query");
-        case NodeKind::Ignored:
-            invalid(node, "'~' is only allowed as an input or output placeholder.");
-        default:
-            break;
+        expr.parts.push_back(expr.name.substr(start));
+        return &expr;
+    }
+    case NodeKind::ImaginaryNumber:
+        fail(node, "A complex number");
+    case NodeKind::MetaclassQuery:
+        fail(node, "A metaclass query");
+    case NodeKind::Ignored:
+        invalid(node, "'~' is only allowed as an input or output placeholder.");
+    default:
+        break;
     }
     if (node.kind() == SuperclassCallKind) {
         return compileSuperCall(node, scope);

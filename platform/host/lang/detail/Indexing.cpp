@@ -95,36 +95,6 @@ std::vector<std::size_t> extentsFor(Dims const& dims, std::size_t count) {
                       position + 1, extent));
 }
 
-void copyElement(qxArray& to, std::size_t toIndex, qxArray const& from, std::size_t fromIndex) {
-    switch (to.classID()) {
-        case qxClassID::Double:
-            to.doubles()[toIndex] = from.doubles()[fromIndex];
-            break;
-        case qxClassID::Logical:
-            to.logicals()[toIndex] = from.logicals()[fromIndex];
-            break;
-        case qxClassID::Char:
-            to.chars()[toIndex] = from.chars()[fromIndex];
-            break;
-        case qxClassID::Cell:
-            to.setCell(toIndex, from.getCell(fromIndex));
-            break;
-        case qxClassID::String:
-            to.setStringElement(toIndex, from.getStringElement(fromIndex));
-            break;
-        case qxClassID::Object:
-            to.setObject(toIndex, from.getObject(fromIndex));
-            break;
-        case qxClassID::Struct:
-            for (std::size_t f = 0; f < to.getFieldNames().size(); ++f) {
-                to.setField(toIndex, f, from.getField(fromIndex, f));
-            }
-            break;
-        case qxClassID::FunctionHandle:
-            raise("qlang:index:functionHandle", "Function handles cannot be put in arrays; use a cell array.");
-    }
-}
-
 // Visits the linear positions that a list of per-dimension positions selects,
 // the first dimension fastest.
 template <class Visit>
@@ -190,15 +160,15 @@ Value convertForStore(Value const& value, qxArray const& target) {
         for (std::size_t i = 0; i < value->getNumberOfElements(); ++i) {
             double const number = numberAt(*value, i);
             switch (targetKind) {
-                case qxClassID::Char:
-                    converted->chars()[i] = static_cast<char16_t>(number);
-                    break;
-                case qxClassID::Logical:
-                    converted->logicals()[i] = number != 0 ? 1 : 0;
-                    break;
-                default:
-                    converted->doubles()[i] = number;
-                    break;
+            case qxClassID::Char:
+                converted->chars()[i] = static_cast<char16_t>(number);
+                break;
+            case qxClassID::Logical:
+                converted->logicals()[i] = number != 0 ? 1 : 0;
+                break;
+            default:
+                converted->doubles()[i] = number;
+                break;
             }
         }
         return share(std::move(converted));
@@ -252,6 +222,36 @@ qxArrayPtr resized(qxArray const& array, Dims const& newDims) {
 
 }  // namespace
 
+void copyElement(qxArray& to, std::size_t toIndex, qxArray const& from, std::size_t fromIndex) {
+    switch (to.classID()) {
+    case qxClassID::Double:
+        to.doubles()[toIndex] = from.doubles()[fromIndex];
+        break;
+    case qxClassID::Logical:
+        to.logicals()[toIndex] = from.logicals()[fromIndex];
+        break;
+    case qxClassID::Char:
+        to.chars()[toIndex] = from.chars()[fromIndex];
+        break;
+    case qxClassID::Cell:
+        to.setCell(toIndex, from.getCell(fromIndex));
+        break;
+    case qxClassID::String:
+        to.setStringElement(toIndex, from.getStringElement(fromIndex));
+        break;
+    case qxClassID::Object:
+        to.setObject(toIndex, from.getObject(fromIndex));
+        break;
+    case qxClassID::Struct:
+        for (std::size_t f = 0; f < to.getFieldNames().size(); ++f) {
+            to.setField(toIndex, f, from.getField(fromIndex, f));
+        }
+        break;
+    case qxClassID::FunctionHandle:
+        raise("qlang:index:functionHandle", "Function handles cannot be put in arrays; use a cell array.");
+    }
+}
+
 Value const& colonMarker() {
     static auto const* marker = new Value(makeChars(u":"));
     return *marker;
@@ -263,42 +263,42 @@ std::size_t endOf(qxArray const& array, std::size_t position, std::size_t count)
 
 qxArrayPtr emptyLike(qxArray const& like, Dims dims) {
     switch (like.classID()) {
-        case qxClassID::Double:
-            return qxArray::createDouble(std::move(dims));
-        case qxClassID::Logical:
-            return qxArray::createLogical(std::move(dims));
-        case qxClassID::Char:
-            return qxArray::createChar(std::move(dims));
-        case qxClassID::Cell:
-            return qxArray::createCell(std::move(dims));
-        case qxClassID::String:
-            return qxArray::createStrings(std::move(dims));
-        case qxClassID::Struct:
-            return qxArray::createStruct(std::move(dims), like.getFieldNames());
-        case qxClassID::Object: {
-            auto objects = qxArray::createObjects(std::move(dims), like.getClassName());
-            objects->setObjectClass(like.getClassName(), like.isHeterogeneous());
-            return objects;
-        }
-        case qxClassID::FunctionHandle:
-            break;
+    case qxClassID::Double:
+        return qxArray::createDouble(std::move(dims));
+    case qxClassID::Logical:
+        return qxArray::createLogical(std::move(dims));
+    case qxClassID::Char:
+        return qxArray::createChar(std::move(dims));
+    case qxClassID::Cell:
+        return qxArray::createCell(std::move(dims));
+    case qxClassID::String:
+        return qxArray::createStrings(std::move(dims));
+    case qxClassID::Struct:
+        return qxArray::createStruct(std::move(dims), like.getFieldNames());
+    case qxClassID::Object: {
+        auto objects = qxArray::createObjects(std::move(dims), like.getClassName());
+        objects->setObjectClass(like.getClassName(), like.isHeterogeneous());
+        return objects;
+    }
+    case qxClassID::FunctionHandle:
+        break;
     }
     raise("qlang:index:functionHandle", "Function handles cannot be indexed into arrays; use a cell array.");
 }
 
 Value elementOf(qxArray const& array, std::size_t index) {
     switch (array.classID()) {
-        case qxClassID::Double:
-            return makeDouble(array.doubles()[index]);
-        case qxClassID::Logical:
-            return makeLogical(array.logicals()[index] != 0);
-        case qxClassID::FunctionHandle:
-            return share(array.clone());
-        default: {
-            auto element = emptyLike(array, {1, 1});
-            copyElement(*element, 0, array, index);
-            return share(std::move(element));
-        }
+    case qxClassID::Double:
+        return makeDouble(array.doubles()[index]);
+    case qxClassID::Logical:
+        return makeLogical(array.logicals()[index] != 0);
+    case qxClassID::FunctionHandle:
+        return share(array.clone());
+    default: {
+        auto element = emptyLike(array, {1, 1});
+        copyElement(*element, 0, array, index);
+        return share(std::move(element));
+    }
     }
 }
 

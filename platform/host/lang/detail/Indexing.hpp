@@ -32,6 +32,10 @@ void deleteParen(Value& array, std::span<Value const> subscripts);
 // array{subscripts} = value: one cell element.
 void assignBrace(Value& array, std::span<Value const> subscripts, Value const& value);
 
+// Copies element `fromIndex` of `from` into element `toIndex` of `to`, an
+// array of the same class and fields.
+void copyElement(qxArray& to, std::size_t toIndex, qxArray const& from, std::size_t fromIndex);
+
 // Element `index` of an array as a 1-by-1 array of its class.
 Value elementOf(qxArray const& array, std::size_t index);
 // The columns of an array, as for-loops visit them: array(:, k) for each k.

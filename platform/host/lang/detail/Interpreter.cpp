@@ -505,118 +505,118 @@ Flow Evaluator::block(std::span<Stmt const* const> statements) {
 Flow Evaluator::statement(Stmt const& stmt) {
     frame_.statement = &stmt;
     switch (stmt.kind) {
-        case StmtKind::Expression: {
-            Values out;
-            auto const& expr = *stmt.expr;
-            if (expr.kind == ExprKind::Chain || expr.kind == ExprKind::Name || expr.kind == ExprKind::SuperCall ||
-                (expr.kind == ExprKind::Variable)) {
-                values(expr, 0, out);
+    case StmtKind::Expression: {
+        Values out;
+        auto const& expr = *stmt.expr;
+        if (expr.kind == ExprKind::Chain || expr.kind == ExprKind::Name || expr.kind == ExprKind::SuperCall ||
+            (expr.kind == ExprKind::Variable)) {
+            values(expr, 0, out);
+        } else {
+            out.push_back(value(expr));
+        }
+        if (!out.empty() && stmt.ansSlot >= 0) {
+            slot(stmt.ansDepth, stmt.ansSlot) = std::move(out.front());
+        }
+        return Flow::Normal;
+    }
+    case StmtKind::Command: {
+        Values args;
+        for (auto const& word : stmt.words) {
+            args.push_back(makeChars(word));
+        }
+        Values out;
+        callNamed(stmt.command, nullptr, args, 0, out);
+        if (!out.empty() && stmt.ansSlot >= 0) {
+            slot(stmt.ansDepth, stmt.ansSlot) = std::move(out.front());
+        }
+        return Flow::Normal;
+    }
+    case StmtKind::Assign: {
+        auto const& target = stmt.targets.front();
+        bool const deletion = stmt.expr->kind == ExprKind::Matrix && stmt.expr->literalEmpty &&
+                              !target.accessors.empty() && target.accessors.back().kind == AccessorKind::Paren;
+        assign(target, deletion ? Value() : value(*stmt.expr), deletion);
+        return Flow::Normal;
+    }
+    case StmtKind::MultiAssign: {
+        Values out;
+        auto const wanted = static_cast<int>(stmt.targets.size());
+        values(*stmt.expr, wanted, out);
+        if (out.size() < stmt.targets.size()) {
+            // Outputs the caller ignores with ~ at the end need not exist.
+            std::size_t needed = stmt.targets.size();
+            while (needed > 0 && stmt.targets[needed - 1].ignored) {
+                --needed;
+            }
+            if (out.size() < needed) {
+                raise("qlang:call:tooManyOutputs",
+                      fmt::format("Too many output arguments: {} requested, {} given.", needed, out.size()));
+            }
+        }
+        for (std::size_t i = 0; i < stmt.targets.size() && i < out.size(); ++i) {
+            if (!stmt.targets[i].ignored) {
+                assign(stmt.targets[i], std::move(out[i]), false);
+            }
+        }
+        return Flow::Normal;
+    }
+    case StmtKind::If:
+        for (auto const& clause : stmt.clauses) {
+            if (clause.condition == nullptr || truthOf(*value(*clause.condition))) {
+                return block(clause.body);
+            }
+        }
+        return Flow::Normal;
+    case StmtKind::While:
+        for (;;) {
+            checkInterrupt();
+            frame_.statement = &stmt;
+            if (!truthOf(*value(*stmt.expr))) {
+                return Flow::Normal;
+            }
+            auto const flow = block(stmt.body);
+            if (flow == Flow::Break) {
+                return Flow::Normal;
+            }
+            if (flow == Flow::Return) {
+                return flow;
+            }
+        }
+    case StmtKind::For:
+        return forLoop(stmt);
+    case StmtKind::Switch: {
+        auto const subject = value(*stmt.expr);
+        if (!(isText(*subject) || (isNumeric(*subject) && subject->isScalar()) ||
+              (subject->classID() == qxClassID::Object && subject->isScalar()))) {
+            raise("qlang:switch:subject", "A switch expression must be a scalar or text.");
+        }
+        for (auto const& clause : stmt.clauses) {
+            if (clause.condition == nullptr) {
+                return block(clause.body);
+            }
+            auto const candidate = value(*clause.condition);
+            bool matched = false;
+            if (candidate->classID() == qxClassID::Cell) {
+                for (auto const& element : candidate->cells()) {
+                    matched = matched || switchMatches(*subject, *element);
+                }
             } else {
-                out.push_back(value(expr));
+                matched = switchMatches(*subject, *candidate);
             }
-            if (!out.empty() && stmt.ansSlot >= 0) {
-                slot(stmt.ansDepth, stmt.ansSlot) = std::move(out.front());
+            if (matched) {
+                return block(clause.body);
             }
-            return Flow::Normal;
         }
-        case StmtKind::Command: {
-            Values args;
-            for (auto const& word : stmt.words) {
-                args.push_back(makeChars(word));
-            }
-            Values out;
-            callNamed(stmt.command, nullptr, args, 0, out);
-            if (!out.empty() && stmt.ansSlot >= 0) {
-                slot(stmt.ansDepth, stmt.ansSlot) = std::move(out.front());
-            }
-            return Flow::Normal;
-        }
-        case StmtKind::Assign: {
-            auto const& target = stmt.targets.front();
-            bool const deletion = stmt.expr->kind == ExprKind::Matrix && stmt.expr->literalEmpty &&
-                                  !target.accessors.empty() && target.accessors.back().kind == AccessorKind::Paren;
-            assign(target, deletion ? Value() : value(*stmt.expr), deletion);
-            return Flow::Normal;
-        }
-        case StmtKind::MultiAssign: {
-            Values out;
-            auto const wanted = static_cast<int>(stmt.targets.size());
-            values(*stmt.expr, wanted, out);
-            if (out.size() < stmt.targets.size()) {
-                // Outputs the caller ignores with ~ at the end need not exist.
-                std::size_t needed = stmt.targets.size();
-                while (needed > 0 && stmt.targets[needed - 1].ignored) {
-                    --needed;
-                }
-                if (out.size() < needed) {
-                    raise("qlang:call:tooManyOutputs",
-                          fmt::format("Too many output arguments: {} requested, {} given.", needed, out.size()));
-                }
-            }
-            for (std::size_t i = 0; i < stmt.targets.size() && i < out.size(); ++i) {
-                if (!stmt.targets[i].ignored) {
-                    assign(stmt.targets[i], std::move(out[i]), false);
-                }
-            }
-            return Flow::Normal;
-        }
-        case StmtKind::If:
-            for (auto const& clause : stmt.clauses) {
-                if (clause.condition == nullptr || truthOf(*value(*clause.condition))) {
-                    return block(clause.body);
-                }
-            }
-            return Flow::Normal;
-        case StmtKind::While:
-            for (;;) {
-                checkInterrupt();
-                frame_.statement = &stmt;
-                if (!truthOf(*value(*stmt.expr))) {
-                    return Flow::Normal;
-                }
-                auto const flow = block(stmt.body);
-                if (flow == Flow::Break) {
-                    return Flow::Normal;
-                }
-                if (flow == Flow::Return) {
-                    return flow;
-                }
-            }
-        case StmtKind::For:
-            return forLoop(stmt);
-        case StmtKind::Switch: {
-            auto const subject = value(*stmt.expr);
-            if (!(isText(*subject) || (isNumeric(*subject) && subject->isScalar()) ||
-                  (subject->classID() == qxClassID::Object && subject->isScalar()))) {
-                raise("qlang:switch:subject", "A switch expression must be a scalar or text.");
-            }
-            for (auto const& clause : stmt.clauses) {
-                if (clause.condition == nullptr) {
-                    return block(clause.body);
-                }
-                auto const candidate = value(*clause.condition);
-                bool matched = false;
-                if (candidate->classID() == qxClassID::Cell) {
-                    for (auto const& element : candidate->cells()) {
-                        matched = matched || switchMatches(*subject, *element);
-                    }
-                } else {
-                    matched = switchMatches(*subject, *candidate);
-                }
-                if (matched) {
-                    return block(clause.body);
-                }
-            }
-            return Flow::Normal;
-        }
-        case StmtKind::Try:
-            return tryStatement(stmt);
-        case StmtKind::Break:
-            return Flow::Break;
-        case StmtKind::Continue:
-            return Flow::Continue;
-        case StmtKind::Return:
-            return Flow::Return;
+        return Flow::Normal;
+    }
+    case StmtKind::Try:
+        return tryStatement(stmt);
+    case StmtKind::Break:
+        return Flow::Break;
+    case StmtKind::Continue:
+        return Flow::Continue;
+    case StmtKind::Return:
+        return Flow::Return;
     }
     return Flow::Normal;
 }
@@ -648,13 +648,13 @@ Flow Evaluator::forLoop(Stmt const& stmt) {
         auto const stop = value(*range.args[2]);
         // A range of numbers is looped over without making the row, however long it is.
         if (start->classID() != qxClassID::Char || stop->classID() != qxClassID::Char) {
-            auto const spec = rangeSpec(*start, step.get(), *stop);
-            if (spec.count == 0) {
+            auto const steps = rangeSpec(*start, step.get(), *stop);
+            if (steps.count == 0) {
                 slot(variable.depth, variable.slot) = share(qxArray::createDouble({1, 0}));
             }
-            for (std::size_t i = 0; i < spec.count; ++i) {
+            for (std::size_t i = 0; i < steps.count; ++i) {
                 checkInterrupt();
-                slot(variable.depth, variable.slot) = makeDouble(spec.at(i));
+                slot(variable.depth, variable.slot) = makeDouble(steps.at(i));
                 auto const flow = body();
                 if (flow == Flow::Break) {
                     break;
@@ -722,158 +722,157 @@ void Evaluator::assignPath(Value& container, std::span<Accessor const> path, Val
     auto const& accessor = path.front();
     bool const last = path.size() == 1;
     switch (accessor.kind) {
-        case AccessorKind::Paren: {
-            Values subscripts;
-            arguments(accessor.args, subscripts, container ? container.get() : nullptr);
-            if (last) {
-                if (deletion) {
-                    deleteParen(container, subscripts);
-                } else {
-                    assignParen(container, subscripts, value);
-                }
-                return;
+    case AccessorKind::Paren: {
+        Values subscripts;
+        arguments(accessor.args, subscripts, container ? container.get() : nullptr);
+        if (last) {
+            if (deletion) {
+                deleteParen(container, subscripts);
+            } else {
+                assignParen(container, subscripts, value);
             }
-            if (path[1].kind == AccessorKind::Paren) {
-                raise("qlang:index:chainedParentheses", "()-indexing must appear last in an index expression.");
-            }
-            // s(k).f = v: work on the element, then store it back.
-            Value element;
-            bool exists = false;
-            if (container) {
-                try {
-                    element = indexParen(*container, subscripts);
-                    exists = element->isScalar();
-                } catch (qcos::HostError const& error) {
-                    if (error.identifier() != "qlang:index:outOfBounds") {
-                        throw;
-                    }
-                }
-            }
-            if (!exists) {
-                if (container && container->classID() == qxClassID::Struct) {
-                    element = share(qxArray::createStruct({1, 1}, container->getFieldNames()));
-                } else if (path[1].kind == AccessorKind::Brace) {
-                    element = share(qxArray::createCell({0, 0}));
-                } else {
-                    element = Value();
-                }
-            }
-            assignPath(element, path.subspan(1), value, deletion);
-            // s(k).newField = v gives every element of s the new field.
-            if (container && container->classID() == qxClassID::Struct && element &&
-                element->classID() == qxClassID::Struct) {
-                for (auto const& field : element->getFieldNames()) {
-                    if (container->fieldIndex(field) < 0) {
-                        mutate(container).addField(field);
-                    }
-                }
-            }
-            assignParen(container, subscripts, element);
             return;
         }
-        case AccessorKind::Brace: {
-            Values subscripts;
-            arguments(accessor.args, subscripts, container ? container.get() : nullptr);
-            if (last) {
-                if (deletion) {
-                    raise("qlang:index:braceDeletion", "Elements of a cell array are deleted with (), not {}.");
-                }
-                assignBrace(container, subscripts, value);
-                return;
-            }
-            Value element;
-            if (container && container->classID() == qxClassID::Cell) {
-                Values found;
-                try {
-                    indexBrace(*container, subscripts, found);
-                } catch (qcos::HostError const& error) {
-                    if (error.identifier() != "qlang:index:outOfBounds") {
-                        throw;
-                    }
-                }
-                if (found.size() == 1) {
-                    element = std::move(found.front());
-                    // Let go of the cell's reference first, so that the element can change in place.
-                    auto empty = qxArray::createCell({1, 1});
-                    assignParen(container, subscripts, share(std::move(empty)));
+        if (path[1].kind == AccessorKind::Paren) {
+            raise("qlang:index:chainedParentheses", "()-indexing must appear last in an index expression.");
+        }
+        // s(k).f = v: work on the element, then store it back.
+        Value element;
+        bool exists = false;
+        if (container) {
+            try {
+                element = indexParen(*container, subscripts);
+                exists = element->isScalar();
+            } catch (qcos::HostError const& error) {
+                if (error.identifier() != "qlang:index:outOfBounds") {
+                    throw;
                 }
             }
-            assignPath(element, path.subspan(1), value, deletion);
-            assignBrace(container, subscripts, element);
+        }
+        if (!exists) {
+            if (container && container->classID() == qxClassID::Struct) {
+                element = share(qxArray::createStruct({1, 1}, container->getFieldNames()));
+            } else if (path[1].kind == AccessorKind::Brace) {
+                element = share(qxArray::createCell({0, 0}));
+            } else {
+                element = Value();
+            }
+        }
+        assignPath(element, path.subspan(1), value, deletion);
+        // s(k).newField = v gives every element of s the new field.
+        if (container && container->classID() == qxClassID::Struct && element &&
+            element->classID() == qxClassID::Struct) {
+            for (auto const& field : element->getFieldNames()) {
+                if (container->fieldIndex(field) < 0) {
+                    mutate(container).addField(field);
+                }
+            }
+        }
+        assignParen(container, subscripts, element);
+        return;
+    }
+    case AccessorKind::Brace: {
+        Values subscripts;
+        arguments(accessor.args, subscripts, container ? container.get() : nullptr);
+        if (last) {
+            if (deletion) {
+                raise("qlang:index:braceDeletion", "Elements of a cell array are deleted with (), not {}.");
+            }
+            assignBrace(container, subscripts, value);
             return;
         }
-        case AccessorKind::Field:
-        case AccessorKind::DynamicField: {
-            std::string const name = accessor.kind == AccessorKind::Field
-                                         ? accessor.name
-                                         : utf8(textOf(*this->value(*accessor.nameExpr), "A dynamic field name"));
-            if (container && container->classID() == qxClassID::Object) {
-                if (!container->isScalar()) {
-                    raise("qlang:property:objectArray",
-                          "Setting a property of an object array needs an index: objects(k).Name = value.");
+        Value element;
+        if (container && container->classID() == qxClassID::Cell) {
+            Values found;
+            try {
+                indexBrace(*container, subscripts, found);
+            } catch (qcos::HostError const& error) {
+                if (error.identifier() != "qlang:index:outOfBounds") {
+                    throw;
                 }
-                auto const& className = objectClassOf(*container);
-                auto const& member = findMember(className, name);
-                if (member.kind != Member::Kind::Property) {
-                    raise("qcos:property:undefined", fmt::format("No property '{}' for class '{}'.", name, className));
-                }
-                if (member.property != nullptr) {
-                    if (member.property->constant) {
-                        raise("qcos:property:readOnly",
-                              fmt::format("The constant property '{}' of class '{}' cannot be set.", name, className));
-                    }
-                    if (!mayAccess(member.property->setAccess, member.definingClass, &frame_)) {
-                        raise("qlang:property:access",
-                              fmt::format("The property '{}' of class '{}' cannot be set here.", name, className));
-                    }
-                }
-                Value newValue = value;
-                if (!last) {
-                    Value current = qcos::omGetPropertyShared(*container->getObject(0), name);
-                    assignPath(current, path.subspan(1), value, deletion);
-                    newValue = std::move(current);
-                }
-                // Objects of value classes are copied before they change.
-                if (!isHandleClass(className)) {
-                    auto& array = mutate(container);
-                    if (array.getObject(0)->referenceCount() > 1) {
-                        array.setObject(0, qcos::omCopyObject(*array.getObject(0)));
-                    }
-                }
-                qcos::omSetPropertyShared(*container->getObject(0), name, std::move(newValue));
-                return;
             }
-            if (!container || (container->classID() == qxClassID::Double && container->isEmpty())) {
-                container = share(qxArray::createStruct({1, 1}, {}));
+            if (found.size() == 1) {
+                element = std::move(found.front());
+                // Let go of the cell's reference first, so that the element can change in place.
+                auto empty = qxArray::createCell({1, 1});
+                assignParen(container, subscripts, share(std::move(empty)));
             }
-            if (container->classID() != qxClassID::Struct) {
-                raise("qlang:field:notStruct",
-                      fmt::format("A field cannot be set on a value of class '{}'.", container->getClassName()));
-            }
+        }
+        assignPath(element, path.subspan(1), value, deletion);
+        assignBrace(container, subscripts, element);
+        return;
+    }
+    case AccessorKind::Field:
+    case AccessorKind::DynamicField: {
+        std::string const name = accessor.kind == AccessorKind::Field
+                                     ? accessor.name
+                                     : utf8(textOf(*this->value(*accessor.nameExpr), "A dynamic field name"));
+        if (container && container->classID() == qxClassID::Object) {
             if (!container->isScalar()) {
-                raise("qlang:field:structArray",
-                      "Setting a field of a struct array needs an index: s(k).name = value.");
+                raise("qlang:property:objectArray",
+                      "Setting a property of an object array needs an index: objects(k).Name = value.");
             }
-            auto& record = mutate(container);
-            int field = record.fieldIndex(name);
-            if (field < 0) {
-                field = static_cast<int>(record.addField(name));
+            auto const& className = objectClassOf(*container);
+            auto const& member = findMember(className, name);
+            if (member.kind != Member::Kind::Property) {
+                raise("qcos:property:undefined", fmt::format("No property '{}' for class '{}'.", name, className));
             }
-            auto const index = static_cast<std::size_t>(field);
-            if (last) {
-                record.setField(0, index, value);
-                return;
+            if (member.property != nullptr) {
+                if (member.property->constant) {
+                    raise("qcos:property:readOnly",
+                          fmt::format("The constant property '{}' of class '{}' cannot be set.", name, className));
+                }
+                if (!mayAccess(member.property->setAccess, member.definingClass, &frame_)) {
+                    raise("qlang:property:access",
+                          fmt::format("The property '{}' of class '{}' cannot be set here.", name, className));
+                }
             }
-            // Take the field's value out, so that it can change in place.
-            Value current = record.getField(0, index);
-            record.setField(0, index, nullptr);
-            if (current->classID() == qxClassID::Double && current->isEmpty()) {
-                current = Value();
+            Value newValue = value;
+            if (!last) {
+                Value current = qcos::omGetPropertyShared(*container->getObject(0), name);
+                assignPath(current, path.subspan(1), value, deletion);
+                newValue = std::move(current);
             }
-            assignPath(current, path.subspan(1), value, deletion);
-            record.setField(0, index, std::move(current));
+            // Objects of value classes are copied before they change.
+            if (!isHandleClass(className)) {
+                auto& array = mutate(container);
+                if (array.getObject(0)->referenceCount() > 1) {
+                    array.setObject(0, qcos::omCopyObject(*array.getObject(0)));
+                }
+            }
+            qcos::omSetPropertyShared(*container->getObject(0), name, std::move(newValue));
             return;
         }
+        if (!container || (container->classID() == qxClassID::Double && container->isEmpty())) {
+            container = share(qxArray::createStruct({1, 1}, {}));
+        }
+        if (container->classID() != qxClassID::Struct) {
+            raise("qlang:field:notStruct",
+                  fmt::format("A field cannot be set on a value of class '{}'.", container->getClassName()));
+        }
+        if (!container->isScalar()) {
+            raise("qlang:field:structArray", "Setting a field of a struct array needs an index: s(k).name = value.");
+        }
+        auto& record = mutate(container);
+        int field = record.fieldIndex(name);
+        if (field < 0) {
+            field = static_cast<int>(record.addField(name));
+        }
+        auto const index = static_cast<std::size_t>(field);
+        if (last) {
+            record.setField(0, index, value);
+            return;
+        }
+        // Take the field's value out, so that it can change in place.
+        Value current = record.getField(0, index);
+        record.setField(0, index, nullptr);
+        if (current->classID() == qxClassID::Double && current->isEmpty()) {
+            current = Value();
+        }
+        assignPath(current, path.subspan(1), value, deletion);
+        record.setField(0, index, std::move(current));
+        return;
+    }
     }
 }
 
@@ -904,84 +903,84 @@ void Evaluator::arguments(std::vector<Expr const*> const& args, Values& out, qxA
 
 Value Evaluator::value(Expr const& expr) {
     switch (expr.kind) {
-        case ExprKind::Constant:
-            return expr.constant;
-        case ExprKind::Variable:
-            if (auto const& v = frame_.slots[static_cast<std::size_t>(expr.slot)]) {
-                return v;
-            }
-            break;
-        case ExprKind::Outer:
-            if (auto const& v = slot(expr.depth, expr.slot)) {
-                return v;
-            }
-            undefinedName(expr.name);
-        case ExprKind::Nargin:
-            return makeDouble(frame_.nargin);
-        case ExprKind::Nargout:
-            return makeDouble(frame_.nargout);
-        case ExprKind::Colon:
-            return makeChars(u":");
-        case ExprKind::End: {
-            if (state.ends.empty() || state.ends.back().array == nullptr) {
-                raise("qlang:end:outsideIndex", "'end' is only valid inside an index of an array.");
-            }
-            auto const& context = state.ends.back();
-            return makeDouble(static_cast<double>(endOf(*context.array, context.position, context.count)));
+    case ExprKind::Constant:
+        return expr.constant;
+    case ExprKind::Variable:
+        if (auto const& v = frame_.slots[static_cast<std::size_t>(expr.slot)]) {
+            return v;
         }
-        case ExprKind::Unary:
-        case ExprKind::Binary:
-        case ExprKind::Compare:
-        case ExprKind::Postfix:
-            // Deeply nested expressions recurse too: the stack is checked at every level.
-            checkStack();
-            return operation(expr);
-        case ExprKind::AndAnd:
-        case ExprKind::OrOr: {
-            auto const logicalScalar = [](Value const& operand) {
-                if (!operand->isScalar() || !isNumeric(*operand)) {
-                    raise("qlang:operator:shortCircuit",
-                          fmt::format("Operands of && and || must be logical scalars, got a {} {}.",
-                                      dimsText(operand->getDimensions()), operand->getClassName()));
-                }
-                return truthOf(*operand);
-            };
-            bool const left = logicalScalar(value(*expr.args[0]));
-            if (expr.kind == ExprKind::AndAnd ? !left : left) {
-                return makeLogical(left);
-            }
-            return makeLogical(logicalScalar(value(*expr.args[1])));
+        break;
+    case ExprKind::Outer:
+        if (auto const& v = slot(expr.depth, expr.slot)) {
+            return v;
         }
-        case ExprKind::Range: {
-            auto const start = value(*expr.args[0]);
-            auto const step = expr.args[1] != nullptr ? value(*expr.args[1]) : Value();
-            auto const stop = value(*expr.args[2]);
-            return range(*start, step.get(), *stop);
+        undefinedName(expr.name);
+    case ExprKind::Nargin:
+        return makeDouble(frame_.nargin);
+    case ExprKind::Nargout:
+        return makeDouble(frame_.nargout);
+    case ExprKind::Colon:
+        return makeChars(u":");
+    case ExprKind::End: {
+        if (state.ends.empty() || state.ends.back().array == nullptr) {
+            raise("qlang:end:outsideIndex", "'end' is only valid inside an index of an array.");
         }
-        case ExprKind::Matrix:
-        case ExprKind::Cell: {
-            checkStack();
-            std::vector<Values> rows;
-            rows.reserve(expr.rows.size());
-            for (auto const& row : expr.rows) {
-                Values elements;
-                arguments(row, elements, nullptr);
-                rows.push_back(std::move(elements));
+        auto const& context = state.ends.back();
+        return makeDouble(static_cast<double>(endOf(*context.array, context.position, context.count)));
+    }
+    case ExprKind::Unary:
+    case ExprKind::Binary:
+    case ExprKind::Compare:
+    case ExprKind::Postfix:
+        // Deeply nested expressions recurse too: the stack is checked at every level.
+        checkStack();
+        return operation(expr);
+    case ExprKind::AndAnd:
+    case ExprKind::OrOr: {
+        auto const logicalScalar = [](Value const& operand) {
+            if (!operand->isScalar() || !isNumeric(*operand)) {
+                raise("qlang:operator:shortCircuit",
+                      fmt::format("Operands of && and || must be logical scalars, got a {} {}.",
+                                  dimsText(operand->getDimensions()), operand->getClassName()));
             }
-            if (expr.kind == ExprKind::Cell) {
-                return cellOf(rows);
-            }
-            // Operands that are objects may define horzcat/vertcat; otherwise the built-in rules apply.
-            return concatenate(rows);
+            return truthOf(*operand);
+        };
+        bool const left = logicalScalar(value(*expr.args[0]));
+        if (expr.kind == ExprKind::AndAnd ? !left : left) {
+            return makeLogical(left);
         }
-        case ExprKind::AnonFunction:
-            return anonymous(expr);
-        case ExprKind::Handle:
-            return handle(expr);
-        case ExprKind::Name:
-        case ExprKind::Chain:
-        case ExprKind::SuperCall:
-            break;
+        return makeLogical(logicalScalar(value(*expr.args[1])));
+    }
+    case ExprKind::Range: {
+        auto const start = value(*expr.args[0]);
+        auto const step = expr.args[1] != nullptr ? value(*expr.args[1]) : Value();
+        auto const stop = value(*expr.args[2]);
+        return range(*start, step.get(), *stop);
+    }
+    case ExprKind::Matrix:
+    case ExprKind::Cell: {
+        checkStack();
+        std::vector<Values> rows;
+        rows.reserve(expr.rows.size());
+        for (auto const& row : expr.rows) {
+            Values elements;
+            arguments(row, elements, nullptr);
+            rows.push_back(std::move(elements));
+        }
+        if (expr.kind == ExprKind::Cell) {
+            return cellOf(rows);
+        }
+        // Operands that are objects may define horzcat/vertcat; otherwise the built-in rules apply.
+        return concatenate(rows);
+    }
+    case ExprKind::AnonFunction:
+        return anonymous(expr);
+    case ExprKind::Handle:
+        return handle(expr);
+    case ExprKind::Name:
+    case ExprKind::Chain:
+    case ExprKind::SuperCall:
+        break;
     }
     Values out;
     values(expr, 1, out);
@@ -1003,23 +1002,23 @@ Value Evaluator::value(Expr const& expr) {
 
 void Evaluator::values(Expr const& expr, int nargout, Values& out) {
     switch (expr.kind) {
-        case ExprKind::Chain:
-            chain(expr, nargout, out);
+    case ExprKind::Chain:
+        chain(expr, nargout, out);
+        return;
+    case ExprKind::Variable:
+        if (auto const& v = frame_.slots[static_cast<std::size_t>(expr.slot)]) {
+            out.push_back(v);
             return;
-        case ExprKind::Variable:
-            if (auto const& v = frame_.slots[static_cast<std::size_t>(expr.slot)]) {
-                out.push_back(v);
-                return;
-            }
-            [[fallthrough]];
-        case ExprKind::Name:
-            nameBase(expr, {}, nargout, out);
-            return;
-        case ExprKind::SuperCall:
-            superCall(expr, nargout, out);
-            return;
-        default:
-            out.push_back(value(expr));
+        }
+        [[fallthrough]];
+    case ExprKind::Name:
+        nameBase(expr, {}, nargout, out);
+        return;
+    case ExprKind::SuperCall:
+        superCall(expr, nargout, out);
+        return;
+    default:
+        out.push_back(value(expr));
     }
 }
 
@@ -1209,42 +1208,42 @@ std::size_t Evaluator::classMember(std::string const& className, std::string con
     }
     auto const& member = findMember(className, memberName);
     switch (member.kind) {
-        case Member::Kind::Method: {
-            if (!member.isStatic) {
-                raise("qlang:method:notStatic",
-                      fmt::format("The method '{}' of class '{}' is not static; call it on an object.", memberName,
-                                  className));
-            }
-            Values args;
-            auto const consumed = argumentsFromNext(args);
-            int const wanted = consumed == next.size() ? nargout : 1;
-            if (member.method != nullptr) {
-                if (!mayAccess(member.method->access, member.definingClass, &frame_)) {
-                    raise("qlang:method:access",
-                          fmt::format("The method '{}' of class '{}' cannot be called here.", memberName, className));
-                }
-                auto results = callFunction(*member.method, nullptr, args, wanted);
-                out.insert(out.end(), results.begin(), results.end());
-            } else {
-                auto results = callBound(className, memberName, args, wanted, true, nullptr);
-                out.insert(out.end(), results.begin(), results.end());
-            }
-            return consumed;
+    case Member::Kind::Method: {
+        if (!member.isStatic) {
+            raise("qlang:method:notStatic",
+                  fmt::format("The method '{}' of class '{}' is not static; call it on an object.", memberName,
+                              className));
         }
-        case Member::Kind::Property:
-            if (member.property != nullptr && !member.property->constant) {
-                raise("qlang:property:notConstant",
-                      fmt::format("The property '{}' of class '{}' is not constant; read it from an object.",
-                                  memberName, className));
+        Values args;
+        auto const consumed = argumentsFromNext(args);
+        int const wanted = consumed == next.size() ? nargout : 1;
+        if (member.method != nullptr) {
+            if (!mayAccess(member.method->access, member.definingClass, &frame_)) {
+                raise("qlang:method:access",
+                      fmt::format("The method '{}' of class '{}' cannot be called here.", memberName, className));
             }
-            if (member.property != nullptr && !mayAccess(member.property->getAccess, member.definingClass, &frame_)) {
-                raise("qlang:property:access",
-                      fmt::format("The property '{}' of class '{}' cannot be read here.", memberName, className));
-            }
-            out.push_back(qcos::omGetConstantPropertyShared(className, memberName));
-            return 0;
-        case Member::Kind::None:
-            break;
+            auto results = callFunction(*member.method, nullptr, args, wanted);
+            out.insert(out.end(), results.begin(), results.end());
+        } else {
+            auto results = callBound(className, memberName, args, wanted, true, nullptr);
+            out.insert(out.end(), results.begin(), results.end());
+        }
+        return consumed;
+    }
+    case Member::Kind::Property:
+        if (member.property != nullptr && !member.property->constant) {
+            raise("qlang:property:notConstant",
+                  fmt::format("The property '{}' of class '{}' is not constant; read it from an object.", memberName,
+                              className));
+        }
+        if (member.property != nullptr && !mayAccess(member.property->getAccess, member.definingClass, &frame_)) {
+            raise("qlang:property:access",
+                  fmt::format("The property '{}' of class '{}' cannot be read here.", memberName, className));
+        }
+        out.push_back(qcos::omGetConstantPropertyShared(className, memberName));
+        return 0;
+    case Member::Kind::None:
+        break;
     }
     raise("qlang:class:noMember",
           fmt::format("No static method, constant or enumeration member '{}' for class '{}'.", memberName, className));
@@ -1255,56 +1254,56 @@ std::size_t Evaluator::objectMember(Value const& object, std::string const& name
     auto const& className = objectClassOf(*object);
     auto const& member = findMember(className, name);
     switch (member.kind) {
-        case Member::Kind::Property: {
-            if (member.property != nullptr && !mayAccess(member.property->getAccess, member.definingClass, &frame_)) {
-                raise("qlang:property:access",
-                      fmt::format("The property '{}' of class '{}' cannot be read here.", name, className));
-            }
-            for (auto const& element : object->objects()) {
-                if (!element) {
-                    raise("qcos:array:emptySlot", "An element of the object array holds no object.");
-                }
-                // A getter of a bound class is called at once: no search of the class chain again.
-                auto const* bound = member.boundProperty;
-                if (bound != nullptr && bound->kind == qcos::QcosProperty::Kind::Getter && element->getNative()) {
-                    auto value = bound->getter(*element);
-                    if (!value) {
-                        raise("qcos:property:noValue",
-                              fmt::format("Property '{}' of class '{}' produced no value.", name, className));
-                    }
-                    out.push_back(share(std::move(value)));
-                    continue;
-                }
-                out.push_back(qcos::omGetPropertyShared(*element, name));
-            }
-            return 0;
+    case Member::Kind::Property: {
+        if (member.property != nullptr && !mayAccess(member.property->getAccess, member.definingClass, &frame_)) {
+            raise("qlang:property:access",
+                  fmt::format("The property '{}' of class '{}' cannot be read here.", name, className));
         }
-        case Member::Kind::Method: {
-            Values args;
-            if (!member.isStatic) {
-                args.push_back(object);
+        for (auto const& element : object->objects()) {
+            if (!element) {
+                raise("qcos:array:emptySlot", "An element of the object array holds no object.");
             }
-            std::size_t consumed = 0;
-            if (!next.empty() && next.front().kind == AccessorKind::Paren) {
-                arguments(next.front().args, args, nullptr);
-                consumed = 1;
-            }
-            int const wanted = consumed == next.size() ? nargout : 1;
-            Values results;
-            if (member.method != nullptr) {
-                if (!mayAccess(member.method->access, member.definingClass, &frame_)) {
-                    raise("qlang:method:access",
-                          fmt::format("The method '{}' of class '{}' cannot be called here.", name, className));
+            // A getter of a bound class is called at once: no search of the class chain again.
+            auto const* bound = member.boundProperty;
+            if (bound != nullptr && bound->kind == qcos::QcosProperty::Kind::Getter && element->getNative()) {
+                auto value = bound->getter(*element);
+                if (!value) {
+                    raise("qcos:property:noValue",
+                          fmt::format("Property '{}' of class '{}' produced no value.", name, className));
                 }
-                results = callFunction(*member.method, nullptr, args, wanted);
-            } else {
-                results = callBound(className, name, args, wanted, member.isStatic, nullptr);
+                out.push_back(share(std::move(value)));
+                continue;
             }
-            out.insert(out.end(), results.begin(), results.end());
-            return consumed;
+            out.push_back(qcos::omGetPropertyShared(*element, name));
         }
-        case Member::Kind::None:
-            break;
+        return 0;
+    }
+    case Member::Kind::Method: {
+        Values args;
+        if (!member.isStatic) {
+            args.push_back(object);
+        }
+        std::size_t consumed = 0;
+        if (!next.empty() && next.front().kind == AccessorKind::Paren) {
+            arguments(next.front().args, args, nullptr);
+            consumed = 1;
+        }
+        int const wanted = consumed == next.size() ? nargout : 1;
+        Values results;
+        if (member.method != nullptr) {
+            if (!mayAccess(member.method->access, member.definingClass, &frame_)) {
+                raise("qlang:method:access",
+                      fmt::format("The method '{}' of class '{}' cannot be called here.", name, className));
+            }
+            results = callFunction(*member.method, nullptr, args, wanted);
+        } else {
+            results = callBound(className, name, args, wanted, member.isStatic, nullptr);
+        }
+        out.insert(out.end(), results.begin(), results.end());
+        return consumed;
+    }
+    case Member::Kind::None:
+        break;
     }
     raise("qlang:member:undefined", fmt::format("No property or method '{}' for class '{}'.", name, className));
 }
@@ -1377,28 +1376,28 @@ std::size_t Evaluator::nameBase(Expr const& base, std::span<Accessor const> acce
     Values results;
     std::size_t consumed = 0;
     switch (resolution->kind) {
-        case Resolution::Kind::Class:
-            if (rest.empty()) {
-                Values args;
-                consumed = argumentsFromFirst(args);
-                results = constructByName(resolution->className, args, consumed == accessors.size() ? nargout : 1);
-            } else {
-                consumed = classMember(resolution->className, rest.front(),
-                                       rest.size() == 1 ? accessors : std::span<Accessor const>(),
-                                       rest.size() == 1 ? nargout : 1, results);
-            }
-            break;
-        case Resolution::Kind::PathFunction: {
+    case Resolution::Kind::Class:
+        if (rest.empty()) {
             Values args;
-            if (rest.empty()) {
-                consumed = argumentsFromFirst(args);
-            }
-            int const wanted = rest.empty() && consumed == accessors.size() ? nargout : 1;
-            results = callFunction(*resolution->function, nullptr, args, wanted);
-            break;
+            consumed = argumentsFromFirst(args);
+            results = constructByName(resolution->className, args, consumed == accessors.size() ? nargout : 1);
+        } else {
+            consumed = classMember(resolution->className, rest.front(),
+                                   rest.size() == 1 ? accessors : std::span<Accessor const>(),
+                                   rest.size() == 1 ? nargout : 1, results);
         }
-        default:
-            raise("qlang:undefined", fmt::format("Unable to resolve the name '{}'.", base.name));
+        break;
+    case Resolution::Kind::PathFunction: {
+        Values args;
+        if (rest.empty()) {
+            consumed = argumentsFromFirst(args);
+        }
+        int const wanted = rest.empty() && consumed == accessors.size() ? nargout : 1;
+        results = callFunction(*resolution->function, nullptr, args, wanted);
+        break;
+    }
+    default:
+        raise("qlang:undefined", fmt::format("Unable to resolve the name '{}'.", base.name));
     }
     // Names after the member are fields or properties of its value.
     std::size_t const fieldsFrom = resolution->kind == Resolution::Kind::Class && !rest.empty() ? 1 : 0;
@@ -1457,90 +1456,90 @@ void Evaluator::chain(Expr const& expr, int nargout, Values& out) {
         auto const& accessor = accessors[next];
         bool const last = next + 1 == accessors.size();
         switch (accessor.kind) {
-            case AccessorKind::Paren: {
-                if (current->classID() == qxClassID::FunctionHandle) {
-                    Values args;
-                    arguments(accessor.args, args, nullptr);
-                    auto results = callCallable(current, args, last ? nargout : 1);
-                    if (last) {
-                        out.insert(out.end(), results.begin(), results.end());
-                        return;
-                    }
-                    if (results.empty()) {
-                        raise("qlang:call:noValue", "The function handle did not return a value.");
-                    }
-                    current = std::move(results.front());
-                    ++next;
-                    continue;
-                }
-                Values subscripts;
-                arguments(accessor.args, subscripts, current.get());
-                current = indexParen(*current, subscripts);
-                ++next;
-                continue;
-            }
-            case AccessorKind::Brace: {
-                Values subscripts;
-                arguments(accessor.args, subscripts, current.get());
-                Values found;
-                indexBrace(*current, subscripts, found);
+        case AccessorKind::Paren: {
+            if (current->classID() == qxClassID::FunctionHandle) {
+                Values args;
+                arguments(accessor.args, args, nullptr);
+                auto results = callCallable(current, args, last ? nargout : 1);
                 if (last) {
-                    out.insert(out.end(), found.begin(), found.end());
+                    out.insert(out.end(), results.begin(), results.end());
                     return;
                 }
-                if (found.size() != 1) {
-                    raise("qlang:index:braceList",
-                          fmt::format("A {{}} index inside an expression must select one element; it selects {}.",
-                                      found.size()));
+                if (results.empty()) {
+                    raise("qlang:call:noValue", "The function handle did not return a value.");
                 }
-                current = std::move(found.front());
+                current = std::move(results.front());
                 ++next;
                 continue;
             }
-            case AccessorKind::Field:
-            case AccessorKind::DynamicField: {
-                std::string const name = accessor.kind == AccessorKind::Field
-                                             ? accessor.name
-                                             : utf8(textOf(*value(*accessor.nameExpr), "A dynamic field name"));
-                if (current->classID() == qxClassID::Struct) {
-                    int const field = current->fieldIndex(name);
-                    if (field < 0) {
-                        raise("qlang:field:undefined", fmt::format("Reference to a non-existent field '{}'.", name));
-                    }
-                    auto const count = current->getNumberOfElements();
-                    if (last) {
-                        for (std::size_t i = 0; i < count; ++i) {
-                            out.push_back(current->getField(i, static_cast<std::size_t>(field)));
-                        }
-                        return;
-                    }
-                    if (count != 1) {
-                        raise("qlang:field:structArray",
-                              fmt::format("A field of a {} struct array is a list of {} values; index one element.",
-                                          dimsText(current->getDimensions()), count));
-                    }
-                    current = current->getField(0, static_cast<std::size_t>(field));
-                    ++next;
-                    continue;
-                }
-                if (current->classID() == qxClassID::Object) {
-                    Values results;
-                    auto const consumed = objectMember(current, name, accessors.subspan(next + 1), nargout, results);
-                    next += 1 + consumed;
-                    if (next == accessors.size()) {
-                        out.insert(out.end(), results.begin(), results.end());
-                        return;
-                    }
-                    if (results.size() != 1) {
-                        raise("qlang:member:list",
-                              fmt::format("'{}' gives {} values where one is needed.", name, results.size()));
-                    }
-                    current = std::move(results.front());
-                    continue;
-                }
-                raise("qlang:field:notStruct",
-                      fmt::format("Dot indexing is not supported for a value of class '{}'.", current->getClassName()));
+            Values subscripts;
+            arguments(accessor.args, subscripts, current.get());
+            current = indexParen(*current, subscripts);
+            ++next;
+            continue;
+        }
+        case AccessorKind::Brace: {
+            Values subscripts;
+            arguments(accessor.args, subscripts, current.get());
+            Values found;
+            indexBrace(*current, subscripts, found);
+            if (last) {
+                out.insert(out.end(), found.begin(), found.end());
+                return;
             }
+            if (found.size() != 1) {
+                raise("qlang:index:braceList",
+                      fmt::format("A {{}} index inside an expression must select one element; it selects {}.",
+                                  found.size()));
+            }
+            current = std::move(found.front());
+            ++next;
+            continue;
+        }
+        case AccessorKind::Field:
+        case AccessorKind::DynamicField: {
+            std::string const name = accessor.kind == AccessorKind::Field
+                                         ? accessor.name
+                                         : utf8(textOf(*value(*accessor.nameExpr), "A dynamic field name"));
+            if (current->classID() == qxClassID::Struct) {
+                int const field = current->fieldIndex(name);
+                if (field < 0) {
+                    raise("qlang:field:undefined", fmt::format("Reference to a non-existent field '{}'.", name));
+                }
+                auto const count = current->getNumberOfElements();
+                if (last) {
+                    for (std::size_t i = 0; i < count; ++i) {
+                        out.push_back(current->getField(i, static_cast<std::size_t>(field)));
+                    }
+                    return;
+                }
+                if (count != 1) {
+                    raise("qlang:field:structArray",
+                          fmt::format("A field of a {} struct array is a list of {} values; index one element.",
+                                      dimsText(current->getDimensions()), count));
+                }
+                current = current->getField(0, static_cast<std::size_t>(field));
+                ++next;
+                continue;
+            }
+            if (current->classID() == qxClassID::Object) {
+                Values results;
+                auto const consumed = objectMember(current, name, accessors.subspan(next + 1), nargout, results);
+                next += 1 + consumed;
+                if (next == accessors.size()) {
+                    out.insert(out.end(), results.begin(), results.end());
+                    return;
+                }
+                if (results.size() != 1) {
+                    raise("qlang:member:list",
+                          fmt::format("'{}' gives {} values where one is needed.", name, results.size()));
+                }
+                current = std::move(results.front());
+                continue;
+            }
+            raise("qlang:field:notStruct",
+                  fmt::format("Dot indexing is not supported for a value of class '{}'.", current->getClassName()));
+        }
         }
     }
     out.push_back(std::move(current));
@@ -1797,14 +1796,14 @@ Values callByName(std::string const& name, std::span<Value const> args, int narg
         raise("qlang:undefined", fmt::format("Unable to resolve the name '{}' as a function.", name));
     }
     switch (resolution->kind) {
-        case Resolution::Kind::PathFunction:
-            return callFunction(*resolution->function, nullptr, args, nargout);
-        case Resolution::Kind::Class:
-            return constructByName(resolution->className, args, nargout);
-        case Resolution::Kind::Builtin:
-            return resolution->builtin->function(args, nargout);
-        case Resolution::Kind::Host:
-            return callHostFunction(*resolution->host, args, nargout);
+    case Resolution::Kind::PathFunction:
+        return callFunction(*resolution->function, nullptr, args, nargout);
+    case Resolution::Kind::Class:
+        return constructByName(resolution->className, args, nargout);
+    case Resolution::Kind::Builtin:
+        return resolution->builtin->function(args, nargout);
+    case Resolution::Kind::Host:
+        return callHostFunction(*resolution->host, args, nargout);
     }
     undefinedName(name);
 }

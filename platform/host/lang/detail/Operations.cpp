@@ -1,5 +1,7 @@
 #include "platform/host/lang/detail/Operations.hpp"
 
+#include "platform/host/lang/detail/Indexing.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <set>
@@ -10,48 +12,48 @@ namespace {
 
 char const* symbolOf(Operator op) {
     switch (op) {
-        case Operator::Plus:
-        case Operator::UnaryPlus:
-            return "+";
-        case Operator::Minus:
-        case Operator::UnaryMinus:
-            return "-";
-        case Operator::Times:
-            return "*";
-        case Operator::RightDivide:
-            return "/";
-        case Operator::LeftDivide:
-            return "\\";
-        case Operator::Power:
-            return "^";
-        case Operator::ElementTimes:
-            return ".*";
-        case Operator::ElementRightDivide:
-            return "./";
-        case Operator::ElementLeftDivide:
-            return ".\\";
-        case Operator::ElementPower:
-            return ".^";
-        case Operator::ElementAnd:
-            return "&";
-        case Operator::ElementOr:
-            return "|";
-        case Operator::Equal:
-            return "==";
-        case Operator::NotEqual:
-            return "~=";
-        case Operator::Less:
-            return "<";
-        case Operator::LessEqual:
-            return "<=";
-        case Operator::Greater:
-            return ">";
-        case Operator::GreaterEqual:
-            return ">=";
-        case Operator::Not:
-            return "~";
-        default:
-            return "?";
+    case Operator::Plus:
+    case Operator::UnaryPlus:
+        return "+";
+    case Operator::Minus:
+    case Operator::UnaryMinus:
+        return "-";
+    case Operator::Times:
+        return "*";
+    case Operator::RightDivide:
+        return "/";
+    case Operator::LeftDivide:
+        return "\\";
+    case Operator::Power:
+        return "^";
+    case Operator::ElementTimes:
+        return ".*";
+    case Operator::ElementRightDivide:
+        return "./";
+    case Operator::ElementLeftDivide:
+        return ".\\";
+    case Operator::ElementPower:
+        return ".^";
+    case Operator::ElementAnd:
+        return "&";
+    case Operator::ElementOr:
+        return "|";
+    case Operator::Equal:
+        return "==";
+    case Operator::NotEqual:
+        return "~=";
+    case Operator::Less:
+        return "<";
+    case Operator::LessEqual:
+        return "<=";
+    case Operator::Greater:
+        return ">";
+    case Operator::GreaterEqual:
+        return ">=";
+    case Operator::Not:
+        return "~";
+    default:
+        return "?";
     }
 }
 
@@ -132,24 +134,24 @@ Dims expand(Dims const& left, Dims const& right, Visit&& visit) {
 
 double arithmetic(Operator op, double a, double b) {
     switch (op) {
-        case Operator::Plus:
-            return a + b;
-        case Operator::Minus:
-            return a - b;
-        case Operator::Times:
-        case Operator::ElementTimes:
-            return a * b;
-        case Operator::RightDivide:
-        case Operator::ElementRightDivide:
-            return a / b;
-        case Operator::LeftDivide:
-        case Operator::ElementLeftDivide:
-            return b / a;
-        case Operator::Power:
-        case Operator::ElementPower:
-            return std::pow(a, b);
-        default:
-            return 0;
+    case Operator::Plus:
+        return a + b;
+    case Operator::Minus:
+        return a - b;
+    case Operator::Times:
+    case Operator::ElementTimes:
+        return a * b;
+    case Operator::RightDivide:
+    case Operator::ElementRightDivide:
+        return a / b;
+    case Operator::LeftDivide:
+    case Operator::ElementLeftDivide:
+        return b / a;
+    case Operator::Power:
+    case Operator::ElementPower:
+        return std::pow(a, b);
+    default:
+        return 0;
     }
 }
 
@@ -210,50 +212,50 @@ bool sameObject(qcos::COSInterfacePtr const& a, qcos::COSInterfacePtr const& b) 
 
 char const* operatorMethodName(Operator op) {
     switch (op) {
-        case Operator::Plus:
-            return "plus";
-        case Operator::Minus:
-            return "minus";
-        case Operator::UnaryMinus:
-            return "uminus";
-        case Operator::UnaryPlus:
-            return "uplus";
-        case Operator::Times:
-            return "mtimes";
-        case Operator::ElementTimes:
-            return "times";
-        case Operator::RightDivide:
-            return "mrdivide";
-        case Operator::ElementRightDivide:
-            return "rdivide";
-        case Operator::LeftDivide:
-            return "mldivide";
-        case Operator::ElementLeftDivide:
-            return "ldivide";
-        case Operator::Power:
-            return "mpower";
-        case Operator::ElementPower:
-            return "power";
-        case Operator::ElementAnd:
-            return "and";
-        case Operator::ElementOr:
-            return "or";
-        case Operator::Not:
-            return "not";
-        case Operator::Equal:
-            return "eq";
-        case Operator::NotEqual:
-            return "ne";
-        case Operator::Less:
-            return "lt";
-        case Operator::LessEqual:
-            return "le";
-        case Operator::Greater:
-            return "gt";
-        case Operator::GreaterEqual:
-            return "ge";
-        default:
-            return "";
+    case Operator::Plus:
+        return "plus";
+    case Operator::Minus:
+        return "minus";
+    case Operator::UnaryMinus:
+        return "uminus";
+    case Operator::UnaryPlus:
+        return "uplus";
+    case Operator::Times:
+        return "mtimes";
+    case Operator::ElementTimes:
+        return "times";
+    case Operator::RightDivide:
+        return "mrdivide";
+    case Operator::ElementRightDivide:
+        return "rdivide";
+    case Operator::LeftDivide:
+        return "mldivide";
+    case Operator::ElementLeftDivide:
+        return "ldivide";
+    case Operator::Power:
+        return "mpower";
+    case Operator::ElementPower:
+        return "power";
+    case Operator::ElementAnd:
+        return "and";
+    case Operator::ElementOr:
+        return "or";
+    case Operator::Not:
+        return "not";
+    case Operator::Equal:
+        return "eq";
+    case Operator::NotEqual:
+        return "ne";
+    case Operator::Less:
+        return "lt";
+    case Operator::LessEqual:
+        return "le";
+    case Operator::Greater:
+        return "gt";
+    case Operator::GreaterEqual:
+        return "ge";
+    default:
+        return "";
     }
 }
 
@@ -365,18 +367,18 @@ Value binaryOperation(Operator op, qxArray const& left, qxArray const& right) {
 Value comparison(Operator op, qxArray const& left, qxArray const& right) {
     auto compareNumbers = [op](double a, double b) {
         switch (op) {
-            case Operator::Equal:
-                return a == b;
-            case Operator::NotEqual:
-                return a != b;
-            case Operator::Less:
-                return a < b;
-            case Operator::LessEqual:
-                return a <= b;
-            case Operator::Greater:
-                return a > b;
-            default:
-                return a >= b;
+        case Operator::Equal:
+            return a == b;
+        case Operator::NotEqual:
+            return a != b;
+        case Operator::Less:
+            return a < b;
+        case Operator::LessEqual:
+            return a <= b;
+        case Operator::Greater:
+            return a > b;
+        default:
+            return a >= b;
         }
     };
     std::vector<std::uint8_t> flags;
@@ -434,76 +436,46 @@ Value transpose(qxArray const& operand) {
     out.reshape({columns, rows});
     for (std::size_t r = 0; r < rows; ++r) {
         for (std::size_t c = 0; c < columns; ++c) {
-            auto const from = r + c * rows;
-            auto const to = c + r * columns;
-            switch (operand.classID()) {
-                case qxClassID::Double:
-                    out.doubles()[to] = operand.doubles()[from];
-                    break;
-                case qxClassID::Logical:
-                    out.logicals()[to] = operand.logicals()[from];
-                    break;
-                case qxClassID::Char:
-                    out.chars()[to] = operand.chars()[from];
-                    break;
-                case qxClassID::Cell:
-                    out.setCell(to, operand.getCell(from));
-                    break;
-                case qxClassID::Object:
-                    out.setObject(to, operand.getObject(from));
-                    break;
-                case qxClassID::String:
-                    out.setStringElement(to, operand.getStringElement(from));
-                    break;
-                case qxClassID::Struct:
-                    for (std::size_t f = 0; f < operand.getFieldNames().size(); ++f) {
-                        out.setField(to, f, operand.getField(from, f));
-                    }
-                    break;
-                default:
-                    raise("qlang:operator:undefined", fmt::format("Operator ''' is not defined for a value of class "
-                                                                  "'{}'.",
-                                                                  operand.getClassName()));
-            }
+            copyElement(out, c + r * columns, operand, r + c * rows);
         }
     }
     return result;
 }
 
 RangeSpec rangeSpec(qxArray const& start, qxArray const* step, qxArray const& stop) {
-    RangeSpec spec;
+    RangeSpec steps;
     for (auto const* operand : {&start, step, &stop}) {
         if (operand != nullptr && !isNumeric(*operand)) {
             raise("qlang:operator:range",
                   fmt::format("A range needs numbers, got a value of class '{}'.", operand->getClassName()));
         }
         if (operand != nullptr && operand->isEmpty()) {
-            return spec;
+            return steps;
         }
     }
-    spec.first = numberAt(start, 0);
-    spec.increment = step != nullptr ? numberAt(*step, 0) : 1.0;
+    steps.first = numberAt(start, 0);
+    steps.increment = step != nullptr ? numberAt(*step, 0) : 1.0;
     double const last = numberAt(stop, 0);
-    if (std::isnan(spec.first) || std::isnan(spec.increment) || std::isnan(last)) {
-        return spec;
+    if (std::isnan(steps.first) || std::isnan(steps.increment) || std::isnan(last)) {
+        return steps;
     }
     double count = 0;
-    if (spec.increment != 0 &&
-        !((spec.increment > 0 && last < spec.first) || (spec.increment < 0 && last > spec.first))) {
+    if (steps.increment != 0 &&
+        !((steps.increment > 0 && last < steps.first) || (steps.increment < 0 && last > steps.first))) {
         // A little tolerance, so that 0:0.1:0.3 ends at 0.3 despite rounding.
-        count = std::floor((last - spec.first) / spec.increment * (1 + 1e-12) + 1e-10) + 1;
+        count = std::floor((last - steps.first) / steps.increment * (1 + 1e-12) + 1e-10) + 1;
     }
     if (!std::isfinite(count) || count > 1e15) {
         raise("qx:array:tooLarge", "The range has too many elements.");
     }
-    spec.count = static_cast<std::size_t>(count);
+    steps.count = static_cast<std::size_t>(count);
     // The second half counts back from the end, so that 0:0.1:0.3 ends at 0.3
     // exactly rather than at 3 * 0.1.
-    spec.last = spec.first + static_cast<double>(spec.count == 0 ? 0 : spec.count - 1) * spec.increment;
-    if (std::fabs(spec.last - last) <= std::fabs(spec.increment) * 1e-10) {
-        spec.last = last;
+    steps.last = steps.first + static_cast<double>(steps.count == 0 ? 0 : steps.count - 1) * steps.increment;
+    if (std::fabs(steps.last - last) <= std::fabs(steps.increment) * 1e-10) {
+        steps.last = last;
     }
-    return spec;
+    return steps;
 }
 
 double RangeSpec::at(std::size_t i) const noexcept {
@@ -512,21 +484,21 @@ double RangeSpec::at(std::size_t i) const noexcept {
 }
 
 Value range(qxArray const& start, qxArray const* step, qxArray const& stop) {
-    auto const spec = rangeSpec(start, step, stop);
-    if (spec.count > 1e9) {
+    auto const steps = rangeSpec(start, step, stop);
+    if (steps.count > 1e9) {
         raise("qx:array:tooLarge", "The range has too many elements.");
     }
     if (start.classID() == qxClassID::Char && stop.classID() == qxClassID::Char) {
-        auto result = qxArray::createChar({1, spec.count});
-        for (std::size_t i = 0; i < spec.count; ++i) {
-            result->chars()[i] = static_cast<char16_t>(spec.first + static_cast<double>(i) * spec.increment);
+        auto result = qxArray::createChar({1, steps.count});
+        for (std::size_t i = 0; i < steps.count; ++i) {
+            result->chars()[i] = static_cast<char16_t>(steps.first + static_cast<double>(i) * steps.increment);
         }
         return share(std::move(result));
     }
-    auto result = qxArray::createDouble({1, spec.count});
+    auto result = qxArray::createDouble({1, steps.count});
     auto out = result->doubles();
-    for (std::size_t i = 0; i < spec.count; ++i) {
-        out[i] = spec.at(i);
+    for (std::size_t i = 0; i < steps.count; ++i) {
+        out[i] = steps.at(i);
     }
     return share(std::move(result));
 }
@@ -572,18 +544,18 @@ enum class Family { Numeric, String, Cell, Struct, Object, Handle };
 
 Family familyOf(qxArray const& array) {
     switch (array.classID()) {
-        case qxClassID::String:
-            return Family::String;
-        case qxClassID::Cell:
-            return Family::Cell;
-        case qxClassID::Struct:
-            return Family::Struct;
-        case qxClassID::Object:
-            return Family::Object;
-        case qxClassID::FunctionHandle:
-            return Family::Handle;
-        default:
-            return Family::Numeric;
+    case qxClassID::String:
+        return Family::String;
+    case qxClassID::Cell:
+        return Family::Cell;
+    case qxClassID::Struct:
+        return Family::Struct;
+    case qxClassID::Object:
+        return Family::Object;
+    case qxClassID::FunctionHandle:
+        return Family::Handle;
+    default:
+        return Family::Numeric;
     }
 }
 
@@ -599,52 +571,34 @@ Value convertForConcatenation(Value const& value, Family family, qxClassID numer
     auto const count = value->getNumberOfElements();
     qxArrayPtr converted;
     switch (numericKind) {
-        case qxClassID::Double:
-            converted = qxArray::createDouble(value->getDimensions());
-            for (std::size_t i = 0; i < count; ++i) {
-                converted->doubles()[i] = numberAt(*value, i);
-            }
-            break;
-        case qxClassID::Char:
-            converted = qxArray::createChar(value->getDimensions());
-            for (std::size_t i = 0; i < count; ++i) {
-                converted->chars()[i] = static_cast<char16_t>(numberAt(*value, i));
-            }
-            break;
-        default:
-            return value;
+    case qxClassID::Double:
+        converted = qxArray::createDouble(value->getDimensions());
+        for (std::size_t i = 0; i < count; ++i) {
+            converted->doubles()[i] = numberAt(*value, i);
+        }
+        break;
+    case qxClassID::Char:
+        converted = qxArray::createChar(value->getDimensions());
+        for (std::size_t i = 0; i < count; ++i) {
+            converted->chars()[i] = static_cast<char16_t>(numberAt(*value, i));
+        }
+        break;
+    default:
+        return value;
     }
     return share(std::move(converted));
 }
 
-void copyElement(qxArray& to, std::size_t toIndex, qxArray const& from, std::size_t fromIndex,
-                 std::vector<int> const& fieldMap) {
-    switch (to.classID()) {
-        case qxClassID::Double:
-            to.doubles()[toIndex] = from.doubles()[fromIndex];
-            break;
-        case qxClassID::Logical:
-            to.logicals()[toIndex] = from.logicals()[fromIndex];
-            break;
-        case qxClassID::Char:
-            to.chars()[toIndex] = from.chars()[fromIndex];
-            break;
-        case qxClassID::Cell:
-            to.setCell(toIndex, from.getCell(fromIndex));
-            break;
-        case qxClassID::String:
-            to.setStringElement(toIndex, from.getStringElement(fromIndex));
-            break;
-        case qxClassID::Object:
-            to.setObject(toIndex, from.getObject(fromIndex));
-            break;
-        case qxClassID::Struct:
-            for (std::size_t f = 0; f < fieldMap.size(); ++f) {
-                to.setField(toIndex, f, from.getField(fromIndex, static_cast<std::size_t>(fieldMap[f])));
-            }
-            break;
-        case qxClassID::FunctionHandle:
-            break;
+// copyElement for concatenation: struct fields are taken by `fieldMap` (the
+// parts may list the same fields in another order).
+void copyElementMappingFields(qxArray& to, std::size_t toIndex, qxArray const& from, std::size_t fromIndex,
+                              std::vector<int> const& fieldMap) {
+    if (to.classID() != qxClassID::Struct) {
+        copyElement(to, toIndex, from, fromIndex);
+        return;
+    }
+    for (std::size_t f = 0; f < fieldMap.size(); ++f) {
+        to.setField(toIndex, f, from.getField(fromIndex, static_cast<std::size_t>(fieldMap[f])));
     }
 }
 
@@ -743,31 +697,31 @@ Value concatenateAlong(std::span<Value const> values, std::size_t dimension) {
     qxArrayPtr result;
     std::vector<std::string> fields;
     switch (parts.front()->classID()) {
-        case qxClassID::Double:
-            result = qxArray::createDouble(dims);
-            break;
-        case qxClassID::Logical:
-            result = qxArray::createLogical(dims);
-            break;
-        case qxClassID::Char:
-            result = qxArray::createChar(dims);
-            break;
-        case qxClassID::Cell:
-            result = qxArray::createCell(dims);
-            break;
-        case qxClassID::String:
-            result = qxArray::createStrings(dims);
-            break;
-        case qxClassID::Object:
-            result = qxArray::createObjects(dims, objectClass);
-            result->setObjectClass(objectClass, heterogeneous);
-            break;
-        case qxClassID::Struct:
-            fields = parts.front()->getFieldNames();
-            result = qxArray::createStruct(dims, fields);
-            break;
-        default:
-            break;
+    case qxClassID::Double:
+        result = qxArray::createDouble(dims);
+        break;
+    case qxClassID::Logical:
+        result = qxArray::createLogical(dims);
+        break;
+    case qxClassID::Char:
+        result = qxArray::createChar(dims);
+        break;
+    case qxClassID::Cell:
+        result = qxArray::createCell(dims);
+        break;
+    case qxClassID::String:
+        result = qxArray::createStrings(dims);
+        break;
+    case qxClassID::Object:
+        result = qxArray::createObjects(dims, objectClass);
+        result->setObjectClass(objectClass, heterogeneous);
+        break;
+    case qxClassID::Struct:
+        fields = parts.front()->getFieldNames();
+        result = qxArray::createStruct(dims, fields);
+        break;
+    default:
+        break;
     }
     std::size_t offset = 0;
     for (auto const& part : parts) {
@@ -790,7 +744,7 @@ Value concatenateAlong(std::span<Value const> values, std::size_t dimension) {
             for (std::size_t c = 0; c < partDims[1]; ++c) {
                 std::size_t const row = dimension == 0 ? offset + r : r;
                 std::size_t const column = dimension == 1 ? offset + c : c;
-                copyElement(*result, row + column * dims[0], *part, r + c * partDims[0], fieldMap);
+                copyElementMappingFields(*result, row + column * dims[0], *part, r + c * partDims[0], fieldMap);
             }
         }
         offset += partDims[dimension];
@@ -875,70 +829,70 @@ bool valuesEqual(qxArray const& left, qxArray const& right) {
         return false;
     }
     switch (left.classID()) {
-        case qxClassID::Cell:
-            for (std::size_t i = 0; i < count; ++i) {
-                if (!valuesEqual(*left.getCell(i), *right.getCell(i))) {
-                    return false;
-                }
-            }
-            return true;
-        case qxClassID::Struct: {
-            auto const& fields = left.getFieldNames();
-            if (fields.size() != right.getFieldNames().size()) {
+    case qxClassID::Cell:
+        for (std::size_t i = 0; i < count; ++i) {
+            if (!valuesEqual(*left.getCell(i), *right.getCell(i))) {
                 return false;
             }
-            for (std::size_t f = 0; f < fields.size(); ++f) {
-                int const other = right.fieldIndex(fields[f]);
-                if (other < 0) {
+        }
+        return true;
+    case qxClassID::Struct: {
+        auto const& fields = left.getFieldNames();
+        if (fields.size() != right.getFieldNames().size()) {
+            return false;
+        }
+        for (std::size_t f = 0; f < fields.size(); ++f) {
+            int const other = right.fieldIndex(fields[f]);
+            if (other < 0) {
+                return false;
+            }
+            for (std::size_t i = 0; i < count; ++i) {
+                if (!valuesEqual(*left.getField(i, f), *right.getField(i, static_cast<std::size_t>(other)))) {
                     return false;
                 }
-                for (std::size_t i = 0; i < count; ++i) {
-                    if (!valuesEqual(*left.getField(i, f), *right.getField(i, static_cast<std::size_t>(other)))) {
-                        return false;
-                    }
-                }
             }
-            return true;
         }
-        case qxClassID::FunctionHandle:
-            return left.getFunctionHandle() == right.getFunctionHandle();
-        case qxClassID::Object:
-            for (std::size_t i = 0; i < count; ++i) {
-                auto const& a = left.getObject(i);
-                auto const& b = right.getObject(i);
-                if (sameObject(a, b)) {
+        return true;
+    }
+    case qxClassID::FunctionHandle:
+        return left.getFunctionHandle() == right.getFunctionHandle();
+    case qxClassID::Object:
+        for (std::size_t i = 0; i < count; ++i) {
+            auto const& a = left.getObject(i);
+            auto const& b = right.getObject(i);
+            if (sameObject(a, b)) {
+                continue;
+            }
+            if (!a || !b || a->getClassName() != b->getClassName() || isHandleClass(a->getClassName())) {
+                return false;
+            }
+            // Value objects are equal when every property is.
+            std::vector<std::string> names;
+            std::vector<std::string> pending{a->getClassName()};
+            while (!pending.empty()) {
+                auto const info = qcos::omFindClass(pending.back());
+                pending.pop_back();
+                if (!info) {
                     continue;
                 }
-                if (!a || !b || a->getClassName() != b->getClassName() || isHandleClass(a->getClassName())) {
-                    return false;
-                }
-                // Value objects are equal when every property is.
-                std::vector<std::string> names;
-                std::vector<std::string> pending{a->getClassName()};
-                while (!pending.empty()) {
-                    auto const info = qcos::omFindClass(pending.back());
-                    pending.pop_back();
-                    if (!info) {
-                        continue;
-                    }
-                    for (auto const& property : info->getProperties()) {
-                        if (property.kind == qcos::QcosProperty::Kind::Stored) {
-                            names.push_back(property.name);
-                        }
-                    }
-                    for (auto const& super : info->getSuperclassNames()) {
-                        pending.push_back(super);
+                for (auto const& property : info->getProperties()) {
+                    if (property.kind == qcos::QcosProperty::Kind::Stored) {
+                        names.push_back(property.name);
                     }
                 }
-                for (auto const& name : names) {
-                    if (!valuesEqual(*qcos::omGetPropertyShared(*a, name), *qcos::omGetPropertyShared(*b, name))) {
-                        return false;
-                    }
+                for (auto const& super : info->getSuperclassNames()) {
+                    pending.push_back(super);
                 }
             }
-            return true;
-        default:
-            return false;
+            for (auto const& name : names) {
+                if (!valuesEqual(*qcos::omGetPropertyShared(*a, name), *qcos::omGetPropertyShared(*b, name))) {
+                    return false;
+                }
+            }
+        }
+        return true;
+    default:
+        return false;
     }
 }
 
