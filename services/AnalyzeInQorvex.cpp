@@ -9,19 +9,11 @@
 namespace dependency::services {
 
 extern "C" void analyzeInQorvex(int nlhs, qxArray* plhs[], int nrhs, qxArray const* prhs[]) {
-    if (nlhs > 1) {
-        matrix::detail::error_maxlhs();
-    }
-    if (nrhs > 2) {
-        matrix::detail::error_maxrhs();
-    }
-    if (nrhs < 1) {
-        matrix::detail::error_minrhs();
-    }
+    matrix::detail::checkArgumentCounts(nlhs, 1, nrhs, 1, 2);
     auto const graph = fromScalarGraphQxArray(*prhs[0]);
     auto const vm = qvm::Factory::getCurrentLocalQVM();
-    auto const analyzers = nrhs == 1 ? attribute::getRegisteredAnalyzers(vm)
-                                     : attribute::fromAttributeAnalyzerQxArray(*prhs[1], vm);
+    auto const analyzers =
+        nrhs == 1 ? attribute::getRegisteredAnalyzers(vm) : attribute::fromAttributeAnalyzerQxArray(*prhs[1], vm);
     auto const result = attribute::analyzeGraph(graph, analyzers);
 
     qcos::factory::basic::BindingRegistry::announce(result, qcos::internal::makeInterned(GraphAttributesClassName));

@@ -14,15 +14,7 @@ using dependency::attribute::AttributeAnalyzer;
 
 // The eight analyzer gateways differ only in the factory they call.
 void analyzerGateway(std::shared_ptr<AttributeAnalyzer> (*factory)(), int nlhs, qxArrayPtr plhs[], int nrhs) {
-    if (nlhs > 1) {
-        matrix::detail::error_maxlhs();
-    }
-    if (nrhs > 0) {
-        matrix::detail::error_maxrhs();
-    }
-    if (nrhs < 0) {
-        matrix::detail::error_minrhs();
-    }
+    matrix::detail::checkArgumentCounts(nlhs, 1, nrhs, 0, 0);
     auto analyzer = factory();
     auto value = dependency::attribute::toAttributeAnalyzerQxArray(analyzer);
     plhs[0] = std::move(value);
@@ -32,9 +24,9 @@ void analyzerGateway(std::shared_ptr<AttributeAnalyzer> (*factory)(), int nlhs, 
 
 }  // namespace
 
-#define DEPATTR_ANALYZER_GATEWAY(name)                                                            \
-    void name(int nlhs, qxArrayPtr plhs[], int nrhs, qxArray const* /*prhs*/[]) {                \
-        analyzerGateway(&dependency::attribute::name, nlhs, plhs, nrhs);                          \
+#define DEPATTR_ANALYZER_GATEWAY(name)                                            \
+    void name(int nlhs, qxArrayPtr plhs[], int nrhs, qxArray const* /*prhs*/[]) { \
+        analyzerGateway(&dependency::attribute::name, nlhs, plhs, nrhs);          \
     }
 
 DEPATTR_ANALYZER_GATEWAY(createMissingFileAnalyzer)
@@ -50,15 +42,7 @@ DEPATTR_ANALYZER_GATEWAY(createMissingProjectReferenceAnalyzer)
 
 void createAttribute(int nlhs, qxArrayPtr plhs[], int nrhs, qxArray const* prhs[]) {
     using namespace dependency;
-    if (nlhs > 1) {
-        matrix::detail::error_maxlhs();
-    }
-    if (nrhs > 2) {
-        matrix::detail::error_maxrhs();
-    }
-    if (nrhs < 1) {
-        matrix::detail::error_minrhs();
-    }
+    matrix::detail::checkArgumentCounts(nlhs, 1, nrhs, 1, 2);
     computils::qcos::validateType(*prhs[0], services::AttributeIdentityClassName);
     auto const identity = services::detail::nativeOf<attribute::AttributeIdentity>(*prhs[0]);
     std::function<void()> fix;

@@ -463,5 +463,17 @@ void error_minrhs() {
     throw qcos::HostError("qorvex:minrhs", "Not enough input arguments.");
 }
 
+void checkArgumentCounts(int nlhs, int maxOutputs, int nrhs, int minInputs, int maxInputs) {
+    if (nlhs > maxOutputs) {
+        error_maxlhs();
+    }
+    if (nrhs > maxInputs) {
+        error_maxrhs();
+    }
+    if (nrhs < minInputs) {
+        error_minrhs();
+    }
+}
+
 }  // namespace detail
 }  // namespace matrix

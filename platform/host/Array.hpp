@@ -294,6 +294,8 @@ namespace detail {
 [[noreturn]] void error_maxlhs();
 [[noreturn]] void error_maxrhs();
 [[noreturn]] void error_minrhs();
+// Raises the first of those errors that applies, in that order.
+void checkArgumentCounts(int nlhs, int maxOutputs, int nrhs, int minInputs, int maxInputs);
 
 }  // namespace detail
 }  // namespace matrix

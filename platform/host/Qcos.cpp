@@ -313,6 +313,44 @@ QcosProperty const* findProperty(std::string_view className, std::string_view na
     return property;
 }
 
+QcosProperty const& requireProperty(COSInterface const& object, std::string_view name) {
+    auto const* property = findProperty(object.getClassName(), name);
+    if (property == nullptr) {
+        throw HostError("qcos:property:undefined",
+                        fmt::format("No property '{}' for class '{}'.", name, object.getClassName()));
+    }
+    return *property;
+}
+
+qxArrayPtr getterValue(QcosProperty const& property, COSInterface const& object, std::string_view name) {
+    auto value = property.getter(object);
+    if (!value) {
+        throw HostError("qcos:property:noValue",
+                        fmt::format("Property '{}' of class '{}' produced no value.", name, object.getClassName()));
+    }
+    return value;
+}
+
+// An enumeration member named `name` as a scalar object, or null when the
+// class has no such member.
+qxArrayPtr enumerationMember(COSClassInfo const& classInfo, std::string_view className, std::string_view name) {
+    for (auto const& [memberName, value] : classInfo.getEnumerationMembers()) {
+        if (memberName == name) {
+            return omCreateQCOSScalar(omCreateEnumeration(className, value));
+        }
+    }
+    return nullptr;
+}
+
+QcosProperty const& requireConstant(std::string_view className, std::string_view name) {
+    auto const* property = findProperty(className, name);
+    if (property == nullptr || property->kind != QcosProperty::Kind::Constant) {
+        throw HostError("qcos:property:undefined",
+                        fmt::format("No constant property '{}' for class '{}'.", name, className));
+    }
+    return *property;
+}
+
 }  // namespace
 
 std::shared_ptr<COSClassInfo const> detail::requireClass(std::string_view qualifiedName) {
@@ -443,20 +481,11 @@ qxArrayPtr omGetProperty(COSInterface const& object, std::string_view name) {
     if (auto value = ObjectAccess::stored(object, name)) {
         return value->clone();
     }
-    auto const* property = findProperty(object.getClassName(), name);
-    if (property == nullptr) {
-        throw HostError("qcos:property:undefined",
-                        fmt::format("No property '{}' for class '{}'.", name, object.getClassName()));
+    auto const& property = requireProperty(object, name);
+    if (property.kind == QcosProperty::Kind::Getter) {
+        return getterValue(property, object, name);
     }
-    if (property->kind == QcosProperty::Kind::Getter) {
-        auto value = property->getter(object);
-        if (!value) {
-            throw HostError("qcos:property:noValue",
-                            fmt::format("Property '{}' of class '{}' produced no value.", name, object.getClassName()));
-        }
-        return value;
-    }
-    return property->value->clone();
+    return property.value->clone();
 }
 
 void omSetProperty(COSInterface& object, std::string_view name, qxArrayPtr value) {
@@ -464,12 +493,8 @@ void omSetProperty(COSInterface& object, std::string_view name, qxArrayPtr value
 }
 
 void omSetPropertyShared(COSInterface& object, std::string_view name, qxArrayShared value) {
-    auto const* property = findProperty(object.getClassName(), name);
-    if (property == nullptr) {
-        throw HostError("qcos:property:undefined",
-                        fmt::format("No property '{}' for class '{}'.", name, object.getClassName()));
-    }
-    if (property->kind != QcosProperty::Kind::Stored || object.getNative()) {
+    auto const& property = requireProperty(object, name);
+    if (property.kind != QcosProperty::Kind::Stored || object.getNative()) {
         throw HostError("qcos:property:readOnly",
                         fmt::format("Property '{}' of class '{}' is read-only.", name, object.getClassName()));
     }
@@ -486,35 +511,18 @@ qxArrayShared omGetPropertyShared(COSInterface const& object, std::string_view n
             return value;
         }
     }
-    auto const* property = findProperty(object.getClassName(), name);
-    if (property == nullptr) {
-        throw HostError("qcos:property:undefined",
-                        fmt::format("No property '{}' for class '{}'.", name, object.getClassName()));
+    auto const& property = requireProperty(object, name);
+    if (property.kind == QcosProperty::Kind::Getter) {
+        return qxArray::share(getterValue(property, object, name));
     }
-    if (property->kind == QcosProperty::Kind::Getter) {
-        auto value = property->getter(object);
-        if (!value) {
-            throw HostError("qcos:property:noValue",
-                            fmt::format("Property '{}' of class '{}' produced no value.", name, object.getClassName()));
-        }
-        return qxArray::share(std::move(value));
-    }
-    return property->value;
+    return property.value;
 }
 
 qxArrayShared omGetConstantPropertyShared(std::string_view className, std::string_view name) {
-    auto const classInfo = detail::requireClass(className);
-    for (auto const& [memberName, value] : classInfo->getEnumerationMembers()) {
-        if (memberName == name) {
-            return qxArray::share(omCreateQCOSScalar(omCreateEnumeration(className, value)));
-        }
+    if (auto member = enumerationMember(*detail::requireClass(className), className, name)) {
+        return qxArray::share(std::move(member));
     }
-    auto const* property = findProperty(className, name);
-    if (property == nullptr || property->kind != QcosProperty::Kind::Constant) {
-        throw HostError("qcos:property:undefined",
-                        fmt::format("No constant property '{}' for class '{}'.", name, className));
-    }
-    return property->value;
+    return requireConstant(className, name).value;
 }
 
 COSInterfacePtr omCopyObject(COSInterface const& object) {
@@ -527,18 +535,10 @@ COSInterfacePtr omCopyObject(COSInterface const& object) {
 }
 
 qxArrayPtr omGetConstantProperty(std::string_view className, std::string_view name) {
-    auto const classInfo = detail::requireClass(className);
-    for (auto const& [memberName, value] : classInfo->getEnumerationMembers()) {
-        if (memberName == name) {
-            return omCreateQCOSScalar(omCreateEnumeration(className, value));
-        }
+    if (auto member = enumerationMember(*detail::requireClass(className), className, name)) {
+        return member;
     }
-    auto const* property = findProperty(className, name);
-    if (property == nullptr || property->kind != QcosProperty::Kind::Constant) {
-        throw HostError("qcos:property:undefined",
-                        fmt::format("No constant property '{}' for class '{}'.", name, className));
-    }
-    return property->value->clone();
+    return requireConstant(className, name).value->clone();
 }
 
 // ---------------------------------------------------------------------------
