@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <tuple>
 
 using namespace dependency::attribute;
 
@@ -20,49 +21,46 @@ AttributeIdentity identity(std::u16string id, std::u16string name, Severity seve
 }  // namespace
 
 TEST(SeverityTest, NumericValuesAndNames) {
-    EXPECT_EQ(static_cast<int>(Severity::Information), 0);
-    EXPECT_EQ(static_cast<int>(Severity::Warning), 1);
-    EXPECT_EQ(static_cast<int>(Severity::Problem), 2);
-    EXPECT_EQ(toString(Severity::Information), "Information");
-    EXPECT_EQ(toString(Severity::Warning), "Warning");
-    EXPECT_EQ(toString(Severity::Problem), "Problem");
+    for (auto const& [severity, value, name] :
+         {std::tuple{Severity::Information, 0, "Information"}, std::tuple{Severity::Warning, 1, "Warning"},
+          std::tuple{Severity::Problem, 2, "Problem"}}) {
+        EXPECT_EQ(static_cast<int>(severity), value);
+        EXPECT_EQ(toString(severity), name);
+    }
 }
 
-TEST(AttributeIdentityTest, OrderIsIdThenNameThenSeverityOverCodeUnits) {
-    // Severity decides last, numerically.
-    auto const warning = identity(u"X", u"n", Severity::Warning);
-    auto const problem = identity(u"X", u"n", Severity::Problem);
-    EXPECT_FALSE(warning == problem);
-    EXPECT_TRUE(warning != problem);
-    EXPECT_TRUE(warning < problem);
-    EXPECT_FALSE(problem < warning);
-
-    // The ID decides before the Name.
-    EXPECT_TRUE(identity(u"A", u"z", Severity::Problem) < identity(u"B", u"a", Severity::Information));
-    EXPECT_FALSE(identity(u"B", u"a", Severity::Information) < identity(u"A", u"z", Severity::Problem));
-    // The Name decides before the severity.
-    EXPECT_TRUE(identity(u"A", u"a", Severity::Problem) < identity(u"A", u"b", Severity::Information));
-
+TEST(AttributeIdentityTest, OrderIsIdThenNameThenSeverityOverCodeUnitsAndEqualValuesAreEqual) {
+    auto const less = [](std::u16string id, std::u16string name, Severity severity, std::u16string otherId,
+                         std::u16string otherName, Severity otherSeverity) {
+        auto const a = identity(id, name, severity);
+        auto const b = identity(otherId, otherName, otherSeverity);
+        EXPECT_FALSE(a == b);
+        EXPECT_TRUE(a != b);
+        EXPECT_FALSE(b < a);
+        return a < b;
+    };
+    auto const I = Severity::Information;
+    auto const P = Severity::Problem;
+    EXPECT_TRUE(less(u"X", u"n", Severity::Warning, u"X", u"n", P));  // severity decides last, numerically
+    EXPECT_TRUE(less(u"A", u"z", P, u"B", u"a", I));                  // the ID before the Name
+    EXPECT_TRUE(less(u"A", u"a", P, u"A", u"b", I));                  // the Name before the severity
     // Code-unit order: empty first, prefix first, upper case before lower case,
     // and units above the surrogate range after those inside it (unsigned).
-    EXPECT_TRUE(identity(u"", u"", Severity::Problem) < identity(u"A", u"", Severity::Information));
-    EXPECT_TRUE(identity(u"Ab", u"", Severity::Problem) < identity(u"Abc", u"", Severity::Information));
-    EXPECT_TRUE(identity(u"Z", u"", Severity::Problem) < identity(u"a", u"", Severity::Information));
-    EXPECT_TRUE(identity(u"\xD83D", u"", Severity::Problem) < identity(u"\xFF21", u"", Severity::Information));
-    EXPECT_TRUE(identity(u"\x00E9", u"", Severity::Problem) < identity(u"\x4E00", u"", Severity::Information));
-}
+    EXPECT_TRUE(less(u"", u"", P, u"A", u"", I));
+    EXPECT_TRUE(less(u"Ab", u"", P, u"Abc", u"", I));
+    EXPECT_TRUE(less(u"Z", u"", P, u"a", u"", I));
+    EXPECT_TRUE(less(u"\xD83D", u"", P, u"\xFF21", u"", I));
+    EXPECT_TRUE(less(u"\x00E9", u"", P, u"\x4E00", u"", I));
+    // Same ID, other Name or a trailing space: different identities.
+    EXPECT_TRUE(less(u"Missing", u"File is missing", I, u"Missing", u"Function is missing", I));
+    EXPECT_TRUE(less(u"Missing", u"File is missing", I, u"Missing ", u"File is missing", I));
 
-TEST(AttributeIdentityTest, DistinctObjectsWithEqualValuesAreEqualAndEquivalent) {
+    // Distinct objects with equal values are equal and equivalent.
     auto const a = identity(u"Missing", u"File is missing", Severity::Warning);
     auto const b = identity(u"Missing", u"File is missing", Severity::Warning);
     EXPECT_TRUE(a == b);
     EXPECT_FALSE(a != b);
-    EXPECT_FALSE(a < b);
-    EXPECT_FALSE(b < a);
-    EXPECT_TRUE(a == a);
-    // Same ID, other Name: different identities.
-    EXPECT_FALSE(a == identity(u"Missing", u"Function is missing", Severity::Warning));
-    EXPECT_FALSE(a == identity(u"Missing ", u"File is missing", Severity::Warning));
+    EXPECT_FALSE(a < b || b < a);
     EXPECT_EQ(a.getFullyQualifiedQcosTypeName(), "dependencies.internal.attribute.AttributeIdentity");
 }
 
@@ -85,27 +83,18 @@ TEST(AttributeTest, FixSemantics) {
     EXPECT_THROW(failing.applyFix(), std::runtime_error);
 }
 
-TEST(AttributeTest, ForwardsToTheSharedIdentityObject) {
+TEST(AttributeTest, ForwardsToTheSharedIdentityAndHandsOutFurtherOwnersOfItself) {
     auto const shared = std::make_shared<AttributeIdentity>(u"Id", u"Name", Severity::Warning);
-    Attribute const first(shared, {});
-    Attribute const second(shared, {});
-    EXPECT_EQ(first.getIdentity(), shared);
-    EXPECT_EQ(&first.getSeverity(), &second.getSeverity());
-    EXPECT_EQ(&first.getID(), &shared->getID());
-    EXPECT_EQ(&first.getName(), &shared->getName());
-    EXPECT_EQ(first.getSeverity(), Severity::Warning);
-    EXPECT_EQ(shared.use_count(), 3);  // ours and the two attributes'
-    EXPECT_EQ(first.getFullyQualifiedQcosTypeName(), "dependencies.internal.attribute.Attribute");
-}
+    auto const attribute = std::make_shared<Attribute>(shared, std::function<void()>{});
+    EXPECT_EQ(attribute->getIdentity(), shared);
+    EXPECT_EQ(&attribute->getSeverity(), &shared->getSeverity());
+    EXPECT_EQ(&attribute->getID(), &shared->getID());
+    EXPECT_EQ(&attribute->getName(), &shared->getName());
+    EXPECT_EQ(attribute->sharedAs<Attribute>(), attribute);
+    EXPECT_EQ(attribute.use_count(), 1);
 
-TEST(AttributeTest, SharedObjectsHandOutFurtherOwnersOfThemselves) {
-    auto const identityObject = std::make_shared<AttributeIdentity>(u"Id", u"Name", Severity::Warning);
-    auto const attribute = std::make_shared<Attribute>(identityObject, std::function<void()>{});
-    auto const again = attribute->sharedAs<Attribute>();
-    EXPECT_EQ(again, attribute);
-    EXPECT_EQ(attribute.use_count(), 2);
-
-    depattr_test::ScriptedAnalyzer const analyzer([](auto const&) { return std::vector<std::shared_ptr<Attribute>>{}; });
+    depattr_test::ScriptedAnalyzer const analyzer(
+        [](auto const&) { return std::vector<std::shared_ptr<Attribute>>{}; });
     EXPECT_EQ(analyzer.getFullyQualifiedQcosTypeName(), "dependencies.internal.attribute.AttributeAnalyzer");
     EXPECT_EQ(analyzer.getSharingType(), dependency::services::SharingType::SharedHandle);
 }

@@ -9,6 +9,7 @@
 #include "cli/Report.hpp"
 #include "platform/fl/MessageCatalog.hpp"
 #include "platform/graph/GraphBuilder.hpp"
+#include "support/Scratch.hpp"
 #include "support/TestGraphs.hpp"
 
 #include <boost/locale/generator.hpp>
@@ -16,7 +17,6 @@
 
 #include <fstream>
 #include <sstream>
-#include <unistd.h>
 
 using namespace depattr::cli;
 using namespace dependency::attribute;
@@ -31,28 +31,7 @@ std::shared_ptr<Attribute> make(std::u16string id, std::u16string name, Severity
                                        std::function<void()>{});
 }
 
-// A scratch folder removed at the end of the test.
-struct ScratchFolder {
-    ScratchFolder() : path(std::filesystem::temp_directory_path() / ("depattr_cli_" + std::to_string(::getpid()))) {
-        std::filesystem::remove_all(path);
-        std::filesystem::create_directories(path);
-    }
-    ~ScratchFolder() { std::filesystem::remove_all(path); }
-    std::filesystem::path write(std::string const& name, std::string const& content) const {
-        std::ofstream(path / name) << content;
-        return path / name;
-    }
-    std::filesystem::path path;
-};
-
-std::string configError(ScratchFolder const& scratch, std::string const& content) {
-    try {
-        readConfigFile(scratch.write("depattr.toml", content));
-    } catch (ConfigError const& error) {
-        return error.what();
-    }
-    return "no error";
-}
+using depattr_test::ScratchFolder;
 
 }  // namespace
 
@@ -77,12 +56,10 @@ TEST(AnalyzerCatalogTest, NamesOrderAndKindsOfFinding) {
     EXPECT_EQ(kindOf("missing-product", *make(u"MissingProductOK", u"x", Severity::Warning))->name, "MissingProduct");
     EXPECT_EQ(kindOf("missing-product", *make(u"Missing", u"x", Severity::Warning)), nullptr);
 
-    try {
-        createAnalyzers("missing-file,,derived-file");
-        FAIL() << "an empty name must be rejected";
-    } catch (std::invalid_argument const& error) {
-        EXPECT_NE(std::string(error.what()).find("unknown analyzer \"\" (known: missing-file"), std::string::npos);
-    }
+    EXPECT_NE(depattr_test::whatOf<std::invalid_argument>([] {
+                  createAnalyzers("missing-file,,derived-file");
+              }).find("unknown analyzer \"\" (known: missing-file"),
+              std::string::npos);
     EXPECT_TRUE(isKnownFindingId("MissingProductOK"));
     EXPECT_FALSE(isKnownFindingId("Mising"));
 }
@@ -199,8 +176,8 @@ TEST(ColourTest, AutoFollowsTerminalNoColorAndTerm) {
 
 TEST(ConfigTest, EveryKeyIsReadAndEveryMistakeIsPlaced) {
     ScratchFolder const scratch;
-    std::filesystem::create_directories(scratch.path / "sub" / "deeper");
-    std::filesystem::create_directories(scratch.path / "analyzers");
+    std::filesystem::create_directories(scratch.path() / "sub" / "deeper");
+    std::filesystem::create_directories(scratch.path() / "analyzers");
     auto const file = scratch.write("depattr.toml", R"(analyzers = ["missing-file", "derived-file"]
 select = ["Missing", "MissingProduct"]
 ignore = ["Exists"]
@@ -212,12 +189,12 @@ analyzer-paths = ["analyzers"]
 [per-path-ignores]
 "vendor/*" = ["Missing"]
 )");
-    EXPECT_EQ(findConfigFile(scratch.path / "sub" / "deeper"), file);
+    EXPECT_EQ(findConfigFile(scratch.path() / "sub" / "deeper"), file);
     auto const config = readConfigFile(file);
     EXPECT_EQ(config.analyzers, (std::vector<std::string>{"missing-file", "derived-file"}));
     EXPECT_EQ(config.failOn, Severity::Problem);
     EXPECT_EQ(config.minimum, Severity::Warning);
-    EXPECT_EQ(config.installRoot, (scratch.path / "sub").lexically_normal());
+    EXPECT_EQ(config.installRoot, (scratch.path() / "sub").lexically_normal());
     ASSERT_EQ(config.analyzerPaths.size(), 1u);
     ASSERT_EQ(config.pathIgnores.size(), 1u);
     EXPECT_EQ(config.pathIgnores[0].glob, "vendor/*");
@@ -238,7 +215,8 @@ analyzer-paths = ["analyzers"]
              {"[per-path-ignores]\n\"x\" = \"Missing\"\n", "depattr.toml:2:7: \"x\" must be an array of strings"},
              {"select = [\n", "depattr.toml:1:12: "},
          }) {
-        auto const what = configError(scratch, content);
+        auto const what =
+            depattr_test::whatOf<ConfigError>([&] { readConfigFile(scratch.write("depattr.toml", content)); });
         EXPECT_NE(what.find(expected), std::string::npos) << content << " -> " << what;
     }
 }
@@ -272,7 +250,7 @@ TEST(BaselineTest, EachRecordedFindingHidesOneAndBadFilesAreNamed) {
     auto const result = analyzeGraph(graph, {twice});
     auto const first = makeReport(*graph, *result, {});
     ASSERT_EQ(first.nodes.at(0).findings.size(), 2u);
-    auto const file = scratch.path / "baseline.json";
+    auto const file = scratch.path() / "baseline.json";
     Baseline::write(file, first);
 
     // A baseline of one of the two findings hides exactly one.
@@ -281,7 +259,7 @@ TEST(BaselineTest, EachRecordedFindingHidesOneAndBadFilesAreNamed) {
     auto const second = text.find(",\n    {\"fingerprint\"");
     ASSERT_NE(second, std::string::npos) << text;
     scratch.write("one.json", text.substr(0, second) + "\n  ]\n}\n");
-    auto one = Baseline::read(scratch.path / "one.json");
+    auto one = Baseline::read(scratch.path() / "one.json");
     auto const report = makeReport(*graph, *result, {.baseline = &one});
     EXPECT_EQ(report.hiddenByBaseline, 1u);
     EXPECT_EQ(report.count(Severity::Warning), 1u);
@@ -292,13 +270,9 @@ TEST(BaselineTest, EachRecordedFindingHidesOneAndBadFilesAreNamed) {
              {"{\"depattrBaseline\": 2, \"findings\": []}", "bad.json:1:21: unsupported baseline version"},
              {"{\"depattrBaseline\": 1,\n \"findings\": [{\"node\": \"a\"}]}", "bad.json:2:15: a baseline entry needs"},
          }) {
-        scratch.write("bad.json", content);
-        try {
-            Baseline::read(scratch.path / "bad.json");
-            ADD_FAILURE() << content;
-        } catch (BaselineError const& error) {
-            EXPECT_NE(std::string(error.what()).find(expected), std::string::npos) << error.what();
-        }
+        auto const what =
+            depattr_test::whatOf<BaselineError>([&] { Baseline::read(scratch.write("bad.json", content)); });
+        EXPECT_NE(what.find(expected), std::string::npos) << what;
     }
-    EXPECT_THROW(Baseline::write(scratch.path / "no" / "such.json", first), BaselineError);
+    EXPECT_THROW(Baseline::write(scratch.path() / "no" / "such.json", first), BaselineError);
 }

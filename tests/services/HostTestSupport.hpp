@@ -9,6 +9,7 @@
 #include "platform/host/Vm.hpp"
 #include "services/Gateways.hpp"
 #include "services/Initialize.hpp"
+#include "support/Scratch.hpp"
 
 #include <gtest/gtest.h>
 
@@ -130,7 +131,8 @@ inline qxArrayPtr nodeValue(std::shared_ptr<dependency::graph::Node> node) {
 
 // A host row of analyzer objects.
 inline qxArrayPtr analyzerRow(std::vector<qcos::COSInterfacePtr> const& objects, std::size_t rows = 1) {
-    auto array = qxArray::createObjects({rows, objects.size() / rows}, "dependencies.internal.attribute.AttributeAnalyzer");
+    auto array =
+        qxArray::createObjects({rows, objects.size() / rows}, "dependencies.internal.attribute.AttributeAnalyzer");
     for (std::size_t i = 0; i < objects.size(); ++i) {
         qcos::omSetArrayElement(*array, i, objects[i]);
     }
@@ -141,14 +143,9 @@ inline qxArrayPtr analyzerRow(std::vector<qcos::COSInterfacePtr> const& objects,
 // Expects `action` to throw a host error with that identifier; returns it.
 template <class Action>
 qcos::HostError expectHostError(Action&& action, std::string_view identifier) {
-    try {
-        action();
-    } catch (qcos::HostError const& error) {
-        EXPECT_EQ(error.identifier(), identifier) << error.what();
-        return error;
-    }
-    ADD_FAILURE() << "no host error " << identifier;
-    return qcos::HostError("", "");
+    auto const error = thrown<qcos::HostError>(std::forward<Action>(action)).value_or(qcos::HostError("", ""));
+    EXPECT_EQ(error.identifier(), identifier) << error.what();
+    return error;
 }
 
 }  // namespace depattr_test

@@ -5,14 +5,12 @@
 #include "platform/fl/MessageCatalog.hpp"
 #include "platform/graph/Graph.hpp"
 #include "platform/graph/GraphBuilder.hpp"
+#include "support/Scratch.hpp"
 
 #include <boost/locale/generator.hpp>
 
-#include <unistd.h>
-
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <locale>
 #include <memory>
 #include <string>
@@ -70,32 +68,13 @@ inline std::shared_ptr<Graph const> emptyGraph() {
     return dependency::graph::GraphBuilder().build();
 }
 
-// A scratch folder removed with its contents at the end of the scope.
-class TempFolder {
+// A scratch folder whose files the tests name in UTF-16.
+class TempFolder : public depattr_test::ScratchFolder {
 public:
-    explicit TempFolder(std::string const& tag) {
-        path_ = std::filesystem::temp_directory_path() / ("depattr_" + tag + "_" + std::to_string(::getpid()));
-        std::filesystem::remove_all(path_);
-        std::filesystem::create_directories(path_);
-    }
-    ~TempFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    TempFolder(TempFolder const&) = delete;
-    TempFolder& operator=(TempFolder const&) = delete;
-
-    std::filesystem::path const& path() const { return path_; }
-
-    // Creates the file; returns its path as UTF-16.
-    std::u16string create(std::string const& name) const {
-        std::ofstream(path_ / name) << "content";
-        return (path_ / name).u16string();
-    }
-    std::u16string pathOf(std::string const& name) const { return (path_ / name).u16string(); }
-
-private:
-    std::filesystem::path path_;
+    explicit TempFolder(std::string const& tag) : ScratchFolder("depattr_" + tag) {}
+    // Creates the file; returns its path.
+    std::u16string create(std::string const& name) const { return write(name, "content").u16string(); }
+    std::u16string pathOf(std::string const& name) const { return (path() / name).u16string(); }
 };
 
 // Makes the global locale Japanese for one scope (built by Boost.Locale, so no

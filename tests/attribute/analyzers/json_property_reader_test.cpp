@@ -91,7 +91,9 @@ TEST(JsonPropertyReader, ResultCodes) {
         // no-break space and an Arabic-Indic digit are none of them.
         {"[1,\v2]", jp::DigitExpected},
         {"[\f1]", jp::DigitExpected},
-        {"[\xc2\xa0" "1]", jp::DigitExpected},
+        {"[\xc2\xa0"
+         "1]",
+         jp::DigitExpected},
         {"[\xd9\xa1]", jp::DigitExpected},
         {"[-\xd9\xa1]", jp::DigitExpected},
         {"[1.\xd9\xa1]", jp::FractionDigitExpected},
@@ -117,14 +119,6 @@ TEST(JsonPropertyReader, ResultCodes) {
     }
 }
 
-TEST(JsonPropertyReader, FailureLeavesTheOutputAsItWas) {
-    std::vector<Value> const before{Value("kept")};
-    for (std::string const text : {"[\"a\", \"b\",]", "[\"a\" \"b\"]", "", "{}"}) {
-        EXPECT_EQ(readArray(text, before).values, before) << text;
-    }
-    EXPECT_TRUE(readArray("[]", before).values.empty());
-}
-
 TEST(JsonPropertyReader, ReadsEveryValueKind) {
     Read const read = readArray(R"([true, false, null, -0.5e1, 0, 1E2, "a\"\\\/\b\f\n\r\t", "\u00e9\ud83d\ude00",)"
                                 R"( [["x"]], {"k": {"n": [1]}, "b": "v"}] tail)");
@@ -144,12 +138,18 @@ TEST(JsonPropertyReader, ReadsEveryValueKind) {
     EXPECT_EQ(read.values, expected);
 }
 
-TEST(JsonPropertyReader, StopsRightAfterTheClosingBracket) {
+TEST(JsonPropertyReader, StopsRightAfterTheClosingBracketAndFailureLeavesTheOutputAsItWas) {
     std::string const text = "[\"a\", \"b\"]] trailing";
     Read const read = readArray(text);
     ASSERT_EQ(read.code, jp::Success);
     EXPECT_EQ(text.substr(read.consumed), "] trailing");
     EXPECT_EQ(read.values, (std::vector<Value>{Value("a"), Value("b")}));
+
+    std::vector<Value> const before{Value("kept")};
+    for (std::string const bad : {"[\"a\", \"b\",]", "[\"a\" \"b\"]", "", "{}"}) {
+        EXPECT_EQ(readArray(bad, before).values, before) << bad;
+    }
+    EXPECT_TRUE(readArray("[]", before).values.empty());
 }
 
 TEST(JsonPropertyReader, NumbersAreDoublesAndDoNotConvertToStrings) {
@@ -183,8 +183,7 @@ TEST(JsonPropertyReader, TypedIntegerDataIsExactWhicheverMemberComesFirst) {
     auto list = [](std::vector<Value> elements) { return Value(std::move(elements)); };
     std::vector<Case> const cases{
         {"int8", "[1, -2]", list({Value(1L), Value(-2L)})},
-        {"int64",
-         "[9223372036854775807, -9223372036854775808]",
+        {"int64", "[9223372036854775807, -9223372036854775808]",
          list({Value(9223372036854775807L), Value(static_cast<long>(-9223372036854775807L - 1))})},
         {"uint64", "[18446744073709551615, 0]", list({Value(18446744073709551615UL), Value(0UL)})},
         {"uint8", "[1, -1]", list({Value(1UL), Value(-1.0)})},  // a minus sign is not an unsigned integer
@@ -198,7 +197,7 @@ TEST(JsonPropertyReader, TypedIntegerDataIsExactWhicheverMemberComesFirst) {
         {"uint16", "[\"text\", null]", list({Value("text"), Value::null()})},
         {"int8", "[[1], []]", list({list({Value(1.0)}), list({})})},  // nested lists are ordinary values
         {"int8", "[ ]", list({})},
-        {"int8", "5", Value(5.0)},  // not a list: an ordinary value
+        {"int8", "5", Value(5.0)},                             // not a list: an ordinary value
         {"double", "[1, 2]", list({Value(1.0), Value(2.0)})},  // not an integer type: ordinary numbers
     };
     for (auto const& [type, data, expected] : cases) {
@@ -221,8 +220,10 @@ TEST(JsonPropertyReader, TypedIntegerDataIsExactWhicheverMemberComesFirst) {
 }
 
 TEST(JsonPropertyReader, TypedDataAsAWholeObjectAndWithRepeatedMembers) {
-    Value const expected(Value::Object{{"qzdata", Value(Value::Array{Value(1L), Value(-2L)})}, {"qztype", Value("int8")}});
-    for (std::string const text : {R"([{"qztype":"int8","qzdata":[1,-2]}])", R"([{"qzdata":[1,-2],"qztype":"int8"}])"}) {
+    Value const expected(
+        Value::Object{{"qzdata", Value(Value::Array{Value(1L), Value(-2L)})}, {"qztype", Value("int8")}});
+    for (std::string const text :
+         {R"([{"qztype":"int8","qzdata":[1,-2]}])", R"([{"qzdata":[1,-2],"qztype":"int8"}])"}) {
         Read const read = readArray(text);
         ASSERT_EQ(read.code, jp::Success) << text;
         EXPECT_EQ(read.values, std::vector<Value>{expected}) << text;

@@ -12,18 +12,9 @@ check_error() {  # check_error <what> <expected text> <command...>
   expect "${what}: says '${expected}' (got: ${err})" has "${expected}" "${err}"
 }
 
-printf '{"nodes": [\n  {"id": "a", "type": "gadget"}\n]}\n' >bad.json
-check_error "unknown node type" "bad.json:2:23: unknown node type" "${depattr}" analyze bad.json
-printf '{"nodes": [\n  {"id": "f", "type": "function", "location": ["x.qx"]}\n]}\n' >bad.json
-check_error "function without a name entry" 'bad.json:2:47: a function node needs a "location"' "${depattr}" analyze bad.json
-printf '{"nodes": [\n  {"id": "p", "type": "project", "properties": {"circularReferences": [1]}}\n]}\n' >bad.json
-check_error "a cycle that is not text" 'bad.json:2:72: each element of "circularReferences"' "${depattr}" analyze bad.json
+# Each kind of graph-file mistake is placed by the graph reader's own tests; here, that the program passes one on.
 printf '{"nodes": [\n  {"id": "a", "type": "file"}' >bad.json
 check_error "truncated text" 'bad.json:2:30: the text ends before the graph is complete' "${depattr}" analyze bad.json
-printf '{"nodes": []}\n7\n' >bad.json
-check_error "a trailing scalar" 'bad.json:2:1: unexpected text after the graph' "${depattr}" analyze bad.json
-printf '{"nodes": [], "version": "1"}' >bad.json
-check_error "a value of the wrong type" 'bad.json:1:26: "version" must be the number 1' "${depattr}" analyze bad.json
 check_error "an absent graph" '/nonexistent.json: cannot read the graph file: No such file or directory' \
   "${depattr}" analyze /nonexistent.json
 check_error "an unknown command" 'unknown command "bogus"' "${depattr}" bogus

@@ -6,13 +6,11 @@
 
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -20,21 +18,17 @@ namespace fs = std::filesystem;
 
 class FileAnalysisTest : public ::testing::Test {
 protected:
-    FileAnalysisTest()
-        : folder_(fs::temp_directory_path() / ("depattr_codeanalysis_" + std::to_string(::getpid())))
-    {
+    FileAnalysisTest() : folder_(fs::temp_directory_path() / ("depattr_codeanalysis_" + std::to_string(::getpid()))) {
         fs::remove_all(folder_);
         fs::create_directories(folder_);
     }
-    ~FileAnalysisTest() override
-    {
+    ~FileAnalysisTest() override {
         std::error_code ignored;
         fs::remove_all(folder_, ignored);
     }
 
     std::u16string write(std::string const& name, std::string const& code,
-                         fs::file_time_type time = fs::file_time_type::clock::now())
-    {
+                         fs::file_time_type time = fs::file_time_type::clock::now()) {
         auto const path = folder_ / name;
         std::ofstream(path, std::ios::binary | std::ios::trunc) << code;
         fs::last_write_time(path, time);
@@ -45,25 +39,19 @@ protected:
     std::unique_ptr<ca::SingleFileAnalyzer> analyzer_ = ca::createSingleFileAnalyzer();
 };
 
-TEST_F(FileAnalysisTest, AnUnreadablePathThrowsNamingTheFile)
-{
-    auto const expectReadError = [&](std::u16string const& path, std::string const& named) {
-        try {
-            analyzer_->analyze(path);
-            ADD_FAILURE() << "no exception for " << named;
-        } catch (ca::FileReadError const& error) {
-            EXPECT_NE(std::string(error.what()).find(named), std::string::npos) << error.what();
-        }
-    };
-    expectReadError((folder_ / "absent.qx").u16string(), (folder_ / "absent.qx").string());
-    expectReadError(folder_.u16string(), folder_.string());
-    expectReadError(write("real.qx", "x = 1;") + std::u16string(u"\0.qx", 4), "NUL");
+TEST_F(FileAnalysisTest, AnUnreadablePathThrowsAndBrokenCodeIsReadable) {
+    // Absent files, folders and pipes are named in tests/hostile; a NUL in the path is refused before any read.
+    try {
+        analyzer_->analyze(write("real.qx", "x = 1;") + std::u16string(u"\0.qx", 4));
+        ADD_FAILURE() << "no exception";
+    } catch (ca::FileReadError const& error) {
+        EXPECT_NE(std::string(error.what()).find("NUL"), std::string::npos) << error.what();
+    }
     // A file whose code is broken is readable: its errors are in the result.
     EXPECT_TRUE(analyzer_->analyze(write("broken.qx", "x = (;"))->hasErrors());
 }
 
-TEST_F(FileAnalysisTest, AnUnchangedFileIsParsedOnceAndAChangedOneAgain)
-{
+TEST_F(FileAnalysisTest, AnUnchangedFileIsParsedOnceAndAChangedOneAgain) {
     auto const start = fs::file_time_type::clock::now() - std::chrono::hours(1);
     auto const path = write("f.qx", "function f\nend\n", start);
     auto const first = analyzer_->analyze(path);
@@ -83,8 +71,7 @@ TEST_F(FileAnalysisTest, AnUnchangedFileIsParsedOnceAndAChangedOneAgain)
     EXPECT_EQ(analyzer_->analyze(path), third);
 }
 
-TEST_F(FileAnalysisTest, AReplacedFileWithCopiedSizeAndTimeIsParsedAgain)
-{
+TEST_F(FileAnalysisTest, AReplacedFileWithCopiedSizeAndTimeIsParsedAgain) {
     auto const time = fs::file_time_type::clock::now() - std::chrono::hours(2);
     auto const path = write("r.qx", "function a\nend\n", time);
     auto const first = analyzer_->analyze(path);
@@ -105,8 +92,7 @@ TEST_F(FileAnalysisTest, AReplacedFileWithCopiedSizeAndTimeIsParsedAgain)
     EXPECT_NE(first, replaced);
 }
 
-TEST_F(FileAnalysisTest, TheCacheCapacityCanBeSetAndZeroKeepsNothing)
-{
+TEST_F(FileAnalysisTest, TheCacheCapacityCanBeSetAndZeroKeepsNothing) {
     auto const path = write("z.qx", "function z\nend\n");
     auto const saved = ca::resultCacheCapacity();
     ca::setResultCacheCapacity(0);
@@ -118,8 +104,7 @@ TEST_F(FileAnalysisTest, TheCacheCapacityCanBeSetAndZeroKeepsNothing)
     EXPECT_EQ(analyzer_->analyze(path), kept);
 }
 
-TEST_F(FileAnalysisTest, CodeWhoseTreeExceedsTheLimitIsAnErrorOfTheResult)
-{
+TEST_F(FileAnalysisTest, CodeWhoseTreeExceedsTheLimitIsAnErrorOfTheResult) {
     std::string code;
     while (code.size() < 100000) {
         code += "x = [1, 2, 3] + y(4);\n";
@@ -131,36 +116,6 @@ TEST_F(FileAnalysisTest, CodeWhoseTreeExceedsTheLimitIsAnErrorOfTheResult)
               "the code is too large to analyse: its syntax tree would take more than 200000 bytes");
     EXPECT_TRUE(limited->getRootNode().children().empty());
     EXPECT_LT(limited->memoryBytes(), 200000u);
-}
-
-TEST_F(FileAnalysisTest, ConcurrentAnalysesAgreeAndShareResults)
-{
-    std::vector<std::u16string> paths;
-    for (int i = 0; i < 4; ++i) {
-        paths.push_back(write("c" + std::to_string(i) + ".qx",
-                              "function c" + std::to_string(i) + "\n  x = [1 2 3];\nend\n"));
-    }
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&, t] {
-            auto analyzer = ca::createSingleFileAnalyzer();
-            for (int round = 0; round < 50; ++round) {
-                auto const& path = paths[static_cast<std::size_t>((round + t) % 4)];
-                auto const result = analyzer->analyze(path);
-                auto const name = result->getRootNode().children()[0]->child(7)->identifier().getString();
-                if (result->hasErrors() || path.find(std::u16string(name) + u".qx") == std::u16string::npos) {
-                    ++wrong;
-                }
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(wrong.load(), 0);
-    auto const once = analyzer_->analyze(paths[0]);
-    EXPECT_EQ(analyzer_->analyze(paths[0]), once);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include "platform/fl/FileSystem.hpp"
+#include "support/Scratch.hpp"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +9,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include <unistd.h>
-
 namespace {
 
 namespace fs = std::filesystem;
@@ -17,20 +16,10 @@ using namespace std::string_literals;
 
 class FileSystemTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        folder_ = fs::temp_directory_path() / ("fl_filesystem_" + std::to_string(::getpid()) + "_" +
-                                               ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(folder_);
-        fs::create_directories(folder_);
-    }
-    void TearDown() override { fs::remove_all(folder_); }
+    std::u16string touch(std::string const& name) { return scratch_.write(name, "x").u16string(); }
 
-    std::u16string touch(std::string const& name) {
-        std::ofstream(folder_ / name) << "x";
-        return (folder_ / name).u16string();
-    }
-
-    fs::path folder_;
+    depattr_test::ScratchFolder scratch_{"fl_filesystem"};
+    fs::path const& folder_ = scratch_.path();
 };
 
 TEST_F(FileSystemTest, ExistsAnswersForFilesFoldersAndAbsentPaths) {
@@ -73,13 +62,11 @@ TEST_F(FileSystemTest, StatusReportsTheModificationTimeToTheMicrosecond) {
 
 TEST_F(FileSystemTest, StatusOfAnAbsentPathThrowsNamingThePath) {
     std::u16string const absent = (folder_ / "absent.qx").u16string();
-    try {
-        fl::filesystem::status_express_light(absent);
-        FAIL() << "expected FileSystemError";
-    } catch (fl::filesystem::FileSystemError const& error) {
-        EXPECT_EQ(error.path(), absent);
-        EXPECT_NE(std::string(error.what()).find("absent.qx"), std::string::npos);
-    }
+    auto const error =
+        depattr_test::thrown<fl::filesystem::FileSystemError>([&] { fl::filesystem::status_express_light(absent); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->path(), absent);
+    EXPECT_NE(std::string(error->what()).find("absent.qx"), std::string::npos);
 }
 
 TEST(MakeNativeForm, RemovesRedundantPartsAndMakesAbsoluteOnRequest) {

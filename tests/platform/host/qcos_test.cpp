@@ -1,4 +1,5 @@
 #include "platform/host/Qcos.hpp"
+#include "support/Scratch.hpp"
 
 #include <gtest/gtest.h>
 
@@ -9,14 +10,12 @@ namespace {
 using qcos::COSInterfacePtr;
 using qcos::HostError;
 
+using depattr_test::thrown;
+
 template <class F>
 std::string identifierOf(F&& f) {
-    try {
-        f();
-    } catch (HostError const& error) {
-        return error.identifier();
-    }
-    return "no error";
+    auto const error = thrown<HostError>(std::forward<F>(f));
+    return error ? error->identifier() : "no error";
 }
 
 std::vector<qxArrayPtr> outputs(qxArrayPtr value) {
@@ -123,14 +122,12 @@ TEST(Qcos, FailedCallsKeepTheirErrorForTheCaller) {
     qxArrayPtr out[1];
 
     EXPECT_FALSE(qcos::omCallMethod(qcos::COSGetPublicClient(), "analyze", 1, out, 1, inputs));
-    try {
-        computils::qcos::throwErrorCallingQorvexException("Shape.analyze");
-        FAIL() << "no error thrown";
-    } catch (HostError const& error) {
-        EXPECT_EQ(error.identifier(), "qcos:method:undefined");
-        EXPECT_EQ(error.context(), "Shape.analyze");
-        EXPECT_NE(std::string(error.what()).find("test.qcos.Circle"), std::string::npos);
-    }
+    auto const undefined =
+        thrown<HostError>([] { computils::qcos::throwErrorCallingQorvexException("Shape.analyze"); });
+    ASSERT_TRUE(undefined);
+    EXPECT_EQ(undefined->identifier(), "qcos:method:undefined");
+    EXPECT_EQ(undefined->context(), "Shape.analyze");
+    EXPECT_NE(std::string(undefined->what()).find("test.qcos.Circle"), std::string::npos);
 
     // Private methods are closed to the public client only.
     EXPECT_FALSE(qcos::omCallMethod(qcos::COSGetPublicClient(), "secret", 1, out, 1, inputs));
@@ -149,13 +146,10 @@ TEST(Qcos, FailedCallsKeepTheirErrorForTheCaller) {
         .method("run", [](auto, int) -> std::vector<qxArrayPtr> { throw std::out_of_range("index 7"); })
         .define();
     auto const failing = qcos::omCreateQCOSScalar(qcos::omCreateObject("test.qcos.Failing"));
-    try {
-        call("run", {failing.get()});
-        FAIL() << "no error thrown";
-    } catch (HostError const& error) {
-        EXPECT_EQ(error.identifier(), "qcos:call:nativeError");
-        EXPECT_STREQ(error.what(), "index 7");
-    }
+    auto const native = thrown<HostError>([&] { call("run", {failing.get()}); });
+    ASSERT_TRUE(native);
+    EXPECT_EQ(native->identifier(), "qcos:call:nativeError");
+    EXPECT_STREQ(native->what(), "index 7");
 }
 
 TEST(Qcos, TypedSignaturesChooseAnOverloadAndRejectWrongTypes) {
@@ -264,16 +258,13 @@ TEST(Qcos, ErrorsRethrownForACallerKeepTheirHostLanguageStack) {
                 })
         .define();
     auto const thrower = qcos::omCreateQCOSScalar(qcos::omCreateObject("test.qcos.Thrower"));
-    try {
-        call("run", {thrower.get()});
-        FAIL() << "no error thrown";
-    } catch (HostError const& error) {
-        EXPECT_EQ(error.identifier(), "user:failed");
-        EXPECT_EQ(error.context(), "test");
-        ASSERT_EQ(error.stack().size(), 2u);
-        EXPECT_EQ(error.location(), "Thrower.qx:12:5");
-        EXPECT_EQ(error.stack()[1].function, "caller");
-    }
+    auto const error = thrown<HostError>([&] { call("run", {thrower.get()}); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->identifier(), "user:failed");
+    EXPECT_EQ(error->context(), "test");
+    ASSERT_EQ(error->stack().size(), 2u);
+    EXPECT_EQ(error->location(), "Thrower.qx:12:5");
+    EXPECT_EQ(error->stack()[1].function, "caller");
 }
 
 TEST(Qcos, NativeObjectLivesExactlyAsLongAsItsLastOwner) {

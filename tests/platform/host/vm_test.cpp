@@ -1,6 +1,7 @@
 #include "platform/host/Vm.hpp"
 #include "platform/host/Qcos.hpp"
 #include "platform/services/NullStreamBuffer.hpp"
+#include "support/Scratch.hpp"
 
 #include <gtest/gtest.h>
 
@@ -15,6 +16,7 @@ using cmddistributor::PackagedTaskIIP;
 using cmddistributor::Request;
 using cmddistributor::RunOptions;
 using cmddistributor::RuntimeException;
+using depattr_test::thrown;
 
 RunOptions nullOptions() {
     auto const sink = dependency::services::createNullStreamBuffer();
@@ -53,13 +55,9 @@ std::vector<qxArrayPtr> evalOn(qvm::QVM& vm, std::u16string_view expression, int
     return vm.feval("eval", std::move(arguments), outputCount, vm.createRequestID(), nullOptions()).get();
 }
 
-std::string evalError(qvm::QVM& vm, std::u16string_view expression) {
-    try {
-        evalOn(vm, expression);
-    } catch (qcos::HostError const& error) {
-        return error.identifier();
-    }
-    return "no error";
+std::string evalError(qvm::QVM& vm, std::u16string_view expression, int outputCount = 1) {
+    auto const error = thrown<qcos::HostError>([&] { evalOn(vm, expression, outputCount); });
+    return error ? error->identifier() : "no error";
 }
 
 TEST(HostVm, EvalReadsDottedExpressionsOnTheCommandThread) {
@@ -80,12 +78,7 @@ TEST(HostVm, EvalReadsDottedExpressionsOnTheCommandThread) {
     EXPECT_EQ(evalError(*vm, u"test.vm.Config.Settings("), "qvm:eval:invalidExpression");
     EXPECT_EQ(evalError(*vm, u""), "qvm:eval:invalidExpression");
     EXPECT_EQ(evalError(*vm, u"1abc"), "qvm:eval:invalidExpression");
-    try {
-        evalOn(*vm, u"test.vm.Config.Settings", 2);
-        FAIL() << "no error thrown";
-    } catch (qcos::HostError const& error) {
-        EXPECT_EQ(error.identifier(), "qvm:eval:tooManyOutputs");
-    }
+    EXPECT_EQ(evalError(*vm, u"test.vm.Config.Settings", 2), "qvm:eval:tooManyOutputs");
 
     std::vector<qxArrayPtr> number;
     number.push_back(matrix::to_qorvex(1.0));
@@ -121,32 +114,21 @@ TEST(HostVm, RequestsRunInArrivalOrderOnOneThread) {
 TEST(HostVm, FuturesCarryTheExactExceptionAcrossThreads) {
     auto const vm = qvm::QVM::create();
     auto failing = post<int>(*vm, []() -> int { throw qcos::HostError("test:vm:failed", "went wrong"); });
-    try {
-        failing.get();
-        FAIL() << "no error thrown";
-    } catch (qcos::HostError const& error) {
-        EXPECT_EQ(error.identifier(), "test:vm:failed");
-        EXPECT_STREQ(error.what(), "went wrong");
-    }
+    auto const host = thrown<qcos::HostError>([&] { failing.get(); });
+    ASSERT_TRUE(host);
+    EXPECT_EQ(host->identifier(), "test:vm:failed");
+    EXPECT_STREQ(host->what(), "went wrong");
     auto runtime = post<void>(*vm, [] { throw RuntimeException(1, "host failure", "at line 3", {"cause one"}); });
-    try {
-        runtime.get();
-        FAIL() << "no error thrown";
-    } catch (RuntimeException const& error) {
-        EXPECT_EQ(error.getExecutionStatus(), 1);
-        EXPECT_EQ(error.getStack(), "at line 3");
-        EXPECT_EQ(error.getCauses(), std::vector<std::string>{"cause one"});
-    }
+    auto const error = thrown<RuntimeException>([&] { runtime.get(); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getExecutionStatus(), 1);
+    EXPECT_EQ(error->getStack(), "at line 3");
+    EXPECT_EQ(error->getCauses(), std::vector<std::string>{"cause one"});
     struct NotStandard {
         int code;
     };
     auto odd = post<void>(*vm, [] { throw NotStandard{7}; });
-    try {
-        odd.get();
-        FAIL() << "no error thrown";
-    } catch (NotStandard const& error) {
-        EXPECT_EQ(error.code, 7);
-    }
+    EXPECT_EQ(thrown<NotStandard>([&] { odd.get(); }).value_or(NotStandard{0}).code, 7);
 }
 
 TEST(HostVm, ARequestFromTheCommandThreadRunsAtOnce) {
@@ -171,15 +153,12 @@ TEST(HostVm, AVmWithoutDistributorFailsEveryRequest) {
 
     qvm::detail::NullCmdDistributorTaskReference<int> reference;
     EXPECT_TRUE(reference.getFuture().is_ready());
-    try {
-        reference.get();
-        FAIL() << "no error thrown";
-    } catch (RuntimeException const& error) {
-        EXPECT_EQ(error.getExecutionStatus(), 2);
-        EXPECT_EQ(error.getMessage(), "No CmdDistributor available");
-        EXPECT_TRUE(error.getStack().empty());
-        EXPECT_TRUE(error.getCauses().empty());
-    }
+    auto const error = thrown<RuntimeException>([&] { reference.get(); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->getExecutionStatus(), 2);
+    EXPECT_EQ(error->getMessage(), "No CmdDistributor available");
+    EXPECT_TRUE(error->getStack().empty());
+    EXPECT_TRUE(error->getCauses().empty());
     defineConfig();
     EXPECT_THROW(evalOn(*vm, u"test.vm.Config.Settings"), RuntimeException);
     // A future without shared state reports Boost's own error.
@@ -189,23 +168,18 @@ TEST(HostVm, AVmWithoutDistributorFailsEveryRequest) {
 
 TEST(HostVm, RequestsAreCheckedBeforeTheyAreQueued) {
     auto const vm = qvm::QVM::create();
-    auto const expectMessage = [](auto&& f, char const* message) {
-        try {
-            f();
-            ADD_FAILURE() << "no error thrown";
-        } catch (std::invalid_argument const& error) {
-            EXPECT_STREQ(error.what(), message);
-        }
-    };
-    expectMessage([] { PackagedTaskIIP<int>(std::function<int()>(), "empty"); }, "func cannot be empty.");
-    expectMessage([&] { vm->getCmdDistributor()->enqueueWithFuture(std::shared_ptr<Request<int>>(), nullOptions()); },
-                  "request cannot be null.");
-    expectMessage(
-        [&] {
-            vm->getCmdDistributor()->enqueueWithFuture(std::make_shared<Request<int>>(qvm::detail::createID(), nullptr),
-                                                       nullOptions());
-        },
-        "request must contain an IIP.");
+    using depattr_test::whatOf;
+    auto const distributor = vm->getCmdDistributor();
+    EXPECT_EQ(whatOf<std::invalid_argument>([] { PackagedTaskIIP<int>(std::function<int()>(), "empty"); }),
+              "func cannot be empty.");
+    EXPECT_EQ(whatOf<std::invalid_argument>(
+                  [&] { distributor->enqueueWithFuture(std::shared_ptr<Request<int>>(), nullOptions()); }),
+              "request cannot be null.");
+    EXPECT_EQ(whatOf<std::invalid_argument>([&] {
+                  distributor->enqueueWithFuture(std::make_shared<Request<int>>(qvm::detail::createID(), nullptr),
+                                                 nullOptions());
+              }),
+              "request must contain an IIP.");
     EXPECT_NE(qvm::detail::createID(), qvm::detail::createID());
 }
 
@@ -224,12 +198,8 @@ TEST(HostVm, ShutdownCancelsQueuedRequestsAndRefusesNewOnes) {
     auto second = post<int>(*vm, [] { return 2; });
     release.set_value();
     EXPECT_EQ(first.get(), 1);
-    try {
-        second.get();
-        FAIL() << "no error thrown";
-    } catch (RuntimeException const& error) {
-        EXPECT_EQ(error.getExecutionStatus(), 3);
-    }
+    auto const cancelled = thrown<RuntimeException>([&] { second.get(); });
+    EXPECT_EQ(cancelled ? cancelled->getExecutionStatus() : 0, 3);
     auto late = post<int>(*vm, [] { return 3; });
     EXPECT_THROW(late.get(), RuntimeException);
     vm.reset();  // shutting down twice is harmless

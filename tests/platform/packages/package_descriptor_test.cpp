@@ -1,4 +1,5 @@
 #include "platform/packages/PackageDescriptor.hpp"
+#include "support/Scratch.hpp"
 
 #include <boost/lexical_cast.hpp>
 #include <boost/uuid/uuid_io.hpp>
@@ -18,29 +19,14 @@ using foundation::packages::PackageDefinitionError;
 using foundation::packages::PackageDefRelativeToRoot;
 
 // A product root folder holding resources/pkgdef.json.
-class ProductRoot {
-public:
-    ProductRoot() {
-        std::string pattern = (fs::temp_directory_path() / "depattr-pkgdef-XXXXXX").string();
-        if (mkdtemp(pattern.data()) == nullptr) {
-            throw std::runtime_error("cannot make a temporary folder");
-        }
-        root_ = pattern;
-        fs::create_directories(root_ / "resources");
-    }
-    ~ProductRoot() {
-        std::error_code ignored;
-        fs::remove_all(root_, ignored);
-    }
-    void writeDefinition(std::string const& text) const { std::ofstream(definitionPath()) << text; }
-    fs::path definitionPath() const { return root_ / "resources" / "pkgdef.json"; }
+struct ProductRoot : depattr_test::ScratchFolder {
+    ProductRoot() : ScratchFolder("depattr-pkgdef") { fs::create_directories(path() / "resources"); }
+    void writeDefinition(std::string const& text) const { write("resources/pkgdef.json", text); }
+    fs::path definitionPath() const { return path() / "resources" / "pkgdef.json"; }
     vfs::File definition() const {
-        vfs::Folder const folder(vfs::toAbsoluteIRI(u"file", root_.u16string()), vfs::GetStorageSystemReference());
+        vfs::Folder const folder(vfs::toAbsoluteIRI(u"file", path().u16string()), vfs::GetStorageSystemReference());
         return vfs::File(folder, PackageDefRelativeToRoot);
     }
-
-private:
-    fs::path root_;
 };
 
 boost::uuids::uuid uuid(char const* text) {
@@ -81,14 +67,11 @@ TEST(PackageDescriptorTest, UnreadableDefinitionFailsWhenTheDescriptorIsTaken) {
     auto const result = GetPackageDescriptorFactory().create(root.definition(), 0);
     EXPECT_FALSE(result.hasDescriptor());
     EXPECT_FALSE(static_cast<bool>(result));
-    try {
-        (void)result->GetName();
-        ADD_FAILURE() << "no error";
-    } catch (PackageDefinitionError const& error) {
-        EXPECT_EQ(error.file(), root.definitionPath().string());
-        EXPECT_EQ(error.line(), 0u);
-        EXPECT_THAT(error.reason(), ::testing::HasSubstr("cannot read"));
-    }
+    auto const error = depattr_test::thrown<PackageDefinitionError>([&] { (void)result->GetName(); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->file(), root.definitionPath().string());
+    EXPECT_EQ(error->line(), 0u);
+    EXPECT_THAT(error->reason(), ::testing::HasSubstr("cannot read"));
 }
 
 TEST(PackageDescriptorTest, MalformedDefinitionNamesFileAndPosition) {
@@ -101,8 +84,8 @@ TEST(PackageDescriptorTest, MalformedDefinitionNamesFileAndPosition) {
     std::string const head = R"({"name": "p", "id": "11111111-2222-3333-4444-555555555555", "version": "1")";
     std::vector<Case> const cases = {
         {head + ",\n \"dependencies\": [{\"name\": \"d\", \"id\": \"1111-2222\"}]}", 2, 39, "is not a UUID"},
-        {head + ",\n \"dependencies\": [{\"name\": \"d\", \"id\": \"{11111111-2222-3333-4444-555555555555}\"}]}", 2,
-         39, "is not a UUID"},
+        {head + ",\n \"dependencies\": [{\"name\": \"d\", \"id\": \"{11111111-2222-3333-4444-555555555555}\"}]}", 2, 39,
+         "is not a UUID"},
         {head + ",\n \"dependencies\": [{\"name\": \"d\"}]}", 2, 19, "missing \"id\""},
         {head + ",\n \"dependencies\": {\"name\": \"d\"}}", 2, 18, "must be an array"},
         {head + ",\n \"dependencies\": [\"d\"]}", 2, 19, "must be an object"},
@@ -120,20 +103,15 @@ TEST(PackageDescriptorTest, MalformedDefinitionNamesFileAndPosition) {
         root.writeDefinition(c.text);
         auto const result = GetPackageDescriptorFactory().create(root.definition(), 0);
         ASSERT_FALSE(result.hasDescriptor());
-        try {
-            std::rethrow_exception(result.failure());
-        } catch (PackageDefinitionError const& error) {
-            EXPECT_EQ(error.file(), root.definitionPath().string());
-            EXPECT_EQ(error.line(), c.line);
-            EXPECT_EQ(error.column(), c.column);
-            EXPECT_THAT(error.reason(), ::testing::HasSubstr(c.reason));
-        }
+        auto const error =
+            depattr_test::thrown<PackageDefinitionError>([&] { std::rethrow_exception(result.failure()); });
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->file(), root.definitionPath().string());
+        EXPECT_EQ(error->line(), c.line);
+        EXPECT_EQ(error->column(), c.column);
+        EXPECT_THAT(error->reason(), ::testing::HasSubstr(c.reason));
     }
 }
-
-}  // namespace
-
-namespace {
 
 TEST(PackageDescriptorTest, ExampleMappingPackageDeclaresGeometryOnly) {
     vfs::Folder const folder(

@@ -1,4 +1,5 @@
 #include "platform/storage/Vfs.hpp"
+#include "support/Scratch.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,24 +13,7 @@ namespace {
 namespace fs = std::filesystem;
 namespace vfs = foundation::storage::vfs;
 
-class TempFolder {
-public:
-    TempFolder() {
-        std::string pattern = (fs::temp_directory_path() / "depattr-vfs-XXXXXX").string();
-        if (mkdtemp(pattern.data()) == nullptr) {
-            throw std::runtime_error("cannot make a temporary folder");
-        }
-        path_ = pattern;
-    }
-    ~TempFolder() {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    fs::path const& path() const { return path_; }
-
-private:
-    fs::path path_;
-};
+using TempFolder = depattr_test::ScratchFolder;
 
 TEST(VfsTest, AbsoluteIdentifiersAreNormalAndEncodeTheirPath) {
     auto const iri = vfs::toAbsoluteIRI(u"file", u"/opt/./kits/my kit/");
@@ -71,13 +55,10 @@ TEST(VfsTest, ReadsLocalFilesAndNamesTheOnesItCannotRead) {
 
     vfs::File const missing(folder, u"resources/none.json");
     EXPECT_FALSE(missing.exists());
-    try {
-        missing.readAll();
-        ADD_FAILURE() << "no error";
-    } catch (vfs::StorageError const& error) {
-        EXPECT_EQ(error.resource(), (temp.path() / "resources" / "none.json").string());
-        EXPECT_THAT(error.what(), ::testing::HasSubstr("none.json"));
-    }
+    auto const error = depattr_test::thrown<vfs::StorageError>([&] { missing.readAll(); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->resource(), (temp.path() / "resources" / "none.json").string());
+    EXPECT_THAT(error->what(), ::testing::HasSubstr("none.json"));
     EXPECT_THROW(present.readAll(8), vfs::StorageError);  // more than the bound, found before reading
     EXPECT_EQ(present.readAll(9), "{\"x\": 1}\n");
 }
