@@ -1,5 +1,7 @@
 #include "platform/host/lang/detail/Compiler.hpp"
 
+#include "platform/host/lang/detail/Values.hpp"
+
 #include <boost/locale/encoding_utf.hpp>
 #include <fmt/format.h>
 
@@ -183,18 +185,6 @@ std::u16string operatorText(Operator op) {
         break;
     }
     return u"";
-}
-
-std::u16string quotedText(std::u16string_view text, char16_t quote) {
-    std::u16string out(1, quote);
-    for (auto const c : text) {
-        out.push_back(c);
-        if (c == quote) {
-            out.push_back(c);
-        }
-    }
-    out.push_back(quote);
-    return out;
 }
 
 // The source form of an expression, as func2str and disp show anonymous functions.

@@ -69,15 +69,15 @@ bool isNumeric(qxArray const& array) noexcept {
 
 double numberAt(qxArray const& array, std::size_t index) {
     switch (array.classID()) {
-        case qxClassID::Double:
-            return array.doubles()[index];
-        case qxClassID::Logical:
-            return array.logicals()[index];
-        case qxClassID::Char:
-            return array.chars()[index];
-        default:
-            raise("qlang:type:notNumeric",
-                  fmt::format("Expected a number, got a value of class '{}'.", array.getClassName()));
+    case qxClassID::Double:
+        return array.doubles()[index];
+    case qxClassID::Logical:
+        return array.logicals()[index];
+    case qxClassID::Char:
+        return array.chars()[index];
+    default:
+        raise("qlang:type:notNumeric",
+              fmt::format("Expected a number, got a value of class '{}'.", array.getClassName()));
     }
 }
 
@@ -151,33 +151,33 @@ bool truthOf(qxArray const& array) {
         return false;
     }
     switch (array.classID()) {
-        case qxClassID::Logical:
-            for (auto const flag : array.logicals()) {
-                if (flag == 0) {
-                    return false;
-                }
+    case qxClassID::Logical:
+        for (auto const flag : array.logicals()) {
+            if (flag == 0) {
+                return false;
             }
-            return true;
-        case qxClassID::Double:
-            for (auto const value : array.doubles()) {
-                if (std::isnan(value)) {
-                    raise("qlang:type:nanCondition", "NaN cannot be converted to a logical value.");
-                }
-                if (value == 0) {
-                    return false;
-                }
+        }
+        return true;
+    case qxClassID::Double:
+        for (auto const value : array.doubles()) {
+            if (std::isnan(value)) {
+                raise("qlang:type:nanCondition", "NaN cannot be converted to a logical value.");
             }
-            return true;
-        case qxClassID::Char:
-            for (auto const c : array.chars()) {
-                if (c == 0) {
-                    return false;
-                }
+            if (value == 0) {
+                return false;
             }
-            return true;
-        default:
-            raise("qlang:type:notLogical",
-                  fmt::format("A value of class '{}' cannot be used as a condition.", array.getClassName()));
+        }
+        return true;
+    case qxClassID::Char:
+        for (auto const c : array.chars()) {
+            if (c == 0) {
+                return false;
+            }
+        }
+        return true;
+    default:
+        raise("qlang:type:notLogical",
+              fmt::format("A value of class '{}' cannot be used as a condition.", array.getClassName()));
     }
 }
 
@@ -252,8 +252,6 @@ std::string shortNumberText(double value) {
     return fmt::format("{:.5g}", value);
 }
 
-namespace {
-
 std::u16string quotedText(std::u16string_view text, char16_t quote) {
     std::u16string out(1, quote);
     for (auto const c : text) {
@@ -266,36 +264,38 @@ std::u16string quotedText(std::u16string_view text, char16_t quote) {
     return out;
 }
 
+namespace {
+
 std::u16string elementText(qxArray const& array, std::size_t index) {
     switch (array.classID()) {
-        case qxClassID::Double:
-            return utf16(numberText(array.doubles()[index]));
-        case qxClassID::Logical:
-            return array.logicals()[index] != 0 ? u"true" : u"false";
-        case qxClassID::String:
-            return quotedText(array.getStringElement(index), u'"');
-        case qxClassID::Cell:
-            return describe(*array.getCell(index));
-        case qxClassID::Object: {
-            auto const& object = array.getObject(index);
-            if (!object) {
-                return u"<empty>";
-            }
-            if (auto const value = object->getEnumerationValue()) {
-                auto const info = qcos::omFindClass(object->getClassName());
-                for (auto const& [name, number] :
-                     info ? info->getEnumerationMembers() : std::vector<std::pair<std::string, std::int64_t>>{}) {
-                    if (number == *value) {
-                        return utf16(name);
-                    }
+    case qxClassID::Double:
+        return utf16(numberText(array.doubles()[index]));
+    case qxClassID::Logical:
+        return array.logicals()[index] != 0 ? u"true" : u"false";
+    case qxClassID::String:
+        return quotedText(array.getStringElement(index), u'"');
+    case qxClassID::Cell:
+        return describe(*array.getCell(index));
+    case qxClassID::Object: {
+        auto const& object = array.getObject(index);
+        if (!object) {
+            return u"<empty>";
+        }
+        if (auto const value = object->getEnumerationValue()) {
+            auto const info = qcos::omFindClass(object->getClassName());
+            for (auto const& [name, number] :
+                 info ? info->getEnumerationMembers() : std::vector<std::pair<std::string, std::int64_t>>{}) {
+                if (number == *value) {
+                    return utf16(name);
                 }
             }
-            return u"<" + utf16(object->getClassName()) + u">";
         }
-        case qxClassID::FunctionHandle:
-            return array.getFunctionHandle()->text();
-        default:
-            return u"?";
+        return u"<" + utf16(object->getClassName()) + u">";
+    }
+    case qxClassID::FunctionHandle:
+        return array.getFunctionHandle()->text();
+    default:
+        return u"?";
     }
 }
 
@@ -356,16 +356,16 @@ std::u16string describe(qxArray const& array) {
     if (array.isEmpty()) {
         bool const square = dims[0] == 0 && dims[1] == 0;
         switch (id) {
-            case qxClassID::Double:
-                return square ? u"[]" : utf16(fmt::format("zeros({},{})", dims[0], dims[1]));
-            case qxClassID::Logical:
-                return utf16(fmt::format("false({},{})", dims[0], dims[1]));
-            case qxClassID::Cell:
-                return square ? u"{}" : utf16(fmt::format("cell({},{})", dims[0], dims[1]));
-            case qxClassID::String:
-                return utf16(fmt::format("strings({},{})", dims[0], dims[1]));
-            default:
-                return utf16(fmt::format("<{} {}>", dimsText(dims), array.getClassName()));
+        case qxClassID::Double:
+            return square ? u"[]" : utf16(fmt::format("zeros({},{})", dims[0], dims[1]));
+        case qxClassID::Logical:
+            return utf16(fmt::format("false({},{})", dims[0], dims[1]));
+        case qxClassID::Cell:
+            return square ? u"{}" : utf16(fmt::format("cell({},{})", dims[0], dims[1]));
+        case qxClassID::String:
+            return utf16(fmt::format("strings({},{})", dims[0], dims[1]));
+        default:
+            return utf16(fmt::format("<{} {}>", dimsText(dims), array.getClassName()));
         }
     }
     if (id == qxClassID::Object && !array.isScalar()) {
@@ -383,47 +383,47 @@ std::u16string describe(qxArray const& array) {
 std::u16string displayText(qxArray const& array) {
     auto const& dims = array.getDimensions();
     switch (array.classID()) {
-        case qxClassID::Char: {
-            if (dims.size() > 2) {
-                break;
-            }
-            std::u16string out;
-            for (std::size_t row = 0; row < dims[0]; ++row) {
-                if (row > 0) {
-                    out += u"\n";
-                }
-                for (std::size_t column = 0; column < dims[1]; ++column) {
-                    out.push_back(array.chars()[row + column * dims[0]]);
-                }
-            }
-            return out;
-        }
-        case qxClassID::String:
-            if (array.isScalar()) {
-                return array.getStringElement(0);
-            }
+    case qxClassID::Char: {
+        if (dims.size() > 2) {
             break;
-        case qxClassID::Double:
-        case qxClassID::Logical: {
-            if (dims.size() > 2 || array.isEmpty()) {
-                break;
-            }
-            std::u16string out;
-            for (std::size_t row = 0; row < dims[0]; ++row) {
-                if (row > 0) {
-                    out += u"\n";
-                }
-                for (std::size_t column = 0; column < dims[1]; ++column) {
-                    auto const index = row + column * dims[0];
-                    double const value = numberAt(array, index);
-                    out += (column > 0 ? u"  " : u"") +
-                           utf16(array.classID() == qxClassID::Logical ? numberText(value) : shortNumberText(value));
-                }
-            }
-            return out;
         }
-        default:
+        std::u16string out;
+        for (std::size_t row = 0; row < dims[0]; ++row) {
+            if (row > 0) {
+                out += u"\n";
+            }
+            for (std::size_t column = 0; column < dims[1]; ++column) {
+                out.push_back(array.chars()[row + column * dims[0]]);
+            }
+        }
+        return out;
+    }
+    case qxClassID::String:
+        if (array.isScalar()) {
+            return array.getStringElement(0);
+        }
+        break;
+    case qxClassID::Double:
+    case qxClassID::Logical: {
+        if (dims.size() > 2 || array.isEmpty()) {
             break;
+        }
+        std::u16string out;
+        for (std::size_t row = 0; row < dims[0]; ++row) {
+            if (row > 0) {
+                out += u"\n";
+            }
+            for (std::size_t column = 0; column < dims[1]; ++column) {
+                auto const index = row + column * dims[0];
+                double const value = numberAt(array, index);
+                out += (column > 0 ? u"  " : u"") +
+                       utf16(array.classID() == qxClassID::Logical ? numberText(value) : shortNumberText(value));
+            }
+        }
+        return out;
+    }
+    default:
+        break;
     }
     return describe(array);
 }

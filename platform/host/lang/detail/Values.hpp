@@ -64,6 +64,8 @@ std::string dimsText(Dims const& dims);
 std::string numberText(double value);
 // Numbers as disp shows them: whole numbers exactly, others with 5 significant digits.
 std::string shortNumberText(double value);
+// Text between `quote`s, a quote inside doubled: 'it''s'.
+std::u16string quotedText(std::u16string_view text, char16_t quote);
 
 // A compact, unambiguous text of a value: [1 2;3 4], 'text', "text", {1,'a'},
 // struct(a=1), true, <Class>; used by tests and by disp of cells and structs.
