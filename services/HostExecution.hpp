@@ -24,16 +24,15 @@ R runOnCommandThread(std::shared_ptr<qvm::QVM> const& vm, std::function<R()> wor
     auto const& options = nullSinkRunOptions();
     auto const id = qvm::detail::createID();
     auto const distributorAndSinks = qvm::detail::getCmdDistributorAndSinks(vm, options);
-    std::unique_ptr<qvm::detail::CmdDistributorTaskReference<R>> task;
-    if (distributorAndSinks.distributor) {
-        auto iip = std::make_shared<cmddistributor::PackagedTaskIIP<R>>(std::move(work), std::move(label));
-        auto request = std::make_shared<cmddistributor::Request<R>>(id, std::move(iip));
-        task = std::make_unique<qvm::detail::CmdDistributorTaskReference<R>>(
-            distributorAndSinks.distributor->enqueueWithFuture(request, options));
-    } else {
-        task = std::make_unique<qvm::detail::NullCmdDistributorTaskReference<R>>();
+    if (!distributorAndSinks.distributor) {
+        qvm::detail::NullCmdDistributorTaskReference<R> task;
+        return task.get();
     }
-    return task->get();
+    auto iip = std::make_shared<cmddistributor::PackagedTaskIIP<R>>(std::move(work), std::move(label));
+    auto request = std::make_shared<cmddistributor::Request<R>>(id, std::move(iip));
+    qvm::detail::CmdDistributorTaskReference<R> task(
+        distributorAndSinks.distributor->enqueueWithFuture(request, options));
+    return task.get();
 }
 
 }  // namespace dependency::services::detail

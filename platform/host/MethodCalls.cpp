@@ -174,7 +174,7 @@ bool recordingFailure(Call&& call) noexcept {
 
 // The class of the object a method is called on: the most derived one, that
 // is the element's own class rather than the array's.
-std::string classOfSelf(std::string_view methodName, int nrhs, qxArray const* const* prhs) {
+std::string const& classOfSelf(std::string_view methodName, int nrhs, qxArray const* const* prhs) {
     if (nrhs < 1 || prhs == nullptr || prhs[0] == nullptr || prhs[0]->classID() != qxClassID::Object) {
         throw HostError("qcos:method:noObject",
                         fmt::format("Method '{}' needs an object as its first input.", methodName));
@@ -200,7 +200,7 @@ void findAndInvoke(COSClient const& client, std::string_view className, std::str
 bool omCallMethod(COSClient const& client, std::string_view methodName, int nlhs, qxArrayPtr* plhs, int nrhs,
                   qxArray const* const* prhs) noexcept {
     return recordingFailure([&] {
-        auto const className = classOfSelf(methodName, nrhs, prhs);
+        auto const& className = classOfSelf(methodName, nrhs, prhs);
         findAndInvoke(client, className, methodName, false, nlhs, plhs, nrhs, prhs);
     });
 }
@@ -213,7 +213,7 @@ bool omCallStaticMethod(COSClient const& client, std::string_view className, std
 bool omCallMethodOfClass(COSClient const& client, std::string_view className, std::string_view methodName, int nlhs,
                          qxArrayPtr* plhs, int nrhs, qxArray const* const* prhs) noexcept {
     return recordingFailure([&] {
-        auto const objectClass = classOfSelf(methodName, nrhs, prhs);
+        auto const& objectClass = classOfSelf(methodName, nrhs, prhs);
         if (!omIsA(objectClass, className)) {
             throw HostError("qcos:method:notSubclass",
                             fmt::format("An object of class '{}' is not a '{}'.", objectClass, className));
