@@ -19,7 +19,8 @@ R roundTrip(qvm::QVM& vm, cmddistributor::RunOptions const& options, std::functi
     auto iip = std::make_shared<cmddistributor::PackagedTaskIIP<R>>(std::move(work), "bench");
     auto request = std::make_shared<cmddistributor::Request<R>>(qvm::detail::createID(), std::move(iip));
     // Waited on through a task reference, as a script analyzer waits.
-    qvm::detail::CmdDistributorTaskReference<R> task(vm.getCmdDistributor()->enqueueWithFuture(request, options));
+    qvm::detail::CmdDistributorTaskReference<R> task(vm.getCmdDistributor()->enqueueWithFuture(request, options),
+                                                     request->getIIP());
     return task.get();
 }
 

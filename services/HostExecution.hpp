@@ -30,8 +30,9 @@ R runOnCommandThread(std::shared_ptr<qvm::QVM> const& vm, std::function<R()> wor
     }
     auto iip = std::make_shared<cmddistributor::PackagedTaskIIP<R>>(std::move(work), std::move(label));
     auto request = std::make_shared<cmddistributor::Request<R>>(id, std::move(iip));
+    // The task reference waits for the procedure's end, then takes its result.
     qvm::detail::CmdDistributorTaskReference<R> task(
-        distributorAndSinks.distributor->enqueueWithFuture(request, options));
+        distributorAndSinks.distributor->enqueueWithFuture(request, options), request->getIIP());
     return task.get();
 }
 

@@ -12,6 +12,7 @@
 #include <boost/exception_ptr.hpp>
 #include <boost/thread/future.hpp>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <exception>
@@ -126,8 +127,17 @@ public:
     virtual void run() noexcept = 0;
     virtual void cancel(std::exception_ptr reason) noexcept = 0;
 
+    // Whether run or cancel has finished, read without a lock: a waiting
+    // thread may poll it while the command thread fulfils the promise, where
+    // polling the future itself would contend for the future's lock.
+    bool hasFinished() const noexcept { return finished_.load(std::memory_order_acquire); }
+
+protected:
+    void markFinished() noexcept { finished_.store(true, std::memory_order_release); }
+
 private:
     std::string label_;
+    std::atomic<bool> finished_{false};
 };
 
 // A native function to run on the command thread, with the promise of its result.
@@ -154,10 +164,12 @@ public:
         } catch (...) {
             promise_.set_exception(detail::toBoostExceptionPtr(std::current_exception()));
         }
+        markFinished();
     }
 
     void cancel(std::exception_ptr reason) noexcept override {
         promise_.set_exception(detail::toBoostExceptionPtr(std::move(reason)));
+        markFinished();
     }
 
 private:
@@ -303,22 +315,29 @@ struct DistributorAndSinks {
 DistributorAndSinks getCmdDistributorAndSinks(std::shared_ptr<QVM> const& vm,
                                               cmddistributor::RunOptions const& options);
 
-// Owns the future of a queued request.
+// Owns the future of a queued request, and optionally the request's
+// procedure, whose end it then polls without contending for the future's lock.
 template <class R>
 class CmdDistributorTaskReference {
 public:
-    explicit CmdDistributorTaskReference(boost::future<R> future) : future_(std::move(future)) {}
+    explicit CmdDistributorTaskReference(boost::future<R> future, std::shared_ptr<cmddistributor::IIP const> iip = {})
+        : future_(std::move(future)), iip_(std::move(iip)) {}
     virtual ~CmdDistributorTaskReference() = default;
 
     boost::future<R>& getFuture() noexcept { return future_; }
     // Waits, then returns the result or rethrows the request's exception.
     R get() {
-        (void)cmddistributor::detail::spinUntil([this] { return future_.is_ready(); });
+        if (iip_) {
+            (void)cmddistributor::detail::spinUntil([this] { return iip_->hasFinished(); });
+        } else {
+            (void)cmddistributor::detail::spinUntil([this] { return future_.is_ready(); });
+        }
         return future_.get();
     }
 
 private:
     boost::future<R> future_;
+    std::shared_ptr<cmddistributor::IIP const> iip_;
 };
 
 // Stands for a request that could not be queued: its future already holds the
