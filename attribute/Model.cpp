@@ -8,19 +8,19 @@ namespace dependency::attribute {
 
 namespace {
 
-// The host class names, made once: a string made from a literal for every
-// object would cost an allocation per object (one per finding, for attributes).
-std::string const& attributeClass() {
-    static std::string const name = "dependencies.internal.attribute.Attribute";
-    return name;
+// The host class names, interned once: objects are made by the thousand (one
+// attribute per finding) and take the name as it stands.
+services::InternedName attributeClass() {
+    static auto const& name = services::internName("dependencies.internal.attribute.Attribute");
+    return {name};
 }
-std::string const& identityClass() {
-    static std::string const name = "dependencies.internal.attribute.AttributeIdentity";
-    return name;
+services::InternedName identityClass() {
+    static auto const& name = services::internName("dependencies.internal.attribute.AttributeIdentity");
+    return {name};
 }
-std::string const& analyzerClass() {
-    static std::string const name = "dependencies.internal.attribute.AttributeAnalyzer";
-    return name;
+services::InternedName analyzerClass() {
+    static auto const& name = services::internName("dependencies.internal.attribute.AttributeAnalyzer");
+    return {name};
 }
 
 }  // namespace

@@ -49,19 +49,22 @@ bool exists(std::u16string const& path) {
     // other path (non-ASCII, a NUL, empty, long) takes the general conversion.
     char buffer[512];
     std::size_t const size = path.size();
-    bool ascii = size > 0 && size < sizeof buffer;
-    for (std::size_t i = 0; ascii && i < size; ++i) {
-        char16_t const c = path[i];
-        ascii = c != 0 && c < 0x80;
-        buffer[i] = static_cast<char>(c);
-    }
     struct stat info {};
-    if (ascii) {
+    if (size > 0 && size < sizeof buffer) {
+        // One pass without early exits, which the compiler vectorises: narrow
+        // every unit and gather their bits; then check for NULs and non-ASCII.
+        char16_t bits = 0;
+        for (std::size_t i = 0; i < size; ++i) {
+            bits |= path[i];
+            buffer[i] = static_cast<char>(path[i]);
+        }
+        if (bits >= 0x80 || std::memchr(buffer, '\0', size) != nullptr) {
+            return ::stat(narrowPath(path).c_str(), &info) == 0;
+        }
         buffer[size] = '\0';
         return ::stat(buffer, &info) == 0;
     }
-    std::string const native = narrowPath(path);
-    return ::stat(native.c_str(), &info) == 0;
+    return ::stat(narrowPath(path).c_str(), &info) == 0;
 }
 
 Status status_express_light(std::u16string const& path) {

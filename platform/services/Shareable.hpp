@@ -19,9 +19,16 @@ enum class SharingType : int {
 // that objects made by the thousand copy no text.
 std::string const& internName(std::string_view name);
 
+// A name that internName has given, taken as it stands by Shareable: classes
+// whose objects are made by the thousand intern their name once.
+struct InternedName {
+    std::string const& text;
+};
+
 class Shareable : public std::enable_shared_from_this<Shareable> {
 public:
     explicit Shareable(std::string_view hostClassName);
+    explicit Shareable(InternedName hostClassName) noexcept : hostClassName_(&hostClassName.text) {}
     virtual ~Shareable();
 
     Shareable(Shareable const&) = delete;
