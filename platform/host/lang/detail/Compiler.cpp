@@ -120,6 +120,8 @@ private:
     void compileArguments(std::span<Node const* const> nodes, Scope& scope, std::vector<Expr const*>& args);
     // One step of an indexing chain: (), {}, .name or .(expr).
     Accessor compileAccessor(Node const& step, Scope& scope);
+    // An if or case clause; the `unconditional` kind (else, otherwise) has no condition.
+    Clause compileClause(Node const& clause, NodeKind unconditional, Scope& scope);
     Expr const* compileNumber(Node const& node);
     Expr const* compileAnonymous(Node const& node, Scope& scope);
     Expr const* compileSuperCall(Node const& node, Scope& scope);
@@ -754,15 +756,7 @@ Stmt const* Compiler::compileStatement(Node const& node, Scope& scope) {
     case NodeKind::IfStatement: {
         auto& stmt = newStmt(StmtKind::If, node);
         for (auto const* clause : node.list(0, 1)) {
-            Clause compiled;
-            compiled.position = at(*clause);
-            if (clause->kind() == NodeKind::ElseClause) {
-                compiled.body = compileBlock(clause->list(0, 1), scope);
-            } else {
-                compiled.condition = compileExpr(*clause->child(0), scope);
-                compiled.body = compileBlock(clause->list(1, 2), scope);
-            }
-            stmt.clauses.push_back(std::move(compiled));
+            stmt.clauses.push_back(compileClause(*clause, NodeKind::ElseClause, scope));
         }
         return &stmt;
     }
@@ -787,15 +781,7 @@ Stmt const* Compiler::compileStatement(Node const& node, Scope& scope) {
         auto& stmt = newStmt(StmtKind::Switch, node);
         stmt.expr = compileExpr(*node.child(0), scope);
         for (auto const* clause : node.list(1, 2)) {
-            Clause compiled;
-            compiled.position = at(*clause);
-            if (clause->kind() == NodeKind::OtherwiseClause) {
-                compiled.body = compileBlock(clause->list(0, 1), scope);
-            } else {
-                compiled.condition = compileExpr(*clause->child(0), scope);
-                compiled.body = compileBlock(clause->list(1, 2), scope);
-            }
-            stmt.clauses.push_back(std::move(compiled));
+            stmt.clauses.push_back(compileClause(*clause, NodeKind::OtherwiseClause, scope));
         }
         return &stmt;
     }
@@ -925,6 +911,18 @@ void Compiler::compileArguments(std::span<Node const* const> nodes, Scope& scope
         }
         args.push_back(compileExpr(*argument, scope));
     }
+}
+
+Clause Compiler::compileClause(Node const& clause, NodeKind unconditional, Scope& scope) {
+    Clause compiled;
+    compiled.position = at(clause);
+    if (clause.kind() == unconditional) {
+        compiled.body = compileBlock(clause.list(0, 1), scope);
+    } else {
+        compiled.condition = compileExpr(*clause.child(0), scope);
+        compiled.body = compileBlock(clause.list(1, 2), scope);
+    }
+    return compiled;
 }
 
 Accessor Compiler::compileAccessor(Node const& step, Scope& scope) {
