@@ -203,17 +203,7 @@ void Lexer::skipSpaceAndComments(bool& sawSpace)
             sawSpace = true;
         } else if (c == '.' && at(pos_ + 1) == '.' && at(pos_ + 2) == '.') {
             // Continuation: the rest of the line is a comment and the line break is white space.
-            pos_ += 3;
-            while (pos_ < source_.size() && !isLineEnd(source_[pos_])) {
-                ++pos_;
-            }
-            if (pos_ < source_.size()) {
-                if (source_[pos_] == '\r' && pos_ + 1 < source_.size() && source_[pos_ + 1] == '\n') {
-                    ++pos_;
-                }
-                ++pos_;
-                newLineAt(pos_);
-            }
+            skipContinuation();
             sawSpace = true;
         } else if (c == '%' && pos_ < source_.size()) {
             if (blockCommentStartsAt(pos_)) {
@@ -481,7 +471,7 @@ bool Lexer::startsCommand(Token const& identifier) const noexcept
     return true;
 }
 
-void Lexer::skipCommandContinuation() noexcept
+void Lexer::skipContinuation() noexcept
 {
     pos_ += 3;
     while (pos_ < source_.size() && !isLineEnd(source_[pos_])) {
@@ -505,7 +495,7 @@ std::vector<CommandWord> Lexer::commandWords()
         }
         char const c = at(pos_);
         if (c == '.' && at(pos_ + 1) == '.' && at(pos_ + 2) == '.') {
-            skipCommandContinuation();  // the words go on on the next line
+            skipContinuation();  // the words go on on the next line
             continue;
         }
         if (isLineEnd(c) || c == ';' || c == ',' || c == '%') {

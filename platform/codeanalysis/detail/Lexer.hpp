@@ -94,7 +94,7 @@ private:
     std::uint32_t lexBinaryOrHex(std::uint32_t start, bool hex) const noexcept;
     void lexQuoted(Token& token, char quote);
     bool transposeAllowed(bool sawSpace) const noexcept;
-    void skipCommandContinuation() noexcept;
+    void skipContinuation() noexcept;
 
     std::string_view source_;
     std::uint32_t pos_ = 0;

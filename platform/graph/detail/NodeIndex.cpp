@@ -94,30 +94,11 @@ std::optional<std::size_t> NodeIndex::insert(std::u16string_view key, std::uint6
 }
 
 std::optional<std::size_t> NodeIndex::find(std::u16string_view key, std::uint64_t hash) const {
-    if (slots_.empty()) {
-        return std::nullopt;
-    }
-    std::size_t const mask = slots_.size() - 1;
-    // The table is never more than half full, so the probe meets an empty slot.
-    for (std::size_t at = hash & mask;; at = (at + 1) & mask) {
-        std::uint64_t const stored = slots_[at];
-        if (stored == empty) {
-            return std::nullopt;
-        }
-        if ((stored ^ hash) >> 32 == 0) {
-            std::size_t const position = (stored & 0xFFFF'FFFFULL) - 1;
-            if (keys_[position] == key) {
-                return position;
-            }
-        }
-    }
+    return probe(hash, [&](std::u16string_view stored) { return stored == key; });
 }
 
 std::optional<std::size_t> NodeIndex::findAscii(std::string_view key, std::uint64_t hash) const {
-    if (slots_.empty()) {
-        return std::nullopt;
-    }
-    auto const sameKey = [&](std::u16string_view stored) {
+    return probe(hash, [&](std::u16string_view stored) {
         if (stored.size() != key.size()) {
             return false;
         }
@@ -127,20 +108,7 @@ std::optional<std::size_t> NodeIndex::findAscii(std::string_view key, std::uint6
             }
         }
         return true;
-    };
-    std::size_t const mask = slots_.size() - 1;
-    for (std::size_t at = hash & mask;; at = (at + 1) & mask) {
-        std::uint64_t const stored = slots_[at];
-        if (stored == empty) {
-            return std::nullopt;
-        }
-        if ((stored ^ hash) >> 32 == 0) {
-            std::size_t const position = (stored & 0xFFFF'FFFFULL) - 1;
-            if (sameKey(keys_[position])) {
-                return position;
-            }
-        }
-    }
+    });
 }
 
 std::optional<std::size_t> NodeIndex::candidate(std::uint64_t hash) const noexcept {

@@ -69,6 +69,28 @@ private:
         return (hash & 0xFFFF'FFFF'0000'0000ULL) | (static_cast<std::uint64_t>(position) + 1);
     }
     void grow(std::size_t capacity);
+    // The position of the key with this hash that `sameKey` accepts, probing
+    // from its home slot; the table is never more than half full, so the
+    // probe meets an empty slot.
+    template <class SameKey>
+    std::optional<std::size_t> probe(std::uint64_t hash, SameKey const& sameKey) const {
+        if (slots_.empty()) {
+            return std::nullopt;
+        }
+        std::size_t const mask = slots_.size() - 1;
+        for (std::size_t at = hash & mask;; at = (at + 1) & mask) {
+            std::uint64_t const stored = slots_[at];
+            if (stored == empty) {
+                return std::nullopt;
+            }
+            if ((stored ^ hash) >> 32 == 0) {
+                std::size_t const position = (stored & 0xFFFF'FFFFULL) - 1;
+                if (sameKey(keys_[position])) {
+                    return position;
+                }
+            }
+        }
+    }
     // The position in the first slot a key with this hash would probe, when
     // that slot holds a key with the same tag.
     std::optional<std::size_t> candidate(std::uint64_t hash) const noexcept;
