@@ -28,7 +28,9 @@ using AttributeList = std::vector<std::shared_ptr<Attribute>>;
 class GraphAttributesImpl final : public GraphAttributes {
 public:
     // First-wins: a node already present keeps its list.
-    void add(std::shared_ptr<Node> const& node, AttributeList&& list) { attributes_.try_emplace(node, std::move(list)); }
+    void add(std::shared_ptr<Node> const& node, AttributeList&& list) {
+        attributes_.try_emplace(node, std::move(list));
+    }
 
     AttributeList getAttributes(std::shared_ptr<Node> const& node) const override {
         auto const it = attributes_.find(node);

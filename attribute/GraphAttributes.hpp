@@ -22,8 +22,8 @@ public:
     virtual std::vector<std::shared_ptr<Attribute>> getAttributes(
         std::shared_ptr<dependency::graph::Node> const& node) const = 0;
     // Only those whose severity is numerically at or above `minimumSeverity`.
-    virtual std::vector<std::shared_ptr<Attribute>> getAttributes(
-        std::shared_ptr<dependency::graph::Node> const& node, Severity const& minimumSeverity) const = 0;
+    virtual std::vector<std::shared_ptr<Attribute>> getAttributes(std::shared_ptr<dependency::graph::Node> const& node,
+                                                                  Severity const& minimumSeverity) const = 0;
     // The nodes carrying a finding whose identity equals `identity` by value, in node order.
     virtual std::vector<std::shared_ptr<dependency::graph::Node>> getNodesWith(
         AttributeIdentity const& identity) const = 0;
@@ -38,8 +38,7 @@ protected:
 // and collects the non-empty findings. Catches nothing: the first exception
 // ends the analysis and no partial result is returned. A node yielded twice
 // keeps the findings of its first visit.
-std::shared_ptr<GraphAttributes> analyzeGraph(
-    std::shared_ptr<dependency::graph::Graph const> const& graph,
-    std::vector<std::shared_ptr<AttributeAnalyzer>> const& analyzers);
+std::shared_ptr<GraphAttributes> analyzeGraph(std::shared_ptr<dependency::graph::Graph const> const& graph,
+                                              std::vector<std::shared_ptr<AttributeAnalyzer>> const& analyzers);
 
 }  // namespace dependency::attribute

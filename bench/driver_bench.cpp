@@ -46,7 +46,8 @@ public:
 private:
     mutable std::uint64_t count_ = 0;
     std::shared_ptr<Attribute> finding_ = std::make_shared<Attribute>(
-        std::make_shared<AttributeIdentity>(u"Bench", u"Benchmark finding", Severity::Warning), std::function<void()>{});
+        std::make_shared<AttributeIdentity>(u"Bench", u"Benchmark finding", Severity::Warning),
+        std::function<void()>{});
 };
 
 template <class Analyzer>
@@ -63,7 +64,13 @@ void analyzeGeneratedGraph(benchmark::State& state) {
 
 }  // namespace
 
-BENCHMARK(analyzeGeneratedGraph<NothingFound>)->RangeMultiplier(10)->Range(10'000, 1'000'000)->Unit(benchmark::kMillisecond);
-BENCHMARK(analyzeGeneratedGraph<EveryTenth>)->RangeMultiplier(10)->Range(10'000, 1'000'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(analyzeGeneratedGraph<NothingFound>)
+    ->RangeMultiplier(10)
+    ->Range(10'000, 1'000'000)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(analyzeGeneratedGraph<EveryTenth>)
+    ->RangeMultiplier(10)
+    ->Range(10'000, 1'000'000)
+    ->Unit(benchmark::kMillisecond);
 
 BENCHMARK_MAIN();

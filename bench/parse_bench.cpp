@@ -17,8 +17,7 @@ namespace {
 
 // About `bytes` of code shaped like real files: functions with loops, conditions, matrices, strings, comments,
 // calls and indexing.
-std::string generatedCode(std::size_t bytes)
-{
+std::string generatedCode(std::size_t bytes) {
     std::string code;
     code.reserve(bytes + 4096);
     code += "function result = generated_main(values, options)\n";
@@ -45,8 +44,7 @@ std::string generatedCode(std::size_t bytes)
     return code;
 }
 
-void BM_ParseThroughput(benchmark::State& state)
-{
+void BM_ParseThroughput(benchmark::State& state) {
     auto const code = generatedCode(static_cast<std::size_t>(state.range(0)));
     std::size_t treeBytes = 0;
     for (auto _ : state) {
@@ -63,8 +61,7 @@ void BM_ParseThroughput(benchmark::State& state)
 }
 BENCHMARK(BM_ParseThroughput)->Arg(1 << 20)->Arg(16 << 20)->Unit(benchmark::kMillisecond);
 
-void BM_CachedReanalysis(benchmark::State& state)
-{
+void BM_CachedReanalysis(benchmark::State& state) {
     auto const path =
         std::filesystem::temp_directory_path() / ("depattr_parse_bench_" + std::to_string(::getpid()) + ".qx");
     std::ofstream(path) << generatedCode(64 << 10);
@@ -80,8 +77,7 @@ BENCHMARK(BM_CachedReanalysis);
 
 // One file after another among `state.range(0)` cached files, so that every hit also moves its entry to the front
 // of the least-recently-used order.
-void BM_CachedReanalysisAmongManyFiles(benchmark::State& state)
-{
+void BM_CachedReanalysisAmongManyFiles(benchmark::State& state) {
     auto const folder =
         std::filesystem::temp_directory_path() / ("depattr_parse_bench_many_" + std::to_string(::getpid()));
     std::filesystem::create_directories(folder);

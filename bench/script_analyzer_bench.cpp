@@ -39,8 +39,9 @@ std::shared_ptr<dependency::graph::Graph const> const& fileGraph() {
 
 class NothingFound final : public AttributeAnalyzer {
 public:
-    std::vector<std::shared_ptr<Attribute>> analyze(std::shared_ptr<dependency::graph::Node> const&,
-                                                    std::shared_ptr<dependency::graph::Graph const> const&) const override {
+    std::vector<std::shared_ptr<Attribute>> analyze(
+        std::shared_ptr<dependency::graph::Node> const&,
+        std::shared_ptr<dependency::graph::Graph const> const&) const override {
         return {};
     }
 };
@@ -60,7 +61,8 @@ std::shared_ptr<AttributeAnalyzer> scriptAnalyzer() {
         return true;
     }();
     (void)defined;
-    return std::make_shared<dependency::attribute::QorvexAnalyzer>(qcos::omCreateObject("bench.analyzers.NothingFound"));
+    return std::make_shared<dependency::attribute::QorvexAnalyzer>(
+        qcos::omCreateObject("bench.analyzers.NothingFound"));
 }
 
 void run(benchmark::State& state, std::shared_ptr<AttributeAnalyzer> const& analyzer) {
@@ -68,9 +70,8 @@ void run(benchmark::State& state, std::shared_ptr<AttributeAnalyzer> const& anal
     for (auto _ : state) {
         benchmark::DoNotOptimize(dependency::attribute::analyzeGraph(graph, {analyzer}));
     }
-    state.counters["per_node"] =
-        benchmark::Counter(static_cast<double>(state.iterations()) * NodeCount,
-                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    state.counters["per_node"] = benchmark::Counter(static_cast<double>(state.iterations()) * NodeCount,
+                                                    benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
 void BM_NativeAnalyzerPerNode(benchmark::State& state) {

@@ -15,26 +15,37 @@ namespace {
 using ca::astapi::Node;
 using ca::astapi::NodeKind;
 
-bool mustBeLeaf(NodeKind kind)
-{
+bool mustBeLeaf(NodeKind kind) {
     switch (static_cast<int>(kind)) {
-    case 2: case 7: case 10: case 16: case 19: case 20: case 21: case 26: case 27: case 33: case 37: case 39:
-    case 48: case 58: case 64: case 68:
+    case 2:
+    case 7:
+    case 10:
+    case 16:
+    case 19:
+    case 20:
+    case 21:
+    case 26:
+    case 27:
+    case 33:
+    case 37:
+    case 39:
+    case 48:
+    case 58:
+    case 64:
+    case 68:
         return true;
     default:
         return false;
     }
 }
 
-void check(bool condition)
-{
+void check(bool condition) {
     if (!condition) {
         std::abort();
     }
 }
 
-void checkTree(Node const& root)
-{
+void checkTree(Node const& root) {
     std::vector<Node const*> pending{&root};
     while (!pending.empty()) {
         auto const* node = pending.back();
@@ -70,8 +81,7 @@ void checkTree(Node const& root)
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
-{
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     auto const result = ca::analyzeText(std::string_view(reinterpret_cast<char const*>(data), size));
     auto const& root = result->getRootNode();
     check(root.kind() == NodeKind::File);

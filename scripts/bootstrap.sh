@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs (clang, its sanitizer and
-# fuzzer runtimes and llvm's symbolizer are for the fuzz targets). Idempotent: packages already
+# fuzzer runtimes and llvm's symbolizer are for the fuzz targets; clang-format-14
+# checks the layout of the code). Idempotent: packages already
 # present are skipped, and apt is not touched at all when nothing is missing.
 set -euo pipefail
 
@@ -10,7 +11,7 @@ packages=(
   libsimdjson-dev libpugixml-dev libcli11-dev libfmt-dev libtomlplusplus-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   python3 python3-jsonschema
-  clang libclang-rt-14-dev llvm
+  clang libclang-rt-14-dev llvm clang-format-14
 )
 
 missing=()

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Sets up and runs every test: a warnings-as-errors build with all unit tests,
+# Sets up and runs every test: a check that the code keeps its layout, a
+# warnings-as-errors build with all unit tests,
 # then the unit tests again under ASan+UBSan and under TSan, then every fuzz
 # target (clang, libFuzzer, ASan+UBSan) for 30 seconds (FUZZ_SECONDS).
 set -euo pipefail
@@ -7,6 +8,14 @@ cd "$(dirname "$0")/.."
 
 bash scripts/bootstrap.sh
 jobs=$(nproc)
+
+# Every C++ file keeps the layout of the repository's .clang-format.
+echo "== check the layout of the code (clang-format-14)"
+if git rev-parse --is-inside-work-tree >/dev/null 2>&1; then
+  git ls-files -z '*.cpp' '*.hpp'
+else
+  find . -path ./build -prune -o \( -name '*.cpp' -o -name '*.hpp' \) -print0
+fi | xargs -0 clang-format-14 --dry-run -Werror
 
 run_suite() {
   local dir=$1; shift

@@ -41,9 +41,8 @@ AnalyzerList getRegisteredAnalyzers(std::shared_ptr<qvm::QVM> const& vm) {
         vm, [] { return qxArray::createString(RegistryExpression); }, RegistryLabel);
     std::vector<qxArrayPtr> arguments;
     arguments.push_back(std::move(expression));
-    auto outputs = vm->feval("eval", std::move(arguments), 1, vm->createRequestID(),
-                             services::detail::nullSinkRunOptions())
-                       .get();
+    auto outputs =
+        vm->feval("eval", std::move(arguments), 1, vm->createRequestID(), services::detail::nullSinkRunOptions()).get();
     if (outputs.empty() || !outputs.front()) {
         boost::container::throw_out_of_range("vector::at out of range");
     }
@@ -56,7 +55,7 @@ AnalyzerList fromAttributeAnalyzerQxArray(qxArray const& array, std::shared_ptr<
 }
 
 std::shared_ptr<AttributeAnalyzer> fromAttributeAnalyzerScalarQxArray(qxArray const& array,
-                                                                       std::shared_ptr<qvm::QVM> const& vm) {
+                                                                      std::shared_ptr<qvm::QVM> const& vm) {
     return services::detail::runOnCommandThread<std::shared_ptr<AttributeAnalyzer>>(
         vm, [&array] { return fromAnalyzerObject(qcos::omGetArrayElement(array, 0)); }, RegistryLabel);
 }

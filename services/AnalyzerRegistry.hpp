@@ -17,7 +17,8 @@
 namespace dependency::attribute {
 
 // The host expression whose value lists the registered analyzers.
-inline constexpr char16_t const* RegistryExpression = u"dependencies.internal.attribute.Registry.Instance.AttributeAnalyzers";
+inline constexpr char16_t const* RegistryExpression =
+    u"dependencies.internal.attribute.Registry.Instance.AttributeAnalyzers";
 
 // Evaluates the registry expression with the host function "eval" and
 // converts its value. No output from the evaluation is an out-of-range error
@@ -27,11 +28,11 @@ std::vector<std::shared_ptr<AttributeAnalyzer>> getRegisteredAnalyzers(std::shar
 // One analyzer per element, in element (column-major) order, for an array of
 // any shape.
 std::vector<std::shared_ptr<AttributeAnalyzer>> fromAttributeAnalyzerQxArray(qxArray const& array,
-                                                                               std::shared_ptr<qvm::QVM> const& vm);
+                                                                             std::shared_ptr<qvm::QVM> const& vm);
 
 // The analyzer of element 0; further elements are ignored.
 std::shared_ptr<AttributeAnalyzer> fromAttributeAnalyzerScalarQxArray(qxArray const& array,
-                                                                       std::shared_ptr<qvm::QVM> const& vm);
+                                                                      std::shared_ptr<qvm::QVM> const& vm);
 
 // Hands an analyzer to the host: announced under its host class name, with a
 // host reference that keeps it alive. An analyzer without a host class name

@@ -31,14 +31,13 @@ GraphAttributesQCOS::GraphAttributesQCOS() : QcosFactoryClassInfo(GraphAttribute
             auto const attributes = resultOf(inputs)->getAttributes(fromScalarNodeQxArray(*inputs[1]));
             return detail::single(detail::toHostRow(attributes, AttributeClassName));
         });
-    getAttributes.addSignature(
-        qcos::createSignatureImpl({vectorOf(AttributeClassName)},
-                                  {GraphAttributesClassName, NodeClassName, SeverityClassName}),
-        [](std::span<qxArray const* const> inputs, int) {
-            auto const attributes = resultOf(inputs)->getAttributes(fromScalarNodeQxArray(*inputs[1]),
-                                                                    fromSeverityQxArray(*inputs[2]));
-            return detail::single(detail::toHostRow(attributes, AttributeClassName));
-        });
+    getAttributes.addSignature(qcos::createSignatureImpl({vectorOf(AttributeClassName)},
+                                                         {GraphAttributesClassName, NodeClassName, SeverityClassName}),
+                               [](std::span<qxArray const* const> inputs, int) {
+                                   auto const attributes = resultOf(inputs)->getAttributes(
+                                       fromScalarNodeQxArray(*inputs[1]), fromSeverityQxArray(*inputs[2]));
+                                   return detail::single(detail::toHostRow(attributes, AttributeClassName));
+                               });
     addMethod(std::move(getAttributes));
 
     qcos::QcosMethod getNodesWith("getNodesWith");

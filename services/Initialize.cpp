@@ -34,9 +34,8 @@ std::shared_ptr<Descriptor> makeDescriptor() {
 }
 
 void registerClasses() {
-    auto& attributeNamespace =
-        qcos::omGetInnerNamespace(qcos::omGetInnerNamespace(qcos::omGetNamespace("dependencies"), "internal"),
-                                  "attribute");
+    auto& attributeNamespace = qcos::omGetInnerNamespace(
+        qcos::omGetInnerNamespace(qcos::omGetNamespace("dependencies"), "internal"), "attribute");
     attributeNamespace.addClass(makeDescriptor<dependency::services::AttributeAnalyzerQCOS>());
     attributeNamespace.addClass(makeDescriptor<dependency::services::AttributeIdentityQCOS>());
     attributeNamespace.addClass(makeDescriptor<dependency::services::AttributeQCOS>());

@@ -20,8 +20,8 @@ AttributeList QorvexAnalyzer::analyze(std::shared_ptr<dependency::graph::Node> c
     // The closure owns its own references, so the objects outlive the caller's copies.
     std::function<AttributeList()> closure = [object = analyzerObject_, node, graph]() -> AttributeList {
         auto const analyzer = qcos::omCreateQCOSScalar(object);
-        auto const graphObject = qcos::omCreateQCOSScalar(
-            services::toGraphObject(std::make_shared<services::ImmutableGraph>(graph)));
+        auto const graphObject =
+            qcos::omCreateQCOSScalar(services::toGraphObject(std::make_shared<services::ImmutableGraph>(graph)));
         auto const nodeObject = qcos::omCreateQCOSScalar(services::toNodeObject(node));
         qxArray const* inputs[] = {analyzer.get(), nodeObject.get(), graphObject.get()};
         qxArrayPtr output;

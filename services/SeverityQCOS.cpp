@@ -20,9 +20,9 @@ Severity fromSeverityQxArray(qxArray const& array) {
     auto const* member = qcos::cosiGetArrayElement(array, 0);
     auto const value = member->getEnumerationValue();
     if (!value || member->getClassName() != SeverityClassName) {
-        throw qcos::HostError("qcos:type:wrongClass",
-                              "Expected a member of '" + std::string(SeverityClassName) + "', got an object of class '" +
-                                  member->getClassName() + "'.");
+        throw qcos::HostError("qcos:type:wrongClass", "Expected a member of '" + std::string(SeverityClassName) +
+                                                          "', got an object of class '" + member->getClassName() +
+                                                          "'.");
     }
     return static_cast<Severity>(*value);
 }

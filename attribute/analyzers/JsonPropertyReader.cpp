@@ -96,9 +96,7 @@ class Reader {
 public:
     Reader(char const*& pos, char const* end) : pos_(pos), end_(end) {}
 
-    int array(std::vector<Value>& out) {
-        return list(out, IntegerType::None, nullptr);
-    }
+    int array(std::vector<Value>& out) { return list(out, IntegerType::None, nullptr); }
 
     int value(Value& out) {
         skipSpace();

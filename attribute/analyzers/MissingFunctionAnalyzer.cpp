@@ -26,13 +26,10 @@ using ca::astapi::NodeKind;
 class DefinitionSearch {
 public:
     DefinitionSearch(std::u16string_view soughtName, std::u16string_view ownerName, std::ostream& diagnostics)
-        : soughtName_(soughtName), ownerName_(ownerName), diagnostics_(diagnostics)
-    {
-    }
+        : soughtName_(soughtName), ownerName_(ownerName), diagnostics_(diagnostics) {}
 
     // True when no definition of the sought name was found.
-    bool run(Node const& root)
-    {
+    bool run(Node const& root) {
         pending_.push_back(&root);
         while (!pending_.empty()) {
             auto const* node = pending_.back();
@@ -43,19 +40,30 @@ public:
     }
 
 private:
-    static bool isLeafKind(int code) noexcept
-    {
+    static bool isLeafKind(int code) noexcept {
         switch (code) {
-        case 2: case 7: case 10: case 16: case 19: case 20: case 21: case 26: case 27: case 33: case 37: case 39:
-        case 48: case 58: case 64:
+        case 2:
+        case 7:
+        case 10:
+        case 16:
+        case 19:
+        case 20:
+        case 21:
+        case 26:
+        case 27:
+        case 33:
+        case 37:
+        case 39:
+        case 48:
+        case 58:
+        case 64:
             return true;
         default:
             return false;
         }
     }
 
-    static Node const& requiredChild(Node const& node, unsigned slot)
-    {
+    static Node const& requiredChild(Node const& node, unsigned slot) {
         auto const* child = node.child(slot);
         if (child == nullptr) {
             throw std::logic_error("syntax tree node without its required child " + std::to_string(slot));
@@ -69,8 +77,7 @@ private:
     public:
         explicit Visits(std::vector<Node const*>& stack) : stack_(stack), mark_(stack.size()) {}
         void child(Node const* node) { append(node); }
-        void list(std::span<Node const* const> nodes)
-        {
+        void list(std::span<Node const* const> nodes) {
             for (auto const* node : nodes) {
                 append(node);
             }
@@ -80,8 +87,7 @@ private:
         Visits& operator=(Visits const&) = delete;
 
     private:
-        void append(Node const* node)
-        {
+        void append(Node const* node) {
             if (node != nullptr) {
                 stack_.push_back(node);
             }
@@ -90,8 +96,7 @@ private:
         std::size_t mark_;
     };
 
-    void visitDefinitionChildren(Node const& definition, Node const& name)
-    {
+    void visitDefinitionChildren(Node const& definition, Node const& name) {
         Visits visits(pending_);
         visits.child(&name);
         visits.list(definition.list(8, 9));
@@ -100,15 +105,13 @@ private:
         visits.list(definition.list(13, 14));
     }
 
-    void found(std::u16string_view candidate) noexcept
-    {
+    void found(std::u16string_view candidate) noexcept {
         if (candidate == soughtName_) {
             missing_ = false;
         }
     }
 
-    static bool isStaticMethod(Node const& method)
-    {
+    static bool isStaticMethod(Node const& method) {
         using AttributeQueries = lf::astapi::NodeCustomization<lf::astapi::Attribute<ca::astapi::CA>>;
         for (auto const* attribute :
              lf::astapi::NodeCustomization<lf::astapi::Method<ca::astapi::CA>>::getAttributes(method)) {
@@ -121,8 +124,7 @@ private:
         return false;
     }
 
-    void visit(Node const& node)
-    {
+    void visit(Node const& node) {
         auto const code = static_cast<int>(node.kind());
         if (code == 0 || code > ca::astapi::lastNodeKind) {
             diagnostics_ << "Unhandled node kind \"" << node.kind() << "\" encountered in AstDispatcher.";
@@ -188,8 +190,7 @@ private:
 // Whether the tree under root lacks a definition of soughtName; throws std::logic_error for a tree the search
 // cannot handle, after writing a diagnostic for an unknown node kind. Used by the analyzer and by its tests.
 bool lacksDefinition(Node const& root, std::u16string_view soughtName, std::u16string_view ownerName,
-                     std::ostream& diagnostics)
-{
+                     std::ostream& diagnostics) {
     return DefinitionSearch(soughtName, ownerName, diagnostics).run(root);
 }
 
@@ -197,16 +198,14 @@ bool lacksDefinition(Node const& root, std::u16string_view soughtName, std::u16s
 
 namespace {
 
-std::shared_ptr<AttributeIdentity> const& missingFunctionIdentity()
-{
-    static auto const identity = std::make_shared<AttributeIdentity>(
-        u"Missing", attributeMessage("MissingFunctionProblem"), Severity::Warning);
+std::shared_ptr<AttributeIdentity> const& missingFunctionIdentity() {
+    static auto const identity =
+        std::make_shared<AttributeIdentity>(u"Missing", attributeMessage("MissingFunctionProblem"), Severity::Warning);
     return identity;
 }
 
 // "pkg/f" names f in its file, "a/b/f" names b/f: only the part before the first "/" is dropped.
-std::u16string soughtNameOf(graph::Node const& node)
-{
+std::u16string soughtNameOf(graph::Node const& node) {
     auto const& name = node.getLocation().at(1);
     auto const slash = name.find(u'/');
     return slash == std::u16string::npos ? name : name.substr(slash + 1);
@@ -225,8 +224,7 @@ public:
 
     std::vector<std::shared_ptr<Attribute>> analyze(
         std::shared_ptr<dependency::graph::Node> const& node,
-        std::shared_ptr<dependency::graph::Graph const> const& /*graph*/) const override
-    {
+        std::shared_ptr<dependency::graph::Graph const> const& /*graph*/) const override {
         auto const& identity = missingFunctionIdentity();
         std::vector<std::shared_ptr<Attribute>> findings;
         if (!(node->getType() == graph::Type::FUNCTION())) {
@@ -246,8 +244,7 @@ public:
     }
 
 private:
-    static bool isMissing(graph::Node const& node, std::u16string const& soughtName)
-    {
+    static bool isMissing(graph::Node const& node, std::u16string const& soughtName) {
         if (!node.isResolved() || !fl::filesystem::exists(node.getLocation().at(0))) {
             return true;
         }
@@ -270,8 +267,7 @@ private:
 
 }  // namespace
 
-std::shared_ptr<AttributeAnalyzer> createMissingFunctionAnalyzer()
-{
+std::shared_ptr<AttributeAnalyzer> createMissingFunctionAnalyzer() {
     return std::make_shared<MissingFunctionAnalyzer>();
 }
 

@@ -23,9 +23,7 @@ struct NodeIdHash {
 };
 
 struct NodeValueEqual {
-    bool operator()(std::shared_ptr<Node> const& a, std::shared_ptr<Node> const& b) const noexcept {
-        return *a == *b;
-    }
+    bool operator()(std::shared_ptr<Node> const& a, std::shared_ptr<Node> const& b) const noexcept { return *a == *b; }
 };
 
 using ProductNodeSet = std::unordered_set<std::shared_ptr<Node>, NodeIdHash, NodeValueEqual>;

@@ -59,33 +59,34 @@ qxArrayPtr property(qxArray const& array, std::size_t index, std::string_view na
 void defineUnresolvedDependencyAnalyzer() {
     qcos::ScriptClassBuilder("example.analyzers.UnresolvedDependency")
         .superclass("dependencies.internal.attribute.AttributeAnalyzer")
-        .method("analyze", [](std::span<qxArray const* const> inputs, int) {
-            auto const& node = *inputs[1];
-            auto const& graph = *inputs[2];
-            auto const dependencies = call("getDownstreamDependencies", {&graph, &node});
-            for (std::size_t i = 0; i < dependencies->getNumberOfElements(); ++i) {
-                auto const target = property(*dependencies, i, "DownstreamNode");
-                if (!property(*target, 0, "IsResolved")->getLogical(0)) {
-                    // identity = AttributeIdentity("Unresolved", "Depends on a missing node", Severity.Warning)
-                    qxArrayPtr identity;
-                    auto const id = qxArray::createString(u"Unresolved");
-                    auto const name = qxArray::createString(u"Depends on a missing node");
-                    auto const severity =
-                        qcos::omGetConstantProperty("dependencies.internal.attribute.Severity", "Warning");
-                    qxArray const* arguments[] = {id.get(), name.get(), severity.get()};
-                    if (!qcos::omCallStaticMethod(qcos::COSGetPublicClient(),
-                                                  "dependencies.internal.attribute.AttributeIdentity",
-                                                  "AttributeIdentity", 1, &identity, 3, arguments)) {
-                        computils::qcos::throwErrorCallingQorvexException("AttributeIdentity");
+        .method("analyze",
+                [](std::span<qxArray const* const> inputs, int) {
+                    auto const& node = *inputs[1];
+                    auto const& graph = *inputs[2];
+                    auto const dependencies = call("getDownstreamDependencies", {&graph, &node});
+                    for (std::size_t i = 0; i < dependencies->getNumberOfElements(); ++i) {
+                        auto const target = property(*dependencies, i, "DownstreamNode");
+                        if (!property(*target, 0, "IsResolved")->getLogical(0)) {
+                            // identity = AttributeIdentity("Unresolved", "Depends on a missing node", Severity.Warning)
+                            qxArrayPtr identity;
+                            auto const id = qxArray::createString(u"Unresolved");
+                            auto const name = qxArray::createString(u"Depends on a missing node");
+                            auto const severity =
+                                qcos::omGetConstantProperty("dependencies.internal.attribute.Severity", "Warning");
+                            qxArray const* arguments[] = {id.get(), name.get(), severity.get()};
+                            if (!qcos::omCallStaticMethod(qcos::COSGetPublicClient(),
+                                                          "dependencies.internal.attribute.AttributeIdentity",
+                                                          "AttributeIdentity", 1, &identity, 3, arguments)) {
+                                computils::qcos::throwErrorCallingQorvexException("AttributeIdentity");
+                            }
+                            qxArray const* identityArgument[] = {identity.get()};
+                            return qvm::callHostFunction("createAttribute", identityArgument, 1);
+                        }
                     }
-                    qxArray const* identityArgument[] = {identity.get()};
-                    return qvm::callHostFunction("createAttribute", identityArgument, 1);
-                }
-            }
-            Outputs nothing;
-            nothing.push_back(qcos::omCreateQCOSMatrix(1, 0, "dependencies.internal.attribute.Attribute"));
-            return nothing;
-        })
+                    Outputs nothing;
+                    nothing.push_back(qcos::omCreateQCOSMatrix(1, 0, "dependencies.internal.attribute.Attribute"));
+                    return nothing;
+                })
         .define();
 }
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <new>
 #include <ostream>
 #include <stdexcept>
-#include <new>
 #include <string_view>
 
 namespace ca::astapi {
@@ -13,28 +13,83 @@ namespace ca::astapi {
 namespace {
 
 constexpr std::array<std::string_view, lastNodeKind + 1> kindNames = {
-    "Invalid",          "File",              "Identifier",         "ExpressionStatement", "Assignment",
-    "MultipleAssignment", "IfStatement",     "Ignored",            "IfClause",            "ElseClause",
-    "Number",           "ForStatement",      "ParforStatement",    "WhileStatement",      "SwitchStatement",
-    "ClassDefinition",  "CharacterString",   "CaseClause",         "OtherwiseClause",     "String",
-    "Colon",            "End",               "TryStatement",       "GlobalStatement",     "PersistentStatement",
-    "CommandStatement", "Break",             "Continue",           "BinaryOperation",     "UnaryOperation",
-    "PostfixOperation", "Range",             "Matrix",             "Return",              "Row",
-    "FunctionDefinition", "Cell",            "CommandArgument",    "ParenIndex",          "DottedName",
-    "BraceIndex",       "InputArgument",     "FieldAccess",        "DynamicField",        "MethodDefinition",
-    "AnonymousFunction", "FunctionHandle",   "Parenthesized",      "EmptyStatement",      "PropertiesBlock",
-    "Property",         "MethodsBlock",      "MethodSignature",    "EventsBlock",         "Event",
-    "EnumerationBlock", "EnumerationMember", "ArgumentsBlock",     "MetaclassQuery",      "ArgumentDeclaration",
-    "Attribute",        "Dimensions",        "Comparison",         "CatchClause",         "ImaginaryNumber",
-    "ElseifClause",     "ShortCircuit",      "SuperclassCall",     "ShellEscape",         "SpmdStatement",
+    "Invalid",
+    "File",
+    "Identifier",
+    "ExpressionStatement",
+    "Assignment",
+    "MultipleAssignment",
+    "IfStatement",
+    "Ignored",
+    "IfClause",
+    "ElseClause",
+    "Number",
+    "ForStatement",
+    "ParforStatement",
+    "WhileStatement",
+    "SwitchStatement",
+    "ClassDefinition",
+    "CharacterString",
+    "CaseClause",
+    "OtherwiseClause",
+    "String",
+    "Colon",
+    "End",
+    "TryStatement",
+    "GlobalStatement",
+    "PersistentStatement",
+    "CommandStatement",
+    "Break",
+    "Continue",
+    "BinaryOperation",
+    "UnaryOperation",
+    "PostfixOperation",
+    "Range",
+    "Matrix",
+    "Return",
+    "Row",
+    "FunctionDefinition",
+    "Cell",
+    "CommandArgument",
+    "ParenIndex",
+    "DottedName",
+    "BraceIndex",
+    "InputArgument",
+    "FieldAccess",
+    "DynamicField",
+    "MethodDefinition",
+    "AnonymousFunction",
+    "FunctionHandle",
+    "Parenthesized",
+    "EmptyStatement",
+    "PropertiesBlock",
+    "Property",
+    "MethodsBlock",
+    "MethodSignature",
+    "EventsBlock",
+    "Event",
+    "EnumerationBlock",
+    "EnumerationMember",
+    "ArgumentsBlock",
+    "MetaclassQuery",
+    "ArgumentDeclaration",
+    "Attribute",
+    "Dimensions",
+    "Comparison",
+    "CatchClause",
+    "ImaginaryNumber",
+    "ElseifClause",
+    "ShortCircuit",
+    "SuperclassCall",
+    "ShellEscape",
+    "SpmdStatement",
 };
 
 constexpr unsigned maxSlots = 32;
 
 }  // namespace
 
-std::ostream& operator<<(std::ostream& out, NodeKind kind)
-{
+std::ostream& operator<<(std::ostream& out, NodeKind kind) {
     auto const code = static_cast<unsigned>(kind);
     if (code < kindNames.size()) {
         return out << kindNames[code];
@@ -42,14 +97,12 @@ std::ostream& operator<<(std::ostream& out, NodeKind kind)
     return out << code;
 }
 
-StringId const& Node::identifier() const noexcept
-{
+StringId const& Node::identifier() const noexcept {
     static constexpr StringId none;
     return (flags_ & textFlag) != 0 ? *reinterpret_cast<StringId const*>(trailer()) : none;
 }
 
-Node const* Node::child(unsigned slot) const noexcept
-{
+Node const* Node::child(unsigned slot) const noexcept {
     if (slot >= slotCount_ || (singleSlotMask_ & (1u << slot)) == 0) {
         return nullptr;
     }
@@ -57,8 +110,7 @@ Node const* Node::child(unsigned slot) const noexcept
     return value == absent ? nullptr : items()[value];
 }
 
-std::span<Node const* const> Node::list(unsigned first, unsigned last) const noexcept
-{
+std::span<Node const* const> Node::list(unsigned first, unsigned last) const noexcept {
     if (last != first + 1 || last >= slotCount_ || (singleSlotMask_ & (3u << first)) != 0) {
         return {};
     }
@@ -74,12 +126,9 @@ constexpr std::size_t largestGrowthBlock = std::size_t{4} << 20;
 SyntaxTree::SyntaxTree() : SyntaxTree(smallestBlock) {}
 
 SyntaxTree::SyntaxTree(std::size_t expectedBytes, std::size_t byteLimit)
-    : nextBlockBytes_(std::max(expectedBytes, smallestBlock)), byteLimit_(byteLimit)
-{
-}
+    : nextBlockBytes_(std::max(expectedBytes, smallestBlock)), byteLimit_(byteLimit) {}
 
-SyntaxTree::~SyntaxTree()
-{
+SyntaxTree::~SyntaxTree() {
     while (lastBlock_ != nullptr) {
         auto* previous = lastBlock_->previous;
         ::operator delete(static_cast<void*>(lastBlock_));
@@ -87,8 +136,7 @@ SyntaxTree::~SyntaxTree()
     }
 }
 
-void* SyntaxTree::allocateInNewBlock(std::size_t bytes, std::size_t alignment)
-{
+void* SyntaxTree::allocateInNewBlock(std::size_t bytes, std::size_t alignment) {
     auto const blockBytes = std::max(nextBlockBytes_, sizeof(Block) + bytes + alignment);
     if (blockBytes > byteLimit_ - std::min(heldBytes_, byteLimit_)) {
         throw TreeTooLarge("the syntax tree would exceed its size limit");
@@ -103,8 +151,7 @@ void* SyntaxTree::allocateInNewBlock(std::size_t bytes, std::size_t alignment)
     return allocate(bytes, alignment);
 }
 
-std::u16string_view SyntaxTree::store(std::u16string_view text)
-{
+std::u16string_view SyntaxTree::store(std::u16string_view text) {
     if (text.empty()) {
         return {};
     }
@@ -117,8 +164,7 @@ namespace {
 
 // UTF-8 to UTF-16 into out, which has room for utf8.size() code units; returns the number written. Malformed
 // sequences become U+FFFD.
-std::size_t utf8ToUtf16(std::string_view utf8, char16_t* out) noexcept
-{
+std::size_t utf8ToUtf16(std::string_view utf8, char16_t* out) noexcept {
     std::size_t i = 0;
     std::size_t written = 0;
     auto const size = utf8.size();
@@ -129,7 +175,10 @@ std::size_t utf8ToUtf16(std::string_view utf8, char16_t* out) noexcept
             ++i;
             continue;
         }
-        unsigned length = lead >= 0xF0 && lead < 0xF5 ? 4 : lead >= 0xE0 && lead < 0xF0 ? 3 : lead >= 0xC2 && lead < 0xE0 ? 2 : 0;
+        unsigned length = lead >= 0xF0 && lead < 0xF5   ? 4
+                          : lead >= 0xE0 && lead < 0xF0 ? 3
+                          : lead >= 0xC2 && lead < 0xE0 ? 2
+                                                        : 0;
         char32_t code = length == 4 ? lead & 0x07u : length == 3 ? lead & 0x0Fu : lead & 0x1Fu;
         bool valid = length != 0 && i + length <= size;
         for (unsigned k = 1; valid && k < length; ++k) {
@@ -165,8 +214,7 @@ struct Layout {
     std::size_t referenceCount = 0;
 };
 
-Layout layoutOf(std::span<Slot const> slots)
-{
+Layout layoutOf(std::span<Slot const> slots) {
     Layout layout;
     for (auto const& slot : slots) {
         if (auto const* single = std::get_if<Single>(&slot)) {
@@ -188,8 +236,7 @@ Layout layoutOf(std::span<Slot const> slots)
 
 }  // namespace
 
-Node const& SyntaxTree::makeLeaf(NodeFields const& fields, std::string_view utf8Text)
-{
+Node const& SyntaxTree::makeLeaf(NodeFields const& fields, std::string_view utf8Text) {
     // The text goes right behind the node; UTF-16 never needs more code units than UTF-8 has bytes.
     static_assert(sizeof(Node) % alignof(StringId) == 0 && alignof(Node) >= alignof(StringId));
     bool const hasText = !utf8Text.empty();
@@ -210,8 +257,7 @@ Node const& SyntaxTree::makeLeaf(NodeFields const& fields, std::string_view utf8
     return *node;
 }
 
-Node const& SyntaxTree::make(NodeFields const& fields, std::span<Slot const> slots)
-{
+Node const& SyntaxTree::make(NodeFields const& fields, std::span<Slot const> slots) {
     auto const layout = layoutOf(slots);
     auto const text = store(fields.text);
     bool const hasText = !text.empty();
@@ -226,8 +272,8 @@ Node const& SyntaxTree::make(NodeFields const& fields, std::span<Slot const> slo
     auto* node = new (memory) Node();
     node->kind_ = fields.kind;
     node->op_ = fields.op;
-    node->flags_ = static_cast<std::uint8_t>((fields.logicalValue ? Node::logicalValueFlag : 0) |
-                                             (hasText ? Node::textFlag : 0));
+    node->flags_ =
+        static_cast<std::uint8_t>((fields.logicalValue ? Node::logicalValueFlag : 0) | (hasText ? Node::textFlag : 0));
     node->slotCount_ = static_cast<std::uint8_t>(layout.slotCount);
     node->line_ = fields.line;
     node->column_ = fields.column;

@@ -97,13 +97,31 @@ std::ostream& operator<<(std::ostream& out, NodeKind kind);
 // The operator of a BinaryOperation, UnaryOperation, PostfixOperation, Comparison or ShortCircuit node.
 enum class Operator : std::uint8_t {
     None,
-    Plus, Minus, Times, RightDivide, LeftDivide, Power,
-    ElementTimes, ElementRightDivide, ElementLeftDivide, ElementPower,
-    ElementAnd, ElementOr,
-    Equal, NotEqual, Less, LessEqual, Greater, GreaterEqual,
-    AndAnd, OrOr,
-    Not, UnaryPlus, UnaryMinus,
-    Transpose, DotTranspose,
+    Plus,
+    Minus,
+    Times,
+    RightDivide,
+    LeftDivide,
+    Power,
+    ElementTimes,
+    ElementRightDivide,
+    ElementLeftDivide,
+    ElementPower,
+    ElementAnd,
+    ElementOr,
+    Equal,
+    NotEqual,
+    Less,
+    LessEqual,
+    Greater,
+    GreaterEqual,
+    AndAnd,
+    OrOr,
+    Not,
+    UnaryPlus,
+    UnaryMinus,
+    Transpose,
+    DotTranspose,
 };
 
 // The text of a name or literal node: identifiers, dotted names, numbers, strings (decoded), command arguments.
@@ -155,13 +173,11 @@ private:
     static constexpr std::uint8_t textFlag = 2;
 
     std::byte const* trailer() const noexcept { return reinterpret_cast<std::byte const*>(this) + sizeof(Node); }
-    Node const* const* items() const noexcept
-    {
+    Node const* const* items() const noexcept {
         return reinterpret_cast<Node const* const*>(trailer() + ((flags_ & textFlag) != 0 ? sizeof(StringId) : 0));
     }
     // Single slot: index into items() or absent; list bound: offset into items().
-    std::uint32_t const* slotValues() const noexcept
-    {
+    std::uint32_t const* slotValues() const noexcept {
         return reinterpret_cast<std::uint32_t const*>(items() + itemCount_);
     }
 
@@ -218,8 +234,7 @@ public:
 
     // Slots are numbered in order: a Single takes one slot number, a List or Reference takes two. At most 32 slots.
     Node const& make(NodeFields const& fields, std::span<Slot const> slots);
-    Node const& make(NodeFields const& fields, std::initializer_list<Slot> slots = {})
-    {
+    Node const& make(NodeFields const& fields, std::initializer_list<Slot> slots = {}) {
         return make(fields, std::span<Slot const>(slots.begin(), slots.size()));
     }
     // A node without children whose text is given as UTF-8 (malformed sequences become U+FFFD); fields.text is
@@ -240,8 +255,7 @@ private:
     struct Block {
         Block* previous;
     };
-    void* allocate(std::size_t bytes, std::size_t alignment)
-    {
+    void* allocate(std::size_t bytes, std::size_t alignment) {
         auto const address = (reinterpret_cast<std::uintptr_t>(cursor_) + alignment - 1) & ~(alignment - 1);
         auto const end = reinterpret_cast<std::uintptr_t>(end_);
         if (address <= end && bytes <= end - address) {

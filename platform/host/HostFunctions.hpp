@@ -21,8 +21,7 @@ namespace qvm {
 // caller asked for. Returns the outputs it produced, in order; a function with
 // a value to give returns it even when no output was asked for (the caller
 // may show it).
-using HostFunction =
-    std::function<std::vector<qxArrayPtr>(std::span<qxArray const* const> inputs, int outputCount)>;
+using HostFunction = std::function<std::vector<qxArrayPtr>(std::span<qxArray const* const> inputs, int outputCount)>;
 
 // The host's gateway signatures, as exported by a library: the number of
 // outputs asked for, the output slots, the number of inputs and the read-only

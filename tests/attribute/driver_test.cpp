@@ -7,11 +7,11 @@
 #include <map>
 
 using namespace dependency::attribute;
-using dependency::graph::Node;
-using dependency::graph::NodeRange;
 using depattr_test::makeNode;
 using depattr_test::ScriptedAnalyzer;
 using depattr_test::SequenceGraph;
+using dependency::graph::Node;
+using dependency::graph::NodeRange;
 
 namespace {
 
@@ -92,9 +92,8 @@ TEST(AnalyzeGraphTest, ANodeYieldedTwiceKeepsItsFirstVisitsFindings) {
     auto const first = attributeOf(identity(u"First", Severity::Warning));
     auto const second = attributeOf(identity(u"Second", Severity::Problem));
     int visits = 0;
-    auto const analyzer = std::make_shared<ScriptedAnalyzer>([&](Node const&) {
-        return ++visits == 1 ? Attributes{first} : Attributes{second};
-    });
+    auto const analyzer = std::make_shared<ScriptedAnalyzer>(
+        [&](Node const&) { return ++visits == 1 ? Attributes{first} : Attributes{second}; });
     auto const result = analyzeGraph(std::make_shared<SequenceGraph>(std::vector{a, aAgain}), {analyzer});
     EXPECT_EQ(visits, 2);
     EXPECT_EQ(result->getAttributes(aAgain), (Attributes{first}));
@@ -106,9 +105,8 @@ TEST(AnalyzeGraphTest, ANodeYieldedTwiceKeepsItsFirstVisitsFindings) {
 
     // An empty first visit stores nothing, so a later visit's findings do count.
     visits = 0;
-    auto const emptyFirst = std::make_shared<ScriptedAnalyzer>([&](Node const&) {
-        return ++visits == 1 ? Attributes{} : Attributes{second};
-    });
+    auto const emptyFirst = std::make_shared<ScriptedAnalyzer>(
+        [&](Node const&) { return ++visits == 1 ? Attributes{} : Attributes{second}; });
     auto const later = analyzeGraph(std::make_shared<SequenceGraph>(std::vector{a, aAgain}), {emptyFirst});
     EXPECT_EQ(later->getAttributes(a), (Attributes{second}));
 }
@@ -143,9 +141,7 @@ public:
     struct Boom : std::runtime_error {
         Boom() : std::runtime_error("range failed") {}
     };
-    NodeRange getNodes() const override {
-        return NodeRange(nodes_ | boost::adaptors::transformed(Checked{}));
-    }
+    NodeRange getNodes() const override { return NodeRange(nodes_ | boost::adaptors::transformed(Checked{})); }
     struct Checked {
         std::shared_ptr<Node> const& operator()(std::shared_ptr<Node> const& node) const {
             if (node->getID() == u"bad") {
@@ -171,7 +167,8 @@ TEST(GraphAttributesTest, SeverityThresholdKeepsListOrder) {
     auto const p1 = attributeOf(identity(u"P", Severity::Problem));
     auto const i = attributeOf(identity(u"I", Severity::Information));
     auto const p2 = attributeOf(identity(u"Q", Severity::Problem));
-    auto const result = analyzeGraph(std::make_shared<SequenceGraph>(std::vector{node}), {table({{u"n", {w, p1, i, p2}}})});
+    auto const result =
+        analyzeGraph(std::make_shared<SequenceGraph>(std::vector{node}), {table({{u"n", {w, p1, i, p2}}})});
     EXPECT_EQ(result->getAttributes(node, Severity::Problem), (Attributes{p1, p2}));
     EXPECT_EQ(result->getAttributes(node, Severity::Warning), (Attributes{w, p1, p2}));
     EXPECT_EQ(result->getAttributes(node, Severity::Information), (Attributes{w, p1, i, p2}));
@@ -187,11 +184,10 @@ TEST(GraphAttributesTest, GetNodesWithListsEachNodeOnceInNodeOrderByIdentityValu
     auto const equalTwin = identity(u"Missing", Severity::Warning, u"File is missing");
     auto const otherName = identity(u"Missing", Severity::Warning, u"Function is missing");
     // Range order c, b, a; b carries the identity twice, a through an equal twin object.
-    auto const result = analyzeGraph(
-        std::make_shared<SequenceGraph>(std::vector{c, b, a}),
-        {table({{u"a", {attributeOf(equalTwin)}},
-                {u"b", {attributeOf(one), attributeOf(one)}},
-                {u"c", {attributeOf(otherName)}}})});
+    auto const result = analyzeGraph(std::make_shared<SequenceGraph>(std::vector{c, b, a}),
+                                     {table({{u"a", {attributeOf(equalTwin)}},
+                                             {u"b", {attributeOf(one), attributeOf(one)}},
+                                             {u"c", {attributeOf(otherName)}}})});
     auto const probe = AttributeIdentity(u"Missing", u"File is missing", Severity::Warning);
     EXPECT_EQ(idsOf(result->getNodesWith(probe)), (std::vector<std::u16string>{u"a", u"b"}));
     EXPECT_EQ(idsOf(result->getNodesWith(*otherName)), (std::vector<std::u16string>{u"c"}));
@@ -208,25 +204,26 @@ TEST(GraphAttributesTest, ProblemIdentitiesIncludeWarningsAreDistinctAndSorted) 
     auto const info = identity(u"A", Severity::Information);
     auto const a = makeNode(u"a");
     auto const b = makeNode(u"b");
-    auto const result = analyzeGraph(
-        std::make_shared<SequenceGraph>(std::vector{b, a}),
-        {table({{u"a", {attributeOf(info), attributeOf(xWarning), attributeOf(xProblem)}},
-                {u"b", {attributeOf(xWarningTwin), attributeOf(wProblem), attributeOf(info)}}})});
+    auto const result =
+        analyzeGraph(std::make_shared<SequenceGraph>(std::vector{b, a}),
+                     {table({{u"a", {attributeOf(info), attributeOf(xWarning), attributeOf(xProblem)}},
+                             {u"b", {attributeOf(xWarningTwin), attributeOf(wProblem), attributeOf(info)}}})});
     auto const identities = result->getAllProblemIdentities();
     ASSERT_EQ(identities.size(), 3u);
     EXPECT_EQ(identities[0], wProblem);
     EXPECT_EQ(identities[1], xWarning);  // the first met in node order (a before b), not the twin
     EXPECT_EQ(identities[2], xProblem);
 
-    auto const onlyInformation = analyzeGraph(std::make_shared<SequenceGraph>(std::vector{a}),
-                                              {table({{u"a", {attributeOf(info)}}})});
+    auto const onlyInformation =
+        analyzeGraph(std::make_shared<SequenceGraph>(std::vector{a}), {table({{u"a", {attributeOf(info)}}})});
     EXPECT_TRUE(onlyInformation->getAllProblemIdentities().empty());
 }
 
 TEST(GraphAttributesTest, LookupsThroughEquivalentNodeObjectsAndResultsOutliveTheContainer) {
     auto const stored = makeNode(u"shared-id");
     auto const finding = attributeOf(identity(u"X", Severity::Problem));
-    auto result = analyzeGraph(std::make_shared<SequenceGraph>(std::vector{stored}), {table({{u"shared-id", {finding}}})});
+    auto result =
+        analyzeGraph(std::make_shared<SequenceGraph>(std::vector{stored}), {table({{u"shared-id", {finding}}})});
     auto const lookalike = makeNode(u"shared-id");
     auto const found = result->getAttributes(lookalike);
     ASSERT_EQ(found.size(), 1u);

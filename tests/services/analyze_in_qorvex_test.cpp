@@ -108,7 +108,8 @@ TEST_F(AnalyzeInQorvex, TheResultAnswersThroughItsHostMethods) {
     EXPECT_EQ(idsOf(*callOne("getAllProblemIdentities", {result.get()}), "ID"), u"Missing");
 
     auto const native = matrix::from_qorvex<dependency::attribute::GraphAttributes>(*result);
-    EXPECT_EQ(native->getNodesWith(*matrix::from_qorvex<dependency::attribute::AttributeIdentity>(*identity)).size(), 3u);
+    EXPECT_EQ(native->getNodesWith(*matrix::from_qorvex<dependency::attribute::AttributeIdentity>(*identity)).size(),
+              3u);
 }
 
 TEST_F(AnalyzeInQorvex, RunsFromTheCommandThreadAndFromAnyOther) {
@@ -140,8 +141,8 @@ TEST_F(AnalyzeInQorvex, AGatewayAnalyzerPassedBackRunsNativelyAsItself) {
     ASSERT_TRUE(slots[0]);
     EXPECT_NE(slots[0].get(), previous);
     auto const first = matrix::from_qorvex<dependency::attribute::AttributeAnalyzer>(*slots[0]);
-    auto const second = matrix::from_qorvex<dependency::attribute::AttributeAnalyzer>(
-        *feval("createMissingFileAnalyzer").front());
+    auto const second =
+        matrix::from_qorvex<dependency::attribute::AttributeAnalyzer>(*feval("createMissingFileAnalyzer").front());
     EXPECT_NE(first, second);
 
     auto const vm = qvm::Factory::getCurrentLocalQVM();

@@ -15,7 +15,7 @@ using Declaration = qcos::COSClassInfo::Declaration;
 class Bindings : public HostTest {};
 
 std::vector<std::string> const* typesOf(std::string_view className, std::string_view method, std::size_t overload,
-                                         bool outputs) {
+                                        bool outputs) {
     auto const info = qcos::omFindClass(className);
     auto const* found = info->findOwnMethod(method);
     if (found == nullptr || overload >= found->getOverloads().size()) {
@@ -39,7 +39,8 @@ TEST_F(Bindings, ClassesAreDeclaredInRegistrationOrderWithTheirTypes) {
     };
     std::vector<Expected> const expected{
         {ns + "Severity",
-         {{Kind::EnumerationMember, "Information"}, {Kind::EnumerationMember, "Warning"},
+         {{Kind::EnumerationMember, "Information"},
+          {Kind::EnumerationMember, "Warning"},
           {Kind::EnumerationMember, "Problem"}}},
         {ns + "AttributeIdentity",
          {{Kind::Superclass, heterogeneous},
@@ -82,7 +83,8 @@ TEST_F(Bindings, ClassesAreDeclaredInRegistrationOrderWithTheirTypes) {
     std::string const node = "dependencies.internal.graph.Node";
     EXPECT_EQ(*typesOf(ns + "AttributeIdentity", "AttributeIdentity", 0, false),
               (Types{"QcosFactoryString scalar", "QcosFactoryString scalar", ns + "Severity"}));
-    EXPECT_TRUE(qcos::omFindClass(ns + "AttributeIdentity")->findOwnMethod("AttributeIdentity")->getAttributes().isStatic);
+    EXPECT_TRUE(
+        qcos::omFindClass(ns + "AttributeIdentity")->findOwnMethod("AttributeIdentity")->getAttributes().isStatic);
     EXPECT_EQ(*typesOf(ns + "Attribute", "hasFix", 0, true), Types{"logical scalar"});
     EXPECT_EQ(*typesOf(ns + "Attribute", "applyFix", 0, true), Types{"void"});
     EXPECT_EQ(*typesOf(ns + "AttributeAnalyzer", "analyze", 0, true), Types{ns + "Attribute vector"});
@@ -125,8 +127,9 @@ TEST_F(Bindings, IdentitiesAndAttributesReadBackTheirNativeValues) {
     auto const level = severity("Problem");
     qxArray const* wrong[] = {number.get(), name.get(), level.get()};
     qxArrayPtr out[1];
-    EXPECT_FALSE(qcos::omCallStaticMethod(qcos::COSGetPublicClient(), "dependencies.internal.attribute.AttributeIdentity",
-                                          "AttributeIdentity", 1, out, 3, wrong));
+    EXPECT_FALSE(qcos::omCallStaticMethod(qcos::COSGetPublicClient(),
+                                          "dependencies.internal.attribute.AttributeIdentity", "AttributeIdentity", 1,
+                                          out, 3, wrong));
     expectHostError([] { computils::qcos::throwErrorCallingQorvexException("AttributeIdentity"); },
                     "qcos:method:wrongArgumentType");
 }
@@ -147,8 +150,11 @@ TEST_F(Bindings, AFixGivenAsAFunctionHandleRunsOnApplyFix) {
 
     // createAttribute checks its arguments before it makes anything.
     auto const notHandle = matrix::to_qorvex(3.0);
-    expectHostError([&] { feval("createAttribute", {identity.get(), notHandle.get()}); },
-                    "depattr:createAttribute:notFunctionHandle");
+    expectHostError(
+        [&] {
+            feval("createAttribute", {identity.get(), notHandle.get()});
+        },
+        "depattr:createAttribute:notFunctionHandle");
     expectHostError([&] { feval("createAttribute", {notHandle.get()}); }, "qcos:type:wrongClass");
     expectHostError([&] { feval("createAttribute", {}); }, "qorvex:minrhs");
     expectHostError([&] { feval("createAttribute", {identity.get(), fix.get(), fix.get()}); }, "qorvex:maxrhs");

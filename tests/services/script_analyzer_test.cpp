@@ -62,11 +62,12 @@ TEST_F(ScriptAnalyzer, HostFailuresEndTheAnalysisWithTheHostError) {
     auto const graph = threeFiles();
     auto const node = graph->findNode(u"a");
 
-    auto const failing = std::make_shared<QorvexAnalyzer>(defineAnalyzer("Failing", [](auto, int) -> std::vector<qxArrayPtr> {
-        throw qcos::HostError("user:analyzer:broken", "The analyzer broke.");
-    }));
-    auto const error = expectHostError([&] { dependency::attribute::analyzeGraph(graph, {failing}); },
-                                       "user:analyzer:broken");
+    auto const failing =
+        std::make_shared<QorvexAnalyzer>(defineAnalyzer("Failing", [](auto, int) -> std::vector<qxArrayPtr> {
+            throw qcos::HostError("user:analyzer:broken", "The analyzer broke.");
+        }));
+    auto const error =
+        expectHostError([&] { dependency::attribute::analyzeGraph(graph, {failing}); }, "user:analyzer:broken");
     EXPECT_STREQ(error.what(), "The analyzer broke.");
     EXPECT_EQ(error.context(), "AttributeAnalyzer.analyze");
 

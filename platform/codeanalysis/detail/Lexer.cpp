@@ -6,52 +6,85 @@ namespace ca::detail {
 
 namespace {
 
-bool isSpace(char c) noexcept { return c == ' ' || c == '\t' || c == '\f' || c == '\v'; }
-bool isLineEnd(char c) noexcept { return c == '\n' || c == '\r'; }
-bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
-bool isLetter(char c) noexcept { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool isIdentifierChar(char c) noexcept { return isLetter(c) || isDigit(c) || c == '_'; }
-bool isHexDigit(char c) noexcept { return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
-bool isBinaryDigit(char c) noexcept { return c == '0' || c == '1'; }
+bool isSpace(char c) noexcept {
+    return c == ' ' || c == '\t' || c == '\f' || c == '\v';
+}
+bool isLineEnd(char c) noexcept {
+    return c == '\n' || c == '\r';
+}
+bool isDigit(char c) noexcept {
+    return c >= '0' && c <= '9';
+}
+bool isLetter(char c) noexcept {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+bool isIdentifierChar(char c) noexcept {
+    return isLetter(c) || isDigit(c) || c == '_';
+}
+bool isHexDigit(char c) noexcept {
+    return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+bool isBinaryDigit(char c) noexcept {
+    return c == '0' || c == '1';
+}
 
-Keyword keywordOf(std::string_view word) noexcept
-{
+Keyword keywordOf(std::string_view word) noexcept {
     switch (word.size()) {
     case 2:
-        if (word == "if") return Keyword::If;
+        if (word == "if")
+            return Keyword::If;
         break;
     case 3:
-        if (word == "end") return Keyword::End;
-        if (word == "for") return Keyword::For;
-        if (word == "try") return Keyword::Try;
+        if (word == "end")
+            return Keyword::End;
+        if (word == "for")
+            return Keyword::For;
+        if (word == "try")
+            return Keyword::Try;
         break;
     case 4:
-        if (word == "else") return Keyword::Else;
-        if (word == "case") return Keyword::Case;
-        if (word == "spmd") return Keyword::Spmd;
+        if (word == "else")
+            return Keyword::Else;
+        if (word == "case")
+            return Keyword::Case;
+        if (word == "spmd")
+            return Keyword::Spmd;
         break;
     case 5:
-        if (word == "while") return Keyword::While;
-        if (word == "catch") return Keyword::Catch;
-        if (word == "break") return Keyword::Break;
+        if (word == "while")
+            return Keyword::While;
+        if (word == "catch")
+            return Keyword::Catch;
+        if (word == "break")
+            return Keyword::Break;
         break;
     case 6:
-        if (word == "elseif") return Keyword::Elseif;
-        if (word == "parfor") return Keyword::Parfor;
-        if (word == "switch") return Keyword::Switch;
-        if (word == "return") return Keyword::Return;
-        if (word == "global") return Keyword::Global;
+        if (word == "elseif")
+            return Keyword::Elseif;
+        if (word == "parfor")
+            return Keyword::Parfor;
+        if (word == "switch")
+            return Keyword::Switch;
+        if (word == "return")
+            return Keyword::Return;
+        if (word == "global")
+            return Keyword::Global;
         break;
     case 8:
-        if (word == "function") return Keyword::Function;
-        if (word == "continue") return Keyword::Continue;
-        if (word == "classdef") return Keyword::Classdef;
+        if (word == "function")
+            return Keyword::Function;
+        if (word == "continue")
+            return Keyword::Continue;
+        if (word == "classdef")
+            return Keyword::Classdef;
         break;
     case 9:
-        if (word == "otherwise") return Keyword::Otherwise;
+        if (word == "otherwise")
+            return Keyword::Otherwise;
         break;
     case 10:
-        if (word == "persistent") return Keyword::Persistent;
+        if (word == "persistent")
+            return Keyword::Persistent;
         break;
     default:
         break;
@@ -59,8 +92,7 @@ Keyword keywordOf(std::string_view word) noexcept
     return Keyword::None;
 }
 
-std::string describeByte(char c)
-{
+std::string describeByte(char c) {
     auto const byte = static_cast<unsigned char>(c);
     if (byte >= 0x20 && byte < 0x7F) {
         return std::string("'") + c + "'";
@@ -71,8 +103,7 @@ std::string describeByte(char c)
 }
 
 // Operators that, followed by white space, make `name op ...` an expression rather than a command.
-std::uint32_t operatorLengthAt(std::string_view source, std::uint32_t pos) noexcept
-{
+std::uint32_t operatorLengthAt(std::string_view source, std::uint32_t pos) noexcept {
     static constexpr std::string_view twoChar[] = {"&&", "||", "==", "~=", "!=", "<=", ">=", ".*", "./", ".\\", ".^"};
     auto const rest = source.substr(pos);
     for (auto const op : twoChar) {
@@ -88,8 +119,7 @@ std::uint32_t operatorLengthAt(std::string_view source, std::uint32_t pos) noexc
 
 }  // namespace
 
-std::string decodeQuoted(std::string_view quoted)
-{
+std::string decodeQuoted(std::string_view quoted) {
     std::string text;
     if (quoted.size() < 2) {
         return text;
@@ -105,8 +135,7 @@ std::string decodeQuoted(std::string_view quoted)
     return text;
 }
 
-Lexer::Lexer(std::string_view source) : source_(source)
-{
+Lexer::Lexer(std::string_view source) : source_(source) {
     // A byte-order mark is not code.
     if (source_.starts_with("\xEF\xBB\xBF")) {
         pos_ = 3;
@@ -114,8 +143,7 @@ Lexer::Lexer(std::string_view source) : source_(source)
     }
 }
 
-void Lexer::restore(State const& state) noexcept
-{
+void Lexer::restore(State const& state) noexcept {
     pos_ = state.pos;
     line_ = state.line;
     lineStart_ = state.lineStart;
@@ -124,19 +152,16 @@ void Lexer::restore(State const& state) noexcept
     previousEnd_ = state.previousEnd;
 }
 
-void Lexer::fail(std::uint32_t offset, std::string message) const
-{
+void Lexer::fail(std::uint32_t offset, std::string message) const {
     throw SyntaxFailure{line_, columnOf(offset), std::move(message)};
 }
 
-void Lexer::newLineAt(std::uint32_t afterNewline) noexcept
-{
+void Lexer::newLineAt(std::uint32_t afterNewline) noexcept {
     ++line_;
     lineStart_ = afterNewline;
 }
 
-bool Lexer::blockCommentStartsAt(std::uint32_t percent) const noexcept
-{
+bool Lexer::blockCommentStartsAt(std::uint32_t percent) const noexcept {
     if (at(percent + 1) != '{') {
         return false;
     }
@@ -154,8 +179,7 @@ bool Lexer::blockCommentStartsAt(std::uint32_t percent) const noexcept
 
 // Skips a block comment that starts at `percent` (checked by blockCommentStartsAt), up to and including its
 // closing line's text; the newline after the closing line is left for the parser. Block comments nest.
-void Lexer::skipBlockComment(std::uint32_t percent)
-{
+void Lexer::skipBlockComment(std::uint32_t percent) {
     auto const openLine = line_;
     auto const openColumn = columnOf(percent);
     unsigned depth = 0;
@@ -194,8 +218,7 @@ void Lexer::skipBlockComment(std::uint32_t percent)
     }
 }
 
-void Lexer::skipSpaceAndComments(bool& sawSpace)
-{
+void Lexer::skipSpaceAndComments(bool& sawSpace) {
     for (;;) {
         char const c = at(pos_);
         if (pos_ < source_.size() && isSpace(c)) {
@@ -220,8 +243,7 @@ void Lexer::skipSpaceAndComments(bool& sawSpace)
     }
 }
 
-bool Lexer::transposeAllowed(bool sawSpace) const noexcept
-{
+bool Lexer::transposeAllowed(bool sawSpace) const noexcept {
     if (sawSpace) {
         return false;
     }
@@ -249,8 +271,7 @@ bool Lexer::transposeAllowed(bool sawSpace) const noexcept
 
 // `0x1F`, `0b101`, optionally typed: `0x1Fu8`, `0b1s16` (u or s, then 8, 16, 32 or 64 bits). Returns the
 // offset after the literal.
-std::uint32_t Lexer::lexBinaryOrHex(std::uint32_t i, bool hex) const noexcept
-{
+std::uint32_t Lexer::lexBinaryOrHex(std::uint32_t i, bool hex) const noexcept {
     i += 2;
     while (i < source_.size() && (hex ? isHexDigit(source_[i]) : isBinaryDigit(source_[i]))) {
         ++i;
@@ -268,8 +289,7 @@ std::uint32_t Lexer::lexBinaryOrHex(std::uint32_t i, bool hex) const noexcept
     return i;
 }
 
-void Lexer::lexNumber(Token& token)
-{
+void Lexer::lexNumber(Token& token) {
     auto i = pos_;
     token.kind = Tok::Number;
     char const radix = at(i + 1);
@@ -313,8 +333,7 @@ void Lexer::lexNumber(Token& token)
     pos_ = i;
 }
 
-void Lexer::lexQuoted(Token& token, char quote)
-{
+void Lexer::lexQuoted(Token& token, char quote) {
     auto i = pos_ + 1;
     for (;;) {
         if (i >= source_.size() || isLineEnd(source_[i])) {
@@ -335,8 +354,7 @@ void Lexer::lexQuoted(Token& token, char quote)
     pos_ = i;
 }
 
-Token Lexer::next()
-{
+Token Lexer::next() {
     bool sawSpace = false;
     skipSpaceAndComments(sawSpace);
 
@@ -369,30 +387,78 @@ Token Lexer::next()
         single(Tok::Newline, pos_ + 1 < source_.size() && d == '\n' ? 2 : 1);
         newLineAt(pos_);
         break;
-    case '+': single(Tok::Plus); break;
-    case '-': single(Tok::Minus); break;
-    case '*': single(Tok::Star); break;
-    case '/': single(Tok::Slash); break;
-    case '\\': single(Tok::Backslash); break;
-    case '^': single(Tok::Caret); break;
-    case '(': single(Tok::LParen); break;
-    case ')': single(Tok::RParen); break;
-    case '[': single(Tok::LBracket); break;
-    case ']': single(Tok::RBracket); break;
-    case '{': single(Tok::LBrace); break;
-    case '}': single(Tok::RBrace); break;
-    case ',': single(Tok::Comma); break;
-    case ';': single(Tok::Semicolon); break;
-    case ':': single(Tok::Colon); break;
-    case '@': single(Tok::At); break;
-    case '?': single(Tok::Question); break;
-    case '=': d == '=' ? single(Tok::EqualEqual, 2) : single(Tok::Assign); break;
-    case '<': d == '=' ? single(Tok::LessEqual, 2) : single(Tok::Less); break;
-    case '>': d == '=' ? single(Tok::GreaterEqual, 2) : single(Tok::Greater); break;
-    case '&': d == '&' ? single(Tok::AmpAmp, 2) : single(Tok::Amp); break;
-    case '|': d == '|' ? single(Tok::BarBar, 2) : single(Tok::Bar); break;
-    case '~': d == '=' ? single(Tok::NotEqual, 2) : single(Tok::Not); break;
-    case '!': single(Tok::Bang); break;
+    case '+':
+        single(Tok::Plus);
+        break;
+    case '-':
+        single(Tok::Minus);
+        break;
+    case '*':
+        single(Tok::Star);
+        break;
+    case '/':
+        single(Tok::Slash);
+        break;
+    case '\\':
+        single(Tok::Backslash);
+        break;
+    case '^':
+        single(Tok::Caret);
+        break;
+    case '(':
+        single(Tok::LParen);
+        break;
+    case ')':
+        single(Tok::RParen);
+        break;
+    case '[':
+        single(Tok::LBracket);
+        break;
+    case ']':
+        single(Tok::RBracket);
+        break;
+    case '{':
+        single(Tok::LBrace);
+        break;
+    case '}':
+        single(Tok::RBrace);
+        break;
+    case ',':
+        single(Tok::Comma);
+        break;
+    case ';':
+        single(Tok::Semicolon);
+        break;
+    case ':':
+        single(Tok::Colon);
+        break;
+    case '@':
+        single(Tok::At);
+        break;
+    case '?':
+        single(Tok::Question);
+        break;
+    case '=':
+        d == '=' ? single(Tok::EqualEqual, 2) : single(Tok::Assign);
+        break;
+    case '<':
+        d == '=' ? single(Tok::LessEqual, 2) : single(Tok::Less);
+        break;
+    case '>':
+        d == '=' ? single(Tok::GreaterEqual, 2) : single(Tok::Greater);
+        break;
+    case '&':
+        d == '&' ? single(Tok::AmpAmp, 2) : single(Tok::Amp);
+        break;
+    case '|':
+        d == '|' ? single(Tok::BarBar, 2) : single(Tok::Bar);
+        break;
+    case '~':
+        d == '=' ? single(Tok::NotEqual, 2) : single(Tok::Not);
+        break;
+    case '!':
+        single(Tok::Bang);
+        break;
     case '.':
         if (isDigit(d)) {
             lexNumber(token);
@@ -417,7 +483,9 @@ Token Lexer::next()
             lexQuoted(token, '\'');
         }
         break;
-    case '"': lexQuoted(token, '"'); break;
+    case '"':
+        lexQuoted(token, '"');
+        break;
     default:
         if (isDigit(c)) {
             lexNumber(token);
@@ -444,8 +512,7 @@ Token Lexer::next()
     return token;
 }
 
-bool Lexer::startsCommand(Token const& identifier) const noexcept
-{
+bool Lexer::startsCommand(Token const& identifier) const noexcept {
     if (identifier.end != pos_ || !isSpace(at(pos_))) {
         return false;
     }
@@ -471,8 +538,7 @@ bool Lexer::startsCommand(Token const& identifier) const noexcept
     return true;
 }
 
-void Lexer::skipContinuation() noexcept
-{
+void Lexer::skipContinuation() noexcept {
     pos_ += 3;
     while (pos_ < source_.size() && !isLineEnd(source_[pos_])) {
         ++pos_;
@@ -486,8 +552,7 @@ void Lexer::skipContinuation() noexcept
     }
 }
 
-std::vector<CommandWord> Lexer::commandWords()
-{
+std::vector<CommandWord> Lexer::commandWords() {
     std::vector<CommandWord> words;
     for (;;) {
         while (pos_ < source_.size() && isSpace(source_[pos_])) {
@@ -548,8 +613,7 @@ std::vector<CommandWord> Lexer::commandWords()
     return words;
 }
 
-std::string_view Lexer::restOfLine(std::uint32_t offset) noexcept
-{
+std::string_view Lexer::restOfLine(std::uint32_t offset) noexcept {
     auto i = offset;
     while (i < source_.size() && isSpace(source_[i])) {
         ++i;

@@ -12,18 +12,74 @@
 namespace ca::detail {
 
 enum class Tok : std::uint8_t {
-    EndOfFile, Newline, Identifier, Number, ImaginaryNumber, CharString, String,
-    Plus, Minus, Star, Slash, Backslash, Caret, DotStar, DotSlash, DotBackslash, DotCaret,
-    Transpose, DotTranspose,
-    EqualEqual, NotEqual, Less, LessEqual, Greater, GreaterEqual,
-    Amp, Bar, AmpAmp, BarBar, Not, Assign,
-    Colon, Comma, Semicolon, LParen, RParen, LBracket, RBracket, LBrace, RBrace, Dot, At, Question,
+    EndOfFile,
+    Newline,
+    Identifier,
+    Number,
+    ImaginaryNumber,
+    CharString,
+    String,
+    Plus,
+    Minus,
+    Star,
+    Slash,
+    Backslash,
+    Caret,
+    DotStar,
+    DotSlash,
+    DotBackslash,
+    DotCaret,
+    Transpose,
+    DotTranspose,
+    EqualEqual,
+    NotEqual,
+    Less,
+    LessEqual,
+    Greater,
+    GreaterEqual,
+    Amp,
+    Bar,
+    AmpAmp,
+    BarBar,
+    Not,
+    Assign,
+    Colon,
+    Comma,
+    Semicolon,
+    LParen,
+    RParen,
+    LBracket,
+    RBracket,
+    LBrace,
+    RBrace,
+    Dot,
+    At,
+    Question,
     Bang,  // `!`: a shell escape at the start of a statement, an error anywhere else
 };
 
 enum class Keyword : std::uint8_t {
-    None, Function, End, If, Elseif, Else, For, Parfor, While, Switch, Case, Otherwise, Try, Catch,
-    Return, Break, Continue, Global, Persistent, Classdef, Spmd,
+    None,
+    Function,
+    End,
+    If,
+    Elseif,
+    Else,
+    For,
+    Parfor,
+    While,
+    Switch,
+    Case,
+    Otherwise,
+    Try,
+    Catch,
+    Return,
+    Break,
+    Continue,
+    Global,
+    Persistent,
+    Classdef,
+    Spmd,
 };
 
 struct Token {
@@ -66,8 +122,7 @@ public:
     State save() const noexcept { return {pos_, line_, lineStart_, previousEnd_, previous_, previousKeyword_}; }
     void restore(State const& state) noexcept;
 
-    std::string_view text(Token const& token) const noexcept
-    {
+    std::string_view text(Token const& token) const noexcept {
         return source_.substr(token.begin, token.end - token.begin);
     }
     // The byte at offset, or '\n' past the end (so that end of input reads as end of line).

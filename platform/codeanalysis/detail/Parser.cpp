@@ -37,35 +37,52 @@ struct BinaryLevel {
 
 // Precedences of the left-associative binary operators; the range operator `:` sits between comparison (4) and
 // addition (6).
-std::optional<BinaryLevel> binaryLevelOf(Tok kind) noexcept
-{
+std::optional<BinaryLevel> binaryLevelOf(Tok kind) noexcept {
     switch (kind) {
-    case Tok::BarBar: return BinaryLevel{NodeKind::ShortCircuit, Operator::OrOr, 0};
-    case Tok::AmpAmp: return BinaryLevel{NodeKind::ShortCircuit, Operator::AndAnd, 1};
-    case Tok::Bar: return BinaryLevel{NodeKind::BinaryOperation, Operator::ElementOr, 2};
-    case Tok::Amp: return BinaryLevel{NodeKind::BinaryOperation, Operator::ElementAnd, 3};
-    case Tok::EqualEqual: return BinaryLevel{NodeKind::Comparison, Operator::Equal, 4};
-    case Tok::NotEqual: return BinaryLevel{NodeKind::Comparison, Operator::NotEqual, 4};
-    case Tok::Less: return BinaryLevel{NodeKind::Comparison, Operator::Less, 4};
-    case Tok::LessEqual: return BinaryLevel{NodeKind::Comparison, Operator::LessEqual, 4};
-    case Tok::Greater: return BinaryLevel{NodeKind::Comparison, Operator::Greater, 4};
-    case Tok::GreaterEqual: return BinaryLevel{NodeKind::Comparison, Operator::GreaterEqual, 4};
-    case Tok::Plus: return BinaryLevel{NodeKind::BinaryOperation, Operator::Plus, 6};
-    case Tok::Minus: return BinaryLevel{NodeKind::BinaryOperation, Operator::Minus, 6};
-    case Tok::Star: return BinaryLevel{NodeKind::BinaryOperation, Operator::Times, 7};
-    case Tok::Slash: return BinaryLevel{NodeKind::BinaryOperation, Operator::RightDivide, 7};
-    case Tok::Backslash: return BinaryLevel{NodeKind::BinaryOperation, Operator::LeftDivide, 7};
-    case Tok::DotStar: return BinaryLevel{NodeKind::BinaryOperation, Operator::ElementTimes, 7};
-    case Tok::DotSlash: return BinaryLevel{NodeKind::BinaryOperation, Operator::ElementRightDivide, 7};
-    case Tok::DotBackslash: return BinaryLevel{NodeKind::BinaryOperation, Operator::ElementLeftDivide, 7};
-    default: return std::nullopt;
+    case Tok::BarBar:
+        return BinaryLevel{NodeKind::ShortCircuit, Operator::OrOr, 0};
+    case Tok::AmpAmp:
+        return BinaryLevel{NodeKind::ShortCircuit, Operator::AndAnd, 1};
+    case Tok::Bar:
+        return BinaryLevel{NodeKind::BinaryOperation, Operator::ElementOr, 2};
+    case Tok::Amp:
+        return BinaryLevel{NodeKind::BinaryOperation, Operator::ElementAnd, 3};
+    case Tok::EqualEqual:
+        return BinaryLevel{NodeKind::Comparison, Operator::Equal, 4};
+    case Tok::NotEqual:
+        return BinaryLevel{NodeKind::Comparison, Operator::NotEqual, 4};
+    case Tok::Less:
+        return BinaryLevel{NodeKind::Comparison, Operator::Less, 4};
+    case Tok::LessEqual:
+        return BinaryLevel{NodeKind::Comparison, Operator::LessEqual, 4};
+    case Tok::Greater:
+        return BinaryLevel{NodeKind::Comparison, Operator::Greater, 4};
+    case Tok::GreaterEqual:
+        return BinaryLevel{NodeKind::Comparison, Operator::GreaterEqual, 4};
+    case Tok::Plus:
+        return BinaryLevel{NodeKind::BinaryOperation, Operator::Plus, 6};
+    case Tok::Minus:
+        return BinaryLevel{NodeKind::BinaryOperation, Operator::Minus, 6};
+    case Tok::Star:
+        return BinaryLevel{NodeKind::BinaryOperation, Operator::Times, 7};
+    case Tok::Slash:
+        return BinaryLevel{NodeKind::BinaryOperation, Operator::RightDivide, 7};
+    case Tok::Backslash:
+        return BinaryLevel{NodeKind::BinaryOperation, Operator::LeftDivide, 7};
+    case Tok::DotStar:
+        return BinaryLevel{NodeKind::BinaryOperation, Operator::ElementTimes, 7};
+    case Tok::DotSlash:
+        return BinaryLevel{NodeKind::BinaryOperation, Operator::ElementRightDivide, 7};
+    case Tok::DotBackslash:
+        return BinaryLevel{NodeKind::BinaryOperation, Operator::ElementLeftDivide, 7};
+    default:
+        return std::nullopt;
     }
 }
 
 constexpr int rangePrecedence = 5;
 
-bool isAssignable(Node const& node) noexcept
-{
+bool isAssignable(Node const& node) noexcept {
     switch (node.kind()) {
     case NodeKind::Identifier:
     case NodeKind::ParenIndex:
@@ -79,8 +96,7 @@ bool isAssignable(Node const& node) noexcept
 }
 
 // The variable an assignment target assigns to: `x` in `x`, `x(1)`, `x{2}.f`, `x.(n)`; nullptr for `~`.
-Node const* assignedVariable(Node const& target) noexcept
-{
+Node const* assignedVariable(Node const& target) noexcept {
     auto const* node = &target;
     while (node != nullptr && node->kind() != NodeKind::Identifier) {
         switch (node->kind()) {
@@ -97,38 +113,57 @@ Node const* assignedVariable(Node const& target) noexcept
     return node;
 }
 
-char const* keywordText(Keyword keyword) noexcept
-{
+char const* keywordText(Keyword keyword) noexcept {
     switch (keyword) {
-    case Keyword::Function: return "function";
-    case Keyword::End: return "end";
-    case Keyword::If: return "if";
-    case Keyword::Elseif: return "elseif";
-    case Keyword::Else: return "else";
-    case Keyword::For: return "for";
-    case Keyword::Parfor: return "parfor";
-    case Keyword::While: return "while";
-    case Keyword::Switch: return "switch";
-    case Keyword::Case: return "case";
-    case Keyword::Otherwise: return "otherwise";
-    case Keyword::Try: return "try";
-    case Keyword::Catch: return "catch";
-    case Keyword::Return: return "return";
-    case Keyword::Break: return "break";
-    case Keyword::Continue: return "continue";
-    case Keyword::Global: return "global";
-    case Keyword::Persistent: return "persistent";
-    case Keyword::Classdef: return "classdef";
-    case Keyword::Spmd: return "spmd";
-    case Keyword::None: break;
+    case Keyword::Function:
+        return "function";
+    case Keyword::End:
+        return "end";
+    case Keyword::If:
+        return "if";
+    case Keyword::Elseif:
+        return "elseif";
+    case Keyword::Else:
+        return "else";
+    case Keyword::For:
+        return "for";
+    case Keyword::Parfor:
+        return "parfor";
+    case Keyword::While:
+        return "while";
+    case Keyword::Switch:
+        return "switch";
+    case Keyword::Case:
+        return "case";
+    case Keyword::Otherwise:
+        return "otherwise";
+    case Keyword::Try:
+        return "try";
+    case Keyword::Catch:
+        return "catch";
+    case Keyword::Return:
+        return "return";
+    case Keyword::Break:
+        return "break";
+    case Keyword::Continue:
+        return "continue";
+    case Keyword::Global:
+        return "global";
+    case Keyword::Persistent:
+        return "persistent";
+    case Keyword::Classdef:
+        return "classdef";
+    case Keyword::Spmd:
+        return "spmd";
+    case Keyword::None:
+        break;
     }
     return "";
 }
 
 // The lowest address the calling thread's stack may grow to, or 0 when it cannot be told. Asked once per thread:
 // finding the main thread's stack reads the process's memory map.
-std::uintptr_t stackFloor() noexcept
-{
+std::uintptr_t stackFloor() noexcept {
     thread_local std::uintptr_t const floor = [] {
         pthread_attr_t attributes;
         if (::pthread_getattr_np(::pthread_self(), &attributes) != 0) {
@@ -160,8 +195,7 @@ constexpr std::uintptr_t stackReserve = 24 << 10;
 
 class Parser {
 public:
-    Parser(std::string_view code, astapi::SyntaxTree& tree) : source_(code), lexer_(code), tree_(tree)
-    {
+    Parser(std::string_view code, astapi::SyntaxTree& tree) : source_(code), lexer_(code), tree_(tree) {
         stackFloor_ = stackFloor();
         stackLimit_ = stackFloor_ != 0 ? stackFloor_ + stackReserve : 0;
         scratch_.reserve(256);
@@ -173,8 +207,7 @@ public:
 
 private:
     // ----- tokens
-    void advance()
-    {
+    void advance() {
         previousKind_ = token_.kind;
         previousKeyword_ = token_.keyword;
         previousEnd_ = token_.end;
@@ -185,8 +218,7 @@ private:
             token_ = lexer_.next();
         }
     }
-    Token const& peek()
-    {
+    Token const& peek() {
         if (!hasPeeked_) {
             peeked_ = lexer_.next();
             hasPeeked_ = true;
@@ -194,18 +226,15 @@ private:
         return peeked_;
     }
     bool at(Tok kind) const noexcept { return token_.kind == kind; }
-    bool atKeyword(Keyword keyword) const noexcept
-    {
+    bool atKeyword(Keyword keyword) const noexcept {
         return token_.kind == Tok::Identifier && token_.keyword == keyword;
     }
     bool atName() const noexcept { return token_.kind == Tok::Identifier && token_.keyword == Keyword::None; }
     bool atWord(std::string_view word) const noexcept { return atName() && lexer_.text(token_) == word; }
-    bool atStatementEnd() const noexcept
-    {
+    bool atStatementEnd() const noexcept {
         return at(Tok::Newline) || at(Tok::Semicolon) || at(Tok::Comma) || at(Tok::EndOfFile);
     }
-    void skipSeparators()
-    {
+    void skipSeparators() {
         while (at(Tok::Newline) || at(Tok::Semicolon) || at(Tok::Comma)) {
             advance();
         }
@@ -220,12 +249,10 @@ private:
         Keyword previousKeyword;
         std::uint32_t previousEnd;
     };
-    Mark mark() const
-    {
+    Mark mark() const {
         return {lexer_.save(), token_, peeked_, hasPeeked_, previousKind_, previousKeyword_, previousEnd_};
     }
-    void reset(Mark const& mark)
-    {
+    void reset(Mark const& mark) {
         lexer_.restore(mark.lexer);
         token_ = mark.token;
         peeked_ = mark.peeked;
@@ -245,15 +272,13 @@ private:
     [[noreturn]] void failEnd(Token const& opening) const;
     [[noreturn]] void failTooDeep() const;
     [[noreturn]] void failKeywordInExpression() const;
-    void expect(Tok kind, char const* what)
-    {
+    void expect(Tok kind, char const* what) {
         if (!at(kind)) {
             expected(what);
         }
         advance();
     }
-    void expectEnd(Token const& opening)
-    {
+    void expectEnd(Token const& opening) {
         if (!atKeyword(Keyword::End)) {
             failEnd(opening);
         }
@@ -264,8 +289,7 @@ private:
     // the parser off the end of a small thread stack.
     class Depth {
     public:
-        explicit Depth(Parser& parser) : parser_(parser)
-        {
+        explicit Depth(Parser& parser) : parser_(parser) {
             // A frame below the thread's stack (code run on a stack of its own) is not judged by it.
             auto const frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
             if (++parser_.depth_ > maxNestingDepth || (frame < parser_.stackLimit_ && frame >= parser_.stackFloor_)) {
@@ -290,49 +314,41 @@ private:
     static Position positionOf(Token const& at) noexcept { return {at.line, at.column}; }
     static Position positionOf(Node const& at) noexcept { return {at.line(), at.column()}; }
     // {Single first}
-    [[gnu::noinline]] Node const& node(NodeKind kind, Position at, Node const* first, Operator op = Operator::None)
-    {
+    [[gnu::noinline]] Node const& node(NodeKind kind, Position at, Node const* first, Operator op = Operator::None) {
         return tree_.make(NodeFields{kind, at.line, at.column, op, false, {}}, {Single{first}});
     }
     // {Single first, Single second}
     [[gnu::noinline]] Node const& node(NodeKind kind, Position at, Node const* first, Node const* second,
-                                       Operator op = Operator::None)
-    {
+                                       Operator op = Operator::None) {
         return tree_.make(NodeFields{kind, at.line, at.column, op, false, {}}, {Single{first}, Single{second}});
     }
     // {List} from the list stack at start, which is dropped.
-    [[gnu::noinline]] Node const& listNode(NodeKind kind, Position at, std::size_t start)
-    {
-        auto const& made = tree_.make(NodeFields{kind, at.line, at.column, Operator::None, false, {}}, {listFrom(start)});
+    [[gnu::noinline]] Node const& listNode(NodeKind kind, Position at, std::size_t start) {
+        auto const& made =
+            tree_.make(NodeFields{kind, at.line, at.column, Operator::None, false, {}}, {listFrom(start)});
         drop(start);
         return made;
     }
     // {Single first, List} from the list stack at start, which is dropped.
-    [[gnu::noinline]] Node const& listNode(NodeKind kind, Position at, Node const* first, std::size_t start)
-    {
+    [[gnu::noinline]] Node const& listNode(NodeKind kind, Position at, Node const* first, std::size_t start) {
         auto const& made = tree_.make(NodeFields{kind, at.line, at.column, Operator::None, false, {}},
                                       {Single{first}, listFrom(start)});
         drop(start);
         return made;
     }
-    static NodeFields fieldsAt(NodeKind kind, Position at, Operator op = Operator::None)
-    {
+    static NodeFields fieldsAt(NodeKind kind, Position at, Operator op = Operator::None) {
         return NodeFields{kind, at.line, at.column, op, false, {}};
     }
-    static NodeFields fields(NodeKind kind, Token const& at, Operator op = Operator::None)
-    {
+    static NodeFields fields(NodeKind kind, Token const& at, Operator op = Operator::None) {
         return NodeFields{kind, at.line, at.column, op, false, {}};
     }
-    static NodeFields fields(NodeKind kind, Node const& at, Operator op = Operator::None)
-    {
+    static NodeFields fields(NodeKind kind, Node const& at, Operator op = Operator::None) {
         return NodeFields{kind, at.line(), at.column(), op, false, {}};
     }
-    Node const& make(NodeFields const& nodeFields, std::initializer_list<Slot> slots = {})
-    {
+    Node const& make(NodeFields const& nodeFields, std::initializer_list<Slot> slots = {}) {
         return tree_.make(nodeFields, slots);
     }
-    [[gnu::noinline]] Node const& textLeaf(NodeKind kind, Token const& at, std::string_view utf8)
-    {
+    [[gnu::noinline]] Node const& textLeaf(NodeKind kind, Token const& at, std::string_view utf8) {
         return tree_.makeLeaf(fields(kind, at), utf8);
     }
     [[gnu::noinline]] Node const& tokenLeaf(NodeKind kind) { return textLeaf(kind, token_, lexer_.text(token_)); }
@@ -342,8 +358,7 @@ private:
     // makes its node from them and drops them again. Lists of nested constructs are dropped before the outer list
     // grows, so each list is contiguous.
     std::size_t listStart() const noexcept { return scratch_.size(); }
-    List listFrom(std::size_t start, std::size_t end) const
-    {
+    List listFrom(std::size_t start, std::size_t end) const {
         return List{std::span<Node const* const>(scratch_.data() + start, end - start)};
     }
     List listFrom(std::size_t start) const { return listFrom(start, scratch_.size()); }
@@ -351,8 +366,7 @@ private:
     void push(Node const& node) { scratch_.push_back(&node); }
 
     // ----- variables: command form applies only to names not assigned earlier in the function (or script)
-    void noteVariable(Node const* name)
-    {
+    void noteVariable(Node const* name) {
         if (name != nullptr) {
             variables_.push_back(name->identifier().getString());
         }
@@ -360,8 +374,7 @@ private:
     bool isVariable(Token const& name);
     // A file-level function sees none of the names before it; a nested one sees those its parent assigned before it.
     void openScope(bool nested) { scopes_.push_back(Scope{variables_.size(), nested, {}, variables_.size()}); }
-    void closeScope()
-    {
+    void closeScope() {
         variables_.resize(scopes_.back().start);
         scopes_.pop_back();
     }
@@ -440,7 +453,7 @@ private:
     Token peeked_;  // valid while hasPeeked_
     bool hasPeeked_ = false;
     bool inMatrix_ = false;
-    Tok previousKind_ = Tok::Newline;  // the token before token_; a file starts as if after a line break
+    Tok previousKind_ = Tok::Newline;          // the token before token_; a file starts as if after a line break
     Keyword previousKeyword_ = Keyword::None;  // that token's keyword
     std::uint32_t previousEnd_ = 0;            // where that token ends
     unsigned depth_ = 0;
@@ -453,7 +466,7 @@ private:
         Node const* left;
         BinaryLevel level;
     };
-    std::vector<PendingOperator> pending_;  // binary operators awaiting their right operand, innermost last
+    std::vector<PendingOperator> pending_;        // binary operators awaiting their right operand, innermost last
     std::vector<std::u16string_view> variables_;  // names assigned in the open scopes, outermost first
     // The script and the functions being parsed, innermost last. A scope's names are variables_ from its start up
     // to the next scope's start; they are put in its set only when a command asks, so that plain assignments cost
@@ -470,45 +483,43 @@ private:
 
 // ===================================================================== failures
 
-std::string Parser::describe(Token const& token) const
-{
+std::string Parser::describe(Token const& token) const {
     switch (token.kind) {
-    case Tok::EndOfFile: return "end of file";
-    case Tok::Newline: return "end of line";
+    case Tok::EndOfFile:
+        return "end of file";
+    case Tok::Newline:
+        return "end of line";
     case Tok::Bang:
-        return lexer_.at(token.end) == '='
-                   ? "'!=' (not an operator: inequality is written '~=')"
-                   : "'!' (a shell escape, which must start a statement)";
-    default: return "'" + std::string(lexer_.text(token)) + "'";
+        return lexer_.at(token.end) == '=' ? "'!=' (not an operator: inequality is written '~=')"
+                                           : "'!' (a shell escape, which must start a statement)";
+    default:
+        return "'" + std::string(lexer_.text(token)) + "'";
     }
 }
 
-void Parser::fail(Token const& token, std::string const& message) const
-{
+void Parser::fail(Token const& token, std::string const& message) const {
     throw SyntaxFailure{token.line, token.column, message};
 }
 
-void Parser::unexpected() const { fail(token_, "unexpected " + describe(token_)); }
+void Parser::unexpected() const {
+    fail(token_, "unexpected " + describe(token_));
+}
 
-void Parser::expected(std::string_view what) const
-{
+void Parser::expected(std::string_view what) const {
     fail(token_, "expected " + std::string(what) + " but found " + describe(token_));
 }
 
 // An unclosed construct is reported where it opens: that is where a reader has to look.
-void Parser::expectedEither(char const* these, char const* closing) const
-{
+void Parser::expectedEither(char const* these, char const* closing) const {
     expected(std::string(these) + " or " + closing);
 }
 
-void Parser::failUnclosed(Token const& opening, char const* closer) const
-{
-    fail(opening, "'" + std::string(lexer_.text(opening)) + "' is not closed by " + closer +
-                      " before the end of the file");
+void Parser::failUnclosed(Token const& opening, char const* closer) const {
+    fail(opening,
+         "'" + std::string(lexer_.text(opening)) + "' is not closed by " + closer + " before the end of the file");
 }
 
-void Parser::failEnd(Token const& opening) const
-{
+void Parser::failEnd(Token const& opening) const {
     if (at(Tok::EndOfFile)) {
         failUnclosed(opening, "'end'");
     }
@@ -516,13 +527,11 @@ void Parser::failEnd(Token const& opening) const
                      std::to_string(opening.line) + " but found " + describe(token_));
 }
 
-void Parser::failKeywordInExpression() const
-{
+void Parser::failKeywordInExpression() const {
     fail(token_, "unexpected keyword '" + std::string(keywordText(token_.keyword)) + "' in an expression");
 }
 
-void Parser::failTooDeep() const
-{
+void Parser::failTooDeep() const {
     if (depth_ > maxNestingDepth) {
         fail(token_, "code is nested more than " + std::to_string(maxNestingDepth) + " levels deep");
     }
@@ -531,8 +540,7 @@ void Parser::failTooDeep() const
 
 // ===================================================================== variables
 
-bool Parser::isVariable(Token const& name)
-{
+bool Parser::isVariable(Token const& name) {
     // Names are ASCII.
     auto const text = lexer_.text(name);
     std::u16string const wide(text.begin(), text.end());
@@ -554,8 +562,7 @@ bool Parser::isVariable(Token const& name)
 
 // ===================================================================== file structure
 
-Node const& Parser::parseFile()
-{
+Node const& Parser::parseFile() {
     token_.kind = Tok::Newline;  // so that the first token is seen as the first on its line
     advance();
     auto const start = token_;
@@ -588,8 +595,7 @@ Node const& Parser::parseFile()
     return file;
 }
 
-Node const& Parser::parseDottedName()
-{
+Node const& Parser::parseDottedName() {
     auto const start = token_;
     if (!at(Tok::Identifier)) {
         expected("a name");
@@ -607,8 +613,7 @@ Node const& Parser::parseDottedName()
                     source_.substr(start.begin, end - start.begin));
 }
 
-Node const& Parser::parseAttribute()
-{
+Node const& Parser::parseAttribute() {
     auto const start = token_;
     bool negated = false;
     if (at(Tok::Not)) {
@@ -642,8 +647,7 @@ Node const& Parser::parseAttribute()
 }
 
 // `(Name, Name = value, ~Name)` after a block keyword: pushes the attributes onto the list stack.
-void Parser::parseAttributeList()
-{
+void Parser::parseAttributeList() {
     if (!at(Tok::LParen)) {
         return;
     }
@@ -661,8 +665,7 @@ void Parser::parseAttributeList()
     inMatrix_ = savedMatrix;
 }
 
-Node const& Parser::parseClassDefinition()
-{
+Node const& Parser::parseClassDefinition() {
     Depth depth(*this);
     auto const opening = token_;
     advance();
@@ -714,8 +717,7 @@ Node const& Parser::parseClassDefinition()
     return definition;
 }
 
-Node const& Parser::parseClassBlock(NodeKind blockKind)
-{
+Node const& Parser::parseClassBlock(NodeKind blockKind) {
     Depth depth(*this);
     auto const opening = token_;
     advance();
@@ -773,8 +775,7 @@ Node const& Parser::parseClassBlock(NodeKind blockKind)
     return block;
 }
 
-Node const* Parser::parseDimensions()
-{
+Node const* Parser::parseDimensions() {
     if (!at(Tok::LParen)) {
         return nullptr;
     }
@@ -804,8 +805,7 @@ Node const* Parser::parseDimensions()
 
 // `name (dims) Class {validators} = default`, each part but the name optional: properties and arguments. In an
 // arguments block the name may be `~` (an ignored input) or take its names from a class: `opts.?pkg.Options`.
-Node const& Parser::parseDeclaration(NodeKind kind)
-{
+Node const& Parser::parseDeclaration(NodeKind kind) {
     Depth depth(*this);
     Node const* name = nullptr;
     if (kind == NodeKind::ArgumentDeclaration && at(Tok::Not)) {
@@ -839,15 +839,14 @@ Node const& Parser::parseDeclaration(NodeKind kind)
     }
     expectStatementEnd();
     auto const& declaration = make(fields(kind, *name), {Single{name}, Single{dimensions}, Single{className},
-                                                          listFrom(validators), Single{defaultValue}});
+                                                         listFrom(validators), Single{defaultValue}});
     drop(validators);
     return declaration;
 }
 
 // `[o1, o2] = name(a, ~, b)`, `o = name(...)` or `name(...)`: pushes the outputs and then the inputs onto the list
 // stack; outputsEnd tells where the inputs begin.
-void Parser::parseFunctionHeader(std::size_t& outputsEnd, Node const*& name)
-{
+void Parser::parseFunctionHeader(std::size_t& outputsEnd, Node const*& name) {
     auto plainName = [&]() -> Node const& {
         if (!atName()) {
             expected("a name");
@@ -919,24 +918,22 @@ void Parser::parseFunctionHeader(std::size_t& outputsEnd, Node const*& name)
     }
 }
 
-Node const& Parser::parseMethodSignature()
-{
+Node const& Parser::parseMethodSignature() {
     auto const start = token_;
     auto const outputs = listStart();
     std::size_t inputs = 0;
     Node const* name = nullptr;
     parseFunctionHeader(inputs, name);
     expectStatementEnd();
-    auto const& signature = make(fields(NodeKind::MethodSignature, start),
-                                 {listFrom(outputs, inputs), Single{name}, listFrom(inputs)});
+    auto const& signature =
+        make(fields(NodeKind::MethodSignature, start), {listFrom(outputs, inputs), Single{name}, listFrom(inputs)});
     drop(outputs);
     return signature;
 }
 
 // `arguments` opens a block when a line break follows it, or attributes naming only Input, Output and
 // Repeating: `arguments (Output, Repeating)`. `arguments(1) = 2` uses a variable.
-bool Parser::atArgumentsBlock()
-{
+bool Parser::atArgumentsBlock() {
     if (!atWord("arguments")) {
         return false;
     }
@@ -967,8 +964,7 @@ bool Parser::atArgumentsBlock()
     return isBlock;
 }
 
-Node const& Parser::parseArgumentsBlock()
-{
+Node const& Parser::parseArgumentsBlock() {
     Depth depth(*this);
     auto const opening = token_;
     advance();
@@ -983,16 +979,15 @@ Node const& Parser::parseArgumentsBlock()
         }
         push(parseDeclaration(NodeKind::ArgumentDeclaration));
     }
-    auto const& block = make(fields(NodeKind::ArgumentsBlock, opening),
-                             {listFrom(attributes, declarations), listFrom(declarations)});
+    auto const& block =
+        make(fields(NodeKind::ArgumentsBlock, opening), {listFrom(attributes, declarations), listFrom(declarations)});
     drop(attributes);
     return block;
 }
 
 // Looks ahead over the following functions to find whether this file closes functions with `end`, then returns to
 // where it was. Only needed while a function body meets `function` before the question is settled.
-void Parser::settleFunctionEnds()
-{
+void Parser::settleFunctionEnds() {
     auto const saved = mark();
     auto const savedDepth = depth_;
     auto const savedList = listStart();
@@ -1021,8 +1016,7 @@ void Parser::settleFunctionEnds()
 }
 
 // Pushes the body's statements onto the list stack and collects nested functions in `nested`.
-void Parser::parseFunctionBody(Token const& opening, std::vector<Node const*>& nested)
-{
+void Parser::parseFunctionBody(Token const& opening, std::vector<Node const*>& nested) {
     for (;;) {
         skipSeparators();
         if (!atArgumentsBlock()) {
@@ -1062,8 +1056,7 @@ void Parser::parseFunctionBody(Token const& opening, std::vector<Node const*>& n
 
 // A function, or a method when isMethod: then [attributesStart, attributesEnd) on the list stack are the
 // attributes of its methods block.
-Node const& Parser::parseFunction(std::size_t attributesStart, std::size_t attributesEnd, bool isMethod, bool nested)
-{
+Node const& Parser::parseFunction(std::size_t attributesStart, std::size_t attributesEnd, bool isMethod, bool nested) {
     Depth depth(*this);
     auto const opening = token_;
     advance();
@@ -1080,13 +1073,12 @@ Node const& Parser::parseFunction(std::size_t attributesStart, std::size_t attri
     parseFunctionBody(opening, nestedFunctions);
     closeScope();
     FunctionParts const parts{outputs, inputs, body, attributesStart, attributesEnd};
-    return makeFunction(isMethod ? NodeKind::MethodDefinition : NodeKind::FunctionDefinition, positionOf(opening),
-                        name, parts, nestedFunctions);
+    return makeFunction(isMethod ? NodeKind::MethodDefinition : NodeKind::FunctionDefinition, positionOf(opening), name,
+                        parts, nestedFunctions);
 }
 
 Node const& Parser::makeFunction(NodeKind kind, Position at, Node const* name, FunctionParts const& parts,
-                                 std::vector<Node const*> const& nested)
-{
+                                 std::vector<Node const*> const& nested) {
     std::span<Node const* const> const attributes(scratch_.data() + parts.attributesStart,
                                                   parts.attributesEnd - parts.attributesStart);
     Slot const slots[] = {Single{},
@@ -1111,8 +1103,7 @@ Node const& Parser::makeFunction(NodeKind kind, Position at, Node const* name, F
 
 // Pushes the statements up to a block's end (or the next clause, function or the end of the file) onto the list
 // stack.
-void Parser::parseStatements()
-{
+void Parser::parseStatements() {
     Depth depth(*this);
     for (;;) {
         switch (token_.kind) {
@@ -1159,26 +1150,32 @@ void Parser::parseStatements()
     }
 }
 
-void Parser::expectStatementEnd()
-{
+void Parser::expectStatementEnd() {
     if (atStatementEnd() || atKeyword(Keyword::End)) {
         return;
     }
     expected("the end of the statement");
 }
 
-Node const& Parser::parseStatement()
-{
+Node const& Parser::parseStatement() {
     switch (token_.keyword) {
-    case Keyword::If: return parseIf();
+    case Keyword::If:
+        return parseIf();
     case Keyword::For:
-    case Keyword::Parfor: return parseLoop();
-    case Keyword::While: return parseWhile();
-    case Keyword::Switch: return parseSwitch();
-    case Keyword::Try: return parseTry();
-    case Keyword::Spmd: return parseSpmd();
-    case Keyword::Global: return parseNameList(NodeKind::GlobalStatement);
-    case Keyword::Persistent: return parseNameList(NodeKind::PersistentStatement);
+    case Keyword::Parfor:
+        return parseLoop();
+    case Keyword::While:
+        return parseWhile();
+    case Keyword::Switch:
+        return parseSwitch();
+    case Keyword::Try:
+        return parseTry();
+    case Keyword::Spmd:
+        return parseSpmd();
+    case Keyword::Global:
+        return parseNameList(NodeKind::GlobalStatement);
+    case Keyword::Persistent:
+        return parseNameList(NodeKind::PersistentStatement);
     case Keyword::Return:
     case Keyword::Break:
     case Keyword::Continue: {
@@ -1190,18 +1187,19 @@ Node const& Parser::parseStatement()
         expectStatementEnd();
         return leaf;
     }
-    case Keyword::Classdef: fail(token_, "'classdef' must be the first statement of a file");
+    case Keyword::Classdef:
+        fail(token_, "'classdef' must be the first statement of a file");
     case Keyword::None:
         if (at(Tok::Identifier) && !hasPeeked_ && lexer_.startsCommand(token_) && !isVariable(token_)) {
             return parseCommand();
         }
         return parseExpressionStatement();
-    default: unexpected();
+    default:
+        unexpected();
     }
 }
 
-Node const& Parser::parseCommand()
-{
+Node const& Parser::parseCommand() {
     auto const& command = tokenLeaf(NodeKind::Identifier);
     auto const words = lexer_.commandWords();
     auto const arguments = listStart();
@@ -1217,8 +1215,7 @@ Node const& Parser::parseCommand()
 }
 
 // `!make clean`: the rest of the line is a command for the operating system, not code.
-Node const& Parser::parseShellEscape()
-{
+Node const& Parser::parseShellEscape() {
     auto const start = token_;
     hasPeeked_ = false;
     auto const& escape = textLeaf(NodeKind::ShellEscape, start, lexer_.restOfLine(start.end));
@@ -1226,8 +1223,7 @@ Node const& Parser::parseShellEscape()
     return escape;
 }
 
-Node const& Parser::parseExpressionStatement()
-{
+Node const& Parser::parseExpressionStatement() {
     auto const start = positionOf(token_);
     bool const bracketed = at(Tok::LBracket);
     auto const& expression = parseExpression();
@@ -1249,8 +1245,7 @@ Node const& Parser::parseExpressionStatement()
 }
 
 // [a, ~, b] = ...: the targets are the elements of the matrix's one row.
-Node const& Parser::parseMultipleAssignment(Node const& targetMatrix, Position start)
-{
+Node const& Parser::parseMultipleAssignment(Node const& targetMatrix, Position start) {
     auto const rows = targetMatrix.list(0, 1);
     if (rows.size() > 1) {
         throw SyntaxFailure{start.line, start.column, "the targets of a multiple assignment must be on one row"};
@@ -1270,8 +1265,7 @@ Node const& Parser::parseMultipleAssignment(Node const& targetMatrix, Position s
                       {List{targets}, Single{&value}});
 }
 
-Node const& Parser::parseIf()
-{
+Node const& Parser::parseIf() {
     auto const opening = token_;
     auto const clauses = listStart();
     push(parseClause(NodeKind::IfClause, true));
@@ -1287,8 +1281,7 @@ Node const& Parser::parseIf()
 
 // One clause of an if or switch statement, at its keyword: the keyword, the expression after it (none for else and
 // otherwise), then the statements up to the next clause or the end.
-Node const& Parser::parseClause(NodeKind kind, bool withExpression)
-{
+Node const& Parser::parseClause(NodeKind kind, bool withExpression) {
     auto const start = positionOf(token_);
     advance();
     Node const* expression = withExpression ? &parseExpression() : nullptr;
@@ -1297,8 +1290,7 @@ Node const& Parser::parseClause(NodeKind kind, bool withExpression)
     return withExpression ? listNode(kind, start, expression, body) : listNode(kind, start, body);
 }
 
-Node const& Parser::parseLoop()
-{
+Node const& Parser::parseLoop() {
     auto const opening = token_;
     bool const isParfor = token_.keyword == Keyword::Parfor;
     advance();
@@ -1337,8 +1329,7 @@ Node const& Parser::parseLoop()
 }
 
 Node const& Parser::makeLoop(bool isParfor, Position at, Node const& variable, Node const& range, Node const* workers,
-                             std::size_t body)
-{
+                             std::size_t body) {
     auto const& loop = isParfor ? tree_.make(fieldsAt(NodeKind::ParforStatement, at),
                                              {Single{&variable}, Single{&range}, Single{workers}, listFrom(body)})
                                 : tree_.make(fieldsAt(NodeKind::ForStatement, at),
@@ -1347,8 +1338,7 @@ Node const& Parser::makeLoop(bool isParfor, Position at, Node const& variable, N
     return loop;
 }
 
-Node const& Parser::parseWhile()
-{
+Node const& Parser::parseWhile() {
     auto const opening = token_;
     advance();
     auto const& condition = parseExpression();
@@ -1359,8 +1349,7 @@ Node const& Parser::parseWhile()
 }
 
 // `spmd`, `spmd (n)` or `spmd (m, n)`, then the body up to `end`.
-Node const& Parser::parseSpmd()
-{
+Node const& Parser::parseSpmd() {
     auto const opening = token_;
     advance();
     Node const* workers = nullptr;
@@ -1385,8 +1374,7 @@ Node const& Parser::parseSpmd()
     return listNode(NodeKind::SpmdStatement, positionOf(opening), workers, body);
 }
 
-Node const& Parser::parseSwitch()
-{
+Node const& Parser::parseSwitch() {
     auto const opening = token_;
     advance();
     auto const& subject = parseExpression();
@@ -1402,8 +1390,7 @@ Node const& Parser::parseSwitch()
     return listNode(NodeKind::SwitchStatement, positionOf(opening), &subject, clauses);
 }
 
-Node const& Parser::parseTry()
-{
+Node const& Parser::parseTry() {
     auto const opening = token_;
     advance();
     auto const body = listStart();
@@ -1430,16 +1417,13 @@ Node const& Parser::parseTry()
     return makeTry(positionOf(opening), body, catchClause);
 }
 
-Node const& Parser::makeTry(Position at, std::size_t body, Node const* catchClause)
-{
-    auto const& statement =
-        tree_.make(fieldsAt(NodeKind::TryStatement, at), {listFrom(body), Single{catchClause}});
+Node const& Parser::makeTry(Position at, std::size_t body, Node const* catchClause) {
+    auto const& statement = tree_.make(fieldsAt(NodeKind::TryStatement, at), {listFrom(body), Single{catchClause}});
     drop(body);
     return statement;
 }
 
-Node const& Parser::parseNameList(NodeKind kind)
-{
+Node const& Parser::parseNameList(NodeKind kind) {
     auto const opening = positionOf(token_);
     advance();
     auto const names = listStart();
@@ -1456,8 +1440,7 @@ Node const& Parser::parseNameList(NodeKind kind)
 // ===================================================================== expressions
 
 // Power and transpose share one level and apply left to right: `a^b'` is `(a^b)'`, `a'^b` is `(a')^b`.
-Node const& Parser::parsePower()
-{
+Node const& Parser::parsePower() {
     Node const* left = &parsePostfix(true);
     while (at(Tok::Caret) || at(Tok::DotCaret)) {
         auto const op = at(Tok::Caret) ? Operator::Power : Operator::ElementPower;
@@ -1473,8 +1456,7 @@ Node const& Parser::parsePower()
 }
 
 // An operand of a binary operator: prefix operators, then power and transpose.
-Node const& Parser::parseOperand()
-{
+Node const& Parser::parseOperand() {
     switch (token_.kind) {
     case Tok::Minus:
     case Tok::Plus:
@@ -1487,8 +1469,7 @@ Node const& Parser::parseOperand()
 
 // Binary operators by precedence climbing over a stack of pending left operands (kept in the parser, not in the
 // frame), so that nesting costs one frame of this routine per level rather than one per precedence level.
-Node const& Parser::parseExpression()
-{
+Node const& Parser::parseExpression() {
     Depth depth(*this);
     auto const base = pending_.size();
     Node const* operand = &parseOperand();
@@ -1512,8 +1493,7 @@ Node const& Parser::parseExpression()
 }
 
 // Applies the last pending operator to its left operand and `right`.
-Node const& Parser::reduce(Node const* right)
-{
+Node const& Parser::reduce(Node const* right) {
     auto const top = pending_.back();
     pending_.pop_back();
     auto const& left = *top.left;
@@ -1531,8 +1511,7 @@ Node const& Parser::reduce(Node const* right)
 }
 
 // Inside [] and {}, white space separates elements: `[a -b]` has two elements, `[a - b]` one, `[f (1)]` two.
-bool Parser::matrixElementEndsBefore() const noexcept
-{
+bool Parser::matrixElementEndsBefore() const noexcept {
     if (!inMatrix_ || !token_.spaceBefore) {
         return false;
     }
@@ -1552,8 +1531,7 @@ bool Parser::matrixElementEndsBefore() const noexcept
 }
 
 // Right after a closing bracket, an operand starts the next element without a separator: `[[1]2]`, `[a(1)b]`.
-bool Parser::juxtaposedElementFollows() const noexcept
-{
+bool Parser::juxtaposedElementFollows() const noexcept {
     if (previousKind_ != Tok::RBracket && previousKind_ != Tok::RBrace && previousKind_ != Tok::RParen) {
         return false;
     }
@@ -1573,8 +1551,7 @@ bool Parser::juxtaposedElementFollows() const noexcept
     }
 }
 
-Node const& Parser::parseUnary()
-{
+Node const& Parser::parseUnary() {
     auto const op = at(Tok::Minus) ? Operator::UnaryMinus : at(Tok::Plus) ? Operator::UnaryPlus : Operator::Not;
     if (op == Operator::Not && inMatrix_ && (peek().kind == Tok::Comma || peek().kind == Tok::RBracket)) {
         // An ignored output in `[~, b] = f()`.
@@ -1589,14 +1566,20 @@ Node const& Parser::parseUnary()
 }
 
 // The exponent: an operand without its transposes, possibly signed or negated (2^-1).
-Node const& Parser::parsePowerOperand()
-{
+Node const& Parser::parsePowerOperand() {
     Operator op = Operator::None;
     switch (token_.kind) {
-    case Tok::Minus: op = Operator::UnaryMinus; break;
-    case Tok::Plus: op = Operator::UnaryPlus; break;
-    case Tok::Not: op = Operator::Not; break;
-    default: return parsePostfix(false);
+    case Tok::Minus:
+        op = Operator::UnaryMinus;
+        break;
+    case Tok::Plus:
+        op = Operator::UnaryPlus;
+        break;
+    case Tok::Not:
+        op = Operator::Not;
+        break;
+    default:
+        return parsePostfix(false);
     }
     Depth depth(*this);
     auto const start = positionOf(token_);
@@ -1605,8 +1588,7 @@ Node const& Parser::parsePowerOperand()
 }
 
 // Pushes the arguments up to the closing bracket onto the list stack.
-void Parser::parseArguments(Tok closing, char const* closingText)
-{
+void Parser::parseArguments(Tok closing, char const* closingText) {
     auto const savedMatrix = std::exchange(inMatrix_, false);
     ++indexDepth_;
     if (at(closing)) {
@@ -1640,8 +1622,7 @@ void Parser::parseArguments(Tok closing, char const* closingText)
     inMatrix_ = savedMatrix;
 }
 
-Node const& Parser::parsePostfix(bool withTransposes)
-{
+Node const& Parser::parsePostfix(bool withTransposes) {
     auto const start = token_.begin;
     auto const startKind = token_.kind;
     Node const* expression = &parsePrimary();
@@ -1711,8 +1692,7 @@ Node const& Parser::parsePostfix(bool withTransposes)
 }
 
 // `name@Super(args)`, `name@pkg.Super` at '@'; memberName is the name before '@' as written.
-Node const& Parser::parseSuperclassCall(Position at, std::string_view memberName)
-{
+Node const& Parser::parseSuperclassCall(Position at, std::string_view memberName) {
     advance();  // @
     auto const& member = tree_.makeLeaf(fieldsAt(NodeKind::Identifier, at), memberName);
     auto const& superclass = parseDottedName();
@@ -1724,16 +1704,14 @@ Node const& Parser::parseSuperclassCall(Position at, std::string_view memberName
     return makeSuperclassCall(at, member, superclass, arguments);
 }
 
-Node const& Parser::makeSuperclassCall(Position at, Node const& member, Node const& superclass, std::size_t arguments)
-{
-    auto const& call = tree_.make(fieldsAt(NodeKind::SuperclassCall, at),
-                                  {Single{&member}, Single{&superclass}, listFrom(arguments)});
+Node const& Parser::makeSuperclassCall(Position at, Node const& member, Node const& superclass, std::size_t arguments) {
+    auto const& call =
+        tree_.make(fieldsAt(NodeKind::SuperclassCall, at), {Single{&member}, Single{&superclass}, listFrom(arguments)});
     drop(arguments);
     return call;
 }
 
-Node const& Parser::parseMatrix(NodeKind kind, Tok closing, char const* closingText)
-{
+Node const& Parser::parseMatrix(NodeKind kind, Tok closing, char const* closingText) {
     auto const opening = token_;
     advance();
     auto const savedMatrix = std::exchange(inMatrix_, true);
@@ -1772,8 +1750,7 @@ Node const& Parser::parseMatrix(NodeKind kind, Tok closing, char const* closingT
     return listNode(kind, positionOf(opening), rows);
 }
 
-Node const& Parser::parseAnonymousFunction(Position at)
-{
+Node const& Parser::parseAnonymousFunction(Position at) {
     advance();  // (
     auto const parameters = listStart();
     if (this->at(Tok::RParen)) {
@@ -1807,16 +1784,13 @@ Node const& Parser::parseAnonymousFunction(Position at)
     return makeAnonymousFunction(at, parameters, body);
 }
 
-Node const& Parser::makeAnonymousFunction(Position at, std::size_t parameters, Node const& body)
-{
-    auto const& function =
-        tree_.make(fieldsAt(NodeKind::AnonymousFunction, at), {listFrom(parameters), Single{&body}});
+Node const& Parser::makeAnonymousFunction(Position at, std::size_t parameters, Node const& body) {
+    auto const& function = tree_.make(fieldsAt(NodeKind::AnonymousFunction, at), {listFrom(parameters), Single{&body}});
     drop(parameters);
     return function;
 }
 
-Node const& Parser::parsePrimary()
-{
+Node const& Parser::parsePrimary() {
     switch (token_.kind) {
     case Tok::Identifier: {
         if (token_.keyword == Keyword::End && indexDepth_ > 0) {
@@ -1838,7 +1812,8 @@ Node const& Parser::parsePrimary()
         return leaf;
     }
     case Tok::CharString:
-    case Tok::String: return parseText();
+    case Tok::String:
+        return parseText();
     case Tok::LParen: {
         auto const opening = positionOf(token_);
         advance();
@@ -1848,8 +1823,10 @@ Node const& Parser::parsePrimary()
         inMatrix_ = savedMatrix;
         return node(NodeKind::Parenthesized, opening, &inner);
     }
-    case Tok::LBracket: return parseMatrix(NodeKind::Matrix, Tok::RBracket, "']'");
-    case Tok::LBrace: return parseMatrix(NodeKind::Cell, Tok::RBrace, "'}'");
+    case Tok::LBracket:
+        return parseMatrix(NodeKind::Matrix, Tok::RBracket, "']'");
+    case Tok::LBrace:
+        return parseMatrix(NodeKind::Cell, Tok::RBrace, "'}'");
     case Tok::At: {
         auto const start = positionOf(token_);
         advance();
@@ -1858,21 +1835,21 @@ Node const& Parser::parsePrimary()
         }
         return node(NodeKind::FunctionHandle, start, &parseDottedName());
     }
-    case Tok::Question: return parseMetaclassQuery();
-    default: unexpected();
+    case Tok::Question:
+        return parseMetaclassQuery();
+    default:
+        unexpected();
     }
 }
 
-Node const& Parser::parseText()
-{
+Node const& Parser::parseText() {
     auto const& leaf = textLeaf(at(Tok::CharString) ? NodeKind::CharacterString : NodeKind::String, token_,
                                 decodeQuoted(lexer_.text(token_)));
     advance();
     return leaf;
 }
 
-Node const& Parser::parseMetaclassQuery()
-{
+Node const& Parser::parseMetaclassQuery() {
     auto const start = token_;
     advance();
     auto const& name = parseDottedName();
@@ -1883,13 +1860,12 @@ Node const& Parser::parseMetaclassQuery()
 
 }  // namespace
 
-ParseOutcome parse(std::string_view code, std::size_t treeByteLimit)
-{
+ParseOutcome parse(std::string_view code, std::size_t treeByteLimit) {
     ParseOutcome outcome;
     // A tree takes several times the size of its code; reserving that spares the arena most of its growth steps.
     constexpr std::size_t largestReservation = std::size_t{64} << 20;
-    auto const reservation = std::min({code.size(), largestReservation / expectedTreeBytesPerCodeByte}) *
-                             expectedTreeBytesPerCodeByte;
+    auto const reservation =
+        std::min({code.size(), largestReservation / expectedTreeBytesPerCodeByte}) * expectedTreeBytesPerCodeByte;
     if (code.size() >= 0xFFFFFFFFu) {
         outcome.errors.push_back({1, 1, "the file is too large to analyse"});
     } else {
@@ -1903,8 +1879,9 @@ ParseOutcome parse(std::string_view code, std::size_t treeByteLimit)
         } catch (SyntaxFailure const& failure) {
             outcome.errors.push_back({failure.line, failure.column, failure.message});
         } catch (astapi::TreeTooLarge const&) {
-            outcome.errors.push_back({1, 1, "the code is too large to analyse: its syntax tree would take more than " +
-                                                std::to_string(treeByteLimit) + " bytes"});
+            outcome.errors.push_back({1, 1,
+                                      "the code is too large to analyse: its syntax tree would take more than " +
+                                          std::to_string(treeByteLimit) + " bytes"});
         }
     }
     // A fresh tree: the failed parse may have left unreachable nodes behind.

@@ -11,15 +11,13 @@ namespace ca::detail {
 namespace {
 
 // What an entry costs besides its result: the list node with the entry, the index node and the copy of the path.
-std::size_t entryBytes(std::u16string const& path) noexcept
-{
+std::size_t entryBytes(std::u16string const& path) noexcept {
     return sizeof(std::u16string) + sizeof(FileVersion) + 2 * sizeof(void*) + 64 + path.size() * sizeof(char16_t);
 }
 
 }  // namespace
 
-FileVersion FileVersion::of(struct stat const& status) noexcept
-{
+FileVersion FileVersion::of(struct stat const& status) noexcept {
     FileVersion version;
     version.size = static_cast<std::int64_t>(status.st_size);
     version.modifiedSeconds = static_cast<std::int64_t>(status.st_mtim.tv_sec);
@@ -31,8 +29,7 @@ FileVersion FileVersion::of(struct stat const& status) noexcept
     return version;
 }
 
-std::shared_ptr<AnalysisResult const> ResultCache::find(std::u16string const& path, FileVersion const& version)
-{
+std::shared_ptr<AnalysisResult const> ResultCache::find(std::u16string const& path, FileVersion const& version) {
     std::lock_guard lock(mutex_);
     auto const found = index_.find(std::u16string_view(path));
     if (found == index_.end() || !(found->second->version == version)) {
@@ -43,8 +40,7 @@ std::shared_ptr<AnalysisResult const> ResultCache::find(std::u16string const& pa
 }
 
 void ResultCache::store(std::u16string const& path, FileVersion const& version,
-                        std::shared_ptr<AnalysisResult const> result)
-{
+                        std::shared_ptr<AnalysisResult const> result) {
     auto const bytes = result->memoryBytes() + entryBytes(path);
     std::lock_guard lock(mutex_);
     if (auto const found = index_.find(std::u16string_view(path)); found != index_.end()) {
@@ -59,53 +55,45 @@ void ResultCache::store(std::u16string const& path, FileVersion const& version,
     bytes_ += bytes;
 }
 
-void ResultCache::setCapacity(std::size_t bytes)
-{
+void ResultCache::setCapacity(std::size_t bytes) {
     std::lock_guard lock(mutex_);
     capacity_ = bytes;
     evictUntil(capacity_);
 }
 
-std::size_t ResultCache::capacity() const
-{
+std::size_t ResultCache::capacity() const {
     std::lock_guard lock(mutex_);
     return capacity_;
 }
 
-std::size_t ResultCache::heldBytes() const
-{
+std::size_t ResultCache::heldBytes() const {
     std::lock_guard lock(mutex_);
     return bytes_;
 }
 
-std::size_t ResultCache::size() const
-{
+std::size_t ResultCache::size() const {
     std::lock_guard lock(mutex_);
     return entries_.size();
 }
 
-void ResultCache::remove(Entries::iterator entry)
-{
+void ResultCache::remove(Entries::iterator entry) {
     bytes_ -= entry->bytes;
     index_.erase(std::u16string_view(entry->path));
     entries_.erase(entry);
 }
 
-void ResultCache::evictUntil(std::size_t bytes)
-{
+void ResultCache::evictUntil(std::size_t bytes) {
     while (bytes_ > bytes) {
         remove(std::prev(entries_.end()));
     }
 }
 
-ResultCache& ResultCache::instance()
-{
+ResultCache& ResultCache::instance() {
     static ResultCache cache(capacityFromEnvironment());
     return cache;
 }
 
-std::optional<std::size_t> parseByteCount(std::string_view text)
-{
+std::optional<std::size_t> parseByteCount(std::string_view text) {
     std::size_t value = 0;
     auto const* const last = text.data() + text.size();
     auto const [end, error] = std::from_chars(text.data(), last, value);
@@ -129,8 +117,7 @@ std::optional<std::size_t> parseByteCount(std::string_view text)
     return value << shift;
 }
 
-std::size_t capacityFromEnvironment()
-{
+std::size_t capacityFromEnvironment() {
     if (char const* setting = std::getenv("DEPATTR_PARSE_CACHE_BYTES")) {
         if (auto const bytes = parseByteCount(setting)) {
             return *bytes;

@@ -13,8 +13,8 @@ std::u16string toText(std::filesystem::path const& path) {
 }
 
 std::filesystem::path normalizedAbsolute(std::filesystem::path const& path) {
-    std::filesystem::path normal = path.is_absolute() ? path.lexically_normal()
-                                                      : std::filesystem::absolute(path).lexically_normal();
+    std::filesystem::path normal =
+        path.is_absolute() ? path.lexically_normal() : std::filesystem::absolute(path).lexically_normal();
     if (!normal.has_filename() && normal.has_relative_path()) {
         normal = normal.parent_path();  // "/a/b/" -> "/a/b"
     }

@@ -112,8 +112,8 @@ TEST_F(MissingPackageDependencyAnalyzerTest, UndeclaredPackagesAreReportedOncePe
         EXPECT_FALSE(finding->hasFix());
     }
     // One process-wide identity, shared by every analyzer.
-    Findings const other = analyzeUser(*createMissingPackageDependencyAnalyzer(), "app/main.qx",
-                                       {{u"stats", u"lib", statsId}});
+    Findings const other =
+        analyzeUser(*createMissingPackageDependencyAnalyzer(), "app/main.qx", {{u"stats", u"lib", statsId}});
     ASSERT_EQ(other.size(), 1u);
     EXPECT_EQ(other[0]->getIdentity(), findings[0]->getIdentity());
 }

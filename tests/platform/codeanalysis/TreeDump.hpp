@@ -9,8 +9,7 @@
 
 namespace ca::testing {
 
-inline std::string narrow(std::u16string_view text)
-{
+inline std::string narrow(std::u16string_view text) {
     std::string out;
     for (char16_t c : text) {
         out.push_back(c < 0x80 ? static_cast<char>(c) : '?');
@@ -18,41 +17,65 @@ inline std::string narrow(std::u16string_view text)
     return out;
 }
 
-inline char const* symbol(astapi::Operator op)
-{
+inline char const* symbol(astapi::Operator op) {
     using astapi::Operator;
     switch (op) {
-    case Operator::Plus: case Operator::UnaryPlus: return "+";
-    case Operator::Minus: case Operator::UnaryMinus: return "-";
-    case Operator::Times: return "*";
-    case Operator::RightDivide: return "/";
-    case Operator::LeftDivide: return "\\";
-    case Operator::Power: return "^";
-    case Operator::ElementTimes: return ".*";
-    case Operator::ElementRightDivide: return "./";
-    case Operator::ElementLeftDivide: return ".\\";
-    case Operator::ElementPower: return ".^";
-    case Operator::ElementAnd: return "&";
-    case Operator::ElementOr: return "|";
-    case Operator::Equal: return "==";
-    case Operator::NotEqual: return "~=";
-    case Operator::Less: return "<";
-    case Operator::LessEqual: return "<=";
-    case Operator::Greater: return ">";
-    case Operator::GreaterEqual: return ">=";
-    case Operator::AndAnd: return "&&";
-    case Operator::OrOr: return "||";
-    case Operator::Not: return "~";
-    case Operator::Transpose: return "'";
-    case Operator::DotTranspose: return ".'";
-    case Operator::None: break;
+    case Operator::Plus:
+    case Operator::UnaryPlus:
+        return "+";
+    case Operator::Minus:
+    case Operator::UnaryMinus:
+        return "-";
+    case Operator::Times:
+        return "*";
+    case Operator::RightDivide:
+        return "/";
+    case Operator::LeftDivide:
+        return "\\";
+    case Operator::Power:
+        return "^";
+    case Operator::ElementTimes:
+        return ".*";
+    case Operator::ElementRightDivide:
+        return "./";
+    case Operator::ElementLeftDivide:
+        return ".\\";
+    case Operator::ElementPower:
+        return ".^";
+    case Operator::ElementAnd:
+        return "&";
+    case Operator::ElementOr:
+        return "|";
+    case Operator::Equal:
+        return "==";
+    case Operator::NotEqual:
+        return "~=";
+    case Operator::Less:
+        return "<";
+    case Operator::LessEqual:
+        return "<=";
+    case Operator::Greater:
+        return ">";
+    case Operator::GreaterEqual:
+        return ">=";
+    case Operator::AndAnd:
+        return "&&";
+    case Operator::OrOr:
+        return "||";
+    case Operator::Not:
+        return "~";
+    case Operator::Transpose:
+        return "'";
+    case Operator::DotTranspose:
+        return ".'";
+    case Operator::None:
+        break;
     }
     return "";
 }
 
 // (Kind text child child ...) with leaves written as Kind:text and operator nodes as Kind[op].
-inline void dump(astapi::Node const& node, std::ostringstream& out)
-{
+inline void dump(astapi::Node const& node, std::ostringstream& out) {
     auto text = narrow(node.identifier().getString());
     if (node.op() != astapi::Operator::None) {
         text = std::string("[") + symbol(node.op()) + "]";
@@ -75,16 +98,14 @@ inline void dump(astapi::Node const& node, std::ostringstream& out)
     out << ')';
 }
 
-inline std::string dump(astapi::Node const& node)
-{
+inline std::string dump(astapi::Node const& node) {
     std::ostringstream out;
     dump(node, out);
     return out.str();
 }
 
 // Names of every function, method and class definition, depth first: "function f", "method C.m", "class C".
-inline void collectDefinitions(astapi::Node const& node, std::vector<std::string>& found)
-{
+inline void collectDefinitions(astapi::Node const& node, std::vector<std::string>& found) {
     using astapi::NodeKind;
     if (node.kind() == NodeKind::FunctionDefinition && node.child(7) != nullptr) {
         found.push_back("function " + narrow(node.child(7)->identifier().getString()));
@@ -100,8 +121,7 @@ inline void collectDefinitions(astapi::Node const& node, std::vector<std::string
     }
 }
 
-inline std::vector<std::string> definitions(astapi::Node const& root)
-{
+inline std::vector<std::string> definitions(astapi::Node const& root) {
     std::vector<std::string> found;
     collectDefinitions(root, found);
     return found;

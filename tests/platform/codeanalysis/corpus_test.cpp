@@ -21,10 +21,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-fs::path corpusFolder(char const* kind) { return fs::path(DEPATTR_TEST_DATA_DIR) / "qx" / kind; }
+fs::path corpusFolder(char const* kind) {
+    return fs::path(DEPATTR_TEST_DATA_DIR) / "qx" / kind;
+}
 
-std::vector<fs::path> filesIn(fs::path const& folder)
-{
+std::vector<fs::path> filesIn(fs::path const& folder) {
     std::vector<fs::path> files;
     for (auto const& entry : fs::directory_iterator(folder)) {
         if (entry.path().extension() == ".qx") {
@@ -37,8 +38,7 @@ std::vector<fs::path> filesIn(fs::path const& folder)
 
 // The value after "% <key>:" on the file's first line, or on its second when `second`; nullopt when that line
 // is not such a line.
-std::optional<std::string> expectationOn(fs::path const& file, std::string const& key, bool second)
-{
+std::optional<std::string> expectationOn(fs::path const& file, std::string const& key, bool second) {
     std::ifstream in(file);
     std::string line;
     std::getline(in, line);
@@ -57,8 +57,7 @@ std::optional<std::string> expectationOn(fs::path const& file, std::string const
     return value;
 }
 
-std::string expectation(fs::path const& file, std::string const& key)
-{
+std::string expectation(fs::path const& file, std::string const& key) {
     auto value = expectationOn(file, key, false);
     if (!value) {
         ADD_FAILURE() << file << " does not start with '% " << key << ":'";
@@ -67,8 +66,7 @@ std::string expectation(fs::path const& file, std::string const& key)
     return *value;
 }
 
-void collectKinds(ca::astapi::Node const& node, std::set<std::string>& kinds)
-{
+void collectKinds(ca::astapi::Node const& node, std::set<std::string>& kinds) {
     std::ostringstream name;
     name << node.kind();
     kinds.insert(name.str());
@@ -77,8 +75,7 @@ void collectKinds(ca::astapi::Node const& node, std::set<std::string>& kinds)
     }
 }
 
-std::string joined(std::vector<std::string> const& names)
-{
+std::string joined(std::vector<std::string> const& names) {
     std::string text;
     for (auto const& name : names) {
         text += (text.empty() ? "" : " | ") + name;
@@ -86,8 +83,7 @@ std::string joined(std::vector<std::string> const& names)
     return text;
 }
 
-TEST(Corpus, ValidFilesParseAndYieldTheirDefinitions)
-{
+TEST(Corpus, ValidFilesParseAndYieldTheirDefinitions) {
     auto const files = filesIn(corpusFolder("valid"));
     ASSERT_GE(files.size(), 10u);
     auto analyzer = ca::createSingleFileAnalyzer();
@@ -109,8 +105,7 @@ TEST(Corpus, ValidFilesParseAndYieldTheirDefinitions)
     }
 }
 
-TEST(Corpus, ClassFilesNameTheirOwnerAndOtherFilesDoNot)
-{
+TEST(Corpus, ClassFilesNameTheirOwnerAndOtherFilesDoNot) {
     auto analyzer = ca::createSingleFileAnalyzer();
     auto const owner = [&](char const* name) {
         return analyzer->analyze((corpusFolder("valid") / name).u16string())->getOwnerName();
@@ -121,8 +116,7 @@ TEST(Corpus, ClassFilesNameTheirOwnerAndOtherFilesDoNot)
     EXPECT_EQ(owner("expressions.qx"), u"");
 }
 
-TEST(Corpus, BrokenFilesReportAnErrorOnTheExpectedLine)
-{
+TEST(Corpus, BrokenFilesReportAnErrorOnTheExpectedLine) {
     auto const files = filesIn(corpusFolder("broken"));
     ASSERT_GE(files.size(), 10u);
     auto analyzer = ca::createSingleFileAnalyzer();

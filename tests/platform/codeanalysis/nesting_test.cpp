@@ -28,8 +28,7 @@ namespace {
 constexpr std::size_t smallStack = 256 << 10;
 
 // Runs work on a new thread with `stackBytes` of stack.
-void onThreadWithStack(std::size_t stackBytes, std::function<void()> const& work)
-{
+void onThreadWithStack(std::size_t stackBytes, std::function<void()> const& work) {
     pthread_attr_t attributes;
     ASSERT_EQ(::pthread_attr_init(&attributes), 0);
     ASSERT_EQ(::pthread_attr_setstacksize(&attributes, stackBytes), 0);
@@ -44,8 +43,7 @@ void onThreadWithStack(std::size_t stackBytes, std::function<void()> const& work
     ::pthread_attr_destroy(&attributes);
 }
 
-std::string repeated(std::string const& text, int count)
-{
+std::string repeated(std::string const& text, int count) {
     std::string result;
     for (int i = 0; i < count; ++i) {
         result += text;
@@ -58,8 +56,7 @@ struct Nesting {
     std::function<std::string(int)> code;  // the construct nested `levels` deep
 };
 
-std::vector<Nesting> const& nestings()
-{
+std::vector<Nesting> const& nestings() {
     static std::vector<Nesting> const all{
         {"parentheses", [](int n) { return "x = " + repeated("(", n) + "1" + repeated(")", n) + ";"; }},
         {"matrices", [](int n) { return "x = " + repeated("[", n) + "1" + repeated("]", n) + ";"; }},
@@ -84,13 +81,11 @@ std::vector<Nesting> const& nestings()
     return all;
 }
 
-bool nestedTooDeep(ca::AnalysisResult const& result)
-{
+bool nestedTooDeep(ca::AnalysisResult const& result) {
     return result.hasErrors() && result.getErrors().front().message.find("nested") != std::string::npos;
 }
 
-TEST(Nesting, DeepCodeIsAnErrorEvenOnASmallStack)
-{
+TEST(Nesting, DeepCodeIsAnErrorEvenOnASmallStack) {
     onThreadWithStack(smallStack, [] {
         for (auto const& nesting : nestings()) {
             EXPECT_TRUE(nestedTooDeep(*ca::analyzeText(nesting.code(100000)))) << nesting.name;
@@ -107,8 +102,7 @@ TEST(Nesting, DeepCodeIsAnErrorEvenOnASmallStack)
     });
 }
 
-TEST(Nesting, TheBoundHoldsOnAThreadWith256KiBOfStack)
-{
+TEST(Nesting, TheBoundHoldsOnAThreadWith256KiBOfStack) {
 #if defined(DEPATTR_ADDRESS_SANITIZER)
     GTEST_SKIP() << "the address sanitizer's frames are several times larger; the stack guard then stops the "
                     "parser earlier, with an error (checked by DeepCodeIsAnErrorEvenOnASmallStack)";

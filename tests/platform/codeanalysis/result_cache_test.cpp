@@ -13,8 +13,7 @@ using ca::detail::FileVersion;
 using ca::detail::ResultCache;
 
 // A result of about `codeBytes` times ten bytes: a tree of that many simple statements.
-std::shared_ptr<ca::AnalysisResult const> resultOf(std::size_t codeBytes)
-{
+std::shared_ptr<ca::AnalysisResult const> resultOf(std::size_t codeBytes) {
     std::string code;
     while (code.size() < codeBytes) {
         code += "x = y + 1;\n";
@@ -22,15 +21,13 @@ std::shared_ptr<ca::AnalysisResult const> resultOf(std::size_t codeBytes)
     return ca::analyzeText(code);
 }
 
-FileVersion version(std::int64_t size)
-{
+FileVersion version(std::int64_t size) {
     FileVersion v;
     v.size = size;
     return v;
 }
 
-TEST(ResultCache, HoldsResultsUpToItsBytesAndDropsTheLeastRecentlyUsed)
-{
+TEST(ResultCache, HoldsResultsUpToItsBytesAndDropsTheLeastRecentlyUsed) {
     auto const a = resultOf(20000);
     auto const b = resultOf(20000);
     auto const c = resultOf(20000);
@@ -57,8 +54,7 @@ TEST(ResultCache, HoldsResultsUpToItsBytesAndDropsTheLeastRecentlyUsed)
     EXPECT_EQ(cache.heldBytes(), 0u);
 }
 
-TEST(ResultCache, KeepsNothingLargerThanItsCapacityAndNothingOfAnotherVersion)
-{
+TEST(ResultCache, KeepsNothingLargerThanItsCapacityAndNothingOfAnotherVersion) {
     auto const big = resultOf(20000);
     auto const small = resultOf(10);
     ResultCache cache(big->memoryBytes() / 2);
@@ -78,16 +74,14 @@ TEST(ResultCache, KeepsNothingLargerThanItsCapacityAndNothingOfAnotherVersion)
     EXPECT_EQ(cache.heldBytes(), held);
 }
 
-TEST(ResultCache, CapacitySettingIsAByteCountWithAnOptionalUnit)
-{
+TEST(ResultCache, CapacitySettingIsAByteCountWithAnOptionalUnit) {
     using ca::detail::parseByteCount;
     EXPECT_EQ(parseByteCount("0"), 0u);
     EXPECT_EQ(parseByteCount("1234"), 1234u);
     EXPECT_EQ(parseByteCount("64K"), 64u << 10);
     EXPECT_EQ(parseByteCount("256M"), std::size_t{256} << 20);
     EXPECT_EQ(parseByteCount("2G"), std::size_t{2} << 30);
-    for (char const* bad : {"", "K", "-1", "1.5M", "12k", "1MB", " 1", "1 ", "99999999999999999999",
-                            "17179869184G"}) {
+    for (char const* bad : {"", "K", "-1", "1.5M", "12k", "1MB", " 1", "1 ", "99999999999999999999", "17179869184G"}) {
         EXPECT_EQ(parseByteCount(bad), std::nullopt) << bad;
     }
 

@@ -10,13 +10,11 @@ namespace {
 
 using namespace ca::astapi;
 
-NodeFields at(NodeKind kind, std::uint32_t line = 1, std::uint32_t column = 1, std::u16string_view text = {})
-{
+NodeFields at(NodeKind kind, std::uint32_t line = 1, std::uint32_t column = 1, std::u16string_view text = {}) {
     return NodeFields{kind, line, column, Operator::None, false, text};
 }
 
-TEST(SyntaxTree, SlotsAreNumberedInOrderWithTwoNumbersPerList)
-{
+TEST(SyntaxTree, SlotsAreNumberedInOrderWithTwoNumbersPerList) {
     SyntaxTree tree;
     auto const& a = tree.make(at(NodeKind::Identifier, 1, 1, u"a"));
     auto const& b = tree.make(at(NodeKind::Identifier, 1, 3, u"b"));
@@ -49,8 +47,7 @@ TEST(SyntaxTree, SlotsAreNumberedInOrderWithTwoNumbersPerList)
     EXPECT_EQ(b.column(), 3u);
 }
 
-TEST(SyntaxTree, AnyKindCanBeBuiltButSlotsAreBounded)
-{
+TEST(SyntaxTree, AnyKindCanBeBuiltButSlotsAreBounded) {
     SyntaxTree tree;
     auto const& invalid = tree.make(at(NodeKind::Invalid));
     auto const& unknown = tree.make(at(static_cast<NodeKind>(70)), {Single{&invalid}});
@@ -64,8 +61,7 @@ TEST(SyntaxTree, AnyKindCanBeBuiltButSlotsAreBounded)
     EXPECT_NO_THROW(tree.make(at(NodeKind::File), enough));
 }
 
-TEST(SyntaxTree, NodesAndTextsStayIntactAcrossStorageBlocksUpToTheLimit)
-{
+TEST(SyntaxTree, NodesAndTextsStayIntactAcrossStorageBlocksUpToTheLimit) {
     // Texts of every length between nodes, so that node after node starts at a new alignment, over many blocks.
     SyntaxTree tree(0);
     std::vector<Node const*> nodes;
@@ -73,8 +69,8 @@ TEST(SyntaxTree, NodesAndTextsStayIntactAcrossStorageBlocksUpToTheLimit)
     for (std::size_t i = 0; i < 20000; ++i) {
         auto const text = letters.substr(0, i % 10);
         auto const* previous = nodes.empty() ? nullptr : nodes.back();
-        nodes.push_back(&tree.make(at(NodeKind::Identifier, 1, static_cast<std::uint32_t>(i), text),
-                                   {Single{previous}}));
+        nodes.push_back(
+            &tree.make(at(NodeKind::Identifier, 1, static_cast<std::uint32_t>(i), text), {Single{previous}}));
     }
     for (std::size_t i = 0; i < nodes.size(); ++i) {
         ASSERT_EQ(nodes[i]->column(), i);
@@ -85,8 +81,7 @@ TEST(SyntaxTree, NodesAndTextsStayIntactAcrossStorageBlocksUpToTheLimit)
 
     SyntaxTree limited(0, 64 << 10);
     EXPECT_THROW(
-        for (int i = 0; i < 10000; ++i) { limited.make(at(NodeKind::Identifier, 1, 1, u"name")); },
-        TreeTooLarge);
+        for (int i = 0; i < 10000; ++i) { limited.make(at(NodeKind::Identifier, 1, 1, u"name")); }, TreeTooLarge);
     EXPECT_LE(limited.memoryBytes(), std::size_t{64} << 10);
 }
 

@@ -96,15 +96,15 @@ Values mapElements(std::string_view function, Args args, int nargout, bool overC
         for (std::size_t i = 0; i < values.size(); ++i) {
             double const number = numberAt(*values[i], 0);
             switch (kind) {
-                case qxClassID::Logical:
-                    array->logicals()[i] = number != 0 ? 1 : 0;
-                    break;
-                case qxClassID::Char:
-                    array->chars()[i] = static_cast<char16_t>(number);
-                    break;
-                default:
-                    array->doubles()[i] = number;
-                    break;
+            case qxClassID::Logical:
+                array->logicals()[i] = number != 0 ? 1 : 0;
+                break;
+            case qxClassID::Char:
+                array->chars()[i] = static_cast<char16_t>(number);
+                break;
+            default:
+                array->doubles()[i] = number;
+                break;
             }
         }
         results.push_back(share(std::move(array)));
@@ -188,15 +188,15 @@ Value keysValue(Keys const& keys, std::vector<std::size_t> const& order, Dims di
     for (std::size_t i = 0; i < order.size(); ++i) {
         double const number = keys.numbers[order[i]];
         switch (keys.kind) {
-            case qxClassID::Char:
-                array->chars()[i] = static_cast<char16_t>(number);
-                break;
-            case qxClassID::Logical:
-                array->logicals()[i] = number != 0 ? 1 : 0;
-                break;
-            default:
-                array->doubles()[i] = number;
-                break;
+        case qxClassID::Char:
+            array->chars()[i] = static_cast<char16_t>(number);
+            break;
+        case qxClassID::Logical:
+            array->logicals()[i] = number != 0 ? 1 : 0;
+            break;
+        default:
+            array->doubles()[i] = number;
+            break;
         }
     }
     return share(std::move(array));

@@ -55,34 +55,34 @@ std::u16string unescape(std::u16string const& format) {
         }
         char16_t const next = format[++i];
         switch (next) {
-            case u'n':
-                out.push_back(u'\n');
-                break;
-            case u't':
-                out.push_back(u'\t');
-                break;
-            case u'r':
-                out.push_back(u'\r');
-                break;
-            case u'a':
-                out.push_back(u'\a');
-                break;
-            case u'b':
-                out.push_back(u'\b');
-                break;
-            case u'f':
-                out.push_back(u'\f');
-                break;
-            case u'v':
-                out.push_back(u'\v');
-                break;
-            case u'\\':
-                out.push_back(u'\\');
-                break;
-            default:
-                out.push_back(u'\\');
-                out.push_back(next);
-                break;
+        case u'n':
+            out.push_back(u'\n');
+            break;
+        case u't':
+            out.push_back(u'\t');
+            break;
+        case u'r':
+            out.push_back(u'\r');
+            break;
+        case u'a':
+            out.push_back(u'\a');
+            break;
+        case u'b':
+            out.push_back(u'\b');
+            break;
+        case u'f':
+            out.push_back(u'\f');
+            break;
+        case u'v':
+            out.push_back(u'\v');
+            break;
+        case u'\\':
+            out.push_back(u'\\');
+            break;
+        default:
+            out.push_back(u'\\');
+            out.push_back(next);
+            break;
         }
     }
     return out;

@@ -114,67 +114,67 @@ Value outputFor(Output output, std::wstring const& subject, std::vector<boost::w
         return share(std::move(extents));
     };
     switch (output) {
-        case Output::Start:
-        case Output::End: {
-            std::vector<double> positions;
-            for (auto const& match : matches) {
-                double const start = static_cast<double>(match.position(std::size_t{0})) + 1;
-                positions.push_back(output == Output::Start ? start : start + static_cast<double>(match.length(0)) - 1);
-            }
-            if (once) {
-                return positions.empty() ? makeEmpty() : makeDouble(positions.front());
-            }
-            return positions.empty() ? emptyRow() : makeRow(positions);
+    case Output::Start:
+    case Output::End: {
+        std::vector<double> positions;
+        for (auto const& match : matches) {
+            double const start = static_cast<double>(match.position(std::size_t{0})) + 1;
+            positions.push_back(output == Output::Start ? start : start + static_cast<double>(match.length(0)) - 1);
         }
-        case Output::Match: {
-            if (once) {
-                return count == 0 ? makeChars(u"") : makeChars(narrowed(matches.front().str(0)));
-            }
-            std::vector<std::u16string> texts;
-            for (auto const& match : matches) {
-                texts.push_back(narrowed(match.str(0)));
-            }
-            return makeTexts(texts, {1, count});
+        if (once) {
+            return positions.empty() ? makeEmpty() : makeDouble(positions.front());
         }
-        case Output::Tokens:
-        case Output::TokenExtents: {
-            if (once) {
-                if (count == 0) {
-                    return share(qxArray::createCell({0, 0}));
-                }
-                return output == Output::Tokens ? tokensOf(matches.front()) : extentsOf(matches.front());
-            }
-            auto cell = qxArray::createCell({1, count});
-            for (std::size_t i = 0; i < count; ++i) {
-                cell->setCell(i, output == Output::Tokens ? tokensOf(matches[i]) : extentsOf(matches[i]));
-            }
-            return share(std::move(cell));
+        return positions.empty() ? emptyRow() : makeRow(positions);
+    }
+    case Output::Match: {
+        if (once) {
+            return count == 0 ? makeChars(u"") : makeChars(narrowed(matches.front().str(0)));
         }
-        case Output::Names: {
-            Dims dims = once ? Dims{count == 0 ? 0u : 1u, count == 0 ? 0u : 1u} : Dims{count == 0 ? 0u : 1u, count};
-            if (once && count > 1) {
-                dims = {1, 1};
-            }
-            auto record = qxArray::createStruct(dims, names);
-            for (std::size_t i = 0; i < record->getNumberOfElements(); ++i) {
-                for (std::size_t f = 0; f < names.size(); ++f) {
-                    auto const& group = matches[i][std::wstring(names[f].begin(), names[f].end())];
-                    record->setField(i, f, makeChars(group.matched ? narrowed(group.str()) : std::u16string()));
-                }
-            }
-            return share(std::move(record));
+        std::vector<std::u16string> texts;
+        for (auto const& match : matches) {
+            texts.push_back(narrowed(match.str(0)));
         }
-        case Output::Split: {
-            std::vector<std::u16string> pieces;
-            std::size_t position = 0;
-            for (auto const& match : matches) {
-                auto const start = static_cast<std::size_t>(match.position(std::size_t{0}));
-                pieces.push_back(narrowed(subject.substr(position, start - position)));
-                position = start + static_cast<std::size_t>(match.length(0));
+        return makeTexts(texts, {1, count});
+    }
+    case Output::Tokens:
+    case Output::TokenExtents: {
+        if (once) {
+            if (count == 0) {
+                return share(qxArray::createCell({0, 0}));
             }
-            pieces.push_back(narrowed(subject.substr(position)));
-            return makeTexts(pieces, {1, pieces.size()});
+            return output == Output::Tokens ? tokensOf(matches.front()) : extentsOf(matches.front());
         }
+        auto cell = qxArray::createCell({1, count});
+        for (std::size_t i = 0; i < count; ++i) {
+            cell->setCell(i, output == Output::Tokens ? tokensOf(matches[i]) : extentsOf(matches[i]));
+        }
+        return share(std::move(cell));
+    }
+    case Output::Names: {
+        Dims dims = once ? Dims{count == 0 ? 0u : 1u, count == 0 ? 0u : 1u} : Dims{count == 0 ? 0u : 1u, count};
+        if (once && count > 1) {
+            dims = {1, 1};
+        }
+        auto record = qxArray::createStruct(dims, names);
+        for (std::size_t i = 0; i < record->getNumberOfElements(); ++i) {
+            for (std::size_t f = 0; f < names.size(); ++f) {
+                auto const& group = matches[i][std::wstring(names[f].begin(), names[f].end())];
+                record->setField(i, f, makeChars(group.matched ? narrowed(group.str()) : std::u16string()));
+            }
+        }
+        return share(std::move(record));
+    }
+    case Output::Split: {
+        std::vector<std::u16string> pieces;
+        std::size_t position = 0;
+        for (auto const& match : matches) {
+            auto const start = static_cast<std::size_t>(match.position(std::size_t{0}));
+            pieces.push_back(narrowed(subject.substr(position, start - position)));
+            position = start + static_cast<std::size_t>(match.length(0));
+        }
+        pieces.push_back(narrowed(subject.substr(position)));
+        return makeTexts(pieces, {1, pieces.size()});
+    }
     }
     return makeEmpty();
 }

@@ -226,24 +226,24 @@ Values splitText(Args args) {
         for (std::size_t i = 0; i < delimiter.size(); ++i) {
             if (delimiter[i] == u'\\' && i + 1 < delimiter.size()) {
                 switch (delimiter[i + 1]) {
-                    case u't':
-                        unescaped.push_back(u'\t');
-                        ++i;
-                        continue;
-                    case u'n':
-                        unescaped.push_back(u'\n');
-                        ++i;
-                        continue;
-                    case u'r':
-                        unescaped.push_back(u'\r');
-                        ++i;
-                        continue;
-                    case u'\\':
-                        unescaped.push_back(u'\\');
-                        ++i;
-                        continue;
-                    default:
-                        break;
+                case u't':
+                    unescaped.push_back(u'\t');
+                    ++i;
+                    continue;
+                case u'n':
+                    unescaped.push_back(u'\n');
+                    ++i;
+                    continue;
+                case u'r':
+                    unescaped.push_back(u'\r');
+                    ++i;
+                    continue;
+                case u'\\':
+                    unescaped.push_back(u'\\');
+                    ++i;
+                    continue;
+                default:
+                    break;
                 }
             }
             unescaped.push_back(delimiter[i]);

@@ -135,28 +135,28 @@ Value toChar(Args args) {
     checkCount("char", args, 1, 1);
     auto const& value = *args[0];
     switch (value.classID()) {
-        case qxClassID::Char:
-            return args[0];
-        case qxClassID::String:
-            if (value.isScalar()) {
-                return makeChars(value.getStringElement(0));
-            }
-            break;
-        case qxClassID::Double:
-        case qxClassID::Logical: {
-            auto result = qxArray::createChar(value.getDimensions());
-            for (std::size_t i = 0; i < value.getNumberOfElements(); ++i) {
-                result->chars()[i] = static_cast<char16_t>(numberAt(value, i));
-            }
-            return share(std::move(result));
+    case qxClassID::Char:
+        return args[0];
+    case qxClassID::String:
+        if (value.isScalar()) {
+            return makeChars(value.getStringElement(0));
         }
-        case qxClassID::Object:
-            if (value.isScalar()) {
-                return makeChars(memberName(value));
-            }
-            break;
-        default:
-            break;
+        break;
+    case qxClassID::Double:
+    case qxClassID::Logical: {
+        auto result = qxArray::createChar(value.getDimensions());
+        for (std::size_t i = 0; i < value.getNumberOfElements(); ++i) {
+            result->chars()[i] = static_cast<char16_t>(numberAt(value, i));
+        }
+        return share(std::move(result));
+    }
+    case qxClassID::Object:
+        if (value.isScalar()) {
+            return makeChars(memberName(value));
+        }
+        break;
+    default:
+        break;
     }
     if (value.classID() == qxClassID::Cell || value.classID() == qxClassID::String) {
         // Texts become the rows of a char matrix, padded with blanks.
@@ -180,26 +180,26 @@ Value toString(Args args) {
     checkCount("string", args, 1, 1);
     auto const& value = *args[0];
     switch (value.classID()) {
-        case qxClassID::String:
-            return args[0];
-        case qxClassID::Char:
-        case qxClassID::Double:
-        case qxClassID::Logical:
-            return binaryOperation(Operator::Plus, *makeString(u""), value);
-        case qxClassID::Cell: {
-            auto result = qxArray::createStrings(value.getDimensions());
-            for (std::size_t i = 0; i < value.getNumberOfElements(); ++i) {
-                result->setStringElement(i, textOf(*value.getCell(i), "An element given to string"));
-            }
-            return share(std::move(result));
+    case qxClassID::String:
+        return args[0];
+    case qxClassID::Char:
+    case qxClassID::Double:
+    case qxClassID::Logical:
+        return binaryOperation(Operator::Plus, *makeString(u""), value);
+    case qxClassID::Cell: {
+        auto result = qxArray::createStrings(value.getDimensions());
+        for (std::size_t i = 0; i < value.getNumberOfElements(); ++i) {
+            result->setStringElement(i, textOf(*value.getCell(i), "An element given to string"));
         }
-        case qxClassID::Object:
-            if (value.isScalar()) {
-                return makeString(memberName(value));
-            }
-            break;
-        default:
-            break;
+        return share(std::move(result));
+    }
+    case qxClassID::Object:
+        if (value.isScalar()) {
+            return makeString(memberName(value));
+        }
+        break;
+    default:
+        break;
     }
     badArgument("string", fmt::format("a value of class '{}' cannot be converted to a string.", value.getClassName()));
 }
