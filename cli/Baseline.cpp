@@ -47,21 +47,6 @@ NameTemplate localTemplate(FindingKind const& kind, std::string const& language)
     return {text.substr(0, mark), text.substr(mark + argumentMark.size()), true};
 }
 
-// Positions in a baseline file, for its errors.
-std::string positionIn(std::string_view text, char const* where) {
-    std::size_t line = 1;
-    std::size_t column = 1;
-    for (char const* p = text.data(); p < where && p < text.data() + text.size(); ++p) {
-        if (*p == '\n') {
-            ++line;
-            column = 1;
-        } else {
-            ++column;
-        }
-    }
-    return std::to_string(line) + ":" + std::to_string(column);
-}
-
 }  // namespace
 
 std::uint64_t fingerprintValueOf(std::u16string const& nodeId, std::u16string const& findingId,
@@ -122,7 +107,7 @@ Baseline Baseline::read(std::filesystem::path const& file) {
     try {
         text = fl::filesystem::read_file(file.string(), maxBaselineBytes);
     } catch (fl::filesystem::FileSystemError const& error) {
-        throw BaselineError(file.string() + ": cannot read the baseline: " + error.reason());
+        throw BaselineError(file.string(), "cannot read the baseline: " + error.reason());
     }
     return parse(text, file);
 }
@@ -131,7 +116,10 @@ Baseline Baseline::parse(std::string_view source, std::filesystem::path const& f
     simdjson::padded_string const content(source);
     std::string_view const text(content.data(), content.size());
     auto const fail = [&](char const* where, std::string const& reason) -> BaselineError {
-        return BaselineError(file.string() + (where ? ":" + positionIn(text, where) : std::string()) + ": " + reason);
+        return BaselineError(file.string(),
+                             where ? foundation::source::positionAt(text, static_cast<std::size_t>(where - text.data()))
+                                   : foundation::source::SourcePosition{},
+                             reason);
     };
     Baseline baseline;
     baseline.file_ = file;
@@ -212,7 +200,7 @@ void Baseline::write(std::filesystem::path const& file, Report const& report) {
     try {
         writeFile(file, out);
     } catch (OutputError const& error) {
-        throw BaselineError(error.what());
+        throw BaselineError::unwritable(file.string(), error.what());
     }
 }
 

@@ -3,6 +3,7 @@
 // fingerprints so that later runs report only what is new.
 
 #include "cli/AnalyzerCatalog.hpp"
+#include "platform/foundation/SourceText.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -11,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace depattr::cli {
 
@@ -33,9 +35,14 @@ std::string englishNameOf(FindingKind const* kind, std::u16string const& name);
 
 // A baseline file that cannot be used; what() names the file and, where
 // known, the line and column.
-class BaselineError : public std::runtime_error {
+class BaselineError : public foundation::source::FileError {
 public:
-    using std::runtime_error::runtime_error;
+    using FileError::FileError;
+
+    // A baseline that cannot be written; `text` is the whole message.
+    static BaselineError unwritable(std::string file, std::string text) {
+        return BaselineError(std::move(file), WrittenText{std::move(text)});
+    }
 };
 
 class Baseline {

@@ -14,15 +14,6 @@ using dependency::attribute::Severity;
 
 namespace {
 
-std::string describe(std::filesystem::path const& file, std::size_t line, std::size_t column,
-                     std::string const& reason) {
-    std::string text = file.string();
-    if (line > 0) {
-        text += ":" + std::to_string(line) + ":" + std::to_string(column);
-    }
-    return text + ": " + reason;
-}
-
 // The TOML reader's description of an error, without the name of its own
 // setting that some descriptions end with ("... depth of 256 (TOML_MAX_NESTED_VALUES)").
 std::string ownWords(std::string_view description) {
@@ -159,10 +150,6 @@ private:
 };
 
 }  // namespace
-
-ConfigError::ConfigError(std::filesystem::path const& file, std::size_t line, std::size_t column,
-                         std::string const& reason)
-    : std::runtime_error(describe(file, line, column, reason)) {}
 
 std::optional<std::filesystem::path> findConfigFile(std::filesystem::path const& folder) {
     std::error_code error;

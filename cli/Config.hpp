@@ -3,6 +3,7 @@
 // file's folder, and the filter they and the command line make.
 
 #include "cli/Options.hpp"
+#include "platform/foundation/SourceText.hpp"
 
 #include <cstddef>
 #include <filesystem>
@@ -19,9 +20,10 @@ inline constexpr std::size_t maxConfigFileBytes = 16 << 20;
 
 // A configuration file that cannot be used. what() reads
 // "<file>:<line>:<column>: <reason>", or "<file>: <reason>" without a position.
-class ConfigError : public std::runtime_error {
+class ConfigError : public foundation::source::FileError {
 public:
-    ConfigError(std::filesystem::path const& file, std::size_t line, std::size_t column, std::string const& reason);
+    ConfigError(std::filesystem::path const& file, std::size_t line, std::size_t column, std::string const& reason)
+        : FileError(file.string(), line, column, reason) {}
 };
 
 struct ConfigFile {

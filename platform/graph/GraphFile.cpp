@@ -1,15 +1,16 @@
 #include "platform/graph/GraphFile.hpp"
 
 #include "platform/fl/FileSystem.hpp"
+#include "platform/foundation/SourceText.hpp"
 #include "platform/foundation/detail/JsonReaderErrors.hpp"
 #include "platform/graph/GraphBuilder.hpp"
 
 #include <boost/locale/encoding_utf.hpp>
 #include <simdjson.h>
 
+#include <algorithm>
 #include <array>
 #include <fstream>
-#include <sstream>
 #include <unordered_map>
 
 namespace dependency::graph {
@@ -17,16 +18,6 @@ namespace dependency::graph {
 namespace {
 
 namespace od = simdjson::ondemand;
-
-std::string describe(std::string const& file, std::size_t line, std::size_t column, std::string const& reason) {
-    std::ostringstream text;
-    text << file;
-    if (line > 0) {
-        text << ':' << line << ':' << column;
-    }
-    text << ": " << reason;
-    return text.str();
-}
 
 std::u16string toUtf16(std::string_view utf8) {
     // Graph files are mostly ASCII: widen directly and convert only when needed.
@@ -185,16 +176,7 @@ private:
         if (where == nullptr || where < text_.data() || where > text_.data() + text_.size()) {
             fail(0, 0, reason);
         }
-        std::size_t line = 1;
-        std::size_t column = 1;
-        for (char const* p = text_.data(); p < where; ++p) {
-            if (*p == '\n') {
-                ++line;
-                column = 1;
-            } else {
-                ++column;
-            }
-        }
+        auto const [line, column] = position(where);
         fail(line, column, reason);
     }
 
@@ -790,18 +772,9 @@ private:
         return boost::locale::conv::utf_to_utf<char>(id.data(), id.data() + id.size());
     }
 
-    std::pair<std::size_t, std::size_t> position(char const* where) const {
-        std::size_t line = 1;
-        std::size_t column = 1;
-        for (char const* p = text_.data(); p < where; ++p) {
-            if (*p == '\n') {
-                ++line;
-                column = 1;
-            } else {
-                ++column;
-            }
-        }
-        return {line, column};
+    TextPosition position(char const* where) const {
+        return foundation::source::positionAt(std::string_view(text_.data(), text_.size()),
+                                              static_cast<std::size_t>(where - text_.data()));
     }
 
     static constexpr std::size_t elementsPerProgressReport = 4096;
@@ -828,13 +801,6 @@ private:
 };
 
 }  // namespace
-
-GraphFileError::GraphFileError(std::string file, std::size_t line, std::size_t column, std::string const& reason)
-    : std::runtime_error(describe(file, line, column, reason)),
-      file_(std::move(file)),
-      line_(line),
-      column_(column),
-      reason_(reason) {}
 
 std::shared_ptr<Graph const> parseGraph(std::string_view text, std::string const& fileName,
                                         std::filesystem::path const& baseFolder) {
@@ -881,14 +847,12 @@ std::optional<TextPosition> NodePositions::positionOf(Graph const& graph, Node c
         return std::nullopt;
     }
     TextPosition position{1, 1};
-    char c = 0;
-    for (std::uint64_t i = 0; i < offsets_[index] && in.get(c); ++i) {
-        if (c == '\n') {
-            ++position.line;
-            position.column = 1;
-        } else {
-            ++position.column;
-        }
+    std::array<char, 1 << 16> chunk{};
+    for (std::uint64_t left = offsets_[index]; left > 0 && in;) {
+        in.read(chunk.data(), static_cast<std::streamsize>(std::min<std::uint64_t>(left, chunk.size())));
+        auto const got = static_cast<std::size_t>(in.gcount());
+        position = foundation::source::advance(position, std::string_view(chunk.data(), got));
+        left -= got;
     }
     return position;
 }

@@ -1,6 +1,7 @@
 #pragma once
 // Loads graph files (JSON; the format is described in docs/graph-format.md).
 
+#include "platform/foundation/SourceText.hpp"
 #include "platform/graph/Graph.hpp"
 
 #include <cstddef>
@@ -9,7 +10,6 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -18,27 +18,13 @@ namespace dependency::graph {
 // A graph file that cannot be read or is not a valid graph. what() reads
 // "<file>:<line>:<column>: <reason>" (line and column are 1-based; both are 0
 // when the error has no position, for example an unreadable file).
-class GraphFileError : public std::runtime_error {
+class GraphFileError : public foundation::source::FileError {
 public:
-    GraphFileError(std::string file, std::size_t line, std::size_t column, std::string const& reason);
-
-    std::string const& file() const noexcept { return file_; }
-    std::size_t line() const noexcept { return line_; }
-    std::size_t column() const noexcept { return column_; }
-    std::string const& reason() const noexcept { return reason_; }
-
-private:
-    std::string file_;
-    std::size_t line_;
-    std::size_t column_;
-    std::string reason_;
+    using FileError::FileError;
 };
 
 // A place in a text file: 1-based line and 1-based column, counted in bytes.
-struct TextPosition {
-    std::size_t line = 0;
-    std::size_t column = 0;
-};
+using TextPosition = foundation::source::SourcePosition;
 
 // Where each node of a graph file begins, so that a message about a node can
 // point into the file. One byte offset per node, nothing more.

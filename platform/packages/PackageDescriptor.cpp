@@ -80,17 +80,12 @@ public:
 
 private:
     [[noreturn]] void fail(char const* at, std::string const& reason) const {
-        std::size_t line = 0;
-        std::size_t column = 0;
+        foundation::source::SourcePosition where;
         std::string_view const whole(text_.data(), text_.size());
         if (at != nullptr && at >= whole.data() && at <= whole.data() + whole.size()) {
-            auto const offset = static_cast<std::size_t>(at - whole.data());
-            std::string_view const before = whole.substr(0, offset);
-            line = 1 + static_cast<std::size_t>(std::count(before.begin(), before.end(), '\n'));
-            auto const lastBreak = before.rfind('\n');
-            column = lastBreak == std::string_view::npos ? offset + 1 : offset - lastBreak;
+            where = foundation::source::positionAt(whole, static_cast<std::size_t>(at - whole.data()));
         }
-        throw PackageDefinitionError(fileName_, line, column, reason);
+        throw PackageDefinitionError(fileName_, where, reason);
     }
 
     [[noreturn]] void failJson(simdjson::error_code error, char const* at) const {
@@ -206,13 +201,6 @@ private:
     simdjson::padded_string const& text_;
 };
 
-std::string describeError(std::string const& file, std::size_t line, std::size_t column, std::string const& reason) {
-    if (line == 0) {
-        return file + ": " + reason;  // no place in the file
-    }
-    return file + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " + reason;
-}
-
 }  // namespace
 
 ComponentRangeIdentifier::ComponentRangeIdentifier(std::u16string name, boost::uuids::uuid const& uniqueId)
@@ -224,14 +212,6 @@ PackageDescriptor::PackageDescriptor(std::u16string name, boost::uuids::uuid con
       uniqueId_(uniqueId),
       version_(std::move(version)),
       dependencies_(std::move(dependencies)) {}
-
-PackageDefinitionError::PackageDefinitionError(std::string file, std::size_t line, std::size_t column,
-                                               std::string const& reason)
-    : std::runtime_error(describeError(file, line, column, reason)),
-      file_(std::move(file)),
-      line_(line),
-      column_(column),
-      reason_(reason) {}
 
 PackageDescriptorResult::PackageDescriptorResult(std::shared_ptr<PackageDescriptor const> descriptor)
     : descriptor_(std::move(descriptor)) {

@@ -2,6 +2,7 @@
 // Package definitions: the file in a product's root folder that names the
 // package and the packages it depends on (format in docs/package-definition.md).
 
+#include "platform/foundation/SourceText.hpp"
 #include "platform/storage/Vfs.hpp"
 
 #include <boost/uuid/uuid.hpp>
@@ -56,20 +57,9 @@ private:
 // A package definition that cannot be read or is malformed. what() reads
 // "<file>:<line>:<column>: <reason>"; line and column are 1-based, both 0 when
 // the error has no position in the file (an unreadable file).
-class PackageDefinitionError : public std::runtime_error {
+class PackageDefinitionError : public foundation::source::FileError {
 public:
-    PackageDefinitionError(std::string file, std::size_t line, std::size_t column, std::string const& reason);
-
-    std::string const& file() const noexcept { return file_; }
-    std::size_t line() const noexcept { return line_; }
-    std::size_t column() const noexcept { return column_; }
-    std::string const& reason() const noexcept { return reason_; }
-
-private:
-    std::string file_;
-    std::size_t line_;
-    std::size_t column_;
-    std::string reason_;
+    using FileError::FileError;
 };
 
 // Either a descriptor or the reason there is none. Taking the descriptor out of

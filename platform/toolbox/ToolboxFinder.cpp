@@ -22,13 +22,6 @@ ProductInfo::ProductInfo(std::u16string name, std::u16string baseCode, int kind,
 
 namespace {
 
-std::string describeError(std::string const& file, std::size_t line, std::size_t column, std::string const& reason) {
-    if (line == 0) {
-        return file + ": " + reason;  // no place in the file
-    }
-    return file + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " + reason;
-}
-
 // Whole-component prefix test on normalized paths without trailing separators
 // (except for the file-system root itself).
 bool folderContains(std::u16string const& folder, std::u16string const& path) {
@@ -50,14 +43,6 @@ std::shared_ptr<ToolboxFinder> loadFromEnvironment() {
 }
 
 }  // namespace
-
-ToolboxCatalogError::ToolboxCatalogError(std::string file, std::size_t line, std::size_t column,
-                                         std::string const& reason)
-    : std::runtime_error(describeError(file, line, column, reason)),
-      file_(std::move(file)),
-      line_(line),
-      column_(column),
-      reason_(reason) {}
 
 ToolboxFinder::ToolboxFinder(ProductList products) : products_(std::move(products)) {
     normalizedVerDirs_.reserve(products_.size());

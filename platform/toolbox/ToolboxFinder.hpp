@@ -7,6 +7,7 @@
 // process-wide finder reads the root named by DEPATTR_INSTALL_ROOT, or the one
 // given to setInstallRoot; without either the catalogue is empty.
 
+#include "platform/foundation/SourceText.hpp"
 #include "platform/toolbox/ProductInfo.hpp"
 
 #include <cstddef>
@@ -22,20 +23,9 @@ namespace dependency::toolbox {
 // A product descriptor (or the installation root itself) that cannot be read.
 // what() reads "<file>:<line>:<column>: <reason>"; line and column are 1-based,
 // and both are 0 when the error has no position in the file.
-class ToolboxCatalogError : public std::runtime_error {
+class ToolboxCatalogError : public foundation::source::FileError {
 public:
-    ToolboxCatalogError(std::string file, std::size_t line, std::size_t column, std::string const& reason);
-
-    std::string const& file() const noexcept { return file_; }
-    std::size_t line() const noexcept { return line_; }
-    std::size_t column() const noexcept { return column_; }
-    std::string const& reason() const noexcept { return reason_; }
-
-private:
-    std::string file_;
-    std::size_t line_;
-    std::size_t column_;
-    std::string reason_;
+    using FileError::FileError;
 };
 
 // An immutable catalogue; every query may run on any number of threads at once.

@@ -29,17 +29,12 @@ public:
         : fileName_(file.string()), text_(text) {}
 
     [[noreturn]] void fail(char const* at, std::string const& reason) const {
-        std::size_t line = 0;
-        std::size_t column = 0;
+        foundation::source::SourcePosition where;
         std::string_view const whole(text_.data(), text_.size());
         if (at != nullptr && at >= whole.data() && at <= whole.data() + whole.size()) {
-            auto const offset = static_cast<std::size_t>(at - whole.data());
-            std::string_view const before = whole.substr(0, offset);
-            line = 1 + static_cast<std::size_t>(std::count(before.begin(), before.end(), '\n'));
-            auto const lastBreak = before.rfind('\n');
-            column = lastBreak == std::string_view::npos ? offset + 1 : offset - lastBreak;
+            where = foundation::source::positionAt(whole, static_cast<std::size_t>(at - whole.data()));
         }
-        throw ToolboxCatalogError(fileName_, line, column, reason);
+        throw ToolboxCatalogError(fileName_, where, reason);
     }
 
     [[noreturn]] void failJson(simdjson::error_code error, char const* at) const {
