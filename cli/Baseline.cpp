@@ -4,7 +4,7 @@
 #include "cli/Report.hpp"
 #include "platform/fl/FileSystem.hpp"
 #include "platform/fl/MessageCatalog.hpp"
-#include "platform/foundation/detail/JsonReaderErrors.hpp"
+#include "platform/foundation/JsonReaderErrors.hpp"
 
 #include <fmt/format.h>
 #include <simdjson.h>
@@ -127,8 +127,8 @@ Baseline Baseline::parse(std::string_view source, std::filesystem::path const& f
     od::document document;
     od::object top;
     if (auto const error = parser.iterate(content).get(document)) {
-        throw fail(foundation::json::detail::locateReaderError(error, text),
-                   std::string("malformed JSON: ") + foundation::json::detail::describeReaderError(error));
+        throw fail(foundation::json::locateReaderError(error, text),
+                   std::string("malformed JSON: ") + foundation::json::describeReaderError(error));
     }
     if (document.get_object().get(top) != simdjson::SUCCESS) {
         throw fail(nullptr, "not a baseline written by depattr --write-baseline (expected a JSON object)");

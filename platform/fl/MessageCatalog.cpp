@@ -3,6 +3,8 @@
 #include "platform/fl/FileSystem.hpp"
 #include "platform/fl/detail/BuiltInCatalogs.hpp"
 #include "platform/fl/detail/CatalogText.hpp"
+#include "platform/foundation/MessageText.hpp"
+#include "platform/foundation/SourceText.hpp"
 
 #include <boost/locale/info.hpp>
 #include <pugixml.hpp>
@@ -43,15 +45,18 @@ std::string lowerAscii(std::string text) {
     return text;
 }
 
-// 1-based line of a byte offset, for error messages.
-std::size_t lineOfOffset(std::string_view text, std::ptrdiff_t offset) {
-    auto const end = static_cast<std::size_t>(std::clamp<std::ptrdiff_t>(offset, 0, std::ssize(text)));
-    return 1 +
-           static_cast<std::size_t>(std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(end), '\n'));
-}
+// The foundation's exceptions take their texts from these catalogs, from the
+// moment this library is loaded.
+[[maybe_unused]] bool const catalogsGiveExceptionTexts = [] {
+    foundation::core::except::setMessageTextSource(
+        [](resource_core::BaseMsgID const& id) { return MessageCatalog::get_message(id); });
+    return true;
+}();
 
 std::string position(std::string_view text, std::ptrdiff_t offset) {
-    return "malformed at line " + std::to_string(lineOfOffset(text, offset)) + ", offset " + std::to_string(offset);
+    auto const line =
+        foundation::source::positionAt(text, static_cast<std::size_t>(std::max<std::ptrdiff_t>(offset, 0))).line;
+    return "malformed at line " + std::to_string(line) + ", offset " + std::to_string(offset);
 }
 
 // "QORVEX:dependency:attribute" -> "dependency/attribute.xml": the leading

@@ -1,8 +1,31 @@
 #include "platform/foundation/Exception.hpp"
 
-#include "platform/fl/MessageCatalog.hpp"
+#include "platform/foundation/MessageText.hpp"
+#include "platform/foundation/Utf.hpp"
+
+#include <atomic>
+#include <stdexcept>
 
 namespace foundation::core::except {
+
+namespace {
+
+std::atomic<MessageTextSource> textSource{nullptr};
+
+}  // namespace
+
+void setMessageTextSource(MessageTextSource source) noexcept {
+    textSource.store(source);
+}
+
+std::u16string messageTextOf(resource_core::BaseMsgID const& id) {
+    auto const source = textSource.load();
+    if (source == nullptr) {
+        throw std::logic_error("no message catalogs are loaded to give the text of " +
+                               IMsgIDException::get_error_id(id));
+    }
+    return source(id);
+}
 
 IException::~IException() = default;
 
@@ -10,7 +33,7 @@ char const* IException::what() const noexcept {
     try {
         std::call_once(whatText_.once, [this] {
             try {
-                whatText_.text = fl::i18n::to_string(ToUstringImpl());
+                whatText_.text = foundation::utf::to_string(ToUstringImpl());
             } catch (...) {
                 // No text (a missing catalog, say): the identifier still tells what failed.
                 whatText_.text = GetID();
@@ -29,7 +52,7 @@ std::u16string IUserException::convert_str(std::u16string const& text) const {
 }
 
 std::u16string IUserException::convert_str(std::string const& text) const {
-    return fl::i18n::to_ustring(text);
+    return foundation::utf::to_ustring(text);
 }
 
 std::u16string IUserException::ToUstringImpl() const {
@@ -43,7 +66,7 @@ std::string IMsgIDException::get_error_id(resource_core::BaseMsgID const& id) {
 }
 
 std::u16string IMsgIDException::GetUnicodeMessageTxt() const {
-    return fl::i18n::MessageCatalog::get_message(GetBaseMsgIDObj());
+    return messageTextOf(GetBaseMsgIDObj());
 }
 
 }  // namespace foundation::core::except

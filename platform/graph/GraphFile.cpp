@@ -1,8 +1,8 @@
 #include "platform/graph/GraphFile.hpp"
 
 #include "platform/fl/FileSystem.hpp"
+#include "platform/foundation/JsonReaderErrors.hpp"
 #include "platform/foundation/SourceText.hpp"
-#include "platform/foundation/detail/JsonReaderErrors.hpp"
 #include "platform/graph/GraphBuilder.hpp"
 
 #include <boost/locale/encoding_utf.hpp>
@@ -66,11 +66,11 @@ private:
         od::parser parser;
         od::document document;
         if (auto const error = parser.iterate(text_).get(document)) {
-            auto const reason = std::string(foundation::json::detail::describeReaderError(error));
+            auto const reason = std::string(foundation::json::describeReaderError(error));
             // Bytes that are not UTF-8 and unescaped control characters are
             // found where they are; a text that ends early is explained by its structure.
             if (error == simdjson::UTF8_ERROR || error == simdjson::UNESCAPED_CHARS) {
-                failAtPointer(foundation::json::detail::locateReaderError(error, {text_.data(), text_.size()}), reason);
+                failAtPointer(foundation::json::locateReaderError(error, {text_.data(), text_.size()}), reason);
             }
             failStructure("not a JSON document: " + reason);
         }
@@ -214,7 +214,7 @@ private:
         // The reader's own error (which differs between its checked and
         // unchecked builds) is the last resort: text that ends early or that
         // does not balance is the likelier cause, and is reported where it is.
-        failStructure(std::string(what) + ": " + foundation::json::detail::describeReaderError(error), whereIs(json));
+        failStructure(std::string(what) + ": " + foundation::json::describeReaderError(error), whereIs(json));
     }
 
     char const* firstNonSpace() const {
@@ -311,7 +311,7 @@ private:
             failAt(value, "\"" + std::string(what) + "\"" +
                               (error == simdjson::INCORRECT_TYPE
                                    ? std::string(" must be a string")
-                                   : ": " + std::string(foundation::json::detail::describeReaderError(error))));
+                                   : ": " + std::string(foundation::json::describeReaderError(error))));
         }
         return text;
     }

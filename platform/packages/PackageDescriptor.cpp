@@ -1,6 +1,6 @@
 #include "platform/packages/PackageDescriptor.hpp"
 
-#include "platform/foundation/detail/JsonReaderErrors.hpp"
+#include "platform/foundation/JsonReaderErrors.hpp"
 
 #include <boost/lexical_cast.hpp>
 #include <boost/locale/encoding_utf.hpp>
@@ -32,14 +32,14 @@ public:
         ondemand::parser parser;
         ondemand::document document;
         if (auto error = parser.iterate(text_).get(document)) {
-            failJson(error, foundation::json::detail::locateReaderError(error, {text_.data(), text_.size()}));
+            failJson(error, foundation::json::locateReaderError(error, {text_.data(), text_.size()}));
         }
         ondemand::object object;
         if (auto error = document.get_object().get(object)) {
             fail(location(document),
                  error == simdjson::INCORRECT_TYPE
                      ? "a package definition must be a JSON object"
-                     : std::string("malformed JSON: ") + foundation::json::detail::describeReaderError(error));
+                     : std::string("malformed JSON: ") + foundation::json::describeReaderError(error));
         }
 
         std::optional<std::u16string> name;
@@ -89,7 +89,7 @@ private:
     }
 
     [[noreturn]] void failJson(simdjson::error_code error, char const* at) const {
-        fail(at, std::string("malformed JSON: ") + foundation::json::detail::describeReaderError(error));
+        fail(at, std::string("malformed JSON: ") + foundation::json::describeReaderError(error));
     }
 
     static char const* where(ondemand::value& value) { return value.raw_json_token().data(); }

@@ -1,7 +1,7 @@
 #include "platform/toolbox/detail/DescriptorReader.hpp"
 
 #include "platform/fl/FileSystem.hpp"
-#include "platform/foundation/detail/JsonReaderErrors.hpp"
+#include "platform/foundation/JsonReaderErrors.hpp"
 #include "platform/toolbox/ToolboxFinder.hpp"
 #include "platform/toolbox/detail/PathText.hpp"
 
@@ -38,7 +38,7 @@ public:
     }
 
     [[noreturn]] void failJson(simdjson::error_code error, char const* at) const {
-        fail(at, std::string("malformed JSON: ") + foundation::json::detail::describeReaderError(error));
+        fail(at, std::string("malformed JSON: ") + foundation::json::describeReaderError(error));
     }
 
     // The first byte of `value` in the text, for error positions.
@@ -123,14 +123,14 @@ public:
     std::shared_ptr<ProductInfo> parse(ondemand::parser& parser, std::filesystem::path const& absoluteRoot) {
         ondemand::document document;
         if (auto error = parser.iterate(text_).get(document)) {
-            failJson(error, foundation::json::detail::locateReaderError(error, {text_.data(), text_.size()}));
+            failJson(error, foundation::json::locateReaderError(error, {text_.data(), text_.size()}));
         }
         ondemand::object object;
         if (auto error = document.get_object().get(object)) {
             fail(documentLocation(document),
                  error == simdjson::INCORRECT_TYPE
                      ? "a product descriptor must be a JSON object"
-                     : std::string("malformed JSON: ") + foundation::json::detail::describeReaderError(error));
+                     : std::string("malformed JSON: ") + foundation::json::describeReaderError(error));
         }
 
         std::optional<std::u16string> name;

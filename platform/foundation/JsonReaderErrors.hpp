@@ -1,15 +1,16 @@
 #pragma once
 // Our own texts for the errors of the JSON reader (simdjson) that the file
-// readers build on, so that a message about a bad file explains the file in
+// readers (graph files, product descriptors, package definitions, baselines)
+// build on, so that a message about a bad file explains the file in
 // plain words instead of quoting the reader's internal error names.
 
-#include "platform/fl/MessageCatalog.hpp"
+#include "platform/foundation/Utf.hpp"
 
 #include <simdjson.h>
 
 #include <string_view>
 
-namespace foundation::json::detail {
+namespace foundation::json {
 
 inline char const* describeReaderError(simdjson::error_code error) noexcept {
     switch (error) {
@@ -56,7 +57,7 @@ inline char const* describeReaderError(simdjson::error_code error) noexcept {
 // too early. Null for other errors.
 inline char const* locateReaderError(simdjson::error_code error, std::string_view text) noexcept {
     if (error == simdjson::UTF8_ERROR) {
-        auto const invalid = fl::i18n::first_invalid_utf8(text);
+        auto const invalid = foundation::utf::first_invalid_utf8(text);
         return invalid ? text.data() + *invalid : nullptr;
     }
     if (error == simdjson::UNCLOSED_STRING || error == simdjson::INCOMPLETE_ARRAY_OR_OBJECT) {
@@ -80,4 +81,4 @@ inline char const* locateReaderError(simdjson::error_code error, std::string_vie
     return nullptr;
 }
 
-}  // namespace foundation::json::detail
+}  // namespace foundation::json
