@@ -14,6 +14,7 @@ namespace qlang::detail {
 
 using ca::astapi::Node;
 using ca::astapi::NodeKind;
+namespace slot = ca::astapi::slot;
 using AttributeQueries = lf::astapi::NodeCustomization<lf::astapi::Attribute<ca::astapi::CA>>;
 
 std::string narrow(std::u16string_view text) {
@@ -32,17 +33,60 @@ void unsupported(std::string const& file, Position position, std::string const& 
 
 namespace {
 
-// Kinds the parser of the other branch adds; the interpreter knows them by number.
-constexpr auto SuperclassCallKind = static_cast<NodeKind>(67);
-constexpr auto ShellEscapeKind = static_cast<NodeKind>(68);
-constexpr auto SpmdStatementKind = static_cast<NodeKind>(69);
-
 Position at(Node const& node) {
     return {node.line(), node.column()};
 }
 
 std::string textOf(Node const& node) {
     return narrow(node.identifier().getString());
+}
+
+// The expression an indexing or field step applies to: x in x(1), x{1}, x.f and x.(n); nullptr for other kinds.
+Node const* stepBase(Node const& step) {
+    switch (step.kind()) {
+    case NodeKind::ParenIndex:
+        return step.child(slot::ParenIndex::indexed);
+    case NodeKind::BraceIndex:
+        return step.child(slot::BraceIndex::indexed);
+    case NodeKind::FieldAccess:
+        return step.child(slot::FieldAccess::structure);
+    case NodeKind::DynamicField:
+        return step.child(slot::DynamicField::structure);
+    default:
+        return nullptr;
+    }
+}
+
+// The test of an if, elseif or case clause; nullptr for else and otherwise.
+Node const* clauseTest(Node const& clause) {
+    switch (clause.kind()) {
+    case NodeKind::IfClause:
+        return clause.child(slot::IfClause::condition);
+    case NodeKind::ElseifClause:
+        return clause.child(slot::ElseifClause::condition);
+    case NodeKind::CaseClause:
+        return clause.child(slot::CaseClause::value);
+    default:
+        return nullptr;
+    }
+}
+
+// The statements of any clause of an if or switch statement.
+std::span<Node const* const> clauseBody(Node const& clause) {
+    switch (clause.kind()) {
+    case NodeKind::IfClause:
+        return clause.list(slot::IfClause::body);
+    case NodeKind::ElseifClause:
+        return clause.list(slot::ElseifClause::body);
+    case NodeKind::CaseClause:
+        return clause.list(slot::CaseClause::body);
+    case NodeKind::ElseClause:
+        return clause.list(slot::ElseClause::body);
+    case NodeKind::OtherwiseClause:
+        return clause.list(slot::OtherwiseClause::body);
+    default:
+        return {};
+    }
 }
 
 // The names a function's frame holds, and how names not in it are found.
@@ -121,7 +165,7 @@ private:
     // One step of an indexing chain: (), {}, .name or .(expr).
     Accessor compileAccessor(Node const& step, Scope& scope);
     // An if or case clause; the `unconditional` kind (else, otherwise) has no condition.
-    Clause compileClause(Node const& clause, NodeKind unconditional, Scope& scope);
+    Clause compileClause(Node const& clause, Scope& scope);
     Expr const* compileNumber(Node const& node);
     Expr const* compileAnonymous(Node const& node, Scope& scope);
     Expr const* compileSuperCall(Node const& node, Scope& scope);
@@ -203,14 +247,13 @@ std::u16string joined(std::span<Node const* const> nodes, std::u16string_view se
     return out;
 }
 
-std::u16string rowsOf(Node const& node) {
+std::u16string rowsOf(std::span<Node const* const> rows) {
     std::u16string out;
-    auto const rows = node.list(0, 1);
     for (std::size_t i = 0; i < rows.size(); ++i) {
         if (i > 0) {
             out += u";";
         }
-        out += joined(rows[i]->list(0, 1), u",");
+        out += joined(rows[i]->list(slot::Row::elements), u",");
     }
     return out;
 }
@@ -233,47 +276,60 @@ std::u16string sourceOf(Node const& node) {
     case NodeKind::Ignored:
         return u"~";
     case NodeKind::BinaryOperation:
+        return sourceOf(*node.child(slot::BinaryOperation::left)) + operatorText(node.op()) +
+               sourceOf(*node.child(slot::BinaryOperation::right));
     case NodeKind::Comparison:
+        return sourceOf(*node.child(slot::Comparison::left)) + operatorText(node.op()) +
+               sourceOf(*node.child(slot::Comparison::right));
     case NodeKind::ShortCircuit:
-        return sourceOf(*node.child(0)) + operatorText(node.op()) + sourceOf(*node.child(1));
+        return sourceOf(*node.child(slot::ShortCircuit::left)) + operatorText(node.op()) +
+               sourceOf(*node.child(slot::ShortCircuit::right));
     case NodeKind::UnaryOperation:
-        return operatorText(node.op()) + sourceOf(*node.child(0));
+        return operatorText(node.op()) + sourceOf(*node.child(slot::UnaryOperation::operand));
     case NodeKind::PostfixOperation:
-        return sourceOf(*node.child(0)) + operatorText(node.op());
+        return sourceOf(*node.child(slot::PostfixOperation::operand)) + operatorText(node.op());
     case NodeKind::Range: {
-        auto out = sourceOf(*node.child(0)) + u":";
-        if (auto const* step = node.child(1)) {
+        auto out = sourceOf(*node.child(slot::Range::start)) + u":";
+        if (auto const* step = node.child(slot::Range::step)) {
             out += sourceOf(*step) + u":";
         }
-        return out + sourceOf(*node.child(2));
+        return out + sourceOf(*node.child(slot::Range::end));
     }
     case NodeKind::Parenthesized:
-        return u"(" + sourceOf(*node.child(0)) + u")";
+        return u"(" + sourceOf(*node.child(slot::Parenthesized::expression)) + u")";
     case NodeKind::Matrix:
-        return u"[" + rowsOf(node) + u"]";
+        return u"[" + rowsOf(node.list(slot::Matrix::rows)) + u"]";
     case NodeKind::Cell:
-        return u"{" + rowsOf(node) + u"}";
+        return u"{" + rowsOf(node.list(slot::Cell::rows)) + u"}";
     case NodeKind::ParenIndex:
-        return sourceOf(*node.child(0)) + u"(" + joined(node.list(1, 2), u",") + u")";
+        return sourceOf(*node.child(slot::ParenIndex::indexed)) + u"(" +
+               joined(node.list(slot::ParenIndex::arguments), u",") + u")";
     case NodeKind::BraceIndex:
-        return sourceOf(*node.child(0)) + u"{" + joined(node.list(1, 2), u",") + u"}";
+        return sourceOf(*node.child(slot::BraceIndex::indexed)) + u"{" +
+               joined(node.list(slot::BraceIndex::arguments), u",") + u"}";
     case NodeKind::FieldAccess:
-        return sourceOf(*node.child(0)) + u"." + sourceOf(*node.child(1));
+        return sourceOf(*node.child(slot::FieldAccess::structure)) + u"." +
+               sourceOf(*node.child(slot::FieldAccess::field));
     case NodeKind::DynamicField:
-        return sourceOf(*node.child(0)) + u".(" + sourceOf(*node.child(1)) + u")";
-    case NodeKind::InputArgument:
-        return node.child(0) != nullptr ? sourceOf(*node.child(0)) : u"~";
+        return sourceOf(*node.child(slot::DynamicField::structure)) + u".(" +
+               sourceOf(*node.child(slot::DynamicField::fieldName)) + u")";
+    case NodeKind::InputArgument: {
+        auto const* identifier = node.child(slot::InputArgument::identifier);
+        return identifier != nullptr ? sourceOf(*identifier) : u"~";
+    }
     case NodeKind::AnonymousFunction:
-        return u"@(" + joined(node.list(0, 1), u",") + u")" + sourceOf(*node.child(2));
+        return u"@(" + joined(node.list(slot::AnonymousFunction::parameters), u",") + u")" +
+               sourceOf(*node.child(slot::AnonymousFunction::body));
     case NodeKind::FunctionHandle:
-        return u"@" + sourceOf(*node.child(0));
+        return u"@" + sourceOf(*node.child(slot::FunctionHandle::name));
     case NodeKind::Assignment:
-        return sourceOf(*node.child(0)) + u"=" + sourceOf(*node.child(1));
+        return sourceOf(*node.child(slot::Assignment::target)) + u"=" + sourceOf(*node.child(slot::Assignment::value));
+    case NodeKind::SuperclassCall:
+        return sourceOf(*node.child(slot::SuperclassCall::member)) + u"@" +
+               sourceOf(*node.child(slot::SuperclassCall::superclass)) + u"(" +
+               joined(node.list(slot::SuperclassCall::arguments), u",") + u")";
     default:
         break;
-    }
-    if (node.kind() == SuperclassCallKind) {
-        return sourceOf(*node.child(0)) + u"@" + sourceOf(*node.child(1)) + u"(" + joined(node.list(2, 3), u",") + u")";
     }
     return u"...";
 }
@@ -286,7 +342,7 @@ Function& Compiler::declareFunction(Node const& definition, Function const* pare
     function.position = at(definition);
     function.parent = parent;
     function.owner = owner;
-    auto const* nameNode = definition.child(7);
+    auto const* nameNode = definition.child(slot::FunctionDefinition::name);
     function.shortName = textOf(*nameNode);
     if (function.shortName.find('.') != std::string::npos) {
         fail(*nameNode, fmt::format("The property access method '{}'", function.shortName));
@@ -298,7 +354,7 @@ Function& Compiler::declareFunction(Node const& definition, Function const* pare
     } else {
         function.name = function.shortName;
     }
-    for (auto const* nested : definition.list(13, 14)) {
+    for (auto const* nested : definition.list(slot::FunctionDefinition::nestedFunctions)) {
         function.nested.push_back(&declareFunction(*nested, &function, owner));
     }
     return function;
@@ -307,7 +363,7 @@ Function& Compiler::declareFunction(Node const& definition, Function const* pare
 void Compiler::collectAssignedIn(Node const& statement, std::set<std::string>& names) const {
     auto baseName = [&](Node const* target) {
         while (target != nullptr && target->kind() != NodeKind::Identifier) {
-            target = target->child(0);
+            target = stepBase(*target);
         }
         if (target != nullptr) {
             names.insert(textOf(*target));
@@ -319,41 +375,39 @@ void Compiler::collectAssignedIn(Node const& statement, std::set<std::string>& n
         names.insert("ans");
         break;
     case NodeKind::Assignment:
-        baseName(statement.child(0));
+        baseName(statement.child(slot::Assignment::target));
         break;
     case NodeKind::MultipleAssignment:
-        for (auto const* target : statement.list(0, 1)) {
+        for (auto const* target : statement.list(slot::MultipleAssignment::targets)) {
             if (target->kind() != NodeKind::Ignored) {
                 baseName(target);
             }
         }
         break;
     case NodeKind::ForStatement:
-        names.insert(textOf(*statement.child(0)));
-        collectAssigned(statement.list(2, 3), names);
+        names.insert(textOf(*statement.child(slot::ForStatement::variable)));
+        collectAssigned(statement.list(slot::ForStatement::body), names);
         break;
     case NodeKind::WhileStatement:
-        collectAssigned(statement.list(1, 2), names);
+        collectAssigned(statement.list(slot::WhileStatement::body), names);
         break;
     case NodeKind::IfStatement:
-        for (auto const* clause : statement.list(0, 1)) {
-            auto const body = clause->kind() == NodeKind::ElseClause ? clause->list(0, 1) : clause->list(1, 2);
-            collectAssigned(body, names);
+        for (auto const* clause : statement.list(slot::IfStatement::clauses)) {
+            collectAssigned(clauseBody(*clause), names);
         }
         break;
     case NodeKind::SwitchStatement:
-        for (auto const* clause : statement.list(1, 2)) {
-            auto const body = clause->kind() == NodeKind::OtherwiseClause ? clause->list(0, 1) : clause->list(1, 2);
-            collectAssigned(body, names);
+        for (auto const* clause : statement.list(slot::SwitchStatement::clauses)) {
+            collectAssigned(clauseBody(*clause), names);
         }
         break;
     case NodeKind::TryStatement:
-        collectAssigned(statement.list(0, 1), names);
-        if (auto const* handler = statement.child(2)) {
-            if (auto const* variable = handler->child(0)) {
+        collectAssigned(statement.list(slot::TryStatement::body), names);
+        if (auto const* handler = statement.child(slot::TryStatement::catchClause)) {
+            if (auto const* variable = handler->child(slot::CatchClause::variable)) {
                 names.insert(textOf(*variable));
             }
-            collectAssigned(handler->list(1, 2), names);
+            collectAssigned(handler->list(slot::CatchClause::body), names);
         }
         break;
     default:
@@ -370,7 +424,8 @@ void Compiler::collectAssigned(std::span<Node const* const> statements, std::set
 void Compiler::prepareScope(Scope& scope, Node const& definition) {
     auto& function = *scope.function;
     std::set<std::string> own;
-    for (auto const* output : definition.list(5, 6)) {
+    using Definition = slot::FunctionDefinition;  // methods too
+    for (auto const* output : definition.list(Definition::outputs)) {
         auto const name = textOf(*output);
         if (own.contains(name)) {
             invalid(*output, fmt::format("The output '{}' is named twice.", name));
@@ -381,9 +436,9 @@ void Compiler::prepareScope(Scope& scope, Node const& definition) {
     if (!function.outputSlots.empty() && function.slotNames[function.outputSlots.back()] == "varargout") {
         function.varargout = true;
     }
-    auto const inputs = definition.list(8, 9);
+    auto const inputs = definition.list(Definition::inputs);
     for (std::size_t i = 0; i < inputs.size(); ++i) {
-        auto const* identifier = inputs[i]->child(0);
+        auto const* identifier = inputs[i]->child(slot::InputArgument::identifier);
         if (identifier == nullptr) {
             function.inputSlots.push_back(-1);
             continue;
@@ -404,7 +459,7 @@ void Compiler::prepareScope(Scope& scope, Node const& definition) {
         }
     }
     std::set<std::string> assigned;
-    collectAssigned(definition.list(11, 12), assigned);
+    collectAssigned(definition.list(Definition::body), assigned);
     for (auto const& name : assigned) {
         if (own.contains(name)) {
             continue;
@@ -422,7 +477,8 @@ void Compiler::compileFunction(Function& function, Node const& definition, Scope
     scope.function = &function;
     scope.enclosing = enclosing;
     prepareScope(scope, definition);
-    auto const body = definition.list(11, 12);
+    using Definition = slot::FunctionDefinition;  // methods too
+    auto const body = definition.list(Definition::body);
     for (auto const* statement : body) {
         if (statement->kind() == NodeKind::ArgumentsBlock) {
             fail(*statement, "An arguments block");
@@ -433,7 +489,7 @@ void Compiler::compileFunction(Function& function, Node const& definition, Scope
     function.body = compileBlock(body, scope);
     loopDepth_ = savedLoops;
     current_ = saved;
-    auto const nested = definition.list(13, 14);
+    auto const nested = definition.list(Definition::nestedFunctions);
     for (std::size_t i = 0; i < nested.size(); ++i) {
         compileFunction(const_cast<Function&>(*function.nested[i]), *nested[i], &scope);
     }
@@ -525,14 +581,15 @@ void Compiler::compileClass(Node const& definition) {
     auto syntax = std::make_unique<ClassSyntax>();
     auto& cls = *syntax;
     cls.position = at(definition);
-    auto const* nameNode = definition.child(8);
+    using Class = slot::ClassDefinition;
+    auto const* nameNode = definition.child(Class::name);
     auto const ownName = textOf(*nameNode);
     auto const expected = file_.qualifiedName.substr(file_.qualifiedName.rfind('.') + 1);
     if (!file_.qualifiedName.empty() && ownName != expected) {
         invalid(*nameNode, fmt::format("The class '{}' must be defined in a file named '{}.qx'.", ownName, ownName));
     }
     cls.name = file_.qualifiedName.empty() ? ownName : file_.qualifiedName;
-    for (auto const* attribute : definition.list(6, 7)) {
+    for (auto const* attribute : definition.list(Class::attributes)) {
         auto const name = AttributeQueries::getName(*attribute);
         if (name == u"Abstract") {
             cls.isAbstract = flagOf(*attribute, file_.displayName);
@@ -542,7 +599,7 @@ void Compiler::compileClass(Node const& definition) {
             fail(*attribute, fmt::format("The class attribute '{}'", narrow(name)));
         }
     }
-    for (auto const* super : definition.list(9, 10)) {
+    for (auto const* super : definition.list(Class::superclasses)) {
         cls.superclasses.emplace_back(textOf(*super), at(*super));
     }
 
@@ -553,13 +610,13 @@ void Compiler::compileClass(Node const& definition) {
     };
     std::vector<PendingMethod> pending;
     std::set<std::string> memberNames;
-    for (auto const* block : definition.list(11, 12)) {
+    for (auto const* block : definition.list(Class::blocks)) {
         switch (block->kind()) {
         case NodeKind::PropertiesBlock: {
             bool constant = false;
             Visibility getAccess = Visibility::Public;
             Visibility setAccess = Visibility::Public;
-            for (auto const* attribute : block->list(0, 1)) {
+            for (auto const* attribute : block->list(slot::PropertiesBlock::attributes)) {
                 auto const name = AttributeQueries::getName(*attribute);
                 if (name == u"Constant") {
                     constant = flagOf(*attribute, file_.displayName);
@@ -573,12 +630,14 @@ void Compiler::compileClass(Node const& definition) {
                     fail(*attribute, fmt::format("The property attribute '{}'", narrow(name)));
                 }
             }
-            for (auto const* property : block->list(2, 3)) {
-                if (property->child(1) != nullptr || property->child(2) != nullptr || !property->list(3, 4).empty()) {
+            for (auto const* property : block->list(slot::PropertiesBlock::properties)) {
+                if (property->child(slot::Property::size) != nullptr ||
+                    property->child(slot::Property::className) != nullptr ||
+                    !property->list(slot::Property::validators).empty()) {
                     fail(*property, "A property size, class or validator declaration");
                 }
                 PropertySyntax syntax;
-                syntax.name = textOf(*property->child(0));
+                syntax.name = textOf(*property->child(slot::Property::name));
                 syntax.position = at(*property);
                 syntax.constant = constant;
                 syntax.getAccess = getAccess;
@@ -586,7 +645,7 @@ void Compiler::compileClass(Node const& definition) {
                 if (!memberNames.insert(syntax.name).second) {
                     invalid(*property, fmt::format("The class already has a member named '{}'.", syntax.name));
                 }
-                if (auto const* value = property->child(5)) {
+                if (auto const* value = property->child(slot::Property::defaultValue)) {
                     // Defaults are evaluated once, when the class is defined, in a frame of their own.
                     auto& holder = file_.functions.emplace_back();
                     holder.file = &file_;
@@ -609,7 +668,7 @@ void Compiler::compileClass(Node const& definition) {
             bool isAbstract = false;
             bool isSealed = false;
             Visibility access = Visibility::Public;
-            for (auto const* attribute : block->list(0, 1)) {
+            for (auto const* attribute : block->list(slot::MethodsBlock::attributes)) {
                 auto const name = AttributeQueries::getName(*attribute);
                 if (name == u"Static") {
                     isStatic = flagOf(*attribute, file_.displayName);
@@ -623,7 +682,7 @@ void Compiler::compileClass(Node const& definition) {
                     fail(*attribute, fmt::format("The method attribute '{}'", narrow(name)));
                 }
             }
-            for (auto const* member : block->list(2, 3)) {
+            for (auto const* member : block->list(slot::MethodsBlock::members)) {
                 Function* function = nullptr;
                 if (member->kind() == NodeKind::MethodSignature) {
                     if (!isAbstract) {
@@ -632,7 +691,7 @@ void Compiler::compileClass(Node const& definition) {
                     function = &file_.functions.emplace_back();
                     function->file = &file_;
                     function->position = at(*member);
-                    function->shortName = textOf(*member->child(2));
+                    function->shortName = textOf(*member->child(slot::MethodSignature::name));
                     function->name = cls.name + "." + function->shortName;
                     function->owner = &cls;
                     function->isAbstract = true;
@@ -667,7 +726,7 @@ void Compiler::compileClass(Node const& definition) {
     }
     file_.classSyntax = std::move(syntax);
     for (auto const& [function, member] : pending) {
-        if (function->isConstructor && (member->list(5, 6).size() != 1)) {
+        if (function->isConstructor && (member->list(slot::MethodDefinition::outputs).size() != 1)) {
             invalid(*member, "A constructor returns exactly one output: the object.");
         }
         compileFunction(*function, *member, nullptr);
@@ -697,17 +756,12 @@ LValue Compiler::compileTarget(Node const& node, Scope& scope) {
     std::vector<Node const*> path;
     Node const* base = &node;
     while (base->kind() != NodeKind::Identifier) {
-        switch (base->kind()) {
-        case NodeKind::ParenIndex:
-        case NodeKind::BraceIndex:
-        case NodeKind::FieldAccess:
-        case NodeKind::DynamicField:
-            path.push_back(base);
-            base = base->child(0);
-            break;
-        default:
+        auto const* next = stepBase(*base);
+        if (next == nullptr) {
             invalid(*base, "This expression cannot be assigned to.");
         }
+        path.push_back(base);
+        base = next;
     }
     target.name = textOf(*base);
     auto const variable = resolveVariable(scope, target.name);
@@ -729,7 +783,7 @@ Stmt const* Compiler::compileStatement(Node const& node, Scope& scope) {
         return nullptr;
     case NodeKind::ExpressionStatement: {
         auto& stmt = newStmt(StmtKind::Expression, node);
-        stmt.expr = compileExpr(*node.child(0), scope);
+        stmt.expr = compileExpr(*node.child(slot::ExpressionStatement::expression), scope);
         if (auto const ans = resolveVariable(scope, "ans")) {
             stmt.ansSlot = ans->slot;
             stmt.ansDepth = ans->depth;
@@ -738,14 +792,14 @@ Stmt const* Compiler::compileStatement(Node const& node, Scope& scope) {
     }
     case NodeKind::Assignment: {
         auto& stmt = newStmt(StmtKind::Assign, node);
-        stmt.expr = compileExpr(*node.child(1), scope);
-        stmt.targets.push_back(compileTarget(*node.child(0), scope));
+        stmt.expr = compileExpr(*node.child(slot::Assignment::value), scope);
+        stmt.targets.push_back(compileTarget(*node.child(slot::Assignment::target), scope));
         return &stmt;
     }
     case NodeKind::MultipleAssignment: {
         auto& stmt = newStmt(StmtKind::MultiAssign, node);
-        stmt.expr = compileExpr(*node.child(2), scope);
-        for (auto const* target : node.list(0, 1)) {
+        stmt.expr = compileExpr(*node.child(slot::MultipleAssignment::value), scope);
+        for (auto const* target : node.list(slot::MultipleAssignment::targets)) {
             stmt.targets.push_back(compileTarget(*target, scope));
         }
         if (stmt.targets.empty()) {
@@ -755,46 +809,46 @@ Stmt const* Compiler::compileStatement(Node const& node, Scope& scope) {
     }
     case NodeKind::IfStatement: {
         auto& stmt = newStmt(StmtKind::If, node);
-        for (auto const* clause : node.list(0, 1)) {
-            stmt.clauses.push_back(compileClause(*clause, NodeKind::ElseClause, scope));
+        for (auto const* clause : node.list(slot::IfStatement::clauses)) {
+            stmt.clauses.push_back(compileClause(*clause, scope));
         }
         return &stmt;
     }
     case NodeKind::ForStatement: {
         auto& stmt = newStmt(StmtKind::For, node);
-        stmt.targets.push_back(compileTarget(*node.child(0), scope));
-        stmt.expr = compileExpr(*node.child(1), scope);
+        stmt.targets.push_back(compileTarget(*node.child(slot::ForStatement::variable), scope));
+        stmt.expr = compileExpr(*node.child(slot::ForStatement::range), scope);
         ++loopDepth_;
-        stmt.body = compileBlock(node.list(2, 3), scope);
+        stmt.body = compileBlock(node.list(slot::ForStatement::body), scope);
         --loopDepth_;
         return &stmt;
     }
     case NodeKind::WhileStatement: {
         auto& stmt = newStmt(StmtKind::While, node);
-        stmt.expr = compileExpr(*node.child(0), scope);
+        stmt.expr = compileExpr(*node.child(slot::WhileStatement::condition), scope);
         ++loopDepth_;
-        stmt.body = compileBlock(node.list(1, 2), scope);
+        stmt.body = compileBlock(node.list(slot::WhileStatement::body), scope);
         --loopDepth_;
         return &stmt;
     }
     case NodeKind::SwitchStatement: {
         auto& stmt = newStmt(StmtKind::Switch, node);
-        stmt.expr = compileExpr(*node.child(0), scope);
-        for (auto const* clause : node.list(1, 2)) {
-            stmt.clauses.push_back(compileClause(*clause, NodeKind::OtherwiseClause, scope));
+        stmt.expr = compileExpr(*node.child(slot::SwitchStatement::subject), scope);
+        for (auto const* clause : node.list(slot::SwitchStatement::clauses)) {
+            stmt.clauses.push_back(compileClause(*clause, scope));
         }
         return &stmt;
     }
     case NodeKind::TryStatement: {
         auto& stmt = newStmt(StmtKind::Try, node);
-        stmt.body = compileBlock(node.list(0, 1), scope);
-        if (auto const* handler = node.child(2)) {
-            if (auto const* variable = handler->child(0)) {
+        stmt.body = compileBlock(node.list(slot::TryStatement::body), scope);
+        if (auto const* handler = node.child(slot::TryStatement::catchClause)) {
+            if (auto const* variable = handler->child(slot::CatchClause::variable)) {
                 auto const ref = resolveVariable(scope, textOf(*variable));
                 stmt.catchSlot = ref->slot;
                 stmt.catchDepth = ref->depth;
             }
-            stmt.handler = compileBlock(handler->list(1, 2), scope);
+            stmt.handler = compileBlock(handler->list(slot::CatchClause::body), scope);
         }
         return &stmt;
     }
@@ -809,12 +863,12 @@ Stmt const* Compiler::compileStatement(Node const& node, Scope& scope) {
         return &newStmt(StmtKind::Return, node);
     case NodeKind::CommandStatement: {
         auto& stmt = newStmt(StmtKind::Command, node);
-        stmt.command = textOf(*node.child(0));
+        stmt.command = textOf(*node.child(slot::CommandStatement::command));
         if (auto const ans = resolveVariable(scope, "ans")) {
             stmt.ansSlot = ans->slot;
             stmt.ansDepth = ans->depth;
         }
-        for (auto const* word : node.list(1, 2)) {
+        for (auto const* word : node.list(slot::CommandStatement::arguments)) {
             stmt.words.emplace_back(word->identifier().getString());
         }
         return &stmt;
@@ -829,14 +883,12 @@ Stmt const* Compiler::compileStatement(Node const& node, Scope& scope) {
         fail(node, "An arguments block");
     case NodeKind::FunctionDefinition:
         fail(node, "A function definition inside a block");
+    case NodeKind::ShellEscape:
+        fail(node, "A shell escape");
+    case NodeKind::SpmdStatement:
+        fail(node, "An spmd block");
     default:
         break;
-    }
-    if (node.kind() == ShellEscapeKind) {
-        fail(node, "A shell escape");
-    }
-    if (node.kind() == SpmdStatementKind) {
-        fail(node, "An spmd block");
     }
     fail(node, fmt::format("The statement kind {}", static_cast<int>(node.kind())));
 }
@@ -903,25 +955,24 @@ void Compiler::compileArguments(std::span<Node const* const> nodes, Scope& scope
     for (auto const* argument : nodes) {
         if (argument->kind() == NodeKind::Assignment) {
             // f(Name=value) passes 'Name', value.
-            auto& name = newExpr(ExprKind::Constant, *argument->child(0));
-            name.constant = qxArray::share(qxArray::createString(argument->child(0)->identifier().getString()));
+            auto const& nameNode = *argument->child(slot::Assignment::target);
+            auto& name = newExpr(ExprKind::Constant, nameNode);
+            name.constant = qxArray::share(qxArray::createString(nameNode.identifier().getString()));
             args.push_back(&name);
-            args.push_back(compileExpr(*argument->child(1), scope));
+            args.push_back(compileExpr(*argument->child(slot::Assignment::value), scope));
             continue;
         }
         args.push_back(compileExpr(*argument, scope));
     }
 }
 
-Clause Compiler::compileClause(Node const& clause, NodeKind unconditional, Scope& scope) {
+Clause Compiler::compileClause(Node const& clause, Scope& scope) {
     Clause compiled;
     compiled.position = at(clause);
-    if (clause.kind() == unconditional) {
-        compiled.body = compileBlock(clause.list(0, 1), scope);
-    } else {
-        compiled.condition = compileExpr(*clause.child(0), scope);
-        compiled.body = compileBlock(clause.list(1, 2), scope);
+    if (auto const* test = clauseTest(clause)) {
+        compiled.condition = compileExpr(*test, scope);
     }
+    compiled.body = compileBlock(clauseBody(clause), scope);
     return compiled;
 }
 
@@ -931,19 +982,19 @@ Accessor Compiler::compileAccessor(Node const& step, Scope& scope) {
     switch (step.kind()) {
     case NodeKind::ParenIndex:
         accessor.kind = AccessorKind::Paren;
-        compileArguments(step.list(1, 2), scope, accessor.args);
+        compileArguments(step.list(slot::ParenIndex::arguments), scope, accessor.args);
         break;
     case NodeKind::BraceIndex:
         accessor.kind = AccessorKind::Brace;
-        compileArguments(step.list(1, 2), scope, accessor.args);
+        compileArguments(step.list(slot::BraceIndex::arguments), scope, accessor.args);
         break;
     case NodeKind::FieldAccess:
         accessor.kind = AccessorKind::Field;
-        accessor.name = textOf(*step.child(1));
+        accessor.name = textOf(*step.child(slot::FieldAccess::field));
         break;
     default:
         accessor.kind = AccessorKind::DynamicField;
-        accessor.nameExpr = compileExpr(*step.child(1), scope);
+        accessor.nameExpr = compileExpr(*step.child(slot::DynamicField::fieldName), scope);
         break;
     }
     return accessor;
@@ -952,14 +1003,9 @@ Accessor Compiler::compileAccessor(Node const& step, Scope& scope) {
 Expr const* Compiler::compileChain(Node const& node, Scope& scope) {
     std::vector<Node const*> path;
     Node const* base = &node;
-    for (;;) {
-        auto const kind = base->kind();
-        if (kind != NodeKind::ParenIndex && kind != NodeKind::BraceIndex && kind != NodeKind::FieldAccess &&
-            kind != NodeKind::DynamicField) {
-            break;
-        }
+    while (auto const* next = stepBase(*base)) {
         path.push_back(base);
-        base = base->child(0);
+        base = next;
     }
     auto& expr = newExpr(ExprKind::Chain, node);
     expr.base = compileExpr(*base, scope);
@@ -970,7 +1016,7 @@ Expr const* Compiler::compileChain(Node const& node, Scope& scope) {
         auto& name = const_cast<Expr&>(*expr.base);
         while (next > 0 && path[next - 1]->kind() == NodeKind::FieldAccess) {
             --next;
-            name.name += "." + textOf(*path[next]->child(1));
+            name.name += "." + textOf(*path[next]->child(slot::FieldAccess::field));
         }
         if (name.name.find('.') != std::string::npos) {
             name.function = nullptr;
@@ -1007,8 +1053,8 @@ Expr const* Compiler::compileAnonymous(Node const& node, Scope& scope) {
     own.enclosing = &scope;
     own.anonymous = true;
     own.captures = &expr.captures;
-    for (auto const* parameter : node.list(0, 1)) {
-        if (auto const* identifier = parameter->child(0)) {
+    for (auto const* parameter : node.list(slot::AnonymousFunction::parameters)) {
+        if (auto const* identifier = parameter->child(slot::InputArgument::identifier)) {
             auto const name = textOf(*identifier);
             function.inputSlots.push_back(own.addSlot(name));
             function.varargin = name == "varargin";
@@ -1017,8 +1063,9 @@ Expr const* Compiler::compileAnonymous(Node const& node, Scope& scope) {
         }
     }
     auto* saved = std::exchange(current_, &function);
-    auto& body = newStmt(StmtKind::Expression, *node.child(2));
-    body.expr = compileExpr(*node.child(2), own);
+    auto const& bodyNode = *node.child(slot::AnonymousFunction::body);
+    auto& body = newStmt(StmtKind::Expression, bodyNode);
+    body.expr = compileExpr(bodyNode, own);
     current_ = saved;
     function.body.push_back(&body);
     expr.function = &function;
@@ -1027,15 +1074,15 @@ Expr const* Compiler::compileAnonymous(Node const& node, Scope& scope) {
 
 Expr const* Compiler::compileSuperCall(Node const& node, Scope& scope) {
     auto& expr = newExpr(ExprKind::SuperCall, node);
-    expr.name = textOf(*node.child(0));
-    expr.superclass = textOf(*node.child(1));
+    expr.name = textOf(*node.child(slot::SuperclassCall::member));
+    expr.superclass = textOf(*node.child(slot::SuperclassCall::superclass));
     if (expr.name.find('.') != std::string::npos) {
         fail(node, fmt::format("The superclass call '{}@{}'", expr.name, expr.superclass));
     }
     if (current_ == nullptr || current_->owner == nullptr) {
         invalid(node, "A superclass member can only be called from a method of a subclass.");
     }
-    compileArguments(node.list(2, 3), scope, expr.args);
+    compileArguments(node.list(slot::SuperclassCall::arguments), scope, expr.args);
     if (current_->isConstructor && !current_->outputSlots.empty() &&
         current_->slotNames[current_->outputSlots.front()] == expr.name) {
         current_->explicitSuperConstructors.push_back(expr.superclass);
@@ -1066,44 +1113,50 @@ Expr const* Compiler::compileExpr(Node const& node, Scope& scope) {
     case NodeKind::End:
         return &newExpr(ExprKind::End, node);
     case NodeKind::Parenthesized:
-        return compileExpr(*node.child(0), scope);
+        return compileExpr(*node.child(slot::Parenthesized::expression), scope);
     case NodeKind::BinaryOperation:
     case NodeKind::Comparison: {
+        static_assert(slot::BinaryOperation::left == slot::Comparison::left &&
+                      slot::BinaryOperation::right == slot::Comparison::right);
         auto& expr = newExpr(node.kind() == NodeKind::Comparison ? ExprKind::Compare : ExprKind::Binary, node);
         expr.op = node.op();
-        expr.args = {compileExpr(*node.child(0), scope), compileExpr(*node.child(1), scope)};
+        expr.args = {compileExpr(*node.child(slot::BinaryOperation::left), scope),
+                     compileExpr(*node.child(slot::BinaryOperation::right), scope)};
         return &expr;
     }
     case NodeKind::ShortCircuit: {
         auto& expr = newExpr(node.op() == Operator::AndAnd ? ExprKind::AndAnd : ExprKind::OrOr, node);
-        expr.args = {compileExpr(*node.child(0), scope), compileExpr(*node.child(1), scope)};
+        expr.args = {compileExpr(*node.child(slot::ShortCircuit::left), scope),
+                     compileExpr(*node.child(slot::ShortCircuit::right), scope)};
         return &expr;
     }
     case NodeKind::UnaryOperation: {
         auto& expr = newExpr(ExprKind::Unary, node);
         expr.op = node.op();
-        expr.args = {compileExpr(*node.child(0), scope)};
+        expr.args = {compileExpr(*node.child(slot::UnaryOperation::operand), scope)};
         return &expr;
     }
     case NodeKind::PostfixOperation: {
         auto& expr = newExpr(ExprKind::Postfix, node);
         expr.op = node.op();
-        expr.args = {compileExpr(*node.child(0), scope)};
+        expr.args = {compileExpr(*node.child(slot::PostfixOperation::operand), scope)};
         return &expr;
     }
     case NodeKind::Range: {
         auto& expr = newExpr(ExprKind::Range, node);
-        auto const* step = node.child(1);
-        expr.args = {compileExpr(*node.child(0), scope), step != nullptr ? compileExpr(*step, scope) : nullptr,
-                     compileExpr(*node.child(2), scope)};
+        auto const* step = node.child(slot::Range::step);
+        expr.args = {compileExpr(*node.child(slot::Range::start), scope),
+                     step != nullptr ? compileExpr(*step, scope) : nullptr,
+                     compileExpr(*node.child(slot::Range::end), scope)};
         return &expr;
     }
     case NodeKind::Matrix:
     case NodeKind::Cell: {
         auto& expr = newExpr(node.kind() == NodeKind::Matrix ? ExprKind::Matrix : ExprKind::Cell, node);
-        for (auto const* row : node.list(0, 1)) {
+        auto const rows = node.kind() == NodeKind::Matrix ? node.list(slot::Matrix::rows) : node.list(slot::Cell::rows);
+        for (auto const* row : rows) {
             std::vector<Expr const*> elements;
-            compileArguments(row->list(0, 1), scope, elements);
+            compileArguments(row->list(slot::Row::elements), scope, elements);
             expr.rows.push_back(std::move(elements));
         }
         expr.literalEmpty = node.kind() == NodeKind::Matrix && expr.rows.empty();
@@ -1118,7 +1171,7 @@ Expr const* Compiler::compileExpr(Node const& node, Scope& scope) {
         return compileAnonymous(node, scope);
     case NodeKind::FunctionHandle: {
         auto& expr = newExpr(ExprKind::Handle, node);
-        expr.name = textOf(*node.child(0));
+        expr.name = textOf(*node.child(slot::FunctionHandle::name));
         if (expr.name.find('.') == std::string::npos) {
             expr.function = findLocalFunction(scope, expr.name);
         }
@@ -1141,11 +1194,10 @@ Expr const* Compiler::compileExpr(Node const& node, Scope& scope) {
         fail(node, "A metaclass query");
     case NodeKind::Ignored:
         invalid(node, "'~' is only allowed as an input or output placeholder.");
+    case NodeKind::SuperclassCall:
+        return compileSuperCall(node, scope);
     default:
         break;
-    }
-    if (node.kind() == SuperclassCallKind) {
-        return compileSuperCall(node, scope);
     }
     fail(node, fmt::format("The expression kind {}", static_cast<int>(node.kind())));
 }
@@ -1153,7 +1205,7 @@ Expr const* Compiler::compileExpr(Node const& node, Scope& scope) {
 // ===================================================================== files
 
 void Compiler::compileRoot(Node const& root, bool allowScript) {
-    auto const items = root.list(0, 1);
+    auto const items = root.list(slot::File::items);
     std::vector<Node const*> statements;
     std::vector<Node const*> functions;
     Node const* classDefinition = nullptr;
