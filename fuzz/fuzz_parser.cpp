@@ -1,6 +1,7 @@
 // Feeds arbitrary bytes to the host-language parser. Besides crashes, hangs and sanitizer reports, it checks the
-// invariants the tree's users rely on: kinds within the numbering (never the reserved 0), leaves without children,
-// no missing children in lists, and an empty tree whenever errors are reported.
+// invariants the tree's users rely on: kinds within the numbering (never the reserved 0), every node laid out as the
+// kind table says (leaves without children), no missing children in lists, and an empty tree whenever errors are
+// reported.
 
 #include "platform/codeanalysis/CodeAnalysis.hpp"
 
@@ -14,30 +15,7 @@ namespace {
 
 using ca::astapi::Node;
 using ca::astapi::NodeKind;
-
-bool mustBeLeaf(NodeKind kind) {
-    switch (static_cast<int>(kind)) {
-    case 2:
-    case 7:
-    case 10:
-    case 16:
-    case 19:
-    case 20:
-    case 21:
-    case 26:
-    case 27:
-    case 33:
-    case 37:
-    case 39:
-    case 48:
-    case 58:
-    case 64:
-    case 68:
-        return true;
-    default:
-        return false;
-    }
-}
+namespace slot = ca::astapi::slot;
 
 void check(bool condition) {
     if (!condition) {
@@ -53,22 +31,27 @@ void checkTree(Node const& root) {
         auto const code = static_cast<int>(node->kind());
         check(code >= 1 && code <= ca::astapi::lastNodeKind);
         check(node->line() >= 1 && node->column() >= 1);
-        if (mustBeLeaf(node->kind())) {
+        if (ca::astapi::isLeaf(node->kind())) {
             check(node->children().empty());
         }
+        check(node->hasLayoutOfItsKind());
         if (node->kind() == NodeKind::InputArgument) {
-            check((node->child(0) != nullptr) != (node->child(1) != nullptr));
+            check((node->child(slot::InputArgument::identifier) != nullptr) !=
+                  (node->child(slot::InputArgument::ignored) != nullptr));
         }
         if (node->kind() == NodeKind::FunctionDefinition || node->kind() == NodeKind::MethodDefinition) {
-            check(node->child(7) != nullptr && node->child(7)->kind() == NodeKind::Identifier);
+            auto const* name = node->child(slot::FunctionDefinition::name);
+            check(name != nullptr && name->kind() == NodeKind::Identifier);
         }
         if (node->kind() == NodeKind::ClassDefinition) {
-            check(node->child(8) != nullptr && node->child(8)->kind() == NodeKind::Identifier);
+            auto const* name = node->child(slot::ClassDefinition::name);
+            check(name != nullptr && name->kind() == NodeKind::Identifier);
         }
         if (node->kind() == NodeKind::SuperclassCall) {
-            auto const* superclass = node->child(1);
-            check(node->child(0) != nullptr && node->child(0)->kind() == NodeKind::Identifier &&
-                  !node->child(0)->identifier().getString().empty());
+            auto const* member = node->child(slot::SuperclassCall::member);
+            auto const* superclass = node->child(slot::SuperclassCall::superclass);
+            check(member != nullptr && member->kind() == NodeKind::Identifier &&
+                  !member->identifier().getString().empty());
             check(superclass != nullptr &&
                   (superclass->kind() == NodeKind::Identifier || superclass->kind() == NodeKind::DottedName));
         }

@@ -19,6 +19,7 @@ namespace missing_function {
 
 using ca::astapi::Node;
 using ca::astapi::NodeKind;
+namespace slot = ca::astapi::slot;
 
 // Searches a syntax tree for a definition of one name. The walk is depth first and always runs to the end, so a
 // tree it cannot handle (a kind outside the numbering, an input argument without a name) throws even after a
@@ -40,33 +41,10 @@ public:
     }
 
 private:
-    static bool isLeafKind(int code) noexcept {
-        switch (code) {
-        case 2:
-        case 7:
-        case 10:
-        case 16:
-        case 19:
-        case 20:
-        case 21:
-        case 26:
-        case 27:
-        case 33:
-        case 37:
-        case 39:
-        case 48:
-        case 58:
-        case 64:
-            return true;
-        default:
-            return false;
-        }
-    }
-
-    static Node const& requiredChild(Node const& node, unsigned slot) {
+    static Node const& requiredChild(Node const& node, ca::astapi::SingleSlot slot) {
         auto const* child = node.child(slot);
         if (child == nullptr) {
-            throw std::logic_error("syntax tree node without its required child " + std::to_string(slot));
+            throw std::logic_error("syntax tree node without its required child " + std::to_string(slot.number));
         }
         return *child;
     }
@@ -96,13 +74,15 @@ private:
         std::size_t mark_;
     };
 
+    // Functions and methods share these slots.
     void visitDefinitionChildren(Node const& definition, Node const& name) {
+        using Function = slot::FunctionDefinition;
         Visits visits(pending_);
         visits.child(&name);
-        visits.list(definition.list(8, 9));
-        visits.list(definition.list(5, 6));
-        visits.list(definition.list(11, 12));
-        visits.list(definition.list(13, 14));
+        visits.list(definition.list(Function::inputs));
+        visits.list(definition.list(Function::outputs));
+        visits.list(definition.list(Function::body));
+        visits.list(definition.list(Function::nestedFunctions));
     }
 
     void found(std::u16string_view candidate) noexcept {
@@ -130,18 +110,18 @@ private:
             diagnostics_ << "Unhandled node kind \"" << node.kind() << "\" encountered in AstDispatcher.";
             throw std::logic_error("Unhandled node kind encountered in AstDispatcher");
         }
-        if (isLeafKind(code)) {
+        if (ca::astapi::isLeaf(node.kind())) {
             return;
         }
         switch (node.kind()) {
         case NodeKind::FunctionDefinition: {
-            auto const& name = requiredChild(node, 7);
+            auto const& name = requiredChild(node, slot::FunctionDefinition::name);
             found(name.identifier().getString());
             visitDefinitionChildren(node, name);
             return;
         }
         case NodeKind::MethodDefinition: {
-            auto const& name = requiredChild(node, 7);
+            auto const& name = requiredChild(node, slot::MethodDefinition::name);
             auto const methodName = name.identifier().getString();
             if (isStaticMethod(node)) {
                 std::u16string qualified(ownerName_);
@@ -155,17 +135,20 @@ private:
             return;
         }
         case NodeKind::ClassDefinition: {
-            auto const& name = requiredChild(node, 8);
+            using Class = slot::ClassDefinition;
+            auto const& name = requiredChild(node, Class::name);
             found(name.identifier().getString());
             Visits visits(pending_);
-            visits.list(node.list(6, 7));
+            visits.list(node.list(Class::attributes));
             visits.child(&name);
-            visits.list(node.list(9, 10));
-            visits.list(node.list(11, 12));
+            visits.list(node.list(Class::superclasses));
+            visits.list(node.list(Class::blocks));
             return;
         }
         case NodeKind::InputArgument: {
-            auto const* argument = node.child(0) != nullptr ? node.child(0) : node.child(1);
+            using Argument = slot::InputArgument;
+            auto const* argument = node.child(Argument::identifier) != nullptr ? node.child(Argument::identifier)
+                                                                               : node.child(Argument::ignored);
             if (argument == nullptr) {
                 throw std::logic_error("InputArgument has neither an Identifier nor an Ignored");
             }

@@ -154,26 +154,27 @@ namespace lf::astapi {
 
 using ca::astapi::Node;
 using ca::astapi::NodeKind;
+namespace slot = ca::astapi::slot;
 
 std::span<Node const* const> NodeCustomization<Method<ca::astapi::CA>>::getAttributes(Node const& method) noexcept {
     if (method.kind() != NodeKind::MethodDefinition) {
         return {};
     }
-    return method.list(15, 16);
+    return method.list(slot::MethodDefinition::attributes);
 }
 
 std::u16string_view NodeCustomization<Attribute<ca::astapi::CA>>::getName(Node const& attribute) noexcept {
-    auto const* name = attribute.kind() == NodeKind::Attribute ? attribute.child(0) : nullptr;
+    auto const* name = attribute.kind() == NodeKind::Attribute ? attribute.child(slot::Attribute::name) : nullptr;
     return name != nullptr ? name->identifier().getString() : std::u16string_view();
 }
 
 Node const* NodeCustomization<Attribute<ca::astapi::CA>>::getOperand(Node const& attribute) noexcept {
-    return attribute.kind() == NodeKind::Attribute ? attribute.child(1) : nullptr;
+    return attribute.kind() == NodeKind::Attribute ? attribute.child(slot::Attribute::operand) : nullptr;
 }
 
 bool NodeCustomization<Attribute<ca::astapi::CA>>::isAttributeWithGivenLogicalValue(Node const& attribute,
                                                                                     bool value) noexcept {
-    return attribute.kind() == NodeKind::Attribute && attribute.child(1) == nullptr &&
+    return attribute.kind() == NodeKind::Attribute && attribute.child(slot::Attribute::operand) == nullptr &&
            attribute.logicalValue() == value;
 }
 

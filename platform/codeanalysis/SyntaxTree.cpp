@@ -1,8 +1,8 @@
 #include "platform/codeanalysis/SyntaxTree.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
+#include <iterator>
 #include <new>
 #include <ostream>
 #include <stdexcept>
@@ -12,87 +12,14 @@ namespace ca::astapi {
 
 namespace {
 
-constexpr std::array<std::string_view, lastNodeKind + 1> kindNames = {
-    "Invalid",
-    "File",
-    "Identifier",
-    "ExpressionStatement",
-    "Assignment",
-    "MultipleAssignment",
-    "IfStatement",
-    "Ignored",
-    "IfClause",
-    "ElseClause",
-    "Number",
-    "ForStatement",
-    "ParforStatement",
-    "WhileStatement",
-    "SwitchStatement",
-    "ClassDefinition",
-    "CharacterString",
-    "CaseClause",
-    "OtherwiseClause",
-    "String",
-    "Colon",
-    "End",
-    "TryStatement",
-    "GlobalStatement",
-    "PersistentStatement",
-    "CommandStatement",
-    "Break",
-    "Continue",
-    "BinaryOperation",
-    "UnaryOperation",
-    "PostfixOperation",
-    "Range",
-    "Matrix",
-    "Return",
-    "Row",
-    "FunctionDefinition",
-    "Cell",
-    "CommandArgument",
-    "ParenIndex",
-    "DottedName",
-    "BraceIndex",
-    "InputArgument",
-    "FieldAccess",
-    "DynamicField",
-    "MethodDefinition",
-    "AnonymousFunction",
-    "FunctionHandle",
-    "Parenthesized",
-    "EmptyStatement",
-    "PropertiesBlock",
-    "Property",
-    "MethodsBlock",
-    "MethodSignature",
-    "EventsBlock",
-    "Event",
-    "EnumerationBlock",
-    "EnumerationMember",
-    "ArgumentsBlock",
-    "MetaclassQuery",
-    "ArgumentDeclaration",
-    "Attribute",
-    "Dimensions",
-    "Comparison",
-    "CatchClause",
-    "ImaginaryNumber",
-    "ElseifClause",
-    "ShortCircuit",
-    "SuperclassCall",
-    "ShellEscape",
-    "SpmdStatement",
-};
-
 constexpr unsigned maxSlots = 32;
 
 }  // namespace
 
 std::ostream& operator<<(std::ostream& out, NodeKind kind) {
     auto const code = static_cast<unsigned>(kind);
-    if (code < kindNames.size()) {
-        return out << kindNames[code];
+    if (code < std::size(kindTable)) {
+        return out << kindTable[code].name;
     }
     return out << code;
 }
@@ -108,6 +35,20 @@ Node const* Node::child(unsigned slot) const noexcept {
     }
     auto const value = slotValues()[slot];
     return value == absent ? nullptr : items()[value];
+}
+
+bool Node::hasLayoutOfItsKind() const noexcept {
+    if (static_cast<int>(kind_) > lastNodeKind) {
+        return false;
+    }
+    unsigned slotCount = 0;
+    std::uint32_t singleMask = 0;
+    for (auto const& slot : describe(kind_).slots) {
+        bool const single = slot.shape == SlotShape::Single || slot.shape == SlotShape::Reserved;
+        singleMask |= single ? 1u << slot.first : 0u;
+        slotCount = slot.first + (single ? 1 : 2);
+    }
+    return slotCount == slotCount_ && singleMask == singleSlotMask_;
 }
 
 std::span<Node const* const> Node::list(unsigned first, unsigned last) const noexcept {

@@ -1,11 +1,14 @@
 #pragma once
 // Syntax trees of host-language (.qx) code: node kinds, nodes with numbered child slots, and the tree that owns
-// them. The kind numbering and the slot layout of every kind are documented in docs/syntax-tree.md.
+// them. The kind numbering and the slot layout of every kind come from one table, SyntaxKinds.def; they are
+// documented in docs/syntax-tree.md.
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <iosfwd>
+#include <iterator>
 #include <span>
 #include <stdexcept>
 #include <string_view>
@@ -16,80 +19,130 @@ namespace ca::astapi {
 // Tag naming this code-analysis library in the lf::astapi customisation points.
 struct CA {};
 
+// The kinds, numbered as SyntaxKinds.def numbers them (0 is reserved; the parser never produces it).
 enum class NodeKind : std::uint8_t {
-    Invalid = 0,  // reserved; the parser never produces it
-    File = 1,
-    Identifier = 2,
-    ExpressionStatement = 3,
-    Assignment = 4,
-    MultipleAssignment = 5,
-    IfStatement = 6,
-    Ignored = 7,
-    IfClause = 8,
-    ElseClause = 9,
-    Number = 10,
-    ForStatement = 11,
-    ParforStatement = 12,
-    WhileStatement = 13,
-    SwitchStatement = 14,
-    ClassDefinition = 15,
-    CharacterString = 16,
-    CaseClause = 17,
-    OtherwiseClause = 18,
-    String = 19,
-    Colon = 20,
-    End = 21,
-    TryStatement = 22,
-    GlobalStatement = 23,
-    PersistentStatement = 24,
-    CommandStatement = 25,
-    Break = 26,
-    Continue = 27,
-    BinaryOperation = 28,
-    UnaryOperation = 29,
-    PostfixOperation = 30,
-    Range = 31,
-    Matrix = 32,
-    Return = 33,
-    Row = 34,
-    FunctionDefinition = 35,
-    Cell = 36,
-    CommandArgument = 37,
-    ParenIndex = 38,
-    DottedName = 39,
-    BraceIndex = 40,
-    InputArgument = 41,
-    FieldAccess = 42,
-    DynamicField = 43,
-    MethodDefinition = 44,
-    AnonymousFunction = 45,
-    FunctionHandle = 46,
-    Parenthesized = 47,
-    EmptyStatement = 48,
-    PropertiesBlock = 49,
-    Property = 50,
-    MethodsBlock = 51,
-    MethodSignature = 52,
-    EventsBlock = 53,
-    Event = 54,
-    EnumerationBlock = 55,
-    EnumerationMember = 56,
-    ArgumentsBlock = 57,
-    MetaclassQuery = 58,
-    ArgumentDeclaration = 59,
-    Attribute = 60,
-    Dimensions = 61,
-    Comparison = 62,
-    CatchClause = 63,
-    ImaginaryNumber = 64,
-    ElseifClause = 65,
-    ShortCircuit = 66,
-    SuperclassCall = 67,
-    ShellEscape = 68,
-    SpmdStatement = 69,
+#define SYNTAX_KIND(code, Kind, ...) Kind = code,
+#define SYNTAX_SINGLE(slot, name)
+#define SYNTAX_LIST(slot, name)
+#define SYNTAX_RESERVED(slot)
+#define SYNTAX_REFERENCE(slot, name)
+#include "platform/codeanalysis/SyntaxKinds.def"
 };
 
-inline constexpr int lastNodeKind = 69;
+// A single child slot of some kind, by number (see Node::child).
+struct SingleSlot {
+    unsigned number;
+    friend constexpr bool operator==(SingleSlot, SingleSlot) = default;
+};
+// A list held by two consecutive slots, first and first + 1 (see Node::list).
+struct ListSlot {
+    unsigned first;
+    friend constexpr bool operator==(ListSlot, ListSlot) = default;
+};
+
+// The named child slots of every kind: slot::FunctionDefinition::name is the SingleSlot holding a function's name,
+// slot::FunctionDefinition::body the ListSlot holding its statements.
+namespace slot {
+#define SYNTAX_KIND(code, Kind, leafOrNode, ...) \
+    struct Kind {                                \
+        __VA_ARGS__                              \
+    };
+#define SYNTAX_SINGLE(slot, name) static constexpr SingleSlot name{slot};
+#define SYNTAX_LIST(slot, name) static constexpr ListSlot name{slot};
+#define SYNTAX_RESERVED(slot)
+#define SYNTAX_REFERENCE(slot, name) static constexpr ListSlot name{slot};
+#include "platform/codeanalysis/SyntaxKinds.def"
+}  // namespace slot
+
+// The kind table itself, for code that works over every kind (names, the leaf test, layout checks, documentation).
+enum class SlotShape : std::uint8_t { Single, List, Reserved, Reference };
+struct SlotDescription {
+    unsigned first = 0;  // slot number; a list also takes first + 1
+    SlotShape shape = SlotShape::Single;
+    std::string_view name;  // empty for a reserved slot
+};
+struct KindDescription {
+    NodeKind kind;
+    std::string_view name;
+    bool leaf;
+    std::span<SlotDescription const> slots;  // in slot order
+};
+
+namespace kind_table_detail {
+// One array per kind, behind a placeholder so that kinds without slots have an array too.
+#define SYNTAX_KIND(code, Kind, leafOrNode, ...) inline constexpr SlotDescription Kind[] = {{}, __VA_ARGS__};
+#define SYNTAX_SINGLE(slot, name) SlotDescription{slot, SlotShape::Single, #name},
+#define SYNTAX_LIST(slot, name) SlotDescription{slot, SlotShape::List, #name},
+#define SYNTAX_RESERVED(slot) SlotDescription{slot, SlotShape::Reserved, {}},
+#define SYNTAX_REFERENCE(slot, name) SlotDescription{slot, SlotShape::Reference, #name},
+#include "platform/codeanalysis/SyntaxKinds.def"
+inline constexpr bool leaf = true;
+inline constexpr bool node = false;
+}  // namespace kind_table_detail
+
+// Every kind, indexed by its number.
+inline constexpr KindDescription kindTable[] = {
+#define SYNTAX_KIND(code, Kind, leafOrNode, ...)                          \
+    KindDescription{NodeKind::Kind, #Kind, kind_table_detail::leafOrNode, \
+                    std::span<SlotDescription const>(kind_table_detail::Kind).subspan(1)},
+#define SYNTAX_SINGLE(slot, name)
+#define SYNTAX_LIST(slot, name)
+#define SYNTAX_RESERVED(slot)
+#define SYNTAX_REFERENCE(slot, name)
+#include "platform/codeanalysis/SyntaxKinds.def"
+};
+
+inline constexpr int lastNodeKind = static_cast<int>(std::size(kindTable)) - 1;
+
+// The description of a kind inside the numbering (1 to lastNodeKind, and 0).
+constexpr KindDescription const& describe(NodeKind kind) noexcept {
+    return kindTable[static_cast<std::size_t>(kind)];
+}
+
+// Leaf kinds never have children; every other kind may.
+constexpr bool isLeaf(NodeKind kind) noexcept {
+    return static_cast<int>(kind) <= lastNodeKind && describe(kind).leaf;
+}
+
+namespace kind_table_detail {
+// Rows are in numbering order with no gaps, leaves have no slots, and each slot starts where the one before ends.
+constexpr bool wellFormed() {
+    for (std::size_t code = 0; code < std::size(kindTable); ++code) {
+        auto const& row = kindTable[code];
+        if (static_cast<std::size_t>(row.kind) != code || (row.leaf && !row.slots.empty())) {
+            return false;
+        }
+        unsigned next = 0;
+        for (auto const& slot : row.slots) {
+            if (slot.first != next) {
+                return false;
+            }
+            next += slot.shape == SlotShape::List || slot.shape == SlotShape::Reference ? 2 : 1;
+        }
+        if (next > 32) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(wellFormed(), "SyntaxKinds.def: kinds out of order, or slot numbers that do not follow each other");
+
+// Code that handles a method like a function, or an argument declaration like a property, relies on these.
+static_assert(slot::MethodDefinition::outputs == slot::FunctionDefinition::outputs &&
+              slot::MethodDefinition::name == slot::FunctionDefinition::name &&
+              slot::MethodDefinition::inputs == slot::FunctionDefinition::inputs &&
+              slot::MethodDefinition::body == slot::FunctionDefinition::body &&
+              slot::MethodDefinition::nestedFunctions == slot::FunctionDefinition::nestedFunctions);
+static_assert(slot::ArgumentDeclaration::name == slot::Property::name &&
+              slot::ArgumentDeclaration::size == slot::Property::size &&
+              slot::ArgumentDeclaration::className == slot::Property::className &&
+              slot::ArgumentDeclaration::validators == slot::Property::validators &&
+              slot::ArgumentDeclaration::defaultValue == slot::Property::defaultValue);
+static_assert(slot::MethodsBlock::attributes == slot::PropertiesBlock::attributes &&
+              slot::EventsBlock::attributes == slot::PropertiesBlock::attributes &&
+              slot::EnumerationBlock::attributes == slot::PropertiesBlock::attributes &&
+              slot::ArgumentsBlock::attributes == slot::PropertiesBlock::attributes);
+}  // namespace kind_table_detail
 
 // The kind's name ("FunctionDefinition"), or its number for a value outside the numbering.
 std::ostream& operator<<(std::ostream& out, NodeKind kind);
@@ -152,8 +205,10 @@ public:
 
     // Child in single slot `slot`; nullptr when the slot is empty or is not a single slot of this node.
     Node const* child(unsigned slot) const noexcept;
+    Node const* child(SingleSlot slot) const noexcept { return child(slot.number); }
     // Children of the list held by slots first and last (last == first + 1); empty when there is no such list.
     std::span<Node const* const> list(unsigned first, unsigned last) const noexcept;
+    std::span<Node const* const> list(ListSlot slot) const noexcept { return list(slot.first, slot.first + 1); }
     // Every child that is part of this node's sub-tree, in slot order (a list's children in source order).
     std::span<Node const* const> children() const noexcept { return {items(), subtreeCount_}; }
 
@@ -163,6 +218,9 @@ public:
 
     // Attribute nodes only: the logical value a flag attribute holds (see lf::astapi::NodeCustomization).
     bool logicalValue() const noexcept { return (flags_ & logicalValueFlag) != 0; }
+
+    // Whether the node's slots are those the kind table gives its kind: the same single and list slots, in order.
+    bool hasLayoutOfItsKind() const noexcept;
 
 private:
     friend class SyntaxTree;
@@ -206,6 +264,45 @@ struct Reference {
 };
 using Slot = std::variant<Single, List, Reference>;
 
+// The slots of a node of one kind, filled by name: every slot starts empty, and make() takes them in the kind's
+// slot order.
+class NamedSlots {
+public:
+    explicit NamedSlots(NodeKind kind) noexcept : layout_(describe(kind).slots) {
+        for (std::size_t i = 0; i < layout_.size(); ++i) {
+            auto const shape = layout_[i].shape;
+            slots_[i] = shape == SlotShape::List        ? Slot{List{}}
+                        : shape == SlotShape::Reference ? Slot{Reference{}}
+                                                        : Slot{Single{}};
+        }
+    }
+    NamedSlots& set(SingleSlot slot, Node const* child) noexcept {
+        slots_[indexOf(slot.number)] = Single{child};
+        return *this;
+    }
+    NamedSlots& set(ListSlot slot, std::span<Node const* const> children) noexcept {
+        auto const index = indexOf(slot.first);
+        if (layout_[index].shape == SlotShape::Reference) {
+            slots_[index] = Reference{children};
+        } else {
+            slots_[index] = List{children};
+        }
+        return *this;
+    }
+    std::span<Slot const> slots() const noexcept { return {slots_.data(), layout_.size()}; }
+
+private:
+    std::size_t indexOf(unsigned number) const noexcept {
+        std::size_t index = 0;
+        while (index + 1 < layout_.size() && layout_[index].first != number) {
+            ++index;
+        }
+        return index;
+    }
+    std::span<SlotDescription const> layout_;
+    std::array<Slot, 32> slots_{};
+};
+
 struct NodeFields {
     NodeKind kind = NodeKind::Invalid;
     std::uint32_t line = 0;
@@ -234,6 +331,7 @@ public:
 
     // Slots are numbered in order: a Single takes one slot number, a List or Reference takes two. At most 32 slots.
     Node const& make(NodeFields const& fields, std::span<Slot const> slots);
+    Node const& make(NodeFields const& fields, NamedSlots const& slots) { return make(fields, slots.slots()); }
     Node const& make(NodeFields const& fields, std::initializer_list<Slot> slots = {}) {
         return make(fields, std::span<Slot const>(slots.begin(), slots.size()));
     }

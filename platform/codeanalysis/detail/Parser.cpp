@@ -15,6 +15,7 @@
 namespace ca::detail {
 
 using astapi::List;
+using astapi::NamedSlots;
 using astapi::Node;
 using astapi::NodeFields;
 using astapi::NodeKind;
@@ -22,6 +23,7 @@ using astapi::Operator;
 using astapi::Reference;
 using astapi::Single;
 using astapi::Slot;
+namespace slot = astapi::slot;
 
 namespace {
 
@@ -101,10 +103,16 @@ Node const* assignedVariable(Node const& target) noexcept {
     while (node != nullptr && node->kind() != NodeKind::Identifier) {
         switch (node->kind()) {
         case NodeKind::ParenIndex:
+            node = node->child(slot::ParenIndex::indexed);
+            break;
         case NodeKind::BraceIndex:
+            node = node->child(slot::BraceIndex::indexed);
+            break;
         case NodeKind::FieldAccess:
+            node = node->child(slot::FieldAccess::structure);
+            break;
         case NodeKind::DynamicField:
-            node = node->child(0);
+            node = node->child(slot::DynamicField::structure);
             break;
         default:
             return nullptr;
@@ -709,10 +717,13 @@ Node const& Parser::parseClassDefinition() {
         }
     }
     ownerName_ = name.identifier().getString();
-    auto const& definition =
-        make(fields(NodeKind::ClassDefinition, opening),
-             {Single{}, Single{}, Single{}, Single{}, Single{}, Single{}, listFrom(attributes, superclasses),
-              Single{&name}, listFrom(superclasses, blocks), listFrom(blocks)});
+    using Class = slot::ClassDefinition;
+    auto const& definition = tree_.make(fields(NodeKind::ClassDefinition, opening),
+                                        NamedSlots(NodeKind::ClassDefinition)
+                                            .set(Class::attributes, listFrom(attributes, superclasses).nodes)
+                                            .set(Class::name, &name)
+                                            .set(Class::superclasses, listFrom(superclasses, blocks).nodes)
+                                            .set(Class::blocks, listFrom(blocks).nodes));
     drop(attributes);
     return definition;
 }
@@ -1066,7 +1077,7 @@ Node const& Parser::parseFunction(std::size_t attributesStart, std::size_t attri
     Node const* name = nullptr;
     parseFunctionHeader(inputs, name);
     for (auto i = inputs; i < scratch_.size(); ++i) {
-        noteVariable(scratch_[i]->child(0));
+        noteVariable(scratch_[i]->child(slot::InputArgument::identifier));
     }
     auto const body = listStart();
     std::vector<Node const*> nestedFunctions;
@@ -1081,20 +1092,17 @@ Node const& Parser::makeFunction(NodeKind kind, Position at, Node const* name, F
                                  std::vector<Node const*> const& nested) {
     std::span<Node const* const> const attributes(scratch_.data() + parts.attributesStart,
                                                   parts.attributesEnd - parts.attributesStart);
-    Slot const slots[] = {Single{},
-                          Single{},
-                          Single{},
-                          Single{},
-                          Single{},
-                          listFrom(parts.outputs, parts.inputs),
-                          Single{name},
-                          listFrom(parts.inputs, parts.body),
-                          Single{},
-                          listFrom(parts.body),
-                          List{std::span<Node const* const>(nested.data(), nested.size())},
-                          Reference{attributes}};
-    bool const isMethod = kind == NodeKind::MethodDefinition;
-    auto const& function = tree_.make(fieldsAt(kind, at), std::span<Slot const>(slots, isMethod ? 12 : 11));
+    using Function = slot::FunctionDefinition;
+    NamedSlots slots(kind);
+    slots.set(Function::outputs, listFrom(parts.outputs, parts.inputs).nodes)
+        .set(Function::name, name)
+        .set(Function::inputs, listFrom(parts.inputs, parts.body).nodes)
+        .set(Function::body, listFrom(parts.body).nodes)
+        .set(Function::nestedFunctions, std::span<Node const* const>(nested.data(), nested.size()));
+    if (kind == NodeKind::MethodDefinition) {
+        slots.set(slot::MethodDefinition::attributes, attributes);
+    }
+    auto const& function = tree_.make(fieldsAt(kind, at), slots);
     drop(parts.outputs);
     return function;
 }
@@ -1246,11 +1254,11 @@ Node const& Parser::parseExpressionStatement() {
 
 // [a, ~, b] = ...: the targets are the elements of the matrix's one row.
 Node const& Parser::parseMultipleAssignment(Node const& targetMatrix, Position start) {
-    auto const rows = targetMatrix.list(0, 1);
+    auto const rows = targetMatrix.list(slot::Matrix::rows);
     if (rows.size() > 1) {
         throw SyntaxFailure{start.line, start.column, "the targets of a multiple assignment must be on one row"};
     }
-    auto const targets = rows.empty() ? std::span<Node const* const>() : rows.front()->list(0, 1);
+    auto const targets = rows.empty() ? std::span<Node const* const>() : rows.front()->list(slot::Row::elements);
     for (auto const* target : targets) {
         if (!isAssignable(*target) && target->kind() != NodeKind::Ignored) {
             throw SyntaxFailure{start.line, start.column, "invalid target in a multiple assignment"};
@@ -1504,8 +1512,9 @@ Node const& Parser::reduce(Node const* right) {
     // a range that has its step is an operand again: a:b:c:d is (a:b:c):d.
     auto const at = positionOf(left);
     auto const fieldsOfRange = fieldsAt(NodeKind::Range, at);
-    if (left.kind() == NodeKind::Range && left.child(1) == nullptr) {
-        return tree_.make(fieldsOfRange, {Single{left.child(0)}, Single{left.child(2)}, Single{right}});
+    if (left.kind() == NodeKind::Range && left.child(slot::Range::step) == nullptr) {
+        return tree_.make(fieldsOfRange, {Single{left.child(slot::Range::start)}, Single{left.child(slot::Range::end)},
+                                          Single{right}});
     }
     return tree_.make(fieldsOfRange, {Single{&left}, Single{}, Single{right}});
 }

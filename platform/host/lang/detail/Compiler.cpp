@@ -1,5 +1,7 @@
-#include "platform/host/lang/detail/Compiler.hpp"
+// Compiles files, functions and classes; the statements and expressions of their bodies are compiled in
+// CompilerBodies.cpp.
 
+#include "platform/host/lang/detail/Compiling.hpp"
 #include "platform/host/lang/detail/Values.hpp"
 
 #include <boost/locale/encoding_utf.hpp>
@@ -11,10 +13,6 @@
 #include <set>
 
 namespace qlang::detail {
-
-using ca::astapi::Node;
-using ca::astapi::NodeKind;
-using AttributeQueries = lf::astapi::NodeCustomization<lf::astapi::Attribute<ca::astapi::CA>>;
 
 std::string narrow(std::u16string_view text) {
     return boost::locale::conv::utf_to_utf<char>(text.data(), text.data() + text.size());
@@ -30,252 +28,60 @@ void unsupported(std::string const& file, Position position, std::string const& 
     throw error;
 }
 
+namespace compiling {
+
 namespace {
 
-// Kinds the parser of the other branch adds; the interpreter knows them by number.
-constexpr auto SuperclassCallKind = static_cast<NodeKind>(67);
-constexpr auto ShellEscapeKind = static_cast<NodeKind>(68);
-constexpr auto SpmdStatementKind = static_cast<NodeKind>(69);
+using AttributeQueries = lf::astapi::NodeCustomization<lf::astapi::Attribute<ca::astapi::CA>>;
 
-Position at(Node const& node) {
-    return {node.line(), node.column()};
-}
+}  // namespace
 
-std::string textOf(Node const& node) {
-    return narrow(node.identifier().getString());
-}
-
-// The names a function's frame holds, and how names not in it are found.
-struct Scope {
-    Function* function = nullptr;
-    Scope* enclosing = nullptr;  // nested and anonymous functions
-    bool anonymous = false;
-    std::map<std::string, int, std::less<>> slots;
-    std::vector<Capture>* captures = nullptr;  // anonymous functions
-
-    int addSlot(std::string const& name) {
-        auto const [found, inserted] = slots.try_emplace(name, static_cast<int>(function->slotNames.size()));
-        if (inserted) {
-            function->slotNames.push_back(name);
-        }
-        return found->second;
-    }
-};
-
-struct VariableRef {
-    int depth = 0;
-    int slot = -1;
-};
-
-class Compiler {
-public:
-    Compiler(CompiledFile& file) : file_(file) {}
-
-    void compileRoot(Node const& root, bool allowScript);
-
-private:
-    [[noreturn]] void fail(Node const& node, std::string const& what) const {
-        unsupported(file_.displayName, at(node), what);
-    }
-    [[noreturn]] void invalid(Node const& node, std::string const& message) const {
-        qcos::HostError error("qlang:invalidCode", message);
-        error.addFrame({file_.displayName, "", node.line(), node.column()});
-        throw error;
-    }
-
-    Expr& newExpr(ExprKind kind, Node const& node) {
-        auto& expr = file_.exprs.emplace_back();
-        expr.kind = kind;
-        expr.position = at(node);
-        return expr;
-    }
-    Stmt& newStmt(StmtKind kind, Node const& node) {
-        auto& stmt = file_.stmts.emplace_back();
-        stmt.kind = kind;
-        stmt.position = at(node);
-        return stmt;
-    }
-
-    // ----- declarations
-    Function& declareFunction(Node const& definition, Function const* parent, ClassSyntax const* owner);
-    void collectAssigned(std::span<Node const* const> statements, std::set<std::string>& names) const;
-    void collectAssignedIn(Node const& statement, std::set<std::string>& names) const;
-    void prepareScope(Scope& scope, Node const& definition);
-    void compileFunction(Function& function, Node const& definition, Scope* enclosing);
-    void compileClass(Node const& definition);
-
-    // ----- names
-    std::optional<VariableRef> resolveVariable(Scope& scope, std::string const& name, bool fromInner = false);
-    Function const* findLocalFunction(Scope const& scope, std::string_view name) const;
-
-    // ----- statements
-    std::vector<Stmt const*> compileBlock(std::span<Node const* const> statements, Scope& scope);
-    Stmt const* compileStatement(Node const& node, Scope& scope);
-    LValue compileTarget(Node const& node, Scope& scope);
-
-    // ----- expressions
-    Expr const* compileExpr(Node const& node, Scope& scope);
-    Expr const* compileIdentifier(Node const& node, Scope& scope);
-    Expr const* compileChain(Node const& node, Scope& scope);
-    void compileArguments(std::span<Node const* const> nodes, Scope& scope, std::vector<Expr const*>& args);
-    // One step of an indexing chain: (), {}, .name or .(expr).
-    Accessor compileAccessor(Node const& step, Scope& scope);
-    // An if or case clause; the `unconditional` kind (else, otherwise) has no condition.
-    Clause compileClause(Node const& clause, NodeKind unconditional, Scope& scope);
-    Expr const* compileNumber(Node const& node);
-    Expr const* compileAnonymous(Node const& node, Scope& scope);
-    Expr const* compileSuperCall(Node const& node, Scope& scope);
-
-    CompiledFile& file_;
-    int loopDepth_ = 0;
-    Function* current_ = nullptr;
-};
-
-// ===================================================================== source text of anonymous functions
-
-std::u16string operatorText(Operator op) {
-    switch (op) {
-    case Operator::Plus:
-    case Operator::UnaryPlus:
-        return u"+";
-    case Operator::Minus:
-    case Operator::UnaryMinus:
-        return u"-";
-    case Operator::Times:
-        return u"*";
-    case Operator::RightDivide:
-        return u"/";
-    case Operator::LeftDivide:
-        return u"\\";
-    case Operator::Power:
-        return u"^";
-    case Operator::ElementTimes:
-        return u".*";
-    case Operator::ElementRightDivide:
-        return u"./";
-    case Operator::ElementLeftDivide:
-        return u".\\";
-    case Operator::ElementPower:
-        return u".^";
-    case Operator::ElementAnd:
-        return u"&";
-    case Operator::ElementOr:
-        return u"|";
-    case Operator::Equal:
-        return u"==";
-    case Operator::NotEqual:
-        return u"~=";
-    case Operator::Less:
-        return u"<";
-    case Operator::LessEqual:
-        return u"<=";
-    case Operator::Greater:
-        return u">";
-    case Operator::GreaterEqual:
-        return u">=";
-    case Operator::AndAnd:
-        return u"&&";
-    case Operator::OrOr:
-        return u"||";
-    case Operator::Not:
-        return u"~";
-    case Operator::Transpose:
-        return u"'";
-    case Operator::DotTranspose:
-        return u".'";
-    case Operator::None:
-        break;
-    }
-    return u"";
-}
-
-// The source form of an expression, as func2str and disp show anonymous functions.
-std::u16string sourceOf(Node const& node);
-
-std::u16string joined(std::span<Node const* const> nodes, std::u16string_view separator) {
-    std::u16string out;
-    for (std::size_t i = 0; i < nodes.size(); ++i) {
-        if (i > 0) {
-            out += separator;
-        }
-        out += sourceOf(*nodes[i]);
-    }
-    return out;
-}
-
-std::u16string rowsOf(Node const& node) {
-    std::u16string out;
-    auto const rows = node.list(0, 1);
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-        if (i > 0) {
-            out += u";";
-        }
-        out += joined(rows[i]->list(0, 1), u",");
-    }
-    return out;
-}
-
-std::u16string sourceOf(Node const& node) {
-    switch (node.kind()) {
-    case NodeKind::Identifier:
-    case NodeKind::DottedName:
-    case NodeKind::Number:
-    case NodeKind::ImaginaryNumber:
-        return std::u16string(node.identifier().getString());
-    case NodeKind::CharacterString:
-        return quotedText(node.identifier().getString(), u'\'');
-    case NodeKind::String:
-        return quotedText(node.identifier().getString(), u'"');
-    case NodeKind::Colon:
-        return u":";
-    case NodeKind::End:
-        return u"end";
-    case NodeKind::Ignored:
-        return u"~";
-    case NodeKind::BinaryOperation:
-    case NodeKind::Comparison:
-    case NodeKind::ShortCircuit:
-        return sourceOf(*node.child(0)) + operatorText(node.op()) + sourceOf(*node.child(1));
-    case NodeKind::UnaryOperation:
-        return operatorText(node.op()) + sourceOf(*node.child(0));
-    case NodeKind::PostfixOperation:
-        return sourceOf(*node.child(0)) + operatorText(node.op());
-    case NodeKind::Range: {
-        auto out = sourceOf(*node.child(0)) + u":";
-        if (auto const* step = node.child(1)) {
-            out += sourceOf(*step) + u":";
-        }
-        return out + sourceOf(*node.child(2));
-    }
-    case NodeKind::Parenthesized:
-        return u"(" + sourceOf(*node.child(0)) + u")";
-    case NodeKind::Matrix:
-        return u"[" + rowsOf(node) + u"]";
-    case NodeKind::Cell:
-        return u"{" + rowsOf(node) + u"}";
+// The expression an indexing or field step applies to: x in x(1), x{1}, x.f and x.(n); nullptr for other kinds.
+Node const* stepBase(Node const& step) {
+    switch (step.kind()) {
     case NodeKind::ParenIndex:
-        return sourceOf(*node.child(0)) + u"(" + joined(node.list(1, 2), u",") + u")";
+        return step.child(slot::ParenIndex::indexed);
     case NodeKind::BraceIndex:
-        return sourceOf(*node.child(0)) + u"{" + joined(node.list(1, 2), u",") + u"}";
+        return step.child(slot::BraceIndex::indexed);
     case NodeKind::FieldAccess:
-        return sourceOf(*node.child(0)) + u"." + sourceOf(*node.child(1));
+        return step.child(slot::FieldAccess::structure);
     case NodeKind::DynamicField:
-        return sourceOf(*node.child(0)) + u".(" + sourceOf(*node.child(1)) + u")";
-    case NodeKind::InputArgument:
-        return node.child(0) != nullptr ? sourceOf(*node.child(0)) : u"~";
-    case NodeKind::AnonymousFunction:
-        return u"@(" + joined(node.list(0, 1), u",") + u")" + sourceOf(*node.child(2));
-    case NodeKind::FunctionHandle:
-        return u"@" + sourceOf(*node.child(0));
-    case NodeKind::Assignment:
-        return sourceOf(*node.child(0)) + u"=" + sourceOf(*node.child(1));
+        return step.child(slot::DynamicField::structure);
     default:
-        break;
+        return nullptr;
     }
-    if (node.kind() == SuperclassCallKind) {
-        return sourceOf(*node.child(0)) + u"@" + sourceOf(*node.child(1)) + u"(" + joined(node.list(2, 3), u",") + u")";
+}
+
+// The test of an if, elseif or case clause; nullptr for else and otherwise.
+Node const* clauseTest(Node const& clause) {
+    switch (clause.kind()) {
+    case NodeKind::IfClause:
+        return clause.child(slot::IfClause::condition);
+    case NodeKind::ElseifClause:
+        return clause.child(slot::ElseifClause::condition);
+    case NodeKind::CaseClause:
+        return clause.child(slot::CaseClause::value);
+    default:
+        return nullptr;
     }
-    return u"...";
+}
+
+// The statements of any clause of an if or switch statement.
+std::span<Node const* const> clauseBody(Node const& clause) {
+    switch (clause.kind()) {
+    case NodeKind::IfClause:
+        return clause.list(slot::IfClause::body);
+    case NodeKind::ElseifClause:
+        return clause.list(slot::ElseifClause::body);
+    case NodeKind::CaseClause:
+        return clause.list(slot::CaseClause::body);
+    case NodeKind::ElseClause:
+        return clause.list(slot::ElseClause::body);
+    case NodeKind::OtherwiseClause:
+        return clause.list(slot::OtherwiseClause::body);
+    default:
+        return {};
+    }
 }
 
 // ===================================================================== declarations
@@ -286,7 +92,7 @@ Function& Compiler::declareFunction(Node const& definition, Function const* pare
     function.position = at(definition);
     function.parent = parent;
     function.owner = owner;
-    auto const* nameNode = definition.child(7);
+    auto const* nameNode = definition.child(slot::FunctionDefinition::name);
     function.shortName = textOf(*nameNode);
     if (function.shortName.find('.') != std::string::npos) {
         fail(*nameNode, fmt::format("The property access method '{}'", function.shortName));
@@ -298,7 +104,7 @@ Function& Compiler::declareFunction(Node const& definition, Function const* pare
     } else {
         function.name = function.shortName;
     }
-    for (auto const* nested : definition.list(13, 14)) {
+    for (auto const* nested : definition.list(slot::FunctionDefinition::nestedFunctions)) {
         function.nested.push_back(&declareFunction(*nested, &function, owner));
     }
     return function;
@@ -307,7 +113,7 @@ Function& Compiler::declareFunction(Node const& definition, Function const* pare
 void Compiler::collectAssignedIn(Node const& statement, std::set<std::string>& names) const {
     auto baseName = [&](Node const* target) {
         while (target != nullptr && target->kind() != NodeKind::Identifier) {
-            target = target->child(0);
+            target = stepBase(*target);
         }
         if (target != nullptr) {
             names.insert(textOf(*target));
@@ -319,41 +125,39 @@ void Compiler::collectAssignedIn(Node const& statement, std::set<std::string>& n
         names.insert("ans");
         break;
     case NodeKind::Assignment:
-        baseName(statement.child(0));
+        baseName(statement.child(slot::Assignment::target));
         break;
     case NodeKind::MultipleAssignment:
-        for (auto const* target : statement.list(0, 1)) {
+        for (auto const* target : statement.list(slot::MultipleAssignment::targets)) {
             if (target->kind() != NodeKind::Ignored) {
                 baseName(target);
             }
         }
         break;
     case NodeKind::ForStatement:
-        names.insert(textOf(*statement.child(0)));
-        collectAssigned(statement.list(2, 3), names);
+        names.insert(textOf(*statement.child(slot::ForStatement::variable)));
+        collectAssigned(statement.list(slot::ForStatement::body), names);
         break;
     case NodeKind::WhileStatement:
-        collectAssigned(statement.list(1, 2), names);
+        collectAssigned(statement.list(slot::WhileStatement::body), names);
         break;
     case NodeKind::IfStatement:
-        for (auto const* clause : statement.list(0, 1)) {
-            auto const body = clause->kind() == NodeKind::ElseClause ? clause->list(0, 1) : clause->list(1, 2);
-            collectAssigned(body, names);
+        for (auto const* clause : statement.list(slot::IfStatement::clauses)) {
+            collectAssigned(clauseBody(*clause), names);
         }
         break;
     case NodeKind::SwitchStatement:
-        for (auto const* clause : statement.list(1, 2)) {
-            auto const body = clause->kind() == NodeKind::OtherwiseClause ? clause->list(0, 1) : clause->list(1, 2);
-            collectAssigned(body, names);
+        for (auto const* clause : statement.list(slot::SwitchStatement::clauses)) {
+            collectAssigned(clauseBody(*clause), names);
         }
         break;
     case NodeKind::TryStatement:
-        collectAssigned(statement.list(0, 1), names);
-        if (auto const* handler = statement.child(2)) {
-            if (auto const* variable = handler->child(0)) {
+        collectAssigned(statement.list(slot::TryStatement::body), names);
+        if (auto const* handler = statement.child(slot::TryStatement::catchClause)) {
+            if (auto const* variable = handler->child(slot::CatchClause::variable)) {
                 names.insert(textOf(*variable));
             }
-            collectAssigned(handler->list(1, 2), names);
+            collectAssigned(handler->list(slot::CatchClause::body), names);
         }
         break;
     default:
@@ -370,7 +174,8 @@ void Compiler::collectAssigned(std::span<Node const* const> statements, std::set
 void Compiler::prepareScope(Scope& scope, Node const& definition) {
     auto& function = *scope.function;
     std::set<std::string> own;
-    for (auto const* output : definition.list(5, 6)) {
+    using Definition = slot::FunctionDefinition;  // methods too
+    for (auto const* output : definition.list(Definition::outputs)) {
         auto const name = textOf(*output);
         if (own.contains(name)) {
             invalid(*output, fmt::format("The output '{}' is named twice.", name));
@@ -381,9 +186,9 @@ void Compiler::prepareScope(Scope& scope, Node const& definition) {
     if (!function.outputSlots.empty() && function.slotNames[function.outputSlots.back()] == "varargout") {
         function.varargout = true;
     }
-    auto const inputs = definition.list(8, 9);
+    auto const inputs = definition.list(Definition::inputs);
     for (std::size_t i = 0; i < inputs.size(); ++i) {
-        auto const* identifier = inputs[i]->child(0);
+        auto const* identifier = inputs[i]->child(slot::InputArgument::identifier);
         if (identifier == nullptr) {
             function.inputSlots.push_back(-1);
             continue;
@@ -404,7 +209,7 @@ void Compiler::prepareScope(Scope& scope, Node const& definition) {
         }
     }
     std::set<std::string> assigned;
-    collectAssigned(definition.list(11, 12), assigned);
+    collectAssigned(definition.list(Definition::body), assigned);
     for (auto const& name : assigned) {
         if (own.contains(name)) {
             continue;
@@ -422,7 +227,8 @@ void Compiler::compileFunction(Function& function, Node const& definition, Scope
     scope.function = &function;
     scope.enclosing = enclosing;
     prepareScope(scope, definition);
-    auto const body = definition.list(11, 12);
+    using Definition = slot::FunctionDefinition;  // methods too
+    auto const body = definition.list(Definition::body);
     for (auto const* statement : body) {
         if (statement->kind() == NodeKind::ArgumentsBlock) {
             fail(*statement, "An arguments block");
@@ -433,7 +239,7 @@ void Compiler::compileFunction(Function& function, Node const& definition, Scope
     function.body = compileBlock(body, scope);
     loopDepth_ = savedLoops;
     current_ = saved;
-    auto const nested = definition.list(13, 14);
+    auto const nested = definition.list(Definition::nestedFunctions);
     for (std::size_t i = 0; i < nested.size(); ++i) {
         compileFunction(const_cast<Function&>(*function.nested[i]), *nested[i], &scope);
     }
@@ -525,14 +331,15 @@ void Compiler::compileClass(Node const& definition) {
     auto syntax = std::make_unique<ClassSyntax>();
     auto& cls = *syntax;
     cls.position = at(definition);
-    auto const* nameNode = definition.child(8);
+    using Class = slot::ClassDefinition;
+    auto const* nameNode = definition.child(Class::name);
     auto const ownName = textOf(*nameNode);
     auto const expected = file_.qualifiedName.substr(file_.qualifiedName.rfind('.') + 1);
     if (!file_.qualifiedName.empty() && ownName != expected) {
         invalid(*nameNode, fmt::format("The class '{}' must be defined in a file named '{}.qx'.", ownName, ownName));
     }
     cls.name = file_.qualifiedName.empty() ? ownName : file_.qualifiedName;
-    for (auto const* attribute : definition.list(6, 7)) {
+    for (auto const* attribute : definition.list(Class::attributes)) {
         auto const name = AttributeQueries::getName(*attribute);
         if (name == u"Abstract") {
             cls.isAbstract = flagOf(*attribute, file_.displayName);
@@ -542,7 +349,7 @@ void Compiler::compileClass(Node const& definition) {
             fail(*attribute, fmt::format("The class attribute '{}'", narrow(name)));
         }
     }
-    for (auto const* super : definition.list(9, 10)) {
+    for (auto const* super : definition.list(Class::superclasses)) {
         cls.superclasses.emplace_back(textOf(*super), at(*super));
     }
 
@@ -553,13 +360,13 @@ void Compiler::compileClass(Node const& definition) {
     };
     std::vector<PendingMethod> pending;
     std::set<std::string> memberNames;
-    for (auto const* block : definition.list(11, 12)) {
+    for (auto const* block : definition.list(Class::blocks)) {
         switch (block->kind()) {
         case NodeKind::PropertiesBlock: {
             bool constant = false;
             Visibility getAccess = Visibility::Public;
             Visibility setAccess = Visibility::Public;
-            for (auto const* attribute : block->list(0, 1)) {
+            for (auto const* attribute : block->list(slot::PropertiesBlock::attributes)) {
                 auto const name = AttributeQueries::getName(*attribute);
                 if (name == u"Constant") {
                     constant = flagOf(*attribute, file_.displayName);
@@ -573,12 +380,14 @@ void Compiler::compileClass(Node const& definition) {
                     fail(*attribute, fmt::format("The property attribute '{}'", narrow(name)));
                 }
             }
-            for (auto const* property : block->list(2, 3)) {
-                if (property->child(1) != nullptr || property->child(2) != nullptr || !property->list(3, 4).empty()) {
+            for (auto const* property : block->list(slot::PropertiesBlock::properties)) {
+                if (property->child(slot::Property::size) != nullptr ||
+                    property->child(slot::Property::className) != nullptr ||
+                    !property->list(slot::Property::validators).empty()) {
                     fail(*property, "A property size, class or validator declaration");
                 }
                 PropertySyntax syntax;
-                syntax.name = textOf(*property->child(0));
+                syntax.name = textOf(*property->child(slot::Property::name));
                 syntax.position = at(*property);
                 syntax.constant = constant;
                 syntax.getAccess = getAccess;
@@ -586,7 +395,7 @@ void Compiler::compileClass(Node const& definition) {
                 if (!memberNames.insert(syntax.name).second) {
                     invalid(*property, fmt::format("The class already has a member named '{}'.", syntax.name));
                 }
-                if (auto const* value = property->child(5)) {
+                if (auto const* value = property->child(slot::Property::defaultValue)) {
                     // Defaults are evaluated once, when the class is defined, in a frame of their own.
                     auto& holder = file_.functions.emplace_back();
                     holder.file = &file_;
@@ -609,7 +418,7 @@ void Compiler::compileClass(Node const& definition) {
             bool isAbstract = false;
             bool isSealed = false;
             Visibility access = Visibility::Public;
-            for (auto const* attribute : block->list(0, 1)) {
+            for (auto const* attribute : block->list(slot::MethodsBlock::attributes)) {
                 auto const name = AttributeQueries::getName(*attribute);
                 if (name == u"Static") {
                     isStatic = flagOf(*attribute, file_.displayName);
@@ -623,7 +432,7 @@ void Compiler::compileClass(Node const& definition) {
                     fail(*attribute, fmt::format("The method attribute '{}'", narrow(name)));
                 }
             }
-            for (auto const* member : block->list(2, 3)) {
+            for (auto const* member : block->list(slot::MethodsBlock::members)) {
                 Function* function = nullptr;
                 if (member->kind() == NodeKind::MethodSignature) {
                     if (!isAbstract) {
@@ -632,7 +441,7 @@ void Compiler::compileClass(Node const& definition) {
                     function = &file_.functions.emplace_back();
                     function->file = &file_;
                     function->position = at(*member);
-                    function->shortName = textOf(*member->child(2));
+                    function->shortName = textOf(*member->child(slot::MethodSignature::name));
                     function->name = cls.name + "." + function->shortName;
                     function->owner = &cls;
                     function->isAbstract = true;
@@ -667,493 +476,17 @@ void Compiler::compileClass(Node const& definition) {
     }
     file_.classSyntax = std::move(syntax);
     for (auto const& [function, member] : pending) {
-        if (function->isConstructor && (member->list(5, 6).size() != 1)) {
+        if (function->isConstructor && (member->list(slot::MethodDefinition::outputs).size() != 1)) {
             invalid(*member, "A constructor returns exactly one output: the object.");
         }
         compileFunction(*function, *member, nullptr);
     }
 }
 
-// ===================================================================== statements
-
-std::vector<Stmt const*> Compiler::compileBlock(std::span<Node const* const> statements, Scope& scope) {
-    std::vector<Stmt const*> block;
-    block.reserve(statements.size());
-    for (auto const* statement : statements) {
-        if (auto const* compiled = compileStatement(*statement, scope)) {
-            block.push_back(compiled);
-        }
-    }
-    return block;
-}
-
-LValue Compiler::compileTarget(Node const& node, Scope& scope) {
-    LValue target;
-    target.position = at(node);
-    if (node.kind() == NodeKind::Ignored) {
-        target.ignored = true;
-        return target;
-    }
-    std::vector<Node const*> path;
-    Node const* base = &node;
-    while (base->kind() != NodeKind::Identifier) {
-        switch (base->kind()) {
-        case NodeKind::ParenIndex:
-        case NodeKind::BraceIndex:
-        case NodeKind::FieldAccess:
-        case NodeKind::DynamicField:
-            path.push_back(base);
-            base = base->child(0);
-            break;
-        default:
-            invalid(*base, "This expression cannot be assigned to.");
-        }
-    }
-    target.name = textOf(*base);
-    auto const variable = resolveVariable(scope, target.name);
-    if (!variable) {
-        invalid(*base, fmt::format("'{}' cannot be assigned to here.", target.name));
-    }
-    target.slot = variable->slot;
-    target.depth = variable->depth;
-    for (auto it = path.rbegin(); it != path.rend(); ++it) {
-        Node const& step = **it;
-        target.accessors.push_back(compileAccessor(step, scope));
-    }
-    return target;
-}
-
-Stmt const* Compiler::compileStatement(Node const& node, Scope& scope) {
-    switch (node.kind()) {
-    case NodeKind::EmptyStatement:
-        return nullptr;
-    case NodeKind::ExpressionStatement: {
-        auto& stmt = newStmt(StmtKind::Expression, node);
-        stmt.expr = compileExpr(*node.child(0), scope);
-        if (auto const ans = resolveVariable(scope, "ans")) {
-            stmt.ansSlot = ans->slot;
-            stmt.ansDepth = ans->depth;
-        }
-        return &stmt;
-    }
-    case NodeKind::Assignment: {
-        auto& stmt = newStmt(StmtKind::Assign, node);
-        stmt.expr = compileExpr(*node.child(1), scope);
-        stmt.targets.push_back(compileTarget(*node.child(0), scope));
-        return &stmt;
-    }
-    case NodeKind::MultipleAssignment: {
-        auto& stmt = newStmt(StmtKind::MultiAssign, node);
-        stmt.expr = compileExpr(*node.child(2), scope);
-        for (auto const* target : node.list(0, 1)) {
-            stmt.targets.push_back(compileTarget(*target, scope));
-        }
-        if (stmt.targets.empty()) {
-            invalid(node, "A multiple assignment needs at least one target.");
-        }
-        return &stmt;
-    }
-    case NodeKind::IfStatement: {
-        auto& stmt = newStmt(StmtKind::If, node);
-        for (auto const* clause : node.list(0, 1)) {
-            stmt.clauses.push_back(compileClause(*clause, NodeKind::ElseClause, scope));
-        }
-        return &stmt;
-    }
-    case NodeKind::ForStatement: {
-        auto& stmt = newStmt(StmtKind::For, node);
-        stmt.targets.push_back(compileTarget(*node.child(0), scope));
-        stmt.expr = compileExpr(*node.child(1), scope);
-        ++loopDepth_;
-        stmt.body = compileBlock(node.list(2, 3), scope);
-        --loopDepth_;
-        return &stmt;
-    }
-    case NodeKind::WhileStatement: {
-        auto& stmt = newStmt(StmtKind::While, node);
-        stmt.expr = compileExpr(*node.child(0), scope);
-        ++loopDepth_;
-        stmt.body = compileBlock(node.list(1, 2), scope);
-        --loopDepth_;
-        return &stmt;
-    }
-    case NodeKind::SwitchStatement: {
-        auto& stmt = newStmt(StmtKind::Switch, node);
-        stmt.expr = compileExpr(*node.child(0), scope);
-        for (auto const* clause : node.list(1, 2)) {
-            stmt.clauses.push_back(compileClause(*clause, NodeKind::OtherwiseClause, scope));
-        }
-        return &stmt;
-    }
-    case NodeKind::TryStatement: {
-        auto& stmt = newStmt(StmtKind::Try, node);
-        stmt.body = compileBlock(node.list(0, 1), scope);
-        if (auto const* handler = node.child(2)) {
-            if (auto const* variable = handler->child(0)) {
-                auto const ref = resolveVariable(scope, textOf(*variable));
-                stmt.catchSlot = ref->slot;
-                stmt.catchDepth = ref->depth;
-            }
-            stmt.handler = compileBlock(handler->list(1, 2), scope);
-        }
-        return &stmt;
-    }
-    case NodeKind::Break:
-    case NodeKind::Continue:
-        if (loopDepth_ == 0) {
-            invalid(node, fmt::format("'{}' is only allowed inside a loop.",
-                                      node.kind() == NodeKind::Break ? "break" : "continue"));
-        }
-        return &newStmt(node.kind() == NodeKind::Break ? StmtKind::Break : StmtKind::Continue, node);
-    case NodeKind::Return:
-        return &newStmt(StmtKind::Return, node);
-    case NodeKind::CommandStatement: {
-        auto& stmt = newStmt(StmtKind::Command, node);
-        stmt.command = textOf(*node.child(0));
-        if (auto const ans = resolveVariable(scope, "ans")) {
-            stmt.ansSlot = ans->slot;
-            stmt.ansDepth = ans->depth;
-        }
-        for (auto const* word : node.list(1, 2)) {
-            stmt.words.emplace_back(word->identifier().getString());
-        }
-        return &stmt;
-    }
-    case NodeKind::GlobalStatement:
-        fail(node, "A global declaration");
-    case NodeKind::PersistentStatement:
-        fail(node, "A persistent declaration");
-    case NodeKind::ParforStatement:
-        fail(node, "A parfor loop");
-    case NodeKind::ArgumentsBlock:
-        fail(node, "An arguments block");
-    case NodeKind::FunctionDefinition:
-        fail(node, "A function definition inside a block");
-    default:
-        break;
-    }
-    if (node.kind() == ShellEscapeKind) {
-        fail(node, "A shell escape");
-    }
-    if (node.kind() == SpmdStatementKind) {
-        fail(node, "An spmd block");
-    }
-    fail(node, fmt::format("The statement kind {}", static_cast<int>(node.kind())));
-}
-
-// ===================================================================== expressions
-
-Expr const* Compiler::compileNumber(Node const& node) {
-    auto const text = textOf(node);
-    double value = 0;
-    if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X' || text[1] == 'b' || text[1] == 'B')) {
-        bool const hex = text[1] == 'x' || text[1] == 'X';
-        std::size_t i = 2;
-        for (; i < text.size(); ++i) {
-            char const c = text[i];
-            int digit = -1;
-            if (c >= '0' && c <= '9') {
-                digit = c - '0';
-            } else if (hex && c >= 'a' && c <= 'f') {
-                digit = c - 'a' + 10;
-            } else if (hex && c >= 'A' && c <= 'F') {
-                digit = c - 'A' + 10;
-            }
-            if (digit < 0 || digit >= (hex ? 16 : 2)) {
-                break;
-            }
-            value = value * (hex ? 16 : 2) + digit;
-        }
-        if (i != text.size()) {
-            fail(node, fmt::format("The integer-typed literal '{}'", text));
-        }
-    } else {
-        char* end = nullptr;
-        value = std::strtod(text.c_str(), &end);
-        if (end != text.c_str() + text.size()) {
-            fail(node, fmt::format("The number literal '{}'", text));
-        }
-    }
-    auto& expr = newExpr(ExprKind::Constant, node);
-    expr.constant = qxArray::share(qxArray::createScalar(value));
-    return &expr;
-}
-
-Expr const* Compiler::compileIdentifier(Node const& node, Scope& scope) {
-    auto const name = textOf(node);
-    if (auto const variable = resolveVariable(scope, name)) {
-        auto& expr = newExpr(variable->depth == 0 ? ExprKind::Variable : ExprKind::Outer, node);
-        expr.slot = variable->slot;
-        expr.depth = variable->depth;
-        expr.name = name;
-        // Used before it has a value, the name is called instead: a local function too.
-        expr.function = findLocalFunction(scope, name);
-        return &expr;
-    }
-    if ((name == "nargin" || name == "nargout") && current_ != nullptr && !current_->isAnonymous && !file_.isScript) {
-        return &newExpr(name == "nargin" ? ExprKind::Nargin : ExprKind::Nargout, node);
-    }
-    auto& expr = newExpr(ExprKind::Name, node);
-    expr.name = name;
-    expr.function = findLocalFunction(scope, name);
-    return &expr;
-}
-
-void Compiler::compileArguments(std::span<Node const* const> nodes, Scope& scope, std::vector<Expr const*>& args) {
-    for (auto const* argument : nodes) {
-        if (argument->kind() == NodeKind::Assignment) {
-            // f(Name=value) passes 'Name', value.
-            auto& name = newExpr(ExprKind::Constant, *argument->child(0));
-            name.constant = qxArray::share(qxArray::createString(argument->child(0)->identifier().getString()));
-            args.push_back(&name);
-            args.push_back(compileExpr(*argument->child(1), scope));
-            continue;
-        }
-        args.push_back(compileExpr(*argument, scope));
-    }
-}
-
-Clause Compiler::compileClause(Node const& clause, NodeKind unconditional, Scope& scope) {
-    Clause compiled;
-    compiled.position = at(clause);
-    if (clause.kind() == unconditional) {
-        compiled.body = compileBlock(clause.list(0, 1), scope);
-    } else {
-        compiled.condition = compileExpr(*clause.child(0), scope);
-        compiled.body = compileBlock(clause.list(1, 2), scope);
-    }
-    return compiled;
-}
-
-Accessor Compiler::compileAccessor(Node const& step, Scope& scope) {
-    Accessor accessor;
-    accessor.position = at(step);
-    switch (step.kind()) {
-    case NodeKind::ParenIndex:
-        accessor.kind = AccessorKind::Paren;
-        compileArguments(step.list(1, 2), scope, accessor.args);
-        break;
-    case NodeKind::BraceIndex:
-        accessor.kind = AccessorKind::Brace;
-        compileArguments(step.list(1, 2), scope, accessor.args);
-        break;
-    case NodeKind::FieldAccess:
-        accessor.kind = AccessorKind::Field;
-        accessor.name = textOf(*step.child(1));
-        break;
-    default:
-        accessor.kind = AccessorKind::DynamicField;
-        accessor.nameExpr = compileExpr(*step.child(1), scope);
-        break;
-    }
-    return accessor;
-}
-
-Expr const* Compiler::compileChain(Node const& node, Scope& scope) {
-    std::vector<Node const*> path;
-    Node const* base = &node;
-    for (;;) {
-        auto const kind = base->kind();
-        if (kind != NodeKind::ParenIndex && kind != NodeKind::BraceIndex && kind != NodeKind::FieldAccess &&
-            kind != NodeKind::DynamicField) {
-            break;
-        }
-        path.push_back(base);
-        base = base->child(0);
-    }
-    auto& expr = newExpr(ExprKind::Chain, node);
-    expr.base = compileExpr(*base, scope);
-    // A chain on a name that is not a variable may name a package or class:
-    // pkg.sub.f(x), pkg.Class.Constant. The dotted prefix becomes the name.
-    std::size_t next = path.size();
-    if (expr.base->kind == ExprKind::Name) {
-        auto& name = const_cast<Expr&>(*expr.base);
-        while (next > 0 && path[next - 1]->kind() == NodeKind::FieldAccess) {
-            --next;
-            name.name += "." + textOf(*path[next]->child(1));
-        }
-        if (name.name.find('.') != std::string::npos) {
-            name.function = nullptr;
-            std::size_t start = 0;
-            for (auto dot = name.name.find('.'); dot != std::string::npos; dot = name.name.find('.', start)) {
-                name.parts.push_back(name.name.substr(start, dot - start));
-                start = dot + 1;
-            }
-            name.parts.push_back(name.name.substr(start));
-        }
-    }
-    for (auto i = next; i > 0; --i) {
-        Node const& step = *path[i - 1];
-        expr.accessors.push_back(compileAccessor(step, scope));
-    }
-    if (expr.accessors.empty()) {
-        return expr.base;  // a dotted name alone
-    }
-    return &expr;
-}
-
-Expr const* Compiler::compileAnonymous(Node const& node, Scope& scope) {
-    auto& function = file_.functions.emplace_back();
-    function.file = &file_;
-    function.position = at(node);
-    function.isAnonymous = true;
-    function.owner = current_ != nullptr ? current_->owner : nullptr;
-    function.name = current_ != nullptr ? current_->name + "/@" : "@";
-    function.text = sourceOf(node);
-    function.outputSlots.clear();
-    auto& expr = newExpr(ExprKind::AnonFunction, node);
-    Scope own;
-    own.function = &function;
-    own.enclosing = &scope;
-    own.anonymous = true;
-    own.captures = &expr.captures;
-    for (auto const* parameter : node.list(0, 1)) {
-        if (auto const* identifier = parameter->child(0)) {
-            auto const name = textOf(*identifier);
-            function.inputSlots.push_back(own.addSlot(name));
-            function.varargin = name == "varargin";
-        } else {
-            function.inputSlots.push_back(-1);
-        }
-    }
-    auto* saved = std::exchange(current_, &function);
-    auto& body = newStmt(StmtKind::Expression, *node.child(2));
-    body.expr = compileExpr(*node.child(2), own);
-    current_ = saved;
-    function.body.push_back(&body);
-    expr.function = &function;
-    return &expr;
-}
-
-Expr const* Compiler::compileSuperCall(Node const& node, Scope& scope) {
-    auto& expr = newExpr(ExprKind::SuperCall, node);
-    expr.name = textOf(*node.child(0));
-    expr.superclass = textOf(*node.child(1));
-    if (expr.name.find('.') != std::string::npos) {
-        fail(node, fmt::format("The superclass call '{}@{}'", expr.name, expr.superclass));
-    }
-    if (current_ == nullptr || current_->owner == nullptr) {
-        invalid(node, "A superclass member can only be called from a method of a subclass.");
-    }
-    compileArguments(node.list(2, 3), scope, expr.args);
-    if (current_->isConstructor && !current_->outputSlots.empty() &&
-        current_->slotNames[current_->outputSlots.front()] == expr.name) {
-        current_->explicitSuperConstructors.push_back(expr.superclass);
-    }
-    return &expr;
-}
-
-Expr const* Compiler::compileExpr(Node const& node, Scope& scope) {
-    switch (node.kind()) {
-    case NodeKind::Identifier:
-        return compileIdentifier(node, scope);
-    case NodeKind::Number:
-        return compileNumber(node);
-    case NodeKind::CharacterString: {
-        auto& expr = newExpr(ExprKind::Constant, node);
-        auto const text = node.identifier().getString();
-        // '' is a 0-by-0 char array.
-        expr.constant = qxArray::share(text.empty() ? qxArray::createChar({0, 0}) : qxArray::createString(text));
-        return &expr;
-    }
-    case NodeKind::String: {
-        auto& expr = newExpr(ExprKind::Constant, node);
-        expr.constant = qxArray::share(qxArray::createStringScalar(node.identifier().getString()));
-        return &expr;
-    }
-    case NodeKind::Colon:
-        return &newExpr(ExprKind::Colon, node);
-    case NodeKind::End:
-        return &newExpr(ExprKind::End, node);
-    case NodeKind::Parenthesized:
-        return compileExpr(*node.child(0), scope);
-    case NodeKind::BinaryOperation:
-    case NodeKind::Comparison: {
-        auto& expr = newExpr(node.kind() == NodeKind::Comparison ? ExprKind::Compare : ExprKind::Binary, node);
-        expr.op = node.op();
-        expr.args = {compileExpr(*node.child(0), scope), compileExpr(*node.child(1), scope)};
-        return &expr;
-    }
-    case NodeKind::ShortCircuit: {
-        auto& expr = newExpr(node.op() == Operator::AndAnd ? ExprKind::AndAnd : ExprKind::OrOr, node);
-        expr.args = {compileExpr(*node.child(0), scope), compileExpr(*node.child(1), scope)};
-        return &expr;
-    }
-    case NodeKind::UnaryOperation: {
-        auto& expr = newExpr(ExprKind::Unary, node);
-        expr.op = node.op();
-        expr.args = {compileExpr(*node.child(0), scope)};
-        return &expr;
-    }
-    case NodeKind::PostfixOperation: {
-        auto& expr = newExpr(ExprKind::Postfix, node);
-        expr.op = node.op();
-        expr.args = {compileExpr(*node.child(0), scope)};
-        return &expr;
-    }
-    case NodeKind::Range: {
-        auto& expr = newExpr(ExprKind::Range, node);
-        auto const* step = node.child(1);
-        expr.args = {compileExpr(*node.child(0), scope), step != nullptr ? compileExpr(*step, scope) : nullptr,
-                     compileExpr(*node.child(2), scope)};
-        return &expr;
-    }
-    case NodeKind::Matrix:
-    case NodeKind::Cell: {
-        auto& expr = newExpr(node.kind() == NodeKind::Matrix ? ExprKind::Matrix : ExprKind::Cell, node);
-        for (auto const* row : node.list(0, 1)) {
-            std::vector<Expr const*> elements;
-            compileArguments(row->list(0, 1), scope, elements);
-            expr.rows.push_back(std::move(elements));
-        }
-        expr.literalEmpty = node.kind() == NodeKind::Matrix && expr.rows.empty();
-        return &expr;
-    }
-    case NodeKind::ParenIndex:
-    case NodeKind::BraceIndex:
-    case NodeKind::FieldAccess:
-    case NodeKind::DynamicField:
-        return compileChain(node, scope);
-    case NodeKind::AnonymousFunction:
-        return compileAnonymous(node, scope);
-    case NodeKind::FunctionHandle: {
-        auto& expr = newExpr(ExprKind::Handle, node);
-        expr.name = textOf(*node.child(0));
-        if (expr.name.find('.') == std::string::npos) {
-            expr.function = findLocalFunction(scope, expr.name);
-        }
-        return &expr;
-    }
-    case NodeKind::DottedName: {
-        auto& expr = newExpr(ExprKind::Name, node);
-        expr.name = textOf(node);
-        std::size_t start = 0;
-        for (auto dot = expr.name.find('.'); dot != std::string::npos; dot = expr.name.find('.', start)) {
-            expr.parts.push_back(expr.name.substr(start, dot - start));
-            start = dot + 1;
-        }
-        expr.parts.push_back(expr.name.substr(start));
-        return &expr;
-    }
-    case NodeKind::ImaginaryNumber:
-        fail(node, "A complex number");
-    case NodeKind::MetaclassQuery:
-        fail(node, "A metaclass query");
-    case NodeKind::Ignored:
-        invalid(node, "'~' is only allowed as an input or output placeholder.");
-    default:
-        break;
-    }
-    if (node.kind() == SuperclassCallKind) {
-        return compileSuperCall(node, scope);
-    }
-    fail(node, fmt::format("The expression kind {}", static_cast<int>(node.kind())));
-}
-
 // ===================================================================== files
 
 void Compiler::compileRoot(Node const& root, bool allowScript) {
-    auto const items = root.list(0, 1);
+    auto const items = root.list(slot::File::items);
     std::vector<Node const*> statements;
     std::vector<Node const*> functions;
     Node const* classDefinition = nullptr;
@@ -1217,7 +550,7 @@ void Compiler::compileRoot(Node const& root, bool allowScript) {
     }
 }
 
-}  // namespace
+}  // namespace compiling
 
 std::shared_ptr<CompiledFile const> compileFile(std::shared_ptr<ca::AnalysisResult const> tree,
                                                 std::filesystem::path path, std::string displayName,
@@ -1233,7 +566,7 @@ std::shared_ptr<CompiledFile const> compileFile(std::shared_ptr<ca::AnalysisResu
         error.addFrame({file->displayName, "", first.line, first.column});
         throw error;
     }
-    Compiler compiler(*file);
+    compiling::Compiler compiler(*file);
     compiler.compileRoot(file->tree->getRootNode(), allowScript);
     return file;
 }

@@ -1,7 +1,9 @@
 #pragma once
 // Running compiled code: frames, statements, expressions, calls of every kind
 // (compiled functions, methods, constructors, built-ins, host functions,
-// function handles), and the errors they raise.
+// function handles), and the errors they raise. Calls.cpp holds calls and the
+// entry points, Statements.cpp and Expressions.cpp the evaluator, Classes.cpp
+// classes and their members (see Evaluation.hpp).
 
 #include "platform/host/HostFunctions.hpp"
 #include "platform/host/lang/detail/Code.hpp"

@@ -45,6 +45,10 @@ Value cellOf(std::vector<std::vector<Value>> const& rows);
 // The name of the method a class may define for an operator ("plus", "eq", ...).
 char const* operatorMethodName(Operator op);
 
+// A value as string elements: string arrays as they are, text as one string, numbers element by element as their
+// text.
+qxArrayPtr asStrings(qxArray const& array);
+
 // Whether two values are equal in class family, size and content (isequal).
 bool valuesEqual(qxArray const& left, qxArray const& right);
 
