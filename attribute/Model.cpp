@@ -3,6 +3,7 @@
 #include "attribute/AttributeAnalyzer.hpp"
 #include "attribute/AttributeIdentity.hpp"
 #include "attribute/Severity.hpp"
+#include "services/HostClassNames.hpp"
 
 namespace dependency::attribute {
 
@@ -11,15 +12,15 @@ namespace {
 // The host class names, interned once: objects are made by the thousand (one
 // attribute per finding) and take the name as it stands.
 services::InternedName attributeClass() {
-    static auto const& name = services::internName("dependencies.internal.attribute.Attribute");
+    static auto const& name = services::internName(services::AttributeClassName);
     return {name};
 }
 services::InternedName identityClass() {
-    static auto const& name = services::internName("dependencies.internal.attribute.AttributeIdentity");
+    static auto const& name = services::internName(services::AttributeIdentityClassName);
     return {name};
 }
 services::InternedName analyzerClass() {
-    static auto const& name = services::internName("dependencies.internal.attribute.AttributeAnalyzer");
+    static auto const& name = services::internName(services::AttributeAnalyzerClassName);
     return {name};
 }
 

@@ -1,96 +1,42 @@
 #include "cli/AnalyzerCatalog.hpp"
 
-#include "attribute/analyzers/Analyzers.hpp"
 #include "platform/fl/MessageCatalog.hpp"
 
 #include <algorithm>
-#include <array>
 #include <stdexcept>
 
 namespace depattr::cli {
 
 namespace da = dependency::attribute;
-using da::Severity;
 
 namespace {
 
-constexpr std::array<FindingKind, 2> missingFileKinds{{
-    {"Exists", false, "FileExists", "FileExistsAttribute", Severity::Information},
-    {"Missing", false, "MissingFile", "MissingFileProblem", Severity::Warning},
-}};
-constexpr std::array<FindingKind, 1> derivedFileKinds{{
-    {"OutOfDate", false, "DerivedFileOutOfDate", "DerivedFileProblem", Severity::Warning},
-}};
-constexpr std::array<FindingKind, 1> missingFunctionKinds{{
-    {"Missing", false, "MissingFunction", "MissingFunctionProblem", Severity::Warning},
-}};
-constexpr std::array<FindingKind, 1> missingProductKinds{{
-    {"MissingProduct", true, "MissingProduct", "MissingProductProblem", Severity::Warning},
-}};
-constexpr std::array<FindingKind, 1> missingPackageDependencyKinds{{
-    {"Missing", false, "MissingPackageDependency", "MissingPackageDependencyProblem", Severity::Warning},
-}};
-constexpr std::array<FindingKind, 4> invalidFormatKinds{{
-    {"FutureRelease", false, "FutureRelease", "FutureReleaseProblem", Severity::Warning},
-    {"InvalidFormat", false, "InvalidFormat", "InvalidFormatProblem", Severity::Warning},
-    {"SyntaxError", false, "SyntaxError", "SyntaxErrorProblem", Severity::Warning},
-    {"ModelInPackage", false, "ModelInPackage", "ModelInPackageProblem", Severity::Warning},
-}};
-constexpr std::array<FindingKind, 1> missingProjectReferenceKinds{{
-    {"Missing", false, "MissingProjectReference", "MissingProjectReferenceProblem", Severity::Warning},
-}};
-constexpr std::array<FindingKind, 1> circularProjectReferenceKinds{{
-    {"CircularDependency", false, "CircularProjectReference", "CircularDependency", Severity::Warning},
-}};
-
-bool matches(FindingKind const& kind, std::u16string const& id) {
-    if (kind.idIsPrefix) {
-        return id.size() >= kind.id.size() && std::equal(kind.id.begin(), kind.id.end(), id.begin());
+std::string knownAnalyzerNames() {
+    std::string known;
+    for (auto const* entry : builtInAnalyzers()) {
+        known += (known.empty() ? "" : ", ") + std::string(entry->name);
     }
-    return id.size() == kind.id.size() && std::equal(kind.id.begin(), kind.id.end(), id.begin());
+    return known;
 }
 
 }  // namespace
 
-std::vector<AnalyzerEntry> const& builtInAnalyzers() {
-    static std::vector<AnalyzerEntry> const entries = {
-        {"missing-file", "AnalyzerMissingFile", &da::createMissingFileAnalyzer, missingFileKinds},
-        {"derived-file", "AnalyzerDerivedFile", &da::createDerivedFileAnalyzer, derivedFileKinds},
-        {"missing-function", "AnalyzerMissingFunction", &da::createMissingFunctionAnalyzer, missingFunctionKinds},
-        {"missing-product", "AnalyzerMissingProduct", &da::createMissingProductAnalyzer, missingProductKinds},
-        {"missing-package-dependency", "AnalyzerMissingPackageDependency", &da::createMissingPackageDependencyAnalyzer,
-         missingPackageDependencyKinds},
-        {"invalid-format", "AnalyzerInvalidFormat", &da::createInvalidFormatAnalyzer, invalidFormatKinds},
-        {"missing-project-reference", "AnalyzerMissingProjectReference", &da::createMissingProjectReferenceAnalyzer,
-         missingProjectReferenceKinds},
-        {"circular-project-reference", "AnalyzerCircularProjectReference", &da::createCircularProjectReferenceAnalyzer,
-         circularProjectReferenceKinds},
-    };
-    return entries;
-}
-
 AnalyzerEntry const* findAnalyzer(std::string_view name) {
-    auto const& entries = builtInAnalyzers();
-    auto const it = std::find_if(entries.begin(), entries.end(), [&](auto const& e) { return e.name == name; });
-    return it == entries.end() ? nullptr : &*it;
+    return da::findBuiltInAnalyzer(name);
 }
 
 std::vector<NamedAnalyzer> createAnalyzers(std::vector<std::string> const& names) {
     std::vector<NamedAnalyzer> analyzers;
     if (names.empty()) {
-        for (auto const& entry : builtInAnalyzers()) {
-            analyzers.push_back({entry.name, entry.create()});
+        for (auto const* entry : builtInAnalyzers()) {
+            analyzers.push_back({entry->name, entry->create()});
         }
         return analyzers;
     }
     for (auto const& name : names) {
         auto const* entry = findAnalyzer(name);
         if (entry == nullptr) {
-            std::string known;
-            for (auto const& e : builtInAnalyzers()) {
-                known += (known.empty() ? "" : ", ") + std::string(e.name);
-            }
-            throw std::invalid_argument("unknown analyzer \"" + name + "\" (known: " + known + ")");
+            throw std::invalid_argument("unknown analyzer \"" + name + "\" (known: " + knownAnalyzerNames() + ")");
         }
         analyzers.push_back({entry->name, entry->create()});
     }
@@ -118,7 +64,7 @@ FindingKind const* kindOf(std::string_view analyzer, da::Attribute const& findin
         return nullptr;
     }
     for (auto const& kind : entry->findings) {
-        if (matches(kind, finding.getID())) {
+        if (kind.matches(std::u16string_view(finding.getID()))) {
             return &kind;
         }
     }
@@ -126,9 +72,9 @@ FindingKind const* kindOf(std::string_view analyzer, da::Attribute const& findin
 }
 
 bool isKnownFindingId(std::string_view id) {
-    for (auto const& entry : builtInAnalyzers()) {
-        for (auto const& kind : entry.findings) {
-            if (kind.idIsPrefix ? id.starts_with(kind.id) : id == kind.id) {
+    for (auto const* entry : builtInAnalyzers()) {
+        for (auto const& kind : entry->findings) {
+            if (kind.matches(id)) {
                 return true;
             }
         }
@@ -138,8 +84,8 @@ bool isKnownFindingId(std::string_view id) {
 
 std::string knownFindingIds() {
     std::vector<std::string_view> ids;
-    for (auto const& entry : builtInAnalyzers()) {
-        for (auto const& kind : entry.findings) {
+    for (auto const* entry : builtInAnalyzers()) {
+        for (auto const& kind : entry->findings) {
             if (std::find(ids.begin(), ids.end(), kind.id) == ids.end()) {
                 ids.push_back(kind.id);
             }

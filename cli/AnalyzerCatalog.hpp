@@ -4,6 +4,7 @@
 
 #include "attribute/Attribute.hpp"
 #include "attribute/AttributeAnalyzer.hpp"
+#include "attribute/analyzers/Registry.hpp"
 
 #include <memory>
 #include <span>
@@ -13,32 +14,20 @@
 
 namespace depattr::cli {
 
-// One kind of finding. Its texts live in the program's catalog under the
-// keys `name` + "Short", "Full" and "Fix"; its section in docs/findings.md is
-// headed by `name`.
-struct FindingKind {
-    std::string_view id;          // the finding's ID, e.g. "Missing"
-    bool idIsPrefix;              // the ID goes on with more text ("MissingProduct" + base code)
-    std::string_view name;        // a stable name of the kind, e.g. "MissingFile"
-    std::string_view messageKey;  // the key of its Name in "QORVEX:dependency:attribute"
-    dependency::attribute::Severity severity;
-};
-
-struct AnalyzerEntry {
-    std::string_view name;            // e.g. "missing-file"
-    std::string_view descriptionKey;  // its one-line description in the program's catalog
-    std::shared_ptr<dependency::attribute::AttributeAnalyzer> (*create)();
-    std::span<FindingKind const> findings;
-};
+// One kind of finding, as its analyzer describes it. Its texts live in the
+// program's catalog under the keys `name` + "Short", "Full" and "Fix"; its
+// section in docs/findings.md is headed by `name`.
+using FindingKind = dependency::attribute::FindingDescription;
+using AnalyzerEntry = dependency::attribute::AnalyzerDescription;
 
 // An analyzer made from the catalogue, with the name it was chosen by.
 struct NamedAnalyzer {
-    std::string_view name;
+    std::string_view name;  // lives as long as the catalogue entry or host analyzer it names
     std::shared_ptr<dependency::attribute::AttributeAnalyzer> analyzer;
 };
 
-// Every built-in analyzer, in the order they run by default.
-std::vector<AnalyzerEntry> const& builtInAnalyzers();
+// Every built-in analyzer, in the order they run by default (the registry's list).
+using dependency::attribute::builtInAnalyzers;
 
 // The entry of an analyzer name, or null.
 AnalyzerEntry const* findAnalyzer(std::string_view name);

@@ -26,7 +26,8 @@ std::string ownWords(std::string_view description) {
 // Reads one file's table, failing at the place of each problem.
 class ConfigReader {
 public:
-    explicit ConfigReader(std::filesystem::path file) : file_(std::move(file)) {}
+    ConfigReader(std::filesystem::path file, bool keepUnknownNames)
+        : file_(std::move(file)), keepUnknownNames_(keepUnknownNames) {}
 
     ConfigFile read() {
         std::string text;
@@ -55,15 +56,16 @@ public:
                 config.analyzers = strings(node, name);
                 for (std::size_t i = 0; i < config.analyzers->size(); ++i) {
                     if (findAnalyzer((*config.analyzers)[i]) == nullptr) {
-                        fail(*node.as_array()->get(i), "unknown analyzer \"" + (*config.analyzers)[i] + "\"");
+                        unresolved(config, *node.as_array()->get(i), (*config.analyzers)[i], true,
+                                   "unknown analyzer \"" + (*config.analyzers)[i] + "\"");
                     }
                 }
             } else if (name == "select" || name == "ignore") {
                 auto ids = strings(node, name);
                 for (std::size_t i = 0; i < ids.size(); ++i) {
                     if (!isKnownFindingId(ids[i])) {
-                        fail(*node.as_array()->get(i),
-                             "unknown finding ID \"" + ids[i] + "\" (known: " + knownFindingIds() + ")");
+                        unresolved(config, *node.as_array()->get(i), ids[i], false,
+                                   "unknown finding ID \"" + ids[i] + "\" (known: " + knownFindingIds() + ")");
                     }
                 }
                 (name == "select" ? config.select.emplace() : config.ignore) = std::move(ids);
@@ -81,7 +83,7 @@ public:
                     config.analyzerPaths.push_back(existingFolder(*node.as_array()->get(i), folder / paths[i]));
                 }
             } else if (name == "per-path-ignores") {
-                config.pathIgnores = pathIgnores(node, folder);
+                config.pathIgnores = pathIgnores(config, node, folder);
             } else {
                 throw ConfigError(file_, key.source().begin.line, key.source().begin.column,
                                   "unknown key \"" + std::string(name) +
@@ -93,6 +95,18 @@ public:
     }
 
 private:
+    // A name the built-in analyzers do not know may be a host-language
+    // analyzer's, known only once those are loaded: its error waits until then.
+    void unresolved(ConfigFile& config, toml::node const& node, std::string const& name, bool isAnalyzer,
+                    std::string const& reason) const {
+        if (!keepUnknownNames_) {
+            fail(node, reason);
+        }
+        auto const& where = node.source().begin;
+        config.unresolved.push_back(
+            {name, isAnalyzer, std::make_exception_ptr(ConfigError(file_, where.line, where.column, reason))});
+    }
+
     [[noreturn]] void fail(toml::node const& node, std::string const& reason) const {
         throw ConfigError(file_, node.source().begin.line, node.source().begin.column, reason);
     }
@@ -128,7 +142,8 @@ private:
         return path.lexically_normal();
     }
 
-    std::vector<PathIgnore> pathIgnores(toml::node const& node, std::filesystem::path const& folder) const {
+    std::vector<PathIgnore> pathIgnores(ConfigFile& config, toml::node const& node,
+                                        std::filesystem::path const& folder) const {
         auto const* table = node.as_table();
         if (table == nullptr) {
             fail(node, "\"per-path-ignores\" must be a table of globs, each with an array of finding IDs");
@@ -138,7 +153,8 @@ private:
             PathIgnore ignore{std::string(glob.str()), strings(ids, glob.str()), folder};
             for (std::size_t i = 0; i < ignore.ids.size(); ++i) {
                 if (!isKnownFindingId(ignore.ids[i])) {
-                    fail(*ids.as_array()->get(i), "unknown finding ID \"" + ignore.ids[i] + "\"");
+                    unresolved(config, *ids.as_array()->get(i), ignore.ids[i], false,
+                               "unknown finding ID \"" + ignore.ids[i] + "\"");
                 }
             }
             ignores.push_back(std::move(ignore));
@@ -147,6 +163,7 @@ private:
     }
 
     std::filesystem::path file_;
+    bool keepUnknownNames_;
 };
 
 }  // namespace
@@ -167,12 +184,12 @@ std::optional<std::filesystem::path> findConfigFile(std::filesystem::path const&
     return std::nullopt;
 }
 
-ConfigFile readConfigFile(std::filesystem::path const& file) {
-    return ConfigReader(file).read();
+ConfigFile readConfigFile(std::filesystem::path const& file, bool keepUnknownNames) {
+    return ConfigReader(file, keepUnknownNames).read();
 }
 
-ConfigFile readConfigText(std::string_view text, std::filesystem::path const& file) {
-    return ConfigReader(file).parse(text);
+ConfigFile readConfigText(std::string_view text, std::filesystem::path const& file, bool keepUnknownNames) {
+    return ConfigReader(file, keepUnknownNames).parse(text);
 }
 
 std::optional<Severity> parseSeverity(std::string_view text) {
@@ -196,8 +213,8 @@ bool selectorMatches(std::string_view selector, std::string_view id) {
         return true;
     }
     // Only a kind whose IDs carry more text matches by prefix.
-    for (auto const& entry : builtInAnalyzers()) {
-        for (auto const& kind : entry.findings) {
+    for (auto const* entry : builtInAnalyzers()) {
+        for (auto const& kind : entry->findings) {
             if (kind.idIsPrefix && kind.id == selector && id.starts_with(selector)) {
                 return true;
             }

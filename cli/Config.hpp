@@ -36,6 +36,9 @@ struct ConfigFile {
     std::optional<std::filesystem::path> installRoot;  // absolute
     std::vector<std::filesystem::path> analyzerPaths;  // absolute
     std::vector<PathIgnore> pathIgnores;
+    // With keepUnknownNames: analyzer names and finding IDs that no built-in
+    // analyzer knows, in the order met, each with the error that reports it.
+    std::vector<UnresolvedName> unresolved;
 };
 
 // The nearest depattr.toml in `folder` or a folder above it.
@@ -44,11 +47,13 @@ std::optional<std::filesystem::path> findConfigFile(std::filesystem::path const&
 // Reads and checks a configuration file: unknown keys, values of the wrong
 // type, unknown analyzers, finding IDs and severities, and folders that do not
 // exist are errors naming the file, line and column. Relative paths are taken
-// from the file's folder.
-ConfigFile readConfigFile(std::filesystem::path const& file);
+// from the file's folder. With `keepUnknownNames`, analyzer names and finding
+// IDs unknown to the built-in analyzers (which a host-language analyzer may
+// know) are not thrown but kept, with their errors, in `unresolved`.
+ConfigFile readConfigFile(std::filesystem::path const& file, bool keepUnknownNames = false);
 // The same for the text of a file; `file` names it in errors and its folder
 // anchors relative paths.
-ConfigFile readConfigText(std::string_view text, std::filesystem::path const& file);
+ConfigFile readConfigText(std::string_view text, std::filesystem::path const& file, bool keepUnknownNames = false);
 
 // "information", "warning", "problem" (any case); nothing for anything else.
 std::optional<dependency::attribute::Severity> parseSeverity(std::string_view text);

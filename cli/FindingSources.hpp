@@ -4,38 +4,20 @@
 // alone does not say where a finding came from.
 
 #include "attribute/Attribute.hpp"
-#include "cli/AnalyzerCatalog.hpp"
+#include "services/AnalysisSession.hpp"
 
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace depattr::cli {
 
-// An analyzer failed on a node. what() is the analyzer's own reason; the
-// program adds where the node is in the graph file.
-class AnalyzerFailure : public std::runtime_error {
+// An analyzer failed on a node (the analysis session raises it).
+using AnalyzerFailure = dependency::services::AnalyzerFailure;
+
+class FindingSources {
 public:
-    AnalyzerFailure(std::string analyzer, std::shared_ptr<dependency::graph::Node> node, std::string const& reason)
-        : std::runtime_error(reason), analyzer_(std::move(analyzer)), node_(std::move(node)) {}
-    std::string const& analyzer() const noexcept { return analyzer_; }
-    std::shared_ptr<dependency::graph::Node> const& node() const noexcept { return node_; }
-
-private:
-    std::string analyzer_;
-    std::shared_ptr<dependency::graph::Node> node_;
-};
-
-class FindingSources : public std::enable_shared_from_this<FindingSources> {
-public:
-    // Analyzers that behave as the given ones and record each finding under
-    // the analyzer's name; a failure leaves them as an AnalyzerFailure naming
-    // the analyzer and the node. The wrappers keep this object alive.
-    std::vector<std::shared_ptr<dependency::attribute::AttributeAnalyzer>> track(
-        std::vector<NamedAnalyzer> const& analyzers);
-
     // The name of the analyzer that returned this finding; empty when none of
     // the tracked analyzers did. An attribute object that an analyzer hands to
     // several nodes is one finding source all the same.
@@ -43,6 +25,7 @@ public:
 
     // The first analyzer recorded for an attribute stays its source. Recorded
     // attributes are kept alive, so that an address is never reused for another.
+    // `analyzer` must outlive this object.
     void record(std::shared_ptr<dependency::attribute::Attribute const> attribute, std::string_view analyzer);
 
 private:

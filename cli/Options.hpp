@@ -4,6 +4,7 @@
 
 #include "attribute/Severity.hpp"
 
+#include <exception>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -19,9 +20,17 @@ struct PathIgnore {
     std::filesystem::path baseFolder;  // node paths under it are matched relative to it
 };
 
+// An analyzer name or finding ID unknown to the built-in analyzers, with the
+// error that reports it unless a host-language analyzer turns out to know it.
+struct UnresolvedName {
+    std::string name;
+    bool isAnalyzer = false;  // else a finding ID
+    std::exception_ptr error;
+};
+
 struct ProgramOptions {
     std::filesystem::path graph;
-    std::vector<std::string> analyzers;  // empty: every built-in analyzer
+    std::vector<std::string> analyzers;  // empty: every analyzer, built-in and host
     dependency::attribute::Severity minimum = dependency::attribute::Severity::Information;
     dependency::attribute::Severity failOn = dependency::attribute::Severity::Warning;
     std::string format = "text";
@@ -37,6 +46,9 @@ struct ProgramOptions {
     std::filesystem::path baseline;
     std::filesystem::path writeBaseline;
     ColourChoice colour = ColourChoice::Auto;
+    // Names left to check against the host-language analyzers once they are
+    // loaded; always empty when there are no analyzer paths.
+    std::vector<UnresolvedName> unresolved;
 };
 
 }  // namespace depattr::cli

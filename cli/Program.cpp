@@ -5,19 +5,22 @@
 #include "cli/Baseline.hpp"
 #include "cli/Config.hpp"
 #include "cli/FindingSources.hpp"
-#include "cli/HostAnalyzers.hpp"
 #include "cli/Output.hpp"
 #include "cli/ProgressMeter.hpp"
 #include "cli/Report.hpp"
 #include "cli/Texts.hpp"
+#include "cli/report/Formats.hpp"
 #include "platform/fl/MessageCatalog.hpp"
 #include "platform/graph/GraphFile.hpp"
 #include "platform/toolbox/ToolboxFinder.hpp"
+#include "services/AnalysisSession.hpp"
 
 #include <boost/locale/generator.hpp>
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
+#include <optional>
 #include <sstream>
 #include <unistd.h>
 
@@ -49,24 +52,6 @@ void applyLocale(std::string name) {
 
 namespace {
 
-// Writes the report in the chosen format.
-void render(std::ostream& out, ProgramOptions const& options, dependency::graph::Graph const& graph,
-            Report const& report, std::string_view toolVersion, bool colour) {
-    if (options.format == "json") {
-        writeJson(out, report, toolVersion);
-    } else if (options.format == "sarif") {
-        writeSarif(out, report, toolVersion, std::filesystem::current_path());
-    } else if (options.format == "dot") {
-        writeDot(out, graph, report);
-    } else if (options.format == "concise") {
-        writeConcise(out, report);
-    } else if (options.format == "github") {
-        writeGithub(out, report);
-    } else {
-        writeText(out, report, colour);
-    }
-}
-
 std::string failureMessage(AnalyzerFailure const& failure, dependency::graph::Graph const& graph,
                            dependency::graph::NodePositions const& positions) {
     std::string where = positions.file();
@@ -79,25 +64,73 @@ std::string failureMessage(AnalyzerFailure const& failure, dependency::graph::Gr
 
 }  // namespace
 
+namespace {
+
+// What the program hears of an analysis: each node moves the progress bar on,
+// and each finding is recorded under the analyzer that made it.
+class ProgramObserver final : public dependency::services::AnalysisObserver {
+public:
+    ProgramObserver(FindingSources& sources, ProgressMeter* progress) : sources_(sources), progress_(progress) {}
+
+    void startingNode(dependency::graph::Node const& /*node*/) override {
+        if (progress_ != nullptr) {
+            progress_->advance();
+        }
+    }
+
+    void reported(std::string_view analyzer,
+                  std::vector<std::shared_ptr<dependency::attribute::Attribute>> const& findings) override {
+        for (auto const& finding : findings) {
+            sources_.record(finding, analyzer);
+        }
+    }
+
+private:
+    FindingSources& sources_;
+    ProgressMeter* progress_;
+};
+
+// Names that only a host-language analyzer could know: each must be known to
+// one of those loaded, else its error is thrown now.
+void resolveHostNames(std::vector<UnresolvedName> const& names, dependency::services::AnalysisSession const& session) {
+    auto const& hosts = session.hostAnalyzers();
+    for (auto const& name : names) {
+        bool const known = std::any_of(hosts.begin(), hosts.end(), [&](auto const& host) {
+            if (name.isAnalyzer) {
+                return host.name == name.name;
+            }
+            return std::find(host.findingIds.begin(), host.findingIds.end(), name.name) != host.findingIds.end();
+        });
+        if (!known) {
+            std::rethrow_exception(name.error);
+        }
+    }
+}
+
+}  // namespace
+
 int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
     if (!options.installRoot.empty()) {
         dependency::toolbox::ToolboxFinder::setInstallRoot(std::filesystem::absolute(options.installRoot));
     }
-    auto const chosen = createAnalyzers(options.analyzers);
     // Analyzers written in the host language are loaded, and their errors
     // reported, before the graph is read or anything runs.
-    std::shared_ptr<HostAnalyzers> hostAnalyzers;
-    if (!options.analyzerPaths.empty()) {
-        hostAnalyzers = HostAnalyzers::load(options.analyzerPaths);
+    std::optional<dependency::services::AnalysisSession> session;
+    if (options.analyzerPaths.empty()) {
+        session.emplace();
+    } else {
+        session.emplace(options.analyzerPaths);
     }
+    resolveHostNames(options.unresolved, *session);
+    session->select(options.analyzers);
     std::optional<Baseline> baseline;
     if (!options.baseline.empty()) {
         baseline = Baseline::read(options.baseline);
     }
 
-    std::shared_ptr<ProgressMeter> progress;
+    std::unique_ptr<ProgressMeter> progress;
     if (isatty(STDERR_FILENO) == 1) {
-        progress = std::make_shared<ProgressMeter>(0, std::cerr);
+        progress = std::make_unique<ProgressMeter>(0, std::cerr);
     }
     dependency::graph::NodePositions positions;
     dependency::graph::GraphFileOptions loadOptions;
@@ -115,35 +148,31 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
         throw;
     }
 
-    auto sources = std::make_shared<FindingSources>();
+    auto sources = std::make_unique<FindingSources>();
     if (progress) {
         progress->startAnalysis(graph->nodeCount());
     }
     std::shared_ptr<dependency::attribute::GraphAttributes> result;
     try {
-        if (hostAnalyzers) {
-            // The host's road: the registry holds the built-in and the host
-            // analyzers, and analyzeInQorvex runs them.
-            result = hostAnalyzers->analyze(graph, chosen, *sources, progress);
-        } else {
-            auto analyzers = sources->track(chosen);
-            if (progress) {
-                analyzers.push_back(progress);
-            }
-            result = dependency::attribute::analyzeGraph(graph, analyzers);
-        }
+        ProgramObserver observer(*sources, progress.get());
+        result = session->analyze(graph, observer);
     } catch (AnalyzerFailure const& failure) {
         if (progress) {
             progress->finish();
         }
         std::cerr << "depattr: " << text("ErrorPrefix") << failureMessage(failure, *graph, positions) << '\n';
         return exitBadInput;
-    } catch (Interrupted const&) {
+    } catch (dependency::services::AnalysisStopped const&) {
         if (progress) {
             progress->finish();
         }
         std::cerr << "depattr: " << text("ErrorInterrupted") << '\n';
         return exitInterrupted;
+    } catch (...) {
+        if (progress) {
+            progress->finish();
+        }
+        throw;
     }
     if (progress) {
         progress->finish();
@@ -163,14 +192,7 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
     result.reset();
     sources.reset();
     report.graphName = options.graph.string();
-    for (auto const& analyzer : chosen) {
-        report.analyzers.emplace_back(analyzer.name);
-    }
-    if (hostAnalyzers) {
-        for (auto const& name : hostAnalyzers->names()) {
-            report.analyzers.push_back(name);
-        }
-    }
+    report.analyzers = session->selected();
 
     if (!options.writeBaseline.empty()) {
         Baseline::write(options.writeBaseline, report);
@@ -186,7 +208,15 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
 
     bool const toTerminal = options.output.empty() && isatty(STDOUT_FILENO) == 1;
     ReportOutput output(options.output);
-    render(output.stream(), options, *graph, report, toolVersion, useColour(options.colour, toTerminal));
+    auto const* format = findReportFormat(options.format);
+    if (format == nullptr) {
+        format = &reportFormats().front();
+    }
+    format->write(output.stream(), ReportContext{.report = report,
+                                                 .graph = *graph,
+                                                 .toolVersion = toolVersion,
+                                                 .colour = useColour(options.colour, toTerminal),
+                                                 .workingFolder = std::filesystem::current_path()});
     output.finish();
     return report.fails() ? exitFindings : exitClean;
 }

@@ -17,8 +17,7 @@ constexpr std::size_t nodesBetweenClockReads = 256;
 ProgressMeter::ProgressMeter(std::size_t nodeCount, std::ostream& out, Clock::duration delay, Clock::duration interval)
     : total_(nodeCount), out_(out), start_(Clock::now()), interval_(interval), nextDraw_(start_ + delay) {}
 
-std::vector<std::shared_ptr<dependency::attribute::Attribute>> ProgressMeter::analyze(
-    std::shared_ptr<dependency::graph::Node> const&, std::shared_ptr<dependency::graph::Graph const> const&) const {
+void ProgressMeter::advance() {
     ++done_;
     if (done_ % nodesBetweenClockReads == 0 || done_ == total_) {
         if (auto const now = Clock::now(); now >= nextDraw_) {
@@ -26,7 +25,6 @@ std::vector<std::shared_ptr<dependency::attribute::Attribute>> ProgressMeter::an
             draw();
         }
     }
-    return {};
 }
 
 void ProgressMeter::loading(std::size_t done, std::size_t total) {

@@ -1,10 +1,7 @@
 #pragma once
 // A progress bar for long runs: first while the graph file is read (by bytes),
-// then while it is analysed. For the analysis it takes part as one more
-// analyzer that finds nothing: the driver calls it once per node, which is all
-// it needs to count, and the findings stay exactly what the real analyzers give.
-
-#include "attribute/AttributeAnalyzer.hpp"
+// then while it is analysed, node by node (the analysis session's observer
+// moves it on).
 
 #include <chrono>
 #include <cstddef>
@@ -13,7 +10,7 @@
 
 namespace depattr::cli {
 
-class ProgressMeter final : public dependency::attribute::AttributeAnalyzer {
+class ProgressMeter {
 public:
     using Clock = std::chrono::steady_clock;
 
@@ -27,9 +24,8 @@ public:
     // The analysis starts: the bar counts nodes from here.
     void startAnalysis(std::size_t nodeCount);
 
-    std::vector<std::shared_ptr<dependency::attribute::Attribute>> analyze(
-        std::shared_ptr<dependency::graph::Node> const& node,
-        std::shared_ptr<dependency::graph::Graph const> const& graph) const override;
+    // One more node is being analysed.
+    void advance();
 
     // Erases the bar, if one was drawn, so that the report starts on a clean line.
     void finish();
@@ -42,8 +38,8 @@ private:
     std::ostream& out_;
     Clock::time_point start_;
     Clock::duration interval_;
-    mutable std::size_t done_ = 0;
-    mutable Clock::time_point nextDraw_;
+    std::size_t done_ = 0;
+    Clock::time_point nextDraw_;
     mutable bool drawn_ = false;
     bool loading_ = false;
 };

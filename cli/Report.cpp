@@ -171,20 +171,6 @@ std::string escapeControls(std::string_view text) {
     return out;
 }
 
-namespace {
-
-std::string_view colourOf(Severity severity) {
-    switch (severity) {
-    case Severity::Problem:
-        return "\x1b[1;31m";
-    case Severity::Warning:
-        return "\x1b[33m";
-    case Severity::Information:
-        break;
-    }
-    return "\x1b[36m";
-}
-
 // Display width of UTF-8 text in terminal columns: East Asian wide characters take two.
 std::size_t displayWidth(std::string_view text) {
     std::size_t width = 0;
@@ -202,209 +188,17 @@ std::string padded(std::string const& text, std::size_t width) {
     return shown >= width ? text : text + std::string(width - shown, ' ');
 }
 
-std::string summaryLine(Report const& report) {
-    std::string line = text("SummaryFound", {counted("CountProblem", report.count(Severity::Problem)),
-                                             counted("CountWarning", report.count(Severity::Warning)),
-                                             counted("CountInformation", report.count(Severity::Information)),
-                                             static_cast<long>(report.reportedNodes()),
-                                             counted("CountNode", report.nodeCount), severityWord(report.minimum)});
-    if (report.hiddenByBaseline > 0) {
-        line += "; " + counted("CountHiddenByBaseline", report.hiddenByBaseline);
-    }
-    return line;
-}
-
-}  // namespace
-
-void writeText(std::ostream& out, Report const& report, bool colour) {
-    out << text("TextHeading",
-                {escapeControls(report.graphName), counted("CountNode", report.nodeCount),
-                 counted("CountEdge", report.dependencyCount), counted("CountAnalyzer", report.analyzers.size())})
-        << '\n';
-    std::size_t severityWidth = 0;
-    std::size_t idWidth = 0;
-    for (auto const severity : {Severity::Information, Severity::Warning, Severity::Problem}) {
-        severityWidth = std::max(severityWidth, displayWidth(severityWord(severity)));
-    }
-    for (auto const& entry : report.nodes) {
-        for (auto const& finding : entry.findings) {
-            idWidth = std::max(idWidth, displayWidth(escapeControls(toUtf8(finding.attribute->getID()))));
-        }
-    }
-    for (auto const& entry : report.nodes) {
-        if (std::none_of(entry.findings.begin(), entry.findings.end(), [](auto const& f) { return !f.suppressed; })) {
-            continue;
-        }
-        auto const& node = *entry.node;
-        out << '\n'
-            << text("TextNodeHeading", {escapeControls(entry.where()), kindWord(node.getType()),
-                                        escapeControls(displayNameOf(node)), escapeControls(toUtf8(node.getID()))})
-            << '\n';
-        for (auto const& finding : entry.findings) {
-            if (finding.suppressed) {
-                continue;
-            }
-            auto const& attribute = *finding.attribute;
-            auto const severity = attribute.getSeverity();
-            out << "  " << (colour ? colourOf(severity) : "") << padded(severityWord(severity), severityWidth)
-                << (colour ? "\x1b[0m" : "") << "  " << padded(escapeControls(toUtf8(attribute.getID())), idWidth)
-                << "  " << escapeControls(toUtf8(attribute.getName()));
-            if (!finding.analyzer.empty()) {
-                out << "  [" << finding.analyzer << "]";
-            }
-            out << '\n';
-        }
-    }
-    out << '\n' << summaryLine(report) << '\n';
-}
-
-void writeConcise(std::ostream& out, Report const& report) {
-    for (auto const& entry : report.nodes) {
-        auto const where = escapeControls(entry.where());
-        for (auto const& finding : entry.findings) {
-            if (finding.suppressed) {
-                continue;
-            }
-            out << where << ": " << escapeControls(toUtf8(finding.attribute->getID())) << ": "
-                << escapeControls(toUtf8(finding.attribute->getName()));
-            if (!finding.analyzer.empty()) {
-                out << " [" << finding.analyzer << "]";
-            }
-            out << '\n';
-        }
-    }
-}
-
-namespace {
-
-// Workflow commands end at a line break and split at '::'; their data and
-// properties are percent-escaped as the CI service expects.
-std::string workflowData(std::string_view text) {
-    std::string out;
-    for (char const c : text) {
-        if (c == '%') {
-            out += "%25";
-        } else if (c == '\r') {
-            out += "%0D";
-        } else if (c == '\n') {
-            out += "%0A";
-        } else {
-            out += c;
-        }
-    }
-    return out;
-}
-
-std::string workflowProperty(std::string_view text) {
-    std::string out;
-    for (char const c : workflowData(text)) {
-        if (c == ':') {
-            out += "%3A";
-        } else if (c == ',') {
-            out += "%2C";
-        } else {
-            out += c;
-        }
-    }
-    return out;
-}
-
-std::string_view workflowLevel(Severity severity) {
-    switch (severity) {
-    case Severity::Problem:
-        return "error";
-    case Severity::Warning:
-        return "warning";
-    case Severity::Information:
-        break;
-    }
-    return "notice";
-}
-
-}  // namespace
-
-void writeGithub(std::ostream& out, Report const& report) {
-    for (auto const& entry : report.nodes) {
-        for (auto const& finding : entry.findings) {
-            if (finding.suppressed) {
-                continue;
-            }
-            auto const& attribute = *finding.attribute;
-            std::string title = toUtf8(attribute.getID());
-            if (!finding.analyzer.empty()) {
-                title += " (" + std::string(finding.analyzer) + ")";
-            }
-            out << "::" << workflowLevel(attribute.getSeverity()) << " ";
-            if (!entry.path.empty()) {
-                out << "file=" << workflowProperty(entry.path) << ",";
-            }
-            out << "title=" << workflowProperty(title) << "::"
-                << workflowData(text("GithubMessage", {toUtf8(attribute.getName()), kindWord(entry.node->getType()),
-                                                       displayNameOf(*entry.node), toUtf8(entry.node->getID())}))
-                << '\n';
-        }
-    }
-}
-
-void writeJson(std::ostream& out, Report const& report, std::string_view toolVersion) {
-    out << "{\n  \"schemaVersion\": 1,\n  \"tool\": {\"name\": \"depattr\", \"version\": " << jsonString(toolVersion)
-        << "},\n  \"graph\": " << jsonString(report.graphName) << ",\n";
-    out << fmt::format("  \"nodes\": {},\n  \"edges\": {},\n  \"analyzers\": [", report.nodeCount,
-                       report.dependencyCount);
-    for (std::size_t i = 0; i < report.analyzers.size(); ++i) {
-        out << (i ? ", " : "") << jsonString(report.analyzers[i]);
-    }
-    out << "],\n  \"minimumSeverity\": " << jsonString(toString(report.minimum))
-        << ",\n  \"failOn\": " << jsonString(toString(report.failOn))
-        << ",\n  \"failed\": " << (report.fails() ? "true" : "false") << ",\n";
-    out << fmt::format("  \"counts\": {{\"Problem\": {}, \"Warning\": {}, \"Information\": {}}},\n",
-                       report.count(Severity::Problem), report.count(Severity::Warning),
-                       report.count(Severity::Information));
-    out << "  \"hiddenByBaseline\": " << report.hiddenByBaseline << ",\n";
-    out << "  \"findings\": [";
-    bool firstNode = true;
-    for (auto const& entry : report.nodes) {
-        if (std::none_of(entry.findings.begin(), entry.findings.end(), [](auto const& f) { return !f.suppressed; })) {
-            continue;
-        }
-        out << (firstNode ? "\n" : ",\n");
-        firstNode = false;
-        auto const& node = *entry.node;
-        out << "    {\"node\": " << jsonString(toUtf8(node.getID()));
-        out << ", \"path\": " << (entry.path.empty() ? "null" : jsonString(entry.path));
-        out << ", \"kind\": " << jsonString(node.getType().name()) << ", \"name\": " << jsonString(displayNameOf(node))
-            << ", \"attributes\": [";
-        bool firstAttribute = true;
-        for (auto const& finding : entry.findings) {
-            if (finding.suppressed) {
-                continue;
-            }
-            auto const& attribute = *finding.attribute;
-            out << (firstAttribute ? "\n" : ",\n");
-            firstAttribute = false;
-            out << "      {\"id\": " << jsonString(toUtf8(attribute.getID()))
-                << ", \"name\": " << jsonString(toUtf8(attribute.getName()))
-                << ", \"severity\": " << jsonString(toString(attribute.getSeverity()))
-                << ", \"analyzer\": " << (finding.analyzer.empty() ? "null" : jsonString(finding.analyzer))
-                << ", \"fingerprint\": " << jsonString(fingerprintText(finding.fingerprint))
-                << ", \"hasFix\": " << (attribute.hasFix() ? "true" : "false") << "}";
-        }
-        out << "\n    ]}";
-    }
-    out << (firstNode ? "]\n}\n" : "\n  ]\n}\n");
-}
-
 void writeAnalyzerList(std::ostream& out, bool json) {
     if (json) {
         out << "{\n  \"schemaVersion\": 1,\n  \"analyzers\": [";
         bool firstAnalyzer = true;
-        for (auto const& entry : builtInAnalyzers()) {
-            out << (firstAnalyzer ? "\n" : ",\n") << "    {\"name\": " << jsonString(entry.name)
-                << ", \"description\": " << jsonString(text(std::string(entry.descriptionKey).c_str()))
+        for (auto const* entry : builtInAnalyzers()) {
+            out << (firstAnalyzer ? "\n" : ",\n") << "    {\"name\": " << jsonString(entry->name)
+                << ", \"description\": " << jsonString(text(std::string(entry->descriptionKey).c_str()))
                 << ", \"findings\": [";
             firstAnalyzer = false;
             bool firstKind = true;
-            for (auto const& kind : entry.findings) {
+            for (auto const& kind : entry->findings) {
                 out << (firstKind ? "" : ", ") << "{\"id\": " << jsonString(kind.id)
                     << ", \"idIsPrefix\": " << (kind.idIsPrefix ? "true" : "false")
                     << ", \"name\": " << jsonString(kind.name)
@@ -417,9 +211,9 @@ void writeAnalyzerList(std::ostream& out, bool json) {
         out << "\n  ]\n}\n";
         return;
     }
-    for (auto const& entry : builtInAnalyzers()) {
-        out << entry.name << "  " << text(std::string(entry.descriptionKey).c_str()) << '\n';
-        for (auto const& kind : entry.findings) {
+    for (auto const* entry : builtInAnalyzers()) {
+        out << entry->name << "  " << text(std::string(entry->descriptionKey).c_str()) << '\n';
+        for (auto const& kind : entry->findings) {
             std::string const id = std::string(kind.id) + (kind.idIsPrefix ? "<code>" : "");
             out << "    " << padded(id, 20) << padded(severityWord(kind.severity), 12)
                 << text((std::string(kind.name) + "Short").c_str()) << '\n';

@@ -97,6 +97,10 @@ std::string toUtf8(std::u16string const& text);
 std::string displayNameOf(dependency::graph::Node const& node);
 // `text` as a JSON string literal, quotes included.
 std::string jsonString(std::string_view text);
+// Display width of UTF-8 text in terminal columns: East Asian wide characters take two.
+std::size_t displayWidth(std::string_view text);
+// `text` padded with spaces to `width` columns.
+std::string padded(std::string const& text, std::size_t width);
 // `text` with control characters written as escapes (\n, \t, \x1b), for terminals.
 std::string escapeControls(std::string_view text);
 

@@ -1,44 +1,18 @@
 // depattr: runs the dependency analyzers over a graph file and reports the findings.
-#include "cli/Baseline.hpp"
-#include "cli/Config.hpp"
-#include "cli/Options.hpp"
+#include "cli/CommandLine.hpp"
 #include "cli/Output.hpp"
 #include "cli/Program.hpp"
-#include "cli/Report.hpp"
 #include "cli/Texts.hpp"
+#include "cli/report/Formats.hpp"
 #include "platform/fl/MessageCatalog.hpp"
-#include "platform/graph/GraphFile.hpp"
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
 #include <iostream>
 
 namespace {
 
 using namespace depattr::cli;
-using dependency::attribute::Severity;
-
-// What the command line said, before it is laid over the configuration.
-struct CommandLine {
-    std::string graph = DEPATTR_EXAMPLE_GRAPH;
-    std::string analyzers;
-    std::string minimum;
-    std::string failOn;
-    std::string format = "text";
-    std::string output;
-    std::string locale;
-    std::string installRoot;
-    std::vector<std::string> analyzerPaths;
-    std::vector<std::string> select;
-    std::vector<std::string> ignore;
-    std::string config;
-    bool noConfig = false;
-    std::string baseline;
-    std::string writeBaseline;
-    std::string colour = "auto";
-    std::string listFormat = "text";
-};
 
 // The locale named on the command line, read before the real parse so that
 // --help and every message are in its language.
@@ -56,136 +30,6 @@ std::string localeArgument(int argc, char** argv) {
         }
     }
     return {};
-}
-
-// Each value of a repeatable option may also be a comma-separated list.
-std::vector<std::string> splitLists(std::vector<std::string> const& values) {
-    std::vector<std::string> items;
-    for (auto const& value : values) {
-        std::string_view rest = value;
-        while (true) {
-            auto const comma = rest.find(',');
-            if (auto const item = rest.substr(0, comma); !item.empty()) {
-                items.emplace_back(item);
-            }
-            if (comma == std::string_view::npos) {
-                break;
-            }
-            rest = rest.substr(comma + 1);
-        }
-    }
-    return items;
-}
-
-Severity severityOption(std::string const& option, std::string const& value) {
-    auto const severity = parseSeverity(value);
-    if (!severity) {
-        throw UsageError(text("ErrorBadSeverity", {option, value}));
-    }
-    return *severity;
-}
-
-void checkChoice(std::string const& option, std::string const& value, std::vector<std::string> const& choices) {
-    if (std::find(choices.begin(), choices.end(), value) == choices.end()) {
-        std::string list;
-        for (auto const& choice : choices) {
-            list += (list.empty() ? "" : ", ") + choice;
-        }
-        throw UsageError(text("ErrorBadChoice", {option, value, list}));
-    }
-}
-
-std::vector<std::string> findingIds(std::string const& option, std::vector<std::string> const& values) {
-    auto ids = splitLists(values);
-    for (auto const& id : ids) {
-        if (!isKnownFindingId(id)) {
-            throw UsageError(text("ErrorUnknownFindingId", {option, id, knownFindingIds()}));
-        }
-    }
-    return ids;
-}
-
-// The command line laid over the configuration file laid over the defaults.
-ProgramOptions programOptions(CommandLine const& line, CLI::App const& analyze) {
-    auto const given = [&](char const* name) { return analyze.get_option(name)->count() > 0; };
-    ProgramOptions options;
-    options.graph = line.graph;
-    options.locale = line.locale;
-    checkChoice("--format", line.format, {"text", "concise", "json", "sarif", "github", "dot"});
-    options.format = line.format;
-    checkChoice("--color", line.colour, {"auto", "always", "never"});
-    options.colour = line.colour == "always"  ? ColourChoice::Always
-                     : line.colour == "never" ? ColourChoice::Never
-                                              : ColourChoice::Auto;
-    options.output = line.output;
-    options.baseline = line.baseline;
-    options.writeBaseline = line.writeBaseline;
-
-    if (line.noConfig && !line.config.empty()) {
-        throw UsageError(text("ErrorConfigAndNoConfig"));
-    }
-    std::optional<ConfigFile> config;
-    if (!line.config.empty()) {
-        config = readConfigFile(line.config);
-    } else if (!line.noConfig) {
-        std::error_code error;
-        auto const graphFolder = std::filesystem::absolute(options.graph, error).parent_path();
-        if (auto const found = findConfigFile(graphFolder)) {
-            config = readConfigFile(*found);
-        }
-    }
-    if (config) {
-        options.configFile = config->file;
-        if (config->analyzers) {
-            options.analyzers = *config->analyzers;
-        }
-        options.minimum = config->minimum.value_or(options.minimum);
-        options.failOn = config->failOn.value_or(options.failOn);
-        if (config->installRoot) {
-            options.installRoot = *config->installRoot;
-        }
-        options.analyzerPaths = config->analyzerPaths;
-        if (config->select) {
-            options.select = *config->select;
-        }
-        options.ignore = config->ignore;
-        options.pathIgnores = config->pathIgnores;
-    }
-
-    if (given("--analyzers")) {
-        options.analyzers.clear();
-        if (line.analyzers != "all") {
-            options.analyzers = splitLists({line.analyzers});
-        }
-    }
-    if (given("--min-severity")) {
-        options.minimum = severityOption("--min-severity", line.minimum);
-    }
-    if (given("--fail-on")) {
-        options.failOn = severityOption("--fail-on", line.failOn);
-    }
-    if (given("--install-root")) {
-        options.installRoot = line.installRoot;
-    }
-    for (auto const& folder : line.analyzerPaths) {
-        std::error_code error;
-        if (!std::filesystem::is_directory(folder, error)) {
-            throw UsageError(text("ErrorNoSuchFolder", {"--analyzer-path", folder}));
-        }
-        options.analyzerPaths.emplace_back(std::filesystem::absolute(folder));
-    }
-    if (given("--select")) {
-        options.select = findingIds("--select", line.select);
-    }
-    auto const ignored = findingIds("--ignore", line.ignore);
-    options.ignore.insert(options.ignore.end(), ignored.begin(), ignored.end());
-    if (!options.installRoot.empty()) {
-        std::error_code error;
-        if (!std::filesystem::is_directory(options.installRoot, error)) {
-            throw UsageError(text("ErrorNoSuchFolder", {"--install-root", options.installRoot.string()}));
-        }
-    }
-    return options;
 }
 
 void localiseHelp(CLI::App& app) {
@@ -207,6 +51,7 @@ int main(int argc, char** argv) {
     }
 
     CommandLine line;
+    line.graph = DEPATTR_EXAMPLE_GRAPH;
     CLI::App app{text("HelpProgram")};
     CLI::App* analyze = nullptr;
     CLI::App* list = nullptr;
@@ -225,7 +70,7 @@ int main(int argc, char** argv) {
         analyze->add_option("-a,--analyzers", line.analyzers, text("HelpAnalyzers"))->option_text("NAMES");
         analyze->add_option("-s,--min-severity", line.minimum, text("HelpMinSeverity"))->option_text("LEVEL");
         analyze->add_option("--fail-on", line.failOn, text("HelpFailOn"))->option_text("LEVEL");
-        analyze->add_option("-f,--format", line.format, text("HelpFormat"))->option_text("FORMAT");
+        analyze->add_option("-f,--format", line.format, reportFormatHelp())->option_text("FORMAT");
         analyze->add_option("-o,--output", line.output, text("HelpOutput"))->option_text("FILE");
         analyze->add_option("-l,--locale", line.locale, text("HelpLocale"))->option_text("NAME");
         analyze->add_option("-i,--install-root", line.installRoot, text("HelpInstallRoot"))->option_text("DIR");
@@ -298,7 +143,12 @@ int main(int argc, char** argv) {
             checkChoice("--format", line.listFormat, {"text", "json"});
             return runListAnalyzers(line.listFormat);
         }
-        return runAnalyze(programOptions(line, *analyze), DEPATTR_VERSION);
+        for (auto const* option : analyze->get_options()) {
+            if (option->count() > 0) {
+                line.given.insert(option->get_name());
+            }
+        }
+        return runAnalyze(programOptions(line), DEPATTR_VERSION);
     } catch (UsageError const& error) {
         std::cerr << "depattr: " << text("ErrorPrefix") << error.what() << '\n' << text("HintHelp") << '\n';
         return exitBadInput;

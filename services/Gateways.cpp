@@ -1,7 +1,7 @@
 #include "services/Gateways.hpp"
 
 #include "attribute/Attribute.hpp"
-#include "attribute/analyzers/Analyzers.hpp"
+#include "attribute/analyzers/Registry.hpp"
 #include "platform/host/HostFunctions.hpp"
 #include "services/AnalyzerRegistry.hpp"
 #include "services/HostClassNames.hpp"
@@ -12,10 +12,11 @@ namespace {
 
 using dependency::attribute::AttributeAnalyzer;
 
-// The eight analyzer gateways differ only in the factory they call.
-void analyzerGateway(std::shared_ptr<AttributeAnalyzer> (*factory)(), int nlhs, qxArrayPtr plhs[], int nrhs) {
+// The analyzer gateways differ only in the analyzer they make.
+void analyzerGateway(dependency::attribute::AnalyzerDescription const& description, int nlhs, qxArrayPtr plhs[],
+                     int nrhs) {
     matrix::detail::checkArgumentCounts(nlhs, 1, nrhs, 0, 0);
-    auto analyzer = factory();
+    auto analyzer = description.create();
     auto value = dependency::attribute::toAttributeAnalyzerQxArray(analyzer);
     plhs[0] = std::move(value);
     // The host value now keeps the analyzer alive.
@@ -24,19 +25,13 @@ void analyzerGateway(std::shared_ptr<AttributeAnalyzer> (*factory)(), int nlhs, 
 
 }  // namespace
 
-#define DEPATTR_ANALYZER_GATEWAY(name)                                            \
-    void name(int nlhs, qxArrayPtr plhs[], int nrhs, qxArray const* /*prhs*/[]) { \
-        analyzerGateway(&dependency::attribute::name, nlhs, plhs, nrhs);          \
+// One gateway per built-in analyzer, named as its description says (create<Stem>Analyzer).
+#define DEPATTR_ANALYZER_GATEWAY(Stem)                                                              \
+    void create##Stem##Analyzer(int nlhs, qxArrayPtr plhs[], int nrhs, qxArray const* /*prhs*/[]) { \
+        analyzerGateway(dependency::attribute::Stem##Description(), nlhs, plhs, nrhs);              \
     }
 
-DEPATTR_ANALYZER_GATEWAY(createMissingFileAnalyzer)
-DEPATTR_ANALYZER_GATEWAY(createMissingFunctionAnalyzer)
-DEPATTR_ANALYZER_GATEWAY(createMissingPackageDependencyAnalyzer)
-DEPATTR_ANALYZER_GATEWAY(createMissingProductAnalyzer)
-DEPATTR_ANALYZER_GATEWAY(createDerivedFileAnalyzer)
-DEPATTR_ANALYZER_GATEWAY(createInvalidFormatAnalyzer)
-DEPATTR_ANALYZER_GATEWAY(createCircularProjectReferenceAnalyzer)
-DEPATTR_ANALYZER_GATEWAY(createMissingProjectReferenceAnalyzer)
+DEPATTR_BUILT_IN_ANALYZERS(DEPATTR_ANALYZER_GATEWAY)
 
 #undef DEPATTR_ANALYZER_GATEWAY
 

@@ -4,7 +4,7 @@
 // array it held), the number of inputs and the read-only inputs, and checks
 // its argument counts before doing anything else.
 //
-// The eight analyzer gateways take no inputs and return a new built-in
+// The analyzer gateways, one per built-in analyzer, take no inputs and return a new built-in
 // analyzer as a "dependencies.internal.attribute.AttributeAnalyzer" object in
 // output slot 1 (set even when no output was asked for).
 //
@@ -15,13 +15,12 @@
 
 #include "platform/host/Array.hpp"
 
-void createMissingFileAnalyzer(int nlhs, qxArrayPtr plhs[], int nrhs, qxArray const* prhs[]);
-void createMissingFunctionAnalyzer(int nlhs, qxArrayPtr plhs[], int nrhs, qxArray const* prhs[]);
-void createMissingPackageDependencyAnalyzer(int nlhs, qxArrayPtr plhs[], int nrhs, qxArray const* prhs[]);
-void createMissingProductAnalyzer(int nlhs, qxArrayPtr plhs[], int nrhs, qxArray const* prhs[]);
-void createDerivedFileAnalyzer(int nlhs, qxArrayPtr plhs[], int nrhs, qxArray const* prhs[]);
-void createInvalidFormatAnalyzer(int nlhs, qxArrayPtr plhs[], int nrhs, qxArray const* prhs[]);
-void createCircularProjectReferenceAnalyzer(int nlhs, qxArrayPtr plhs[], int nrhs, qxArray const* prhs[]);
-void createMissingProjectReferenceAnalyzer(int nlhs, qxArrayPtr plhs[], int nrhs, qxArray const* prhs[]);
+#include "attribute/analyzers/Registry.hpp"
+
+// create<Stem>Analyzer for every built-in analyzer (createMissingFileAnalyzer, ...).
+#define DEPATTR_DECLARE_ANALYZER_GATEWAY(Stem) \
+    void create##Stem##Analyzer(int nlhs, qxArrayPtr plhs[], int nrhs, qxArray const* prhs[]);
+DEPATTR_BUILT_IN_ANALYZERS(DEPATTR_DECLARE_ANALYZER_GATEWAY)
+#undef DEPATTR_DECLARE_ANALYZER_GATEWAY
 
 void createAttribute(int nlhs, qxArrayPtr plhs[], int nrhs, qxArray const* prhs[]);

@@ -1,14 +1,21 @@
 // Reports the circular references that the graph's producer recorded on a
 // project node: the property "circularReferences" holds a JSON array with one element per cycle through the project.
 #include "attribute/analyzers/Analyzers.hpp"
+#include "attribute/analyzers/Description.hpp"
 #include "attribute/analyzers/JsonPropertyReader.hpp"
 #include "attribute/analyzers/Messages.hpp"
 
 #include "platform/fl/MessageCatalog.hpp"
 
+#include <array>
+
 namespace dependency::attribute {
 
 namespace {
+
+constexpr std::array<FindingDescription, 1> kinds{{
+    {"CircularDependency", false, "CircularProjectReference", "CircularDependency", Severity::Warning},
+}};
 
 class CircularProjectReferenceAnalyzer final : public AttributeAnalyzer {
 public:
@@ -36,8 +43,7 @@ public:
         for (auto const& cycle : cycles) {
             // A cycle that is not a string throws the conversion error.
             std::u16string const cycleText = fl::i18n::to_ustring(cycle.asString());
-            auto identity = std::make_shared<AttributeIdentity>(
-                u"CircularDependency", attributeMessage("CircularDependency", {cycleText}), Severity::Warning);
+            auto identity = makeIdentity(kinds[0], {cycleText});
             findings.push_back(std::make_shared<Attribute>(identity, nullptr));
         }
         return findings;
@@ -49,5 +55,8 @@ public:
 std::shared_ptr<AttributeAnalyzer> createCircularProjectReferenceAnalyzer() {
     return std::make_shared<CircularProjectReferenceAnalyzer>();
 }
+
+DEPATTR_DESCRIBE_ANALYZER(CircularProjectReference, "circular-project-reference", "AnalyzerCircularProjectReference",
+                          kinds)
 
 }  // namespace dependency::attribute

@@ -1,5 +1,6 @@
 // Reports derived files that are older than a file they are derived from.
 #include "attribute/analyzers/Analyzers.hpp"
+#include "attribute/analyzers/Description.hpp"
 #include "attribute/analyzers/FilePresence.hpp"
 #include "attribute/analyzers/Messages.hpp"
 
@@ -7,6 +8,7 @@
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
+#include <array>
 #include <cstdint>
 #include <limits>
 
@@ -14,9 +16,12 @@ namespace dependency::attribute {
 
 namespace {
 
+constexpr std::array<FindingDescription, 1> kinds{{
+    {"OutOfDate", false, "DerivedFileOutOfDate", "DerivedFileProblem", Severity::Warning},
+}};
+
 std::shared_ptr<AttributeIdentity> const& outOfDateIdentity() {
-    static auto const identity =
-        std::make_shared<AttributeIdentity>(u"OutOfDate", attributeMessage("DerivedFileProblem"), Severity::Warning);
+    static auto const identity = makeIdentity(kinds[0]);
     return identity;
 }
 
@@ -84,5 +89,7 @@ public:
 std::shared_ptr<AttributeAnalyzer> createDerivedFileAnalyzer() {
     return std::make_shared<DerivedFileAnalyzer>();
 }
+
+DEPATTR_DESCRIBE_ANALYZER(DerivedFile, "derived-file", "AnalyzerDerivedFile", kinds)
 
 }  // namespace dependency::attribute

@@ -1,6 +1,6 @@
 // Turns the four format flags that the graph's producer sets on nodes into findings.
 #include "attribute/analyzers/Analyzers.hpp"
-#include "attribute/analyzers/Messages.hpp"
+#include "attribute/analyzers/Description.hpp"
 
 #include <array>
 
@@ -16,19 +16,25 @@ struct FormatFinding {
 // In priority order: a node flagged several ways gets only the first.
 using FormatFindings = std::array<FormatFinding, 4>;
 
-FormatFinding makeFinding(char16_t const* property, char16_t const* id, char const* messageKey) {
-    auto identity = std::make_shared<AttributeIdentity>(id, attributeMessage(messageKey), Severity::Warning);
-    return {property, std::make_shared<Attribute>(identity, nullptr)};
+constexpr std::array<FindingDescription, 4> kinds{{
+    {"FutureRelease", false, "FutureRelease", "FutureReleaseProblem", Severity::Warning},
+    {"InvalidFormat", false, "InvalidFormat", "InvalidFormatProblem", Severity::Warning},
+    {"SyntaxError", false, "SyntaxError", "SyntaxErrorProblem", Severity::Warning},
+    {"ModelInPackage", false, "ModelInPackage", "ModelInPackageProblem", Severity::Warning},
+}};
+
+FormatFinding makeFinding(char16_t const* property, FindingDescription const& kind) {
+    return {property, std::make_shared<Attribute>(makeIdentity(kind), nullptr)};
 }
 
 // The attributes themselves are process-wide: every flagged node receives the
 // very same object, so callers must treat findings as immutable.
 FormatFindings const& formatFindings() {
     static FormatFindings const findings{
-        makeFinding(u"futureRelease", u"FutureRelease", "FutureReleaseProblem"),
-        makeFinding(u"invalidFormat", u"InvalidFormat", "InvalidFormatProblem"),
-        makeFinding(u"syntaxError", u"SyntaxError", "SyntaxErrorProblem"),
-        makeFinding(u"isModelInPackage", u"ModelInPackage", "ModelInPackageProblem"),
+        makeFinding(u"futureRelease", kinds[0]),
+        makeFinding(u"invalidFormat", kinds[1]),
+        makeFinding(u"syntaxError", kinds[2]),
+        makeFinding(u"isModelInPackage", kinds[3]),
     };
     return findings;
 }
@@ -55,5 +61,7 @@ public:
 std::shared_ptr<AttributeAnalyzer> createInvalidFormatAnalyzer() {
     return std::make_shared<InvalidFormatAnalyzer>();
 }
+
+DEPATTR_DESCRIBE_ANALYZER(InvalidFormat, "invalid-format", "AnalyzerInvalidFormat", kinds)
 
 }  // namespace dependency::attribute

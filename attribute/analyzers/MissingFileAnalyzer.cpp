@@ -1,23 +1,28 @@
 // Reports for every file node whether the file is present on disk.
 #include "attribute/analyzers/Analyzers.hpp"
+#include "attribute/analyzers/Description.hpp"
 #include "attribute/analyzers/FilePresence.hpp"
-#include "attribute/analyzers/Messages.hpp"
+
+#include <array>
 
 namespace dependency::attribute {
 
 namespace {
 
+constexpr std::array<FindingDescription, 2> kinds{{
+    {"Exists", false, "FileExists", "FileExistsAttribute", Severity::Information},
+    {"Missing", false, "MissingFile", "MissingFileProblem", Severity::Warning},
+}};
+
 // Process-wide identities, made on first use; a failed lookup leaves them
 // unmade so that the next call tries again.
 std::shared_ptr<AttributeIdentity> const& presentFileIdentity() {
-    static auto const identity =
-        std::make_shared<AttributeIdentity>(u"Exists", attributeMessage("FileExistsAttribute"), Severity::Information);
+    static auto const identity = makeIdentity(kinds[0]);
     return identity;
 }
 
 std::shared_ptr<AttributeIdentity> const& missingFileIdentity() {
-    static auto const identity =
-        std::make_shared<AttributeIdentity>(u"Missing", attributeMessage("MissingFileProblem"), Severity::Warning);
+    static auto const identity = makeIdentity(kinds[1]);
     return identity;
 }
 
@@ -45,5 +50,7 @@ public:
 std::shared_ptr<AttributeAnalyzer> createMissingFileAnalyzer() {
     return std::make_shared<MissingFileAnalyzer>();
 }
+
+DEPATTR_DESCRIBE_ANALYZER(MissingFile, "missing-file", "AnalyzerMissingFile", kinds)
 
 }  // namespace dependency::attribute

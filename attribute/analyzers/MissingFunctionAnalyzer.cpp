@@ -1,11 +1,13 @@
 // Reports function nodes whose function is not defined in the code file the node points at.
 #include "attribute/AnalysisErrors.hpp"
 #include "attribute/analyzers/Analyzers.hpp"
+#include "attribute/analyzers/Description.hpp"
 #include "attribute/analyzers/Messages.hpp"
 #include "platform/codeanalysis/CodeAnalysis.hpp"
 #include "platform/fl/FileSystem.hpp"
 
 #include <algorithm>
+#include <array>
 #include <ostream>
 #include <span>
 #include <stdexcept>
@@ -181,9 +183,12 @@ bool lacksDefinition(Node const& root, std::u16string_view soughtName, std::u16s
 
 namespace {
 
+constexpr std::array<FindingDescription, 1> kinds{{
+    {"Missing", false, "MissingFunction", "MissingFunctionProblem", Severity::Warning},
+}};
+
 std::shared_ptr<AttributeIdentity> const& missingFunctionIdentity() {
-    static auto const identity =
-        std::make_shared<AttributeIdentity>(u"Missing", attributeMessage("MissingFunctionProblem"), Severity::Warning);
+    static auto const identity = makeIdentity(kinds[0]);
     return identity;
 }
 
@@ -253,5 +258,7 @@ private:
 std::shared_ptr<AttributeAnalyzer> createMissingFunctionAnalyzer() {
     return std::make_shared<MissingFunctionAnalyzer>();
 }
+
+DEPATTR_DESCRIBE_ANALYZER(MissingFunction, "missing-function", "AnalyzerMissingFunction", kinds)
 
 }  // namespace dependency::attribute

@@ -1,6 +1,7 @@
 // Reports every package that a node uses from an installed product but that the
 // analysed product's package definition does not declare.
 #include "attribute/analyzers/Analyzers.hpp"
+#include "attribute/analyzers/Description.hpp"
 #include "attribute/analyzers/Messages.hpp"
 #include "platform/fl/FileSystem.hpp"
 #include "platform/fl/MessageCatalog.hpp"
@@ -13,10 +14,15 @@
 #include <boost/uuid/uuid_io.hpp>
 
 #include <algorithm>
+#include <array>
 
 namespace dependency::attribute {
 
 namespace {
+
+constexpr std::array<FindingDescription, 1> kinds{{
+    {"Missing", false, "MissingPackageDependency", "MissingPackageDependencyProblem", Severity::Warning},
+}};
 
 using dependency::graph::Node;
 using dependency::toolbox::ToolboxFinder;
@@ -36,8 +42,7 @@ struct PackageReference {
 // Made on the first call of analyze; a failed message lookup leaves it unmade so
 // that the next call tries again.
 std::shared_ptr<AttributeIdentity> const& missingPackageDependencyIdentity() {
-    static auto const identity = std::make_shared<AttributeIdentity>(
-        u"Missing", attributeMessage("MissingPackageDependencyProblem"), Severity::Warning);
+    static auto const identity = makeIdentity(kinds[0]);
     return identity;
 }
 
@@ -118,5 +123,8 @@ private:
 std::shared_ptr<AttributeAnalyzer> createMissingPackageDependencyAnalyzer() {
     return std::make_shared<MissingPackageDependencyAnalyzer>();
 }
+
+DEPATTR_DESCRIBE_ANALYZER(MissingPackageDependency, "missing-package-dependency", "AnalyzerMissingPackageDependency",
+                          kinds)
 
 }  // namespace dependency::attribute

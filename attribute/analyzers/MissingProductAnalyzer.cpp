@@ -1,16 +1,22 @@
 // Reports, for a node that requires products, each required product that is
 // not installed.
 #include "attribute/analyzers/Analyzers.hpp"
+#include "attribute/analyzers/Description.hpp"
 #include "attribute/analyzers/Messages.hpp"
 #include "platform/toolbox/ToolboxFinder.hpp"
 
 #include <algorithm>
+#include <array>
 #include <functional>
 #include <unordered_set>
 
 namespace dependency::attribute {
 
 namespace {
+
+constexpr std::array<FindingDescription, 1> kinds{{
+    {"MissingProduct", true, "MissingProduct", "MissingProductProblem", Severity::Warning},
+}};
 
 using dependency::graph::Node;
 using dependency::toolbox::ProductInfo;
@@ -31,9 +37,7 @@ using ProductNodeSet = std::unordered_set<std::shared_ptr<Node>, NodeIdHash, Nod
 // Each finding names its product in both ID and Name, so every finding gets an
 // identity of its own rather than a shared one.
 std::shared_ptr<Attribute> missingProductFinding(ProductInfo const& product) {
-    auto identity = std::make_shared<AttributeIdentity>(u"MissingProduct" + product.getBaseCode(),
-                                                        attributeMessage("MissingProductProblem", {product.getName()}),
-                                                        Severity::Warning);
+    auto identity = makeIdentity(kinds[0], {product.getName()}, product.getBaseCode());
     return std::make_shared<Attribute>(identity, nullptr);
 }
 
@@ -83,5 +87,7 @@ public:
 std::shared_ptr<AttributeAnalyzer> createMissingProductAnalyzer() {
     return std::make_shared<MissingProductsAnalyzer>();
 }
+
+DEPATTR_DESCRIBE_ANALYZER(MissingProduct, "missing-product", "AnalyzerMissingProduct", kinds)
 
 }  // namespace dependency::attribute

@@ -1,10 +1,16 @@
 // Reports project references that could not be resolved.
 #include "attribute/analyzers/Analyzers.hpp"
-#include "attribute/analyzers/Messages.hpp"
+#include "attribute/analyzers/Description.hpp"
+
+#include <array>
 
 namespace dependency::attribute {
 
 namespace {
+
+constexpr std::array<FindingDescription, 1> kinds{{
+    {"Missing", false, "MissingProjectReference", "MissingProjectReferenceProblem", Severity::Warning},
+}};
 
 class MissingProjectReferenceAnalyzer final : public AttributeAnalyzer {
 public:
@@ -18,8 +24,7 @@ public:
         }
         // A fresh identity per finding, its Name in the locale current now. It
         // shares the ID "Missing" with the missing-file finding; the Names differ.
-        auto identity = std::make_shared<AttributeIdentity>(
-            u"Missing", attributeMessage("MissingProjectReferenceProblem"), Severity::Warning);
+        auto identity = makeIdentity(kinds[0]);
         return {std::make_shared<Attribute>(identity, nullptr)};
     }
 };
@@ -29,5 +34,8 @@ public:
 std::shared_ptr<AttributeAnalyzer> createMissingProjectReferenceAnalyzer() {
     return std::make_shared<MissingProjectReferenceAnalyzer>();
 }
+
+DEPATTR_DESCRIBE_ANALYZER(MissingProjectReference, "missing-project-reference", "AnalyzerMissingProjectReference",
+                          kinds)
 
 }  // namespace dependency::attribute

@@ -16,6 +16,7 @@
 #include "platform/host/HostFunctions.hpp"
 #include "platform/host/Qcos.hpp"
 #include "platform/host/Vm.hpp"
+#include "services/HostClassNames.hpp"
 
 #include <boost/locale/encoding_utf.hpp>
 
@@ -58,7 +59,7 @@ qxArrayPtr property(qxArray const& array, std::size_t index, std::string_view na
 // reports every node that depends on a node that was not found.
 void defineUnresolvedDependencyAnalyzer() {
     qcos::ScriptClassBuilder("example.analyzers.UnresolvedDependency")
-        .superclass("dependencies.internal.attribute.AttributeAnalyzer")
+        .superclass(dependency::services::AttributeAnalyzerClassName)
         .method("analyze",
                 [](std::span<qxArray const* const> inputs, int) {
                     auto const& node = *inputs[1];

@@ -14,6 +14,7 @@
 #include "platform/graph/Graph.hpp"
 #include "platform/host/Qcos.hpp"
 #include "platform/services/ImmutableGraph.hpp"
+#include "services/HostClassNames.hpp"
 
 #include <memory>
 
@@ -46,7 +47,7 @@ qxArrayPtr toNodeVectorQxArray(std::vector<std::shared_ptr<dependency::graph::No
 namespace qcos::registry {
 
 inline constexpr char const* RegistryClassName = "dependencies.internal.attribute.Registry";
-inline constexpr char const* AnalyzerClassName = "dependencies.internal.attribute.AttributeAnalyzer";
+inline constexpr char const* AnalyzerClassName = dependency::services::AttributeAnalyzerClassName;
 
 // Appends an analyzer object (of class AttributeAnalyzer or a subclass) to
 // Registry.Instance.AttributeAnalyzers.

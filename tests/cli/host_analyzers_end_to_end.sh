@@ -33,16 +33,59 @@ expect "CodeFileSize finds no large file" lacks '"LargeCodeFile"' "${out}"
 expect "lowerCamelCase functions are not reported" \
   lacks '"FunctionName"' "$(grep -A3 '"node": "helper"' <<<"${out}")"
 
+chosen="missing-file,CodeFileSize,DependsOnUnresolved,FunctionNaming,quality.TodoComments"
 text=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
-  --analyzer-path "${analyzers}" -a missing-file)
+  --analyzer-path "${analyzers}" -a "${chosen}")
 expect "text: the host finding under its node" \
   has "Problem      DependsOnUnresolved  Depends on an unresolved node  [DependsOnUnresolved]" \
   "$(grep -A1 'project/app.qxproj' <<<"${text}")"
 json=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
-  --analyzer-path "${analyzers}" -a missing-file -f json)
-expect "json: the host analyzers are listed after the built-in ones" \
+  --analyzer-path "${analyzers}" -a "${chosen}" -f json)
+expect "json: the analyzers are listed in the order chosen" \
   has '"analyzers": ["missing-file", "CodeFileSize", "DependsOnUnresolved", "FunctionNaming", "quality.TodoComments"]' \
   "${json}"
+
+# Host analyzers are chosen, selected and ignored like built-in ones.
+only=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
+  --analyzer-path "${analyzers}" -a missing-file -f json)
+expect "-a missing-file runs no host analyzer" has '"analyzers": ["missing-file"]' "${only}"
+expect "-a missing-file reports no host finding" lacks '"DependsOnUnresolved"' "${only}"
+one=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
+  --analyzer-path "${analyzers}" -a FunctionNaming -f json)
+expect "-a FunctionNaming runs that analyzer alone" has '"analyzers": ["FunctionNaming"]' "${one}"
+expect "-a FunctionNaming reports its finding" has '"analyzer": "FunctionNaming"' "${one}"
+ignored=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
+  --analyzer-path "${analyzers}" --ignore FunctionName -f json)
+status=$?
+expect "--ignore FunctionName is accepted (got ${status})" test "${status}" -ne 2
+expect "--ignore FunctionName hides its findings" lacks '"FunctionName"' "${ignored}"
+expect "--ignore FunctionName keeps the others" has '"DependsOnUnresolved"' "${ignored}"
+selected=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
+  --analyzer-path "${analyzers}" --select FunctionName -f concise)
+expect "--select FunctionName keeps only its findings" test -n "${selected}"
+expect "--select FunctionName shows nothing else" lacks 'DependsOnUnresolved' "${selected}"
+"${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${analyzers}" --ignore NoSuchFinding \
+  >/dev/null 2>"${work}/err"
+expect "an ID no analyzer knows is still an error (exit 2)" test $? -eq 2
+expect "the unknown ID is named" grep -qF 'NoSuchFinding' "${work}/err"
+"${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${analyzers}" -a NoSuchAnalyzer \
+  >/dev/null 2>"${work}/err"
+expect "an unknown analyzer is still an error (exit 2)" test $? -eq 2
+expect "the known analyzers include the host ones" grep -qF 'FunctionNaming' "${work}/err"
+mkdir -p "${work}/configured"
+cp "${work}/project/graph.json" "${work}/configured/graph.json"
+printf 'analyzer-paths = ["%s"]\nanalyzers = ["FunctionNaming"]\n[per-path-ignores]\n"*" = ["FunctionName"]\n' \
+  "${analyzers}" >"${work}/configured/depattr.toml"
+configured=$(cd "${work}/project" && "${depattr}" analyze "${work}/configured/graph.json" -f json)
+status=$?
+expect "depattr.toml may name host analyzers and IDs (got ${status})" test "${status}" -eq 0
+expect "depattr.toml chooses the host analyzer" has '"analyzers": ["FunctionNaming"]' "${configured}"
+expect "per-path-ignores hides its findings" lacks '"FunctionName"' "${configured}"
+printf 'analyzer-paths = ["%s"]\nselect = ["NoSuchFinding"]\n' "${analyzers}" >"${work}/configured/depattr.toml"
+"${depattr}" analyze "${work}/configured/graph.json" >/dev/null 2>"${work}/err"
+expect "depattr.toml: an ID no analyzer knows is an error (exit 2)" test $? -eq 2
+expect "depattr.toml: the error names file, line and column" \
+  grep -qF 'depattr.toml:2:11: unknown finding ID "NoSuchFinding"' "${work}/err"
 sarif=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
   --analyzer-path "${analyzers}" --format sarif)
 expect "sarif: a rule for the host analyzer" has '"ruleId": "FunctionNaming/FunctionName"' "${sarif}"

@@ -14,6 +14,7 @@ using namespace dependency::attribute;
 using dependency::graph::GraphBuilder;
 using dependency::graph::NodeData;
 using dependency::graph::Type;
+using dependency::services::AnalysisSession;
 
 namespace {
 
@@ -21,6 +22,20 @@ std::shared_ptr<Attribute> finding(std::u16string id, std::u16string name, Sever
     return std::make_shared<Attribute>(std::make_shared<AttributeIdentity>(id, name, severity),
                                        std::function<void()>{});
 }
+
+// Records each finding under its analyzer, as the program does.
+class Recorder final : public dependency::services::AnalysisObserver {
+public:
+    explicit Recorder(FindingSources& sources) : sources_(sources) {}
+    void reported(std::string_view analyzer, std::vector<std::shared_ptr<Attribute>> const& findings) override {
+        for (auto const& finding : findings) {
+            sources_.record(finding, analyzer);
+        }
+    }
+
+private:
+    FindingSources& sources_;
+};
 
 // Two analyzers that share the ID "Missing", as the built-in ones do, plus a
 // third whose one attribute object is handed to every node it reports.
@@ -53,12 +68,15 @@ struct TrackedAnalysis : ::testing::Test {
             return node.isFile() ? std::vector{present} : std::vector<std::shared_ptr<Attribute>>{};
         });
         sources = std::make_shared<FindingSources>();
-        auto const tracked = sources->track({{"files", files}, {"functions", functions}, {"shared", shared}});
-        result = analyzeGraph(graph, tracked);
+        session.select(std::vector<AnalysisSession::NamedAnalyzer>{
+            {"files", files}, {"functions", functions}, {"shared", shared}});
+        Recorder recorder(*sources);
+        result = session.analyze(graph, recorder);
         report = makeReport(*graph, *result, {.sources = sources.get()});
         report.graphName = "g.json";
     }
 
+    AnalysisSession session;  // names the analyzers for as long as the findings are looked at
     std::shared_ptr<dependency::graph::Graph const> graph;
     std::shared_ptr<FindingSources> sources;
     std::shared_ptr<GraphAttributes> result;
@@ -203,7 +221,9 @@ TEST(ProgressMeterTest, DrawsOnlyAfterItsDelayNeverPastFullAndErasesItself) {
 
     std::ostringstream quiet;
     auto const slow = std::make_shared<ProgressMeter>(nodes.size(), quiet, std::chrono::hours(1));
-    EXPECT_TRUE(analyzeGraph(graph, {slow})->getAttributes(nodes[0]).empty());
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        slow->advance();
+    }
     slow->finish();
     EXPECT_TRUE(quiet.str().empty()) << quiet.str();
 
@@ -213,7 +233,9 @@ TEST(ProgressMeterTest, DrawsOnlyAfterItsDelayNeverPastFullAndErasesItself) {
     std::ostringstream drawn;
     auto const eager =
         std::make_shared<ProgressMeter>(nodes.size(), drawn, std::chrono::seconds(0), std::chrono::seconds(0));
-    analyzeGraph(std::make_shared<depattr_test::SequenceGraph>(twice), {eager});
+    for (std::size_t i = 0; i < twice.size(); ++i) {
+        eager->advance();
+    }
     auto const bars = drawn.str();
     EXPECT_NE(bars.find("\r[" + std::string(40, '#') + "] 100% 300/300 nodes"), std::string::npos) << bars;
     // Reading the graph is shown by bytes before the nodes are counted.

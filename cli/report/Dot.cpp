@@ -1,7 +1,7 @@
 // The Graphviz report: the whole graph, each node shaped by its kind and, when
 // it has findings at or above the threshold, filled by the gravest of them,
 // with its kind, name, path and findings as its tooltip.
-#include "cli/Report.hpp"
+#include "cli/report/Formats.hpp"
 
 #include <fmt/format.h>
 
@@ -111,6 +111,10 @@ void writeDot(std::ostream& out, dependency::graph::Graph const& graph, Report c
         }
     }
     out << "}\n";
+}
+
+void writeDotReport(std::ostream& out, ReportContext const& context) {
+    writeDot(out, context.graph, context.report);
 }
 
 }  // namespace depattr::cli

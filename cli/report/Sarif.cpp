@@ -2,7 +2,7 @@
 // whose results are the findings, located by file where the node has one and
 // always by the node's ID as a logical location.
 #include "cli/Baseline.hpp"
-#include "cli/Report.hpp"
+#include "cli/report/Formats.hpp"
 
 #include "cli/Texts.hpp"
 
@@ -169,6 +169,10 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
     out << "      \"originalUriBaseIds\": {" << jsonString(baseUriId) << ": {\"uri\": " << jsonString(folderUri(base))
         << "}},\n";
     out << "      \"results\": [" << results << (results.empty() ? "]\n" : "\n      ]\n") << "    }\n  ]\n}\n";
+}
+
+void writeSarifReport(std::ostream& out, ReportContext const& context) {
+    writeSarif(out, context.report, context.toolVersion, context.workingFolder);
 }
 
 }  // namespace depattr::cli

@@ -1,0 +1,45 @@
+#pragma once
+// The options of `depattr analyze` as the command line gave them, and their
+// merging with the configuration file and the defaults.
+
+#include "cli/Options.hpp"
+
+#include <set>
+#include <string>
+#include <vector>
+
+namespace depattr::cli {
+
+// What the command line said, before it is laid over the configuration.
+struct CommandLine {
+    std::string graph;  // the program puts its example graph here before parsing
+    std::string analyzers;
+    std::string minimum;
+    std::string failOn;
+    std::string format = "text";
+    std::string output;
+    std::string locale;
+    std::string installRoot;
+    std::vector<std::string> analyzerPaths;
+    std::vector<std::string> select;
+    std::vector<std::string> ignore;
+    std::string config;
+    bool noConfig = false;
+    std::string baseline;
+    std::string writeBaseline;
+    std::string colour = "auto";
+    std::string listFormat = "text";
+    // The options of `analyze` that were given, by CLI11 name ("--select", "--fail-on").
+    std::set<std::string> given;
+};
+
+// The command line laid over the configuration file (--config, else the
+// nearest depattr.toml above the graph file, unless --no-config) laid over the
+// defaults. Throws UsageError for a bad value or clashing options and
+// ConfigError for a configuration file that cannot be used.
+ProgramOptions programOptions(CommandLine const& line);
+
+// Throws UsageError unless `value` is one of `choices`.
+void checkChoice(std::string const& option, std::string const& value, std::vector<std::string> const& choices);
+
+}  // namespace depattr::cli

@@ -1,0 +1,89 @@
+// Workflow annotations of a CI service: one command per finding.
+#include "cli/report/Formats.hpp"
+
+#include "cli/Texts.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace depattr::cli {
+
+using dependency::attribute::Severity;
+
+namespace {
+
+// Workflow commands end at a line break and split at '::'; their data and
+// properties are percent-escaped as the CI service expects.
+std::string workflowData(std::string_view text) {
+    std::string out;
+    for (char const c : text) {
+        if (c == '%') {
+            out += "%25";
+        } else if (c == '\r') {
+            out += "%0D";
+        } else if (c == '\n') {
+            out += "%0A";
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+std::string workflowProperty(std::string_view text) {
+    std::string out;
+    for (char const c : workflowData(text)) {
+        if (c == ':') {
+            out += "%3A";
+        } else if (c == ',') {
+            out += "%2C";
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+std::string_view workflowLevel(Severity severity) {
+    switch (severity) {
+    case Severity::Problem:
+        return "error";
+    case Severity::Warning:
+        return "warning";
+    case Severity::Information:
+        break;
+    }
+    return "notice";
+}
+
+}  // namespace
+
+void writeGithub(std::ostream& out, Report const& report) {
+    for (auto const& entry : report.nodes) {
+        for (auto const& finding : entry.findings) {
+            if (finding.suppressed) {
+                continue;
+            }
+            auto const& attribute = *finding.attribute;
+            std::string title = toUtf8(attribute.getID());
+            if (!finding.analyzer.empty()) {
+                title += " (" + std::string(finding.analyzer) + ")";
+            }
+            out << "::" << workflowLevel(attribute.getSeverity()) << " ";
+            if (!entry.path.empty()) {
+                out << "file=" << workflowProperty(entry.path) << ",";
+            }
+            out << "title=" << workflowProperty(title) << "::"
+                << workflowData(text("GithubMessage", {toUtf8(attribute.getName()), kindWord(entry.node->getType()),
+                                                       displayNameOf(*entry.node), toUtf8(entry.node->getID())}))
+                << '\n';
+        }
+    }
+}
+
+void writeGithubReport(std::ostream& out, ReportContext const& context) {
+    writeGithub(out, context.report);
+}
+
+}  // namespace depattr::cli
