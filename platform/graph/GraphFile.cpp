@@ -465,6 +465,10 @@ private:
             // The path is the one location entry: kept once.
             data.location.push_back(std::move(data.path));
             data.pathIsFirstLocation = true;
+        } else if (!rawPath && *type == Type::FUNCTION() && !data.location.empty()) {
+            // A function without a path of its own is in the file its first
+            // location entry names: that is its path.
+            data.pathIsFirstLocation = true;
         }
         checkKindNeeds(data, nodeStart, locationStart);
 
