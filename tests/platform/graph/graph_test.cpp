@@ -116,7 +116,18 @@ TEST(GraphTest, BuilderRejectsDuplicateIdsAndDanglingEdges) {
     EXPECT_THROW(builder.addNode(u"a", Type::FUNCTION()), std::invalid_argument);
     EXPECT_THROW(builder.addDependency(u"a", u"nowhere", Type::CALL()), std::invalid_argument);
     EXPECT_THROW(builder.addDependency(u"nowhere", u"a", Type::CALL()), std::invalid_argument);
-    EXPECT_EQ(builder.build()->nodeCount(), 1u);
+    // The refused node is taken back: the next one takes its place, and nodes
+    // (more than one block of them) outlive the builder and the graph.
+    std::vector<std::shared_ptr<Node>> kept;
+    for (int i = 0; i < 5000; ++i) {
+        kept.push_back(builder.addNode(u"n" + std::u16string(1, static_cast<char16_t>(0x100 + i)), Type::FUNCTION()));
+    }
+    auto graph = builder.build();
+    EXPECT_EQ(graph->nodeCount(), 5001u);
+    EXPECT_EQ(graph->findNode(u"a")->getType(), Type::FILE());
+    graph.reset();
+    EXPECT_EQ(kept.back()->getID(), u"n" + std::u16string(1, static_cast<char16_t>(0x100 + 4999)));
+    EXPECT_EQ(kept.front()->getType(), Type::FUNCTION());
 }
 
 TEST(GraphTest, GraphRejectsDuplicateIdsAndEdgesLeavingIt) {
