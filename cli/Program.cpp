@@ -19,6 +19,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <sstream>
+#include <thread>
 #include <unistd.h>
 
 namespace depattr::cli {
@@ -115,6 +116,16 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
         throw;
     }
 
+    // The result and the report list nodes by ID: the graph's ID order is
+    // made on the other core while the analysis runs. It is the same order
+    // whichever thread makes it, and a caller that needs it first waits for it.
+    std::jthread idOrder([&graph] {
+        try {
+            graph->positionsInIdOrder();
+        } catch (...) {
+            // Made again by the first caller that needs it.
+        }
+    });
     auto sources = std::make_shared<FindingSources>();
     if (progress) {
         progress->startAnalysis(graph->nodeCount());

@@ -8,6 +8,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <unordered_map>
 
 namespace depattr::cli {
 
@@ -57,11 +59,40 @@ bool Report::fails() const {
 
 namespace {
 
-std::string displayPath(std::u16string const& path, std::filesystem::path const& workingFolder) {
+// Whether an absolute path has no empty, "." or ".." component and no
+// separator at the end: normalising it changes nothing.
+bool isNormalAbsolute(std::string_view path) {
+    if (path.size() < 2 || path.front() != '/' || path.back() == '/') {
+        return false;
+    }
+    for (std::size_t start = 1; start <= path.size();) {
+        std::size_t end = path.find('/', start);
+        end = end == std::string_view::npos ? path.size() : end;
+        auto const component = path.substr(start, end - start);
+        if (component.empty() || component == "." || component == "..") {
+            return false;
+        }
+        start = end + 1;
+    }
+    return true;
+}
+
+std::string displayPath(std::u16string const& path, std::filesystem::path const& workingFolder,
+                        std::string const& normalWorkingFolder) {
     if (path.empty()) {
         return {};
     }
-    std::filesystem::path const file(toUtf8(path));
+    std::string text = toUtf8(path);
+    // The usual case, a normal absolute path and working folder, is decided on
+    // the text: below the folder it is the rest of the path, else the path.
+    if (!normalWorkingFolder.empty() && isNormalAbsolute(text)) {
+        if (text.size() > normalWorkingFolder.size() && text.starts_with(normalWorkingFolder) &&
+            text[normalWorkingFolder.size()] == '/') {
+            return text.substr(normalWorkingFolder.size() + 1);
+        }
+        return text == normalWorkingFolder ? "." : text;
+    }
+    std::filesystem::path const file(std::move(text));
     if (!workingFolder.empty() && file.is_absolute()) {
         auto const relative = file.lexically_normal().lexically_relative(workingFolder);
         if (!relative.empty() && *relative.begin() != "..") {
@@ -82,18 +113,29 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
     report.failOn = settings.failOn;
     auto const workingFolder =
         settings.workingFolder.empty() ? std::filesystem::path() : settings.workingFolder.lexically_normal();
-    std::vector<std::shared_ptr<Node>> nodes;
-    nodes.reserve(graph.nodeCount());
-    for (auto const& node : graph.getNodes()) {
-        nodes.push_back(node);
-    }
-    std::sort(nodes.begin(), nodes.end(), [](auto const& a, auto const& b) { return *a < *b; });
-    for (auto const& node : nodes) {
+    std::string const normalWorkingFolder =
+        isNormalAbsolute(workingFolder.generic_string()) ? workingFolder.generic_string() : std::string();
+    // The English name of a finding is made once per identity object (whose
+    // ID text stands for it here) and kind, not once per finding.
+    struct EnglishName {
+        FindingKind const* kind = nullptr;
+        std::string text;
+        bool made = false;
+    };
+    std::unordered_map<std::u16string const*, EnglishName> englishNames;
+    auto const englishName = [&](Finding const& finding) -> std::string const& {
+        auto& name = englishNames[&finding.attribute->getID()];
+        if (!name.made || name.kind != finding.kind) {
+            name = {finding.kind, englishNameOf(finding.kind, finding.attribute->getName()), true};
+        }
+        return name.text;
+    };
+    for (auto const& node : graph.nodesInIdOrder()) {
         auto const attributes = result.getAttributes(node, settings.minimum);
         if (attributes.empty()) {
             continue;
         }
-        NodeFindings entry{node, displayPath(node->getPath(), workingFolder), {}};
+        NodeFindings entry{node, displayPath(node->getPath(), workingFolder, normalWorkingFolder), {}};
         std::filesystem::path const nodePath(toUtf8(node->getPath()));
         for (auto const& attribute : attributes) {
             if (settings.filter != nullptr && !settings.filter->keeps(toUtf8(attribute->getID()), nodePath)) {
@@ -104,8 +146,7 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
                 finding.analyzer = settings.sources->analyzerOf(attribute);
                 finding.kind = kindOf(finding.analyzer, *attribute);
             }
-            finding.fingerprint = fingerprintValueOf(node->getID(), attribute->getID(),
-                                                     englishNameOf(finding.kind, attribute->getName()));
+            finding.fingerprint = fingerprintValueOf(node->getID(), attribute->getID(), englishName(finding));
             if (settings.baseline != nullptr && settings.baseline->take(fingerprintText(finding.fingerprint))) {
                 finding.suppressed = true;
                 ++report.hiddenByBaseline;
@@ -226,18 +267,44 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
     for (auto const severity : {Severity::Information, Severity::Warning, Severity::Problem}) {
         severityWidth = std::max(severityWidth, displayWidth(severityWord(severity)));
     }
+    // Each distinct finding ID and name is converted and escaped once (their
+    // texts are identified by where the identity keeps them), and each
+    // severity and kind word is looked up once.
+    std::unordered_map<std::u16string const*, std::string> shownTexts;
+    auto const shown = [&](std::u16string const& text) -> std::string const& {
+        auto [it, added] = shownTexts.try_emplace(&text);
+        if (added) {
+            it->second = escapeControls(toUtf8(text));
+        }
+        return it->second;
+    };
     for (auto const& entry : report.nodes) {
         for (auto const& finding : entry.findings) {
-            idWidth = std::max(idWidth, displayWidth(escapeControls(toUtf8(finding.attribute->getID()))));
+            idWidth = std::max(idWidth, displayWidth(shown(finding.attribute->getID())));
         }
     }
+    std::unordered_map<std::u16string const*, std::string> paddedIds;
+    std::array<std::string, 3> paddedSeverities;
+    for (auto const severity : {Severity::Information, Severity::Warning, Severity::Problem}) {
+        paddedSeverities.at(static_cast<std::size_t>(severity)) = padded(severityWord(severity), severityWidth);
+    }
+    auto const severityText = [&](Severity severity) {
+        auto const index = static_cast<std::size_t>(severity);
+        return index < paddedSeverities.size() ? paddedSeverities[index]
+                                               : padded(severityWord(severity), severityWidth);
+    };
+    std::unordered_map<int, std::string> kindWords;
     for (auto const& entry : report.nodes) {
         if (std::none_of(entry.findings.begin(), entry.findings.end(), [](auto const& f) { return !f.suppressed; })) {
             continue;
         }
         auto const& node = *entry.node;
+        auto [kind, newKind] = kindWords.try_emplace(static_cast<int>(node.getType().kind()));
+        if (newKind) {
+            kind->second = kindWord(node.getType());
+        }
         out << '\n'
-            << text("TextNodeHeading", {escapeControls(entry.where()), kindWord(node.getType()),
+            << text("TextNodeHeading", {escapeControls(entry.where()), kind->second,
                                         escapeControls(displayNameOf(node)), escapeControls(toUtf8(node.getID()))})
             << '\n';
         for (auto const& finding : entry.findings) {
@@ -246,9 +313,12 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
             }
             auto const& attribute = *finding.attribute;
             auto const severity = attribute.getSeverity();
-            out << "  " << (colour ? colourOf(severity) : "") << padded(severityWord(severity), severityWidth)
-                << (colour ? "\x1b[0m" : "") << "  " << padded(escapeControls(toUtf8(attribute.getID())), idWidth)
-                << "  " << escapeControls(toUtf8(attribute.getName()));
+            auto [id, newId] = paddedIds.try_emplace(&attribute.getID());
+            if (newId) {
+                id->second = padded(shown(attribute.getID()), idWidth);
+            }
+            out << "  " << (colour ? colourOf(severity) : "") << severityText(severity) << (colour ? "\x1b[0m" : "")
+                << "  " << id->second << "  " << shown(attribute.getName());
             if (!finding.analyzer.empty()) {
                 out << "  [" << finding.analyzer << "]";
             }
