@@ -88,8 +88,14 @@ WHY = {
     "bench_graph_load": "Loading 10^6 nodes is memory-bound: the graph's own memory is touched for the first time "
     "(page faults) and every edge end is a lookup at a random place of the ID index; both grow with the machine's "
     "memory traffic, which other work on it shares.",
-    "/usr/bin/time depattr analyze": "Peak memory is the graph plus the JSON reader's buffers while the file loads "
-    "(the file, its structural index and its string buffer); the buffers go before the edges are made.",
+    "/usr/bin/time depattr analyze": "From a clock-sampling profile (`perf record -e cpu-clock`, see "
+    "bench/README.md) of the whole program at 10^5 nodes: about two fifths of the time is in the kernel: page "
+    "faults of memory touched for the first time (the file, the reader's buffers, the nodes' strings) and the "
+    "`stat` calls of the file analyzers (path lookups in the kernel's name cache); then simdjson's first pass, "
+    "`malloc` for the nodes' strings (the model keeps every ID, path and location entry as its own UTF-16 "
+    "string), the missing-function analyzer's definition search and the ID index. Peak memory is the graph "
+    "plus the JSON reader's buffers while the file loads (the file, its structural index and its string "
+    "buffer); the buffers go before the edges are made.",
     "bench_parse": "Parsing is bound by the processor; a busy machine lowers its throughput.",
     "bench_script_analyzer": "Every node crosses from the caller's thread to the command thread and back. On an "
     "idle machine both sides poll and the handoff is short; when the machine's processors are busy, the two "
