@@ -1,6 +1,10 @@
 #include "attribute/GraphAttributes.hpp"
 
-#include <map>
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <limits>
+#include <optional>
 #include <set>
 
 namespace dependency::attribute {
@@ -9,12 +13,6 @@ using dependency::graph::Graph;
 using dependency::graph::Node;
 
 namespace {
-
-// Orders map keys by the nodes they point at, so that equivalent node objects
-// are one key.
-struct NodeValueLess {
-    bool operator()(std::shared_ptr<Node> const& a, std::shared_ptr<Node> const& b) const noexcept { return *a < *b; }
-};
 
 struct IdentityValueLess {
     bool operator()(std::shared_ptr<AttributeIdentity> const& a,
@@ -25,29 +23,113 @@ struct IdentityValueLess {
 
 using AttributeList = std::vector<std::shared_ptr<Attribute>>;
 
+struct Entry {
+    std::shared_ptr<Node> node;
+    AttributeList list;
+};
+
+// The node objects of the entries, by address: a query with a stored node
+// object (the usual case: the report asks with the graph's own nodes) is
+// answered without comparing IDs. Open addressing in one flat array.
+class EntryByAddress {
+public:
+    void build(std::vector<Entry> const& entries) {
+        std::size_t capacity = 16;
+        while (capacity < entries.size() * 2) {
+            capacity *= 2;
+        }
+        slots_.assign(capacity, Slot{});
+        shift_ = 64 - static_cast<unsigned>(std::countr_zero(capacity));
+        for (std::size_t i = 0; i < entries.size(); ++i) {
+            std::size_t slot = slotOf(entries[i].node.get());
+            while (slots_[slot].node != nullptr) {
+                slot = (slot + 1) & (slots_.size() - 1);
+            }
+            slots_[slot] = {entries[i].node.get(), static_cast<std::uint32_t>(i)};
+        }
+    }
+
+    std::optional<std::size_t> find(Node const* node) const noexcept {
+        if (slots_.empty()) {
+            return std::nullopt;
+        }
+        for (std::size_t slot = slotOf(node);; slot = (slot + 1) & (slots_.size() - 1)) {
+            if (slots_[slot].node == node) {
+                return slots_[slot].entry;
+            }
+            if (slots_[slot].node == nullptr) {
+                return std::nullopt;
+            }
+        }
+    }
+
+private:
+    struct Slot {
+        Node const* node = nullptr;
+        std::uint32_t entry = 0;
+    };
+    std::size_t slotOf(Node const* node) const noexcept {
+        return static_cast<std::size_t>((reinterpret_cast<std::uintptr_t>(node) * 0x9E3779B97F4A7C15ull) >> shift_);
+    }
+    std::vector<Slot> slots_;
+    unsigned shift_ = 64;
+};
+
+// The ordered map from node to findings, kept as an array sorted by node
+// (operator<, the graph library's node order) with one entry per equivalent
+// node. It is filled once, in walk order, and then put in order in one step:
+// by the graph's own ID order where the walk is over the graph's stored nodes,
+// else by comparing nodes, the first visit of a node winning.
 class GraphAttributesImpl final : public GraphAttributes {
 public:
-    // First-wins: a node already present keeps its list.
-    void add(std::shared_ptr<Node> const& node, AttributeList&& list) {
-        attributes_.try_emplace(node, std::move(list));
+    void add(std::shared_ptr<Node> const& node, AttributeList&& list) { entries_.push_back({node, std::move(list)}); }
+
+    // `positions`, when given, holds each added entry's position in the
+    // graph's stored nodes, and the graph yields each of them once.
+    void order(Graph const& graph, std::vector<std::uint32_t> const* positions) {
+        if (positions != nullptr) {
+            auto const& idOrder = graph.positionsInIdOrder();
+            constexpr std::uint32_t none = std::numeric_limits<std::uint32_t>::max();
+            std::vector<std::uint32_t> entryAt(idOrder.size(), none);
+            for (std::size_t i = 0; i < positions->size(); ++i) {
+                entryAt[(*positions)[i]] = static_cast<std::uint32_t>(i);
+            }
+            std::vector<Entry> sorted;
+            sorted.reserve(entries_.size());
+            for (auto const position : idOrder) {
+                if (auto const entry = entryAt[position]; entry != none) {
+                    sorted.push_back(std::move(entries_[entry]));
+                }
+            }
+            entries_ = std::move(sorted);
+        } else {
+            std::stable_sort(entries_.begin(), entries_.end(),
+                             [](Entry const& a, Entry const& b) { return *a.node < *b.node; });
+            // First-wins: of equivalent nodes the first visit stays.
+            auto const last = std::unique(entries_.begin(), entries_.end(),
+                                          [](Entry const& a, Entry const& b) { return !(*a.node < *b.node); });
+            entries_.erase(last, entries_.end());
+        }
+        entries_.shrink_to_fit();
+        byAddress_.build(entries_);
     }
 
     AttributeList getAttributes(std::shared_ptr<Node> const& node) const override {
-        auto const it = attributes_.find(node);
-        return it == attributes_.end() ? AttributeList{} : it->second;
+        auto const* entry = find(node);
+        return entry == nullptr ? AttributeList{} : entry->list;
     }
 
     AttributeList getAttributes(std::shared_ptr<Node> const& node, Severity const& minimumSeverity) const override {
-        auto const it = attributes_.find(node);
-        if (it == attributes_.end()) {
+        auto const* entry = find(node);
+        if (entry == nullptr) {
             return {};
         }
         if (minimumSeverity == Severity::Information) {
-            return it->second;
+            return entry->list;
         }
         auto const threshold = static_cast<std::int32_t>(minimumSeverity);
         AttributeList result;
-        for (auto const& attribute : it->second) {
+        for (auto const& attribute : entry->list) {
             if (static_cast<std::int32_t>(attribute->getSeverity()) >= threshold) {
                 result.push_back(attribute);
             }
@@ -57,7 +139,7 @@ public:
 
     std::vector<std::shared_ptr<Node>> getNodesWith(AttributeIdentity const& identity) const override {
         std::vector<std::shared_ptr<Node>> result;
-        for (auto const& [node, list] : attributes_) {
+        for (auto const& [node, list] : entries_) {
             for (auto const& attribute : list) {
                 if (*attribute->getIdentity() == identity) {
                     result.push_back(node);
@@ -70,7 +152,7 @@ public:
 
     std::vector<std::shared_ptr<AttributeIdentity>> getAllProblemIdentities() const override {
         std::set<std::shared_ptr<AttributeIdentity>, IdentityValueLess> identities;
-        for (auto const& [node, list] : attributes_) {
+        for (auto const& [node, list] : entries_) {
             for (auto const& attribute : list) {
                 if (attribute->getSeverity() != Severity::Information) {
                     identities.insert(attribute->getIdentity());
@@ -81,7 +163,21 @@ public:
     }
 
 private:
-    std::map<std::shared_ptr<Node>, AttributeList, NodeValueLess> attributes_;
+    Entry const* find(std::shared_ptr<Node> const& node) const {
+        if (!node) {
+            return nullptr;
+        }
+        if (auto const at = byAddress_.find(node.get())) {
+            return &entries_[*at];
+        }
+        // Another object for a stored node: found by value.
+        auto const it = std::lower_bound(entries_.begin(), entries_.end(), *node,
+                                         [](Entry const& entry, Node const& sought) { return *entry.node < sought; });
+        return it != entries_.end() && !(*node < *it->node) ? &*it : nullptr;
+    }
+
+    std::vector<Entry> entries_;  // ascending by node
+    EntryByAddress byAddress_;
 };
 
 }  // namespace
@@ -93,6 +189,11 @@ GraphAttributes::~GraphAttributes() = default;
 std::shared_ptr<GraphAttributes> analyzeGraph(std::shared_ptr<Graph const> const& graph,
                                               std::vector<std::shared_ptr<AttributeAnalyzer>> const& analyzers) {
     auto result = std::make_shared<GraphAttributesImpl>();
+    // A graph that yields its stored nodes yields them in position order,
+    // each once: an entry's position is then the count of nodes before it.
+    bool const stored = graph->yieldsStoredNodes();
+    std::vector<std::uint32_t> positions;
+    std::uint32_t position = 0;
     for (auto const& node : graph->getNodes()) {
         AttributeList list;
         for (auto const& analyzer : analyzers) {
@@ -105,8 +206,13 @@ std::shared_ptr<GraphAttributes> analyzeGraph(std::shared_ptr<Graph const> const
         }
         if (!list.empty()) {
             result->add(node, std::move(list));
+            if (stored) {
+                positions.push_back(position);
+            }
         }
+        ++position;
     }
+    result->order(*graph, stored ? &positions : nullptr);
     return result;
 }
 

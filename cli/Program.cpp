@@ -22,6 +22,7 @@
 #include <iostream>
 #include <optional>
 #include <sstream>
+#include <thread>
 #include <unistd.h>
 
 namespace depattr::cli {
@@ -148,6 +149,16 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
         throw;
     }
 
+    // The result and the report list nodes by ID: the graph's ID order is
+    // made on the other core while the analysis runs. It is the same order
+    // whichever thread makes it, and a caller that needs it first waits for it.
+    std::jthread idOrder([&graph] {
+        try {
+            graph->positionsInIdOrder();
+        } catch (...) {
+            // Made again by the first caller that needs it.
+        }
+    });
     auto sources = std::make_unique<FindingSources>();
     if (progress) {
         progress->startAnalysis(graph->nodeCount());

@@ -8,6 +8,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <unordered_map>
 
 namespace depattr::cli {
 
@@ -57,11 +59,40 @@ bool Report::fails() const {
 
 namespace {
 
-std::string displayPath(std::u16string const& path, std::filesystem::path const& workingFolder) {
+// Whether an absolute path has no empty, "." or ".." component and no
+// separator at the end: normalising it changes nothing.
+bool isNormalAbsolute(std::string_view path) {
+    if (path.size() < 2 || path.front() != '/' || path.back() == '/') {
+        return false;
+    }
+    for (std::size_t start = 1; start <= path.size();) {
+        std::size_t end = path.find('/', start);
+        end = end == std::string_view::npos ? path.size() : end;
+        auto const component = path.substr(start, end - start);
+        if (component.empty() || component == "." || component == "..") {
+            return false;
+        }
+        start = end + 1;
+    }
+    return true;
+}
+
+std::string displayPath(std::u16string const& path, std::filesystem::path const& workingFolder,
+                        std::string const& normalWorkingFolder) {
     if (path.empty()) {
         return {};
     }
-    std::filesystem::path const file(toUtf8(path));
+    std::string text = toUtf8(path);
+    // The usual case, a normal absolute path and working folder, is decided on
+    // the text: below the folder it is the rest of the path, else the path.
+    if (!normalWorkingFolder.empty() && isNormalAbsolute(text)) {
+        if (text.size() > normalWorkingFolder.size() && text.starts_with(normalWorkingFolder) &&
+            text[normalWorkingFolder.size()] == '/') {
+            return text.substr(normalWorkingFolder.size() + 1);
+        }
+        return text == normalWorkingFolder ? "." : text;
+    }
+    std::filesystem::path const file(std::move(text));
     if (!workingFolder.empty() && file.is_absolute()) {
         auto const relative = file.lexically_normal().lexically_relative(workingFolder);
         if (!relative.empty() && *relative.begin() != "..") {
@@ -82,18 +113,29 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
     report.failOn = settings.failOn;
     auto const workingFolder =
         settings.workingFolder.empty() ? std::filesystem::path() : settings.workingFolder.lexically_normal();
-    std::vector<std::shared_ptr<Node>> nodes;
-    nodes.reserve(graph.nodeCount());
-    for (auto const& node : graph.getNodes()) {
-        nodes.push_back(node);
-    }
-    std::sort(nodes.begin(), nodes.end(), [](auto const& a, auto const& b) { return *a < *b; });
-    for (auto const& node : nodes) {
+    std::string const normalWorkingFolder =
+        isNormalAbsolute(workingFolder.generic_string()) ? workingFolder.generic_string() : std::string();
+    // The English name of a finding is made once per identity object (whose
+    // ID text stands for it here) and kind, not once per finding.
+    struct EnglishName {
+        FindingKind const* kind = nullptr;
+        std::string text;
+        bool made = false;
+    };
+    std::unordered_map<std::u16string const*, EnglishName> englishNames;
+    auto const englishName = [&](Finding const& finding) -> std::string const& {
+        auto& name = englishNames[&finding.attribute->getID()];
+        if (!name.made || name.kind != finding.kind) {
+            name = {finding.kind, englishNameOf(finding.kind, finding.attribute->getName()), true};
+        }
+        return name.text;
+    };
+    for (auto const& node : graph.nodesInIdOrder()) {
         auto const attributes = result.getAttributes(node, settings.minimum);
         if (attributes.empty()) {
             continue;
         }
-        NodeFindings entry{node, displayPath(node->getPath(), workingFolder), {}};
+        NodeFindings entry{node, displayPath(node->getPath(), workingFolder, normalWorkingFolder), {}};
         std::filesystem::path const nodePath(toUtf8(node->getPath()));
         for (auto const& attribute : attributes) {
             if (settings.filter != nullptr && !settings.filter->keeps(toUtf8(attribute->getID()), nodePath)) {
@@ -104,8 +146,7 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
                 finding.analyzer = settings.sources->analyzerOf(attribute);
                 finding.kind = kindOf(finding.analyzer, *attribute);
             }
-            finding.fingerprint = fingerprintValueOf(node->getID(), attribute->getID(),
-                                                     englishNameOf(finding.kind, attribute->getName()));
+            finding.fingerprint = fingerprintValueOf(node->getID(), attribute->getID(), englishName(finding));
             if (settings.baseline != nullptr && settings.baseline->take(fingerprintText(finding.fingerprint))) {
                 finding.suppressed = true;
                 ++report.hiddenByBaseline;

@@ -7,6 +7,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <unordered_map>
 
 namespace depattr::cli {
 
@@ -50,18 +52,44 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
     for (auto const severity : {Severity::Information, Severity::Warning, Severity::Problem}) {
         severityWidth = std::max(severityWidth, displayWidth(severityWord(severity)));
     }
+    // Each distinct finding ID and name is converted and escaped once (their
+    // texts are identified by where the identity keeps them), and each
+    // severity and kind word is looked up once.
+    std::unordered_map<std::u16string const*, std::string> shownTexts;
+    auto const shown = [&](std::u16string const& text) -> std::string const& {
+        auto [it, added] = shownTexts.try_emplace(&text);
+        if (added) {
+            it->second = escapeControls(toUtf8(text));
+        }
+        return it->second;
+    };
     for (auto const& entry : report.nodes) {
         for (auto const& finding : entry.findings) {
-            idWidth = std::max(idWidth, displayWidth(escapeControls(toUtf8(finding.attribute->getID()))));
+            idWidth = std::max(idWidth, displayWidth(shown(finding.attribute->getID())));
         }
     }
+    std::unordered_map<std::u16string const*, std::string> paddedIds;
+    std::array<std::string, 3> paddedSeverities;
+    for (auto const severity : {Severity::Information, Severity::Warning, Severity::Problem}) {
+        paddedSeverities.at(static_cast<std::size_t>(severity)) = padded(severityWord(severity), severityWidth);
+    }
+    auto const severityText = [&](Severity severity) {
+        auto const index = static_cast<std::size_t>(severity);
+        return index < paddedSeverities.size() ? paddedSeverities[index]
+                                               : padded(severityWord(severity), severityWidth);
+    };
+    std::unordered_map<int, std::string> kindWords;
     for (auto const& entry : report.nodes) {
         if (std::none_of(entry.findings.begin(), entry.findings.end(), [](auto const& f) { return !f.suppressed; })) {
             continue;
         }
         auto const& node = *entry.node;
+        auto [kind, newKind] = kindWords.try_emplace(static_cast<int>(node.getType().kind()));
+        if (newKind) {
+            kind->second = kindWord(node.getType());
+        }
         out << '\n'
-            << text("TextNodeHeading", {escapeControls(entry.where()), kindWord(node.getType()),
+            << text("TextNodeHeading", {escapeControls(entry.where()), kind->second,
                                         escapeControls(displayNameOf(node)), escapeControls(toUtf8(node.getID()))})
             << '\n';
         for (auto const& finding : entry.findings) {
@@ -70,9 +98,12 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
             }
             auto const& attribute = *finding.attribute;
             auto const severity = attribute.getSeverity();
-            out << "  " << (colour ? colourOf(severity) : "") << padded(severityWord(severity), severityWidth)
-                << (colour ? "\x1b[0m" : "") << "  " << padded(escapeControls(toUtf8(attribute.getID())), idWidth)
-                << "  " << escapeControls(toUtf8(attribute.getName()));
+            auto [id, newId] = paddedIds.try_emplace(&attribute.getID());
+            if (newId) {
+                id->second = padded(shown(attribute.getID()), idWidth);
+            }
+            out << "  " << (colour ? colourOf(severity) : "") << severityText(severity) << (colour ? "\x1b[0m" : "")
+                << "  " << id->second << "  " << shown(attribute.getName());
             if (!finding.analyzer.empty()) {
                 out << "  [" << finding.analyzer << "]";
             }

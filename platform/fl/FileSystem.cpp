@@ -144,7 +144,42 @@ std::string read_file(std::string const& nativePath, std::size_t maxBytes) {
 
 namespace detail {
 
+namespace {
+
+// An absolute path that cleaning leaves as it is: no empty or "." component
+// and no separator at the end (but for the root), and no NUL or surrogate
+// code unit (which the conversion below refuses or treats on its own).
+bool isCleanAbsolute(std::u16string const& path) noexcept {
+    if (path.empty() || path.front() != u'/') {
+        return false;
+    }
+    if (path.size() == 1) {
+        return true;
+    }
+    std::size_t componentStart = 1;
+    for (std::size_t i = 1; i <= path.size(); ++i) {
+        char16_t const unit = i < path.size() ? path[i] : u'/';
+        if (unit == 0 || (unit >= 0xD800 && unit <= 0xDFFF)) {
+            return false;
+        }
+        if (unit != u'/') {
+            continue;
+        }
+        std::size_t const length = i - componentStart;
+        if (length == 0 || (length == 1 && path[componentStart] == u'.')) {
+            return false;
+        }
+        componentStart = i + 1;
+    }
+    return true;
+}
+
+}  // namespace
+
 std::u16string make_native_form(std::u16string const& path, bool absolute) {
+    if (isCleanAbsolute(path)) {
+        return path;  // what the steps below would make of it
+    }
     std::filesystem::path native(narrowPath(path));
     if (absolute && native.is_relative()) {
         std::error_code error;

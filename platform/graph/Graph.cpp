@@ -6,6 +6,7 @@
 #include <array>
 #include <limits>
 #include <stdexcept>
+#include <typeinfo>
 #include <utility>
 
 namespace dependency::graph {
@@ -186,6 +187,104 @@ DependencyRange Graph::getDownstreamDependencies(Node const& node) const {
     auto const begin = dependencies_.begin();
     return DependencyRange(
         boost::make_iterator_range(begin + firstDependency_[*position], begin + firstDependency_[*position + 1]));
+}
+
+namespace {
+
+// Orders node positions by ID (code-unit order) without comparing strings
+// whole: the IDs are sorted by a 64-bit key of four code units at a time, and
+// only runs of IDs that agree in those units are sorted again by the next
+// four. IDs that end within the units of a run come first, shorter before
+// longer (a string is less than any longer string it begins). Runs are kept on
+// an explicit stack, so no ID is too long for it.
+std::vector<std::uint32_t> sortPositionsById(std::vector<std::shared_ptr<Node>> const& nodes) {
+    constexpr std::size_t unitsPerKey = 4;
+    std::vector<std::uint32_t> order(nodes.size());
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        order[i] = static_cast<std::uint32_t>(i);
+    }
+    struct Keyed {
+        std::uint64_t key;
+        std::uint32_t position;
+    };
+    struct Run {
+        std::size_t begin;
+        std::size_t end;
+        std::size_t depth;  // code units already known to agree
+    };
+    auto const keyOf = [&](std::uint32_t position, std::size_t depth) {
+        std::u16string const& id = nodes[position]->getID();
+        std::uint64_t key = 0;
+        for (std::size_t k = 0; k < unitsPerKey; ++k) {
+            std::size_t const at = depth + k;
+            key = (key << 16) | (at < id.size() ? id[at] : 0u);
+        }
+        return key;
+    };
+    std::vector<Keyed> keyed;
+    std::vector<Run> runs{{0, order.size(), 0}};
+    while (!runs.empty()) {
+        Run const run = runs.back();
+        runs.pop_back();
+        keyed.clear();
+        for (std::size_t i = run.begin; i < run.end; ++i) {
+            keyed.push_back({keyOf(order[i], run.depth), order[i]});
+        }
+        std::sort(keyed.begin(), keyed.end(), [](Keyed const& a, Keyed const& b) { return a.key < b.key; });
+        for (std::size_t i = 0; i < keyed.size(); ++i) {
+            order[run.begin + i] = keyed[i].position;
+        }
+        std::size_t const next = run.depth + unitsPerKey;
+        for (std::size_t i = 0; i < keyed.size();) {
+            std::size_t j = i + 1;
+            while (j < keyed.size() && keyed[j].key == keyed[i].key) {
+                ++j;
+            }
+            if (j - i > 1) {
+                auto const first = order.begin() + static_cast<std::ptrdiff_t>(run.begin + i);
+                auto const last = order.begin() + static_cast<std::ptrdiff_t>(run.begin + j);
+                auto const ended = [&](std::uint32_t position) { return nodes[position]->getID().size() <= next; };
+                auto const middle = std::stable_partition(first, last, ended);
+                std::stable_sort(first, middle, [&](std::uint32_t a, std::uint32_t b) {
+                    return nodes[a]->getID().size() < nodes[b]->getID().size();
+                });
+                if (last - middle > 1) {
+                    runs.push_back({static_cast<std::size_t>(middle - order.begin()),
+                                    static_cast<std::size_t>(last - order.begin()), next});
+                }
+            }
+            i = j;
+        }
+    }
+    return order;
+}
+
+}  // namespace
+
+bool Graph::yieldsStoredNodes() const noexcept {
+    return typeid(*this) == typeid(Graph);
+}
+
+std::vector<std::uint32_t> const& Graph::positionsInIdOrder() const {
+    std::call_once(idOrderMade_, [this] { idOrder_ = sortPositionsById(store_->nodes); });
+    return idOrder_;
+}
+
+std::vector<std::shared_ptr<Node>> Graph::nodesInIdOrder() const {
+    std::vector<std::shared_ptr<Node>> nodes;
+    if (yieldsStoredNodes()) {
+        auto const& order = positionsInIdOrder();
+        nodes.reserve(order.size());
+        for (auto const position : order) {
+            nodes.push_back(store_->nodes[position]);
+        }
+        return nodes;
+    }
+    for (auto const& node : getNodes()) {
+        nodes.push_back(node);
+    }
+    std::stable_sort(nodes.begin(), nodes.end(), [](auto const& a, auto const& b) { return *a < *b; });
+    return nodes;
 }
 
 std::shared_ptr<Node> Graph::findNode(std::u16string_view id) const {

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -175,6 +176,17 @@ public:
     // The node with this ID, or null.
     std::shared_ptr<Node> findNode(std::u16string_view id) const;
 
+    // Whether getNodes() yields the graph's stored nodes, each once, in the
+    // order they were added (true unless a derived graph computes its range).
+    bool yieldsStoredNodes() const noexcept;
+    // The positions (in getNodes() order) of the stored nodes, ordered by
+    // node (operator<, that is by ID). Computed on first use, once, and safe
+    // to ask for from several threads.
+    std::vector<std::uint32_t> const& positionsInIdOrder() const;
+    // The nodes getNodes() yields, ordered by node (operator<): from the ID
+    // order above where the graph yields its stored nodes, else by sorting.
+    std::vector<std::shared_ptr<Node>> nodesInIdOrder() const;
+
 protected:
     Graph();
 
@@ -192,6 +204,8 @@ private:
     std::vector<std::shared_ptr<Dependency>> dependencies_;
     std::vector<std::uint32_t> firstDependency_;
     detail::NodeIndex indexById_;  // node positions by ID
+    mutable std::once_flag idOrderMade_;
+    mutable std::vector<std::uint32_t> idOrder_;
 };
 
 }  // namespace dependency::graph

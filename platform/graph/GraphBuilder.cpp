@@ -3,6 +3,7 @@
 #include "platform/graph/detail/GraphStore.hpp"
 
 #include <limits>
+#include <new>
 #include <stdexcept>
 
 namespace dependency::graph {
@@ -12,14 +13,60 @@ std::shared_ptr<Node> GraphBuilder::addNode(NodeData data) {
     return addNode(std::move(data), hash);
 }
 
+class GraphBuilder::NodeArena {
+public:
+    NodeArena() = default;
+    NodeArena(NodeArena const&) = delete;
+    NodeArena& operator=(NodeArena const&) = delete;
+    ~NodeArena() {
+        for (std::size_t block = 0; block < blocks_.size(); ++block) {
+            std::size_t const count = block + 1 == blocks_.size() ? used_ : nodesPerBlock;
+            for (std::size_t i = 0; i < count; ++i) {
+                at(block, i)->~Node();
+            }
+        }
+    }
+
+    Node* add(NodeData&& data) {
+        if (blocks_.empty() || used_ == nodesPerBlock) {
+            blocks_.push_back(std::make_unique_for_overwrite<Storage[]>(nodesPerBlock));
+            used_ = 0;
+        }
+        Node* const node = new (blocks_.back()[used_].bytes) Node(std::move(data));
+        ++used_;
+        return node;
+    }
+
+    // Takes back the node added last (one whose ID turned out to be taken).
+    void removeLast() noexcept {
+        --used_;
+        at(blocks_.size() - 1, used_)->~Node();
+    }
+
+private:
+    static constexpr std::size_t nodesPerBlock = 4096;
+    struct Storage {
+        alignas(Node) unsigned char bytes[sizeof(Node)];
+    };
+    Node* at(std::size_t block, std::size_t index) const noexcept {
+        return std::launder(reinterpret_cast<Node*>(blocks_[block][index].bytes));
+    }
+    std::vector<std::unique_ptr<Storage[]>> blocks_;
+    std::size_t used_ = 0;  // nodes in the last block
+};
+
 std::shared_ptr<Node> GraphBuilder::addNode(NodeData data, std::uint64_t idHash) {
-    auto node = std::make_shared<Node>(std::move(data));
+    if (!arena_) {
+        arena_ = std::make_shared<NodeArena>();
+    }
+    Node* const added = arena_->add(std::move(data));
     // The key views the ID inside the node, which never changes or moves.
-    if (auto const existing = index_.insert(node->getID(), idHash)) {
+    if (auto const existing = index_.insert(added->getID(), idHash)) {
+        arena_->removeLast();
         throw DuplicateNodeError(*existing);
     }
-    nodes_.push_back(node);
-    return node;
+    nodes_.emplace_back(arena_, added);
+    return nodes_.back();
 }
 
 void GraphBuilder::reserve(std::size_t nodes) {
@@ -112,6 +159,7 @@ std::shared_ptr<Graph const> GraphBuilder::build() {
     std::shared_ptr<Graph const> graph(
         new Graph(std::move(store), std::move(dependencies), std::move(firstDependency), std::move(index_)));
     nodes_.clear();
+    arena_.reset();
     index_.clear();
     edges_.clear();
     edges_.shrink_to_fit();

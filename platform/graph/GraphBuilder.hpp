@@ -69,6 +69,11 @@ private:
         Type relationship;
     };
 
+    // The nodes live side by side in blocks of this arena, made without an
+    // allocation each; every node pointer handed out shares ownership of the
+    // arena, so a node lives as long as any pointer to any node of it.
+    class NodeArena;
+    std::shared_ptr<NodeArena> arena_;
     std::vector<std::shared_ptr<Node>> nodes_;
     detail::NodeIndex index_;  // keys view the node IDs
     std::vector<Edge> edges_;  // in the order they were added

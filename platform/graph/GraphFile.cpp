@@ -335,7 +335,17 @@ private:
             return toUtf16(path);
         }
         if (path.front() != '/' && !needsNormalising(path)) {
-            return basePrefix_ + toUtf16(path);
+            // One string, made at its final size: the prefix, then the path widened.
+            std::u16string resolved;
+            resolved.reserve(basePrefix_.size() + path.size());
+            resolved += basePrefix_;
+            for (char const c : path) {
+                if (static_cast<unsigned char>(c) >= 0x80) {
+                    return basePrefix_ + toUtf16(path);
+                }
+                resolved += static_cast<char16_t>(c);
+            }
+            return resolved;
         }
         std::filesystem::path const asPath(std::u8string(path.begin(), path.end()));
         if (asPath.is_absolute()) {
@@ -446,6 +456,10 @@ private:
         if (!haveLocation && data.isFile && !data.path.empty()) {
             // The path is the one location entry: kept once.
             data.location.push_back(std::move(data.path));
+            data.pathIsFirstLocation = true;
+        } else if (!rawPath && *type == Type::FUNCTION() && !data.location.empty()) {
+            // A function without a path of its own is in the file its first
+            // location entry names: that is its path.
             data.pathIsFirstLocation = true;
         }
         checkKindNeeds(data, nodeStart, locationStart);

@@ -22,13 +22,48 @@ ProductInfo::ProductInfo(std::u16string name, std::u16string baseCode, int kind,
 
 namespace {
 
-// Whole-component prefix test on normalized paths without trailing separators
-// (except for the file-system root itself).
-bool folderContains(std::u16string const& folder, std::u16string const& path) {
-    if (folder.empty() || path.size() < folder.size() || path.compare(0, folder.size(), folder) != 0) {
+// The hash of a path prefix, extended one code unit at a time, so that every
+// prefix of a path is hashed in one pass over it.
+constexpr std::uint64_t hashStart = 0xcbf29ce484222325ull;
+constexpr std::uint64_t extendHash(std::uint64_t hash, char16_t unit) noexcept {
+    return (hash ^ unit) * 0x100000001b3ull;
+}
+
+std::uint64_t hashOfPath(std::u16string const& path) noexcept {
+    std::uint64_t hash = hashStart;
+    for (char16_t const unit : path) {
+        hash = extendHash(hash, unit);
+    }
+    return hash;
+}
+
+// Whether an absolute path is already what normalising it would make: no
+// empty, "." or ".." component, no separator at the end (but for the root),
+// and no surrogate code unit (which the general conversion treats on its own).
+bool isNormalAbsolute(std::u16string const& path) noexcept {
+    if (path.empty() || path.front() != u'/') {
         return false;
     }
-    return path.size() == folder.size() || folder.back() == u'/' || path[folder.size()] == u'/';
+    if (path.size() == 1) {
+        return true;
+    }
+    std::size_t componentStart = 1;
+    for (std::size_t i = 1; i <= path.size(); ++i) {
+        char16_t const unit = i < path.size() ? path[i] : u'/';
+        if (unit >= 0xD800 && unit <= 0xDFFF) {
+            return false;
+        }
+        if (unit != u'/') {
+            continue;
+        }
+        std::size_t const length = i - componentStart;
+        if (length == 0 || (length == 1 && path[componentStart] == u'.') ||
+            (length == 2 && path[componentStart] == u'.' && path[componentStart + 1] == u'.')) {
+            return false;
+        }
+        componentStart = i + 1;
+    }
+    return true;
 }
 
 std::mutex instanceMutex;
@@ -49,6 +84,9 @@ ToolboxFinder::ToolboxFinder(ProductList products) : products_(std::move(product
     for (auto const& product : products_) {
         bool const usable = product && product->isInstalled() && !product->getVerDir().empty();
         normalizedVerDirs_.push_back(usable ? detail::normalizedAbsolute(product->getVerDir()) : std::u16string());
+        if (!normalizedVerDirs_.back().empty()) {
+            productsByFolderHash_[hashOfPath(normalizedVerDirs_.back())].push_back(normalizedVerDirs_.size() - 1);
+        }
     }
     for (std::size_t i = 0; i < products_.size(); ++i) {
         if (!products_[i]) {
@@ -130,23 +168,44 @@ ToolboxFinder::ProductList ToolboxFinder::findProductsByLocator(std::u16string c
 
 ToolboxFinder::ProductList ToolboxFinder::findProductsContainingPath(std::u16string const& path) const {
     ProductList found;
-    if (path.empty()) {
+    if (path.empty() || productsByFolderHash_.empty()) {
         return found;
     }
-    std::u16string const normalizedPath = detail::normalizedAbsolute(path);
-    std::vector<std::size_t> matches;
-    for (std::size_t i = 0; i < products_.size(); ++i) {
-        if (folderContains(normalizedVerDirs_[i], normalizedPath)) {
-            matches.push_back(i);
-        }
+    // A path that is normal already (the usual case) is taken as it is.
+    std::u16string normalizedPath;
+    if (!isNormalAbsolute(path)) {
+        normalizedPath = detail::normalizedAbsolute(path);
     }
-    // Innermost first: a longer containing folder lies inside a shorter one.
-    std::stable_sort(matches.begin(), matches.end(), [this](std::size_t a, std::size_t b) {
-        return normalizedVerDirs_[a].size() > normalizedVerDirs_[b].size();
-    });
-    found.reserve(matches.size());
-    for (std::size_t index : matches) {
-        found.push_back(products_[index]);
+    std::u16string const& normal = normalizedPath.empty() ? path : normalizedPath;
+    // The folders that may contain the path are the path itself and its
+    // prefixes that end before a separator (and the root, "/", whole). Each
+    // prefix's hash comes from the one before it; a hash that names products
+    // is confirmed by comparing the text. Longer prefixes are inner folders.
+    std::vector<std::size_t> prefixEnds;
+    std::vector<std::uint64_t> prefixHashes;
+    std::uint64_t hash = hashStart;
+    for (std::size_t i = 0; i < normal.size(); ++i) {
+        if (normal[i] == u'/') {
+            prefixEnds.push_back(i == 0 ? 1 : i);
+            prefixHashes.push_back(i == 0 ? extendHash(hash, u'/') : hash);
+        }
+        hash = extendHash(hash, normal[i]);
+    }
+    if (normal.size() > 1) {
+        prefixEnds.push_back(normal.size());
+        prefixHashes.push_back(hash);
+    }
+    for (std::size_t k = prefixEnds.size(); k-- > 0;) {
+        auto const entry = productsByFolderHash_.find(prefixHashes[k]);
+        if (entry == productsByFolderHash_.end()) {
+            continue;
+        }
+        for (std::size_t const index : entry->second) {
+            auto const& folder = normalizedVerDirs_[index];
+            if (folder.size() == prefixEnds[k] && normal.compare(0, folder.size(), folder) == 0) {
+                found.push_back(products_[index]);
+            }
+        }
     }
     return found;
 }

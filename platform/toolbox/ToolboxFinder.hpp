@@ -11,6 +11,7 @@
 #include "platform/toolbox/ProductInfo.hpp"
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
@@ -70,6 +71,9 @@ public:
 private:
     ProductList products_;
     std::vector<std::u16string> normalizedVerDirs_;  // parallel to products_; empty when not installed
+    // Installed products by a hash of their normalised version folder, in
+    // finder order: a path is matched by hashing its prefixes as it is read.
+    std::unordered_map<std::uint64_t, std::vector<std::size_t>> productsByFolderHash_;
     std::unordered_map<std::u16string, std::vector<std::size_t>> productsByLocator_;  // indexes in finder order
 };
 

@@ -1,4 +1,5 @@
 #include "attribute/GraphAttributes.hpp"
+#include "platform/graph/GraphBuilder.hpp"
 #include "support/TestGraphs.hpp"
 
 #include <boost/range/adaptor/transformed.hpp>
@@ -243,4 +244,48 @@ TEST(GraphAttributesTest, TheSameAttributeObjectMayServeSeveralNodes) {
                                      {table({{u"a", {shared, shared}}, {u"b", {shared}}})});
     EXPECT_EQ(result->getAttributes(a), (Attributes{shared, shared}));
     EXPECT_EQ(idsOf(result->getNodesWith(*shared->getIdentity())), (std::vector<std::u16string>{u"a", u"b"}));
+}
+
+TEST(GraphAttributesTest, AStoredGraphAndTheSameNodesYieldedByAViewGiveTheSameResult) {
+    // The stored graph's result is put in order by the graph's ID order, the
+    // view's by comparing nodes: every query must agree, in node order.
+    dependency::graph::GraphBuilder builder;
+    std::vector<std::shared_ptr<Node>> nodes;
+    std::map<std::u16string, Attributes> byId;
+    auto const warning = identity(u"W", Severity::Warning);
+    auto const problem = identity(u"P", Severity::Problem);
+    auto const information = identity(u"I", Severity::Information);
+    for (int i = 0; i < 300; ++i) {
+        std::u16string id = u"n" + std::u16string(1, static_cast<char16_t>(u'a' + (i * 11) % 26)) +
+                            std::u16string(static_cast<std::size_t>(i % 7), u'x') + std::u16string(1, char16_t(i));
+        nodes.push_back(builder.addNode(id, dependency::graph::Type::FILE()));
+        if (i % 3 == 0) {
+            byId[id] = {attributeOf(i % 2 == 0 ? warning : problem), attributeOf(information)};
+        } else if (i % 5 == 0) {
+            byId[id] = {attributeOf(information)};
+        }
+    }
+    auto const graph = builder.build();
+    auto const analyzer = table(byId);
+    auto const stored = analyzeGraph(graph, {analyzer});
+    auto const viewed = analyzeGraph(std::make_shared<SequenceGraph>(nodes), {analyzer});
+
+    std::vector<std::u16string> expected;
+    for (auto const& [id, list] : byId) {
+        if (list.size() == 2 && list[0]->getIdentity() == warning) {
+            expected.push_back(id);  // std::map<std::u16string> iterates in code-unit order
+        }
+    }
+    EXPECT_EQ(idsOf(stored->getNodesWith(*warning)), expected);
+    for (auto const* probe : {warning.get(), problem.get(), information.get()}) {
+        EXPECT_EQ(idsOf(stored->getNodesWith(*probe)), idsOf(viewed->getNodesWith(*probe)));
+    }
+    EXPECT_EQ(stored->getAllProblemIdentities().size(), 2u);
+    for (auto const& node : nodes) {
+        for (auto const& asked : {node, makeNode(node->getID())}) {
+            EXPECT_EQ(stored->getAttributes(asked), viewed->getAttributes(asked));
+            EXPECT_EQ(stored->getAttributes(asked, Severity::Warning), viewed->getAttributes(asked, Severity::Warning));
+        }
+    }
+    EXPECT_TRUE(stored->getAttributes(makeNode(u"absent")).empty());
 }

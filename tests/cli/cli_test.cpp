@@ -126,6 +126,36 @@ TEST_F(ReportFixture, ThresholdsFilterAndPathsDecideWhatIsReportedAndWhatFails) 
     EXPECT_EQ(filtered.nodes[0].findings[0].attribute->getID(), u"Exists");
 }
 
+TEST(ReportPaths, ShownRelativeToTheWorkingFolderOnlyBelowIt) {
+    // Normal paths are shortened on their text, others through path
+    // normalisation: both must say the same.
+    std::vector<std::pair<std::u16string, std::string>> const cases = {
+        {u"/work/proj/src/a.qx", "src/a.qx"},      {u"/work/proj", "."},
+        {u"/work/projX/a.qx", "/work/projX/a.qx"}, {u"/work/pro", "/work/pro"},
+        {u"/work/proj/./src//b.qx", "src/b.qx"},   {u"/work/proj/../other/c.qx", "/work/proj/../other/c.qx"},
+        {u"/work/proj/src/../d.qx", "d.qx"},       {u"relative/e.qx", "relative/e.qx"},
+    };
+    GraphBuilder builder;
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        builder.addNode(NodeData{.id = u"n" + std::u16string(1, static_cast<char16_t>(u'a' + i)),
+                                 .type = Type::FILE(),
+                                 .path = cases[i].first,
+                                 .isFile = true});
+    }
+    auto const graph = builder.build();
+    auto const finding = make(u"Missing", u"File is missing", Severity::Warning);
+    auto const analyzer = std::make_shared<depattr_test::ScriptedAnalyzer>(
+        [=](auto const&) { return std::vector<std::shared_ptr<Attribute>>{finding}; });
+    auto const result = analyzeGraph(graph, {analyzer});
+    for (auto const* folder : {"/work/proj", "/work/./proj"}) {
+        auto const report = makeReport(*graph, *result, {.workingFolder = folder});
+        ASSERT_EQ(report.nodes.size(), cases.size());
+        for (std::size_t i = 0; i < cases.size(); ++i) {
+            EXPECT_EQ(report.nodes[i].path, cases[i].second) << folder << " " << i;
+        }
+    }
+}
+
 TEST_F(ReportFixture, TerminalFormatsEscapeControlCharactersAndAlign) {
     auto value = report();
     value.graphName = "g.json";

@@ -78,6 +78,9 @@ TEST(MakeNativeForm, RemovesRedundantPartsAndMakesAbsoluteOnRequest) {
     EXPECT_EQ(make_native_form(u"./", false), u".");
     EXPECT_EQ(make_native_form(u"a/b", true), (fs::current_path() / "a" / "b").u16string());
     EXPECT_EQ(make_native_form(u"/x", true), u"/x");
+    EXPECT_EQ(make_native_form(u"/", true), u"/");
+    EXPECT_EQ(make_native_form(u"/a/b/", true), u"/a/b");
+    EXPECT_EQ(make_native_form(u"/a/.b/..c/d", true), u"/a/.b/..c/d");
 }
 
 }  // namespace

@@ -31,14 +31,16 @@ TEST(GraphFileTest, ReadsEveryNodeFieldAndEdge) {
     {"id": "pkg", "type": "package", "path": "/abs/pkg", "location": ["a", "b", "c", "0f8fad5b-d9cb-469f-a165-70867728950e"]},
     {"id": "prj", "type": "project", "file": false,
      "properties": {"futureRelease": true, "note": "caf\u00e9", "circularReferences": ["A > B > A", "x"], "obj": {"k": 1}}},
-    {"id": "d", "type": "derived", "path": "../out.bin"}
+    {"id": "d", "type": "derived", "path": "../out.bin"},
+    {"id": "fn2", "type": "function", "location": ["src/c.qx", "g"]},
+    {"id": "fn3", "type": "function", "path": "other.qx", "location": ["src/c.qx", "h"]}
   ],
   "edges": [
     {"from": "d", "to": "f1", "type": "derived"},
     {"from": "fn", "to": "p", "type": "requirement"}
   ]
 })");
-    ASSERT_EQ(graph->nodeCount(), 6u);
+    ASSERT_EQ(graph->nodeCount(), 8u);
     auto const file = graph->findNode(u"f1");
     EXPECT_EQ(file->getType(), Type::FILE());
     EXPECT_TRUE(file->isFile());
@@ -51,6 +53,9 @@ TEST(GraphFileTest, ReadsEveryNodeFieldAndEdge) {
     EXPECT_FALSE(function->isFile());
     EXPECT_EQ(function->getName(), u"solve");
     EXPECT_EQ(function->getLocation(), (std::vector<std::u16string>{u"/base/src/b.qx", u"solve"}));
+    // A function without a path is in the file its first location entry names.
+    EXPECT_EQ(graph->findNode(u"fn2")->getPath(), u"/base/src/c.qx");
+    EXPECT_EQ(graph->findNode(u"fn3")->getPath(), u"/base/other.qx");
 
     auto const product = graph->findNode(u"p");
     EXPECT_FALSE(product->isResolved());

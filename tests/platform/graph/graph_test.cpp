@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <thread>
 
 using namespace dependency::graph;
 
@@ -115,7 +116,18 @@ TEST(GraphTest, BuilderRejectsDuplicateIdsAndDanglingEdges) {
     EXPECT_THROW(builder.addNode(u"a", Type::FUNCTION()), std::invalid_argument);
     EXPECT_THROW(builder.addDependency(u"a", u"nowhere", Type::CALL()), std::invalid_argument);
     EXPECT_THROW(builder.addDependency(u"nowhere", u"a", Type::CALL()), std::invalid_argument);
-    EXPECT_EQ(builder.build()->nodeCount(), 1u);
+    // The refused node is taken back: the next one takes its place, and nodes
+    // (more than one block of them) outlive the builder and the graph.
+    std::vector<std::shared_ptr<Node>> kept;
+    for (int i = 0; i < 5000; ++i) {
+        kept.push_back(builder.addNode(u"n" + std::u16string(1, static_cast<char16_t>(0x100 + i)), Type::FUNCTION()));
+    }
+    auto graph = builder.build();
+    EXPECT_EQ(graph->nodeCount(), 5001u);
+    EXPECT_EQ(graph->findNode(u"a")->getType(), Type::FILE());
+    graph.reset();
+    EXPECT_EQ(kept.back()->getID(), u"n" + std::u16string(1, static_cast<char16_t>(0x100 + 4999)));
+    EXPECT_EQ(kept.front()->getType(), Type::FUNCTION());
 }
 
 TEST(GraphTest, GraphRejectsDuplicateIdsAndEdgesLeavingIt) {
@@ -168,4 +180,60 @@ TEST(NodeIndexTest, FindsEveryKeyAcrossGrowthAndRefusesRepeats) {
     EXPECT_FALSE(index.find(keys[0]));
     EXPECT_FALSE(index.insert(keys[7]));
     EXPECT_EQ(index.find(keys[7]), 0u);
+}
+
+TEST(GraphTest, IdOrderEqualsSortingByNode) {
+    // IDs that agree in long prefixes, end inside or at the edge of a run of
+    // four code units, hold NUL and high code units, and come in no order.
+    std::vector<std::u16string> ids = {u"b",
+                                       u"a",
+                                       u"ab",
+                                       std::u16string(u"ab\0", 3),
+                                       u"abcd",
+                                       u"abc",
+                                       u"abcde",
+                                       std::u16string(u"abcd\0x", 6),
+                                       u"abcdabcd",
+                                       u"abcdabcda",
+                                       u"abcdabcc",
+                                       u"\xFFFF",
+                                       u"\xD800",
+                                       u"\xFFFD\x0001",
+                                       u"Z",
+                                       u"zzzzzzzzzzzzzzzzzzzzzzzzz",
+                                       u"zzzzzzzzzzzzzzzzzzzzzzzzy"};
+    for (int i = 0; i < 2000; ++i) {
+        ids.push_back(u"f" + std::u16string(1, static_cast<char16_t>(u'0' + (i * 7) % 10)) +
+                      std::u16string(static_cast<std::size_t>(i % 13), u'x') +
+                      std::u16string(1, static_cast<char16_t>(i)));
+    }
+    std::sort(ids.begin(), ids.end());
+    ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+    auto shuffled = ids;
+    std::reverse(shuffled.begin(), shuffled.end());
+    std::rotate(shuffled.begin(), shuffled.begin() + 7, shuffled.end());
+
+    GraphBuilder builder;
+    for (auto const& id : shuffled) {
+        builder.addNode(id, Type::FILE());
+    }
+    auto const graph = builder.build();
+    ASSERT_TRUE(graph->yieldsStoredNodes());
+    // The program makes the order on a second thread while the first may ask
+    // for it too: both get the one order.
+    std::vector<std::uint32_t> const* fromThread = nullptr;
+    std::thread other([&] { fromThread = &graph->positionsInIdOrder(); });
+    auto const* fromHere = &graph->positionsInIdOrder();
+    other.join();
+    EXPECT_EQ(fromThread, fromHere);
+    std::vector<std::u16string> byPosition;
+    for (auto const position : graph->positionsInIdOrder()) {
+        byPosition.push_back(shuffled.at(position));
+    }
+    EXPECT_EQ(byPosition, ids);
+    std::vector<std::u16string> byNode;
+    for (auto const& node : graph->nodesInIdOrder()) {
+        byNode.push_back(node->getID());
+    }
+    EXPECT_EQ(byNode, ids);
 }

@@ -92,12 +92,18 @@ TEST(ToolboxFinderTest, PathContainmentIsByWholeComponentsAndInstalledOnly) {
               (std::vector<std::u16string>{u"B", u"B_TWIN", u"OUTER"}));
     EXPECT_EQ(baseCodes(finder.findProductsContainingPath(u"/a/bc/f.qx")), (std::vector<std::u16string>{u"OUTER"}));
     EXPECT_EQ(baseCodes(finder.findProductsContainingPath(u"/a/b/../x")), (std::vector<std::u16string>{u"OUTER"}));
+    // Paths that are not in normal form answer as their normal form does.
+    for (auto const* path : {u"/a//b/c/", u"/a/./b/c", u"/a/b/x/../c/.", u"/a/b/c/d/.."}) {
+        EXPECT_EQ(baseCodes(finder.findProductsContainingPath(path)),
+                  (std::vector<std::u16string>{u"INNER", u"B", u"B_TWIN", u"OUTER"}));
+    }
     EXPECT_TRUE(finder.findProductsContainingPath(u"/ab").empty());
     EXPECT_TRUE(finder.findProductsContainingPath(u"/").empty());
     EXPECT_TRUE(finder.findProductsContainingPath(u"").empty());
 
     ToolboxFinder const everything({product(u"ROOT", true, u"/")});
     EXPECT_EQ(everything.findProductsContainingPath(u"/any/where").size(), 1u);
+    EXPECT_EQ(everything.findProductsContainingPath(u"/").size(), 1u);
 }
 
 TEST(ToolboxFinderTest, MalformedDescriptorNamesFileAndPosition) {
