@@ -51,3 +51,18 @@ extern "C" void QLInitialize_depattr() {
 }
 
 extern "C" void QLTerminate_depattr() {}
+
+extern "C" char const* const* QLGateways_depattr() {
+    static char const* const gateways[] = {"createMissingFileAnalyzer",
+                                           "createMissingFunctionAnalyzer",
+                                           "createMissingPackageDependencyAnalyzer",
+                                           "createMissingProductAnalyzer",
+                                           "createDerivedFileAnalyzer",
+                                           "createInvalidFormatAnalyzer",
+                                           "createCircularProjectReferenceAnalyzer",
+                                           "createMissingProjectReferenceAnalyzer",
+                                           "analyzeInQorvex",
+                                           "createAttribute",
+                                           nullptr};
+    return gateways;
+}
