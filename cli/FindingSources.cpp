@@ -1,6 +1,7 @@
 #include "cli/FindingSources.hpp"
 
 #include "cli/HostAnalyzers.hpp"
+#include "cli/Report.hpp"
 #include "platform/host/HostError.hpp"
 
 #include <algorithm>
@@ -32,7 +33,7 @@ public:
             // Host code failed: say where, and through which calls.
             throw AnalyzerFailure(std::string(inner_.name), node, describe(error));
         } catch (std::exception const& error) {
-            throw AnalyzerFailure(std::string(inner_.name), node, error.what());
+            throw AnalyzerFailure(std::string(inner_.name), node, escapeControls(error.what()));
         }
         for (auto const& finding : findings) {
             sources_->record(finding, inner_.name);

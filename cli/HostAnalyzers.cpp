@@ -1,5 +1,7 @@
 #include "cli/HostAnalyzers.hpp"
 
+#include "cli/Report.hpp"
+
 #include "platform/host/HostClasses.hpp"
 #include "platform/host/HostFunctions.hpp"
 #include "platform/host/Qcos.hpp"
@@ -94,17 +96,30 @@ R onCommandThread(std::function<R()> work) {
 
 std::string describe(qcos::HostError const& error) {
     // The context says which host call failed, e.g. "AttributeAnalyzer.analyze".
-    std::string text = error.context().empty() ? std::string() : error.context() + ": ";
+    std::string text = error.context().empty() ? std::string() : escapeControls(error.context()) + ": ";
     if (!error.stack().empty()) {
-        text += locationOf(error.stack().front()) + ": ";
+        text += escapeControls(locationOf(error.stack().front())) + ": ";
     }
-    text += error.what();
+    text += escapeControls(error.what());
     if (!error.identifier().empty()) {
-        text += " [" + error.identifier() + "]";
+        text += " [" + escapeControls(error.identifier()) + "]";
     }
-    for (std::size_t i = 1; i < error.stack().size(); ++i) {
-        auto const& frame = error.stack()[i];
-        text += fmt::format("\n    called from {} at {}", frame.function, locationOf(frame));
+    auto const& stack = error.stack();
+    auto const same = [](qcos::HostErrorFrame const& a, qcos::HostErrorFrame const& b) {
+        return a.file == b.file && a.function == b.function && a.line == b.line && a.column == b.column;
+    };
+    for (std::size_t i = 1; i < stack.size();) {
+        auto const& frame = stack[i];
+        text += "\n    " + escapeControls(fmt::format("called from {} at {}", frame.function, locationOf(frame)));
+        std::size_t repeats = 0;
+        while (i + 1 + repeats < stack.size() && same(stack[i + 1 + repeats], frame)) {
+            ++repeats;
+        }
+        if (repeats > 0) {
+            text += "\n    " + escapeControls(fmt::format("... {} more call{} of {}", repeats, repeats == 1 ? "" : "s",
+                                                          frame.function));
+        }
+        i += 1 + repeats;
     }
     return text;
 }
@@ -143,7 +158,7 @@ std::shared_ptr<HostAnalyzers> HostAnalyzers::load(std::vector<std::filesystem::
             return 0;
         });
     } catch (qcos::HostError const& error) {
-        throw std::runtime_error(describe(error));
+        throw EscapedError(describe(error));
     }
     return loaded;
 }
@@ -193,7 +208,7 @@ std::shared_ptr<GraphAttributes> HostAnalyzers::analyze(std::shared_ptr<dependen
             qvm::clearInterrupt();
             throw Interrupted(error.what());
         }
-        throw std::runtime_error(describe(error));
+        throw EscapedError(describe(error));
     }
 }
 

@@ -22,7 +22,10 @@
 namespace depattr::cli {
 
 // "context: file:line:column: message [identifier]" of a host error (each part
-// where it has one), then one line for each call that led there.
+// where it has one), then one "called from" line for each call that led there;
+// a run of identical calls (deep recursion) is one line and "... N more calls
+// of NAME". The text is ready to print: control characters of the parts are
+// escaped, and only the line breaks between the lines are real.
 std::string describe(qcos::HostError const& error);
 
 // Whether a host error is the stop that Ctrl-C asked for.

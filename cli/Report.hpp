@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <memory>
 #include <ostream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -99,5 +100,13 @@ std::string displayNameOf(dependency::graph::Node const& node);
 std::string jsonString(std::string_view text);
 // `text` with control characters written as escapes (\n, \t, \x1b), for terminals.
 std::string escapeControls(std::string_view text);
+
+// An error whose text is ready to print: control characters that came from
+// outside are escaped already, and its line breaks are meant (an error of host
+// code with the calls that led to it).
+class EscapedError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 }  // namespace depattr::cli
