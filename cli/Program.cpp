@@ -59,8 +59,8 @@ std::string failureMessage(AnalyzerFailure const& failure, dependency::graph::Gr
     if (auto const position = positions.positionOf(graph, *failure.node())) {
         where += ":" + std::to_string(position->line) + ":" + std::to_string(position->column);
     }
-    return text("ErrorAnalyzerFailed", {failure.analyzer(), escapeControls(toUtf8(failure.node()->getID())), where,
-                                        escapeControls(failure.what())});
+    return text("ErrorAnalyzerFailed",
+                {failure.analyzer(), escapeControls(toUtf8(failure.node()->getID())), where, failure.what()});
 }
 
 }  // namespace

@@ -190,28 +190,6 @@ std::string jsonString(std::string_view text) {
     return out + "\"";
 }
 
-std::string escapeControls(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    for (char const c : text) {
-        auto const byte = static_cast<unsigned char>(c);
-        if (c == '\n') {
-            out += "\\n";
-        } else if (c == '\r') {
-            out += "\\r";
-        } else if (c == '\t') {
-            out += "\\t";
-        } else if (c == '\\') {
-            out += "\\\\";
-        } else if (byte < 0x20 || byte == 0x7f) {
-            out += fmt::format("\\x{:02x}", byte);
-        } else {
-            out += c;
-        }
-    }
-    return out;
-}
-
 // Display width of UTF-8 text in terminal columns: East Asian wide characters take two.
 std::size_t displayWidth(std::string_view text) {
     std::size_t width = 0;

@@ -4,12 +4,14 @@
 #include "attribute/GraphAttributes.hpp"
 #include "cli/AnalyzerCatalog.hpp"
 #include "cli/FindingSources.hpp"
+#include "platform/foundation/Printable.hpp"
 #include "platform/graph/Graph.hpp"
 
 #include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <ostream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -102,6 +104,8 @@ std::size_t displayWidth(std::string_view text);
 // `text` padded with spaces to `width` columns.
 std::string padded(std::string const& text, std::size_t width);
 // `text` with control characters written as escapes (\n, \t, \x1b), for terminals.
-std::string escapeControls(std::string_view text);
+using foundation::printable::escapeControls;
+// An error whose text is ready to print (see Printable.hpp).
+using foundation::printable::EscapedError;
 
 }  // namespace depattr::cli

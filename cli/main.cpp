@@ -152,6 +152,10 @@ int main(int argc, char** argv) {
     } catch (UsageError const& error) {
         std::cerr << "depattr: " << text("ErrorPrefix") << error.what() << '\n' << text("HintHelp") << '\n';
         return exitBadInput;
+    } catch (EscapedError const& error) {
+        // Already escaped, with real line breaks between its call lines.
+        std::cerr << "depattr: " << text("ErrorPrefix") << error.what() << '\n';
+        return exitBadInput;
     } catch (std::exception const& error) {
         std::cerr << "depattr: " << text("ErrorPrefix") << escapeControls(error.what()) << '\n';
         return exitBadInput;

@@ -14,7 +14,7 @@ build="$(cd "$1" && pwd)"
 seconds="$2"
 shift 2
 all=(fuzz_parser fuzz_graph_file fuzz_json_property fuzz_catalog fuzz_product_descriptor fuzz_package_definition
-     fuzz_config fuzz_baseline)
+     fuzz_config fuzz_baseline fuzz_interpreter)
 targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=("${all[@]}")
 jobs="${JOBS:-$(nproc)}"
@@ -30,13 +30,14 @@ seeds() {
     fuzz_package_definition) ls "$root"/fuzz/corpus/package/* "$root"/examples/install/packages/*/resources/pkgdef.json ;;
     fuzz_config) ls "$root"/fuzz/corpus/config/* ;;
     fuzz_baseline) ls "$root"/fuzz/corpus/baseline/* ;;
+    fuzz_interpreter) ls "$root"/fuzz/corpus/interpreter/* ;;
   esac
 }
 dictionary() {
   case "$1" in
     fuzz_parser) echo parser ;; fuzz_graph_file) echo graph ;; fuzz_json_property) echo json ;;
     fuzz_catalog) echo catalog ;; fuzz_product_descriptor) echo product ;; fuzz_package_definition) echo package ;;
-    fuzz_config) echo config ;; fuzz_baseline) echo baseline ;;
+    fuzz_config) echo config ;; fuzz_baseline) echo baseline ;; fuzz_interpreter) echo interpreter ;;
   esac
 }
 

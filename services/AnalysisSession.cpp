@@ -1,6 +1,7 @@
 #include "services/AnalysisSession.hpp"
 
 #include "attribute/analyzers/Registry.hpp"
+#include "platform/foundation/Printable.hpp"
 #include "platform/host/HostClasses.hpp"
 #include "platform/host/HostError.hpp"
 #include "platform/host/HostFunctions.hpp"
@@ -55,7 +56,7 @@ public:
             // Host code failed: say where, and through which calls.
             throw AnalyzerFailure(name_, node, describe(error));
         } catch (std::exception const& error) {
-            throw AnalyzerFailure(name_, node, error.what());
+            throw AnalyzerFailure(name_, node, foundation::printable::escapeControls(error.what()));
         }
         if (!findings.empty()) {
             observer_.reported(name_, findings);
@@ -167,7 +168,7 @@ AnalysisSession::AnalysisSession(std::vector<std::filesystem::path> const& hostF
                 return 0;
             });
         } catch (qcos::HostError const& error) {
-            throw std::runtime_error(describe(error));
+            throw foundation::printable::EscapedError(describe(error));
         }
         host_ = std::move(host);
     }
@@ -275,7 +276,7 @@ std::shared_ptr<GraphAttributes> AnalysisSession::analyze(std::shared_ptr<graph:
         if (isInterruption(error)) {
             throw AnalysisStopped(error.what());
         }
-        throw std::runtime_error(describe(error));
+        throw foundation::printable::EscapedError(describe(error));
     } catch (...) {
         qcos::registry::clearAttributeAnalyzers();
         qvm::clearInterrupt();

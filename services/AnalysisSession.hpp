@@ -31,6 +31,7 @@ namespace dependency::services {
 // node is in its graph file.
 class AnalyzerFailure : public std::runtime_error {
 public:
+    // `reason` is ready to print: its control characters already escaped.
     AnalyzerFailure(std::string analyzer, std::shared_ptr<graph::Node> node, std::string const& reason)
         : std::runtime_error(reason), analyzer_(std::move(analyzer)), node_(std::move(node)) {}
     std::string const& analyzer() const noexcept { return analyzer_; }

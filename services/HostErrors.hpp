@@ -8,8 +8,11 @@
 namespace dependency::services {
 
 // "context: file:line:column: message [identifier]" of a host error (each part
-// where it has one), then one line for each call that led there. Paths under
-// the working folder are shown relative to it.
+// where it has one), then one "called from" line for each call that led there;
+// a run of identical calls (deep recursion) is one line and "... N more calls
+// of NAME". Paths under the working folder are shown relative to it. The text
+// is ready to print: control characters of the parts are escaped, and only the
+// line breaks between the lines are real.
 std::string describe(qcos::HostError const& error);
 
 // Whether a host error is the stop that Ctrl-C asked for.

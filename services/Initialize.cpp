@@ -1,5 +1,6 @@
 #include "services/Initialize.hpp"
 
+#include "attribute/analyzers/Registry.hpp"
 #include "services/AttributeAnalyzerQCOS.hpp"
 #include "services/AttributeIdentityQCOS.hpp"
 #include "services/AttributeQCOS.hpp"
@@ -51,3 +52,13 @@ extern "C" void QLInitialize_depattr() {
 }
 
 extern "C" void QLTerminate_depattr() {}
+
+// The gateways the host may call by name: one per built-in analyzer, from the
+// analyzer registry, then the two the host-language classes use.
+extern "C" char const* const* QLGateways_depattr() {
+#define DEPATTR_GATEWAY_NAME(Stem) "create" #Stem "Analyzer",
+    static char const* const gateways[] = {DEPATTR_BUILT_IN_ANALYZERS(DEPATTR_GATEWAY_NAME) "analyzeInQorvex",
+                                           "createAttribute", nullptr};
+#undef DEPATTR_GATEWAY_NAME
+    return gateways;
+}

@@ -11,4 +11,10 @@ void QLInitialize_depattr();
 
 // Does nothing: the classes stay registered for the life of the process.
 void QLTerminate_depattr();
+
+// The gateways the host may call by name: the eight analyzer gateways,
+// analyzeInQorvex and createAttribute, as a null-terminated list. Every other
+// function of the library, or of a library it links to, stays out of reach
+// of host code.
+char const* const* QLGateways_depattr();
 }

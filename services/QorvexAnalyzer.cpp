@@ -10,7 +10,8 @@ namespace dependency::attribute {
 
 using AttributeList = std::vector<std::shared_ptr<Attribute>>;
 
-QorvexAnalyzer::QorvexAnalyzer(qcos::COSInterfacePtr const& analyzerObject) : analyzerObject_(analyzerObject) {}
+QorvexAnalyzer::QorvexAnalyzer(qcos::COSInterfacePtr const& analyzerObject)
+    : analyzerObject_(analyzerObject), graphObjects_(std::make_shared<GraphObjects>()) {}
 
 QorvexAnalyzer::~QorvexAnalyzer() = default;
 
@@ -18,11 +19,22 @@ AttributeList QorvexAnalyzer::analyze(std::shared_ptr<dependency::graph::Node> c
                                       std::shared_ptr<dependency::graph::Graph const> const& graph) const {
     auto const vm = qvm::Factory::getCurrentLocalQVM();
     // The closure owns its own references, so the objects outlive the caller's copies.
-    std::function<AttributeList()> closure = [object = analyzerObject_, node, graph]() -> AttributeList {
+    std::function<AttributeList()> closure = [object = analyzerObject_, graphs = graphObjects_, node,
+                                              graph]() -> AttributeList {
         auto const analyzer = qcos::omCreateQCOSScalar(object);
-        auto const graphObject =
-            qcos::omCreateQCOSScalar(services::toGraphObject(std::make_shared<services::ImmutableGraph>(graph)));
-        auto const nodeObject = qcos::omCreateQCOSScalar(services::toNodeObject(node));
+        qcos::COSInterfacePtr graphObjectRef;
+        {
+            // One graph object per graph for the analyzer's life, so that host
+            // code sees the same graph and node objects on every call.
+            std::lock_guard lock(graphs->mutex);
+            if (graphs->graph != graph || !graphs->object) {
+                graphs->object = services::toNodeCachingGraphObject(graph);
+                graphs->graph = graph;
+            }
+            graphObjectRef = graphs->object;
+        }
+        auto const graphObject = qcos::omCreateQCOSScalar(graphObjectRef);
+        auto const nodeObject = qcos::omCreateQCOSScalar(services::nodeObjectIn(*graphObjectRef, node));
         qxArray const* inputs[] = {analyzer.get(), nodeObject.get(), graphObject.get()};
         qxArrayPtr output;
         if (!qcos::omCallMethod(qcos::COSGetPublicClient(), "analyze", 1, &output, 3, inputs)) {

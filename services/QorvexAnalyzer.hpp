@@ -8,6 +8,7 @@
 #include "platform/host/Qcos.hpp"
 
 #include <memory>
+#include <mutex>
 #include <vector>
 
 namespace dependency::attribute {
@@ -31,7 +32,16 @@ public:
     qcos::COSInterfacePtr const& getAnalyzerObject() const noexcept { return analyzerObject_; }
 
 private:
+    // The graph object of the graph last analysed, which keeps the node
+    // objects it handed out: the same objects for the same nodes on every call.
+    struct GraphObjects {
+        std::mutex mutex;
+        std::shared_ptr<dependency::graph::Graph const> graph;
+        qcos::COSInterfacePtr object;
+    };
+
     qcos::COSInterfacePtr analyzerObject_;
+    std::shared_ptr<GraphObjects> graphObjects_;
 };
 
 }  // namespace dependency::attribute

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <atomic>
 #include <limits>
 #include <utility>
 
@@ -34,6 +35,9 @@ qxArray::Dimensions normalised(qxArray::Dimensions dims) {
     return dims;
 }
 
+constexpr std::size_t defaultElementLimit = std::size_t{1} << 40;
+std::atomic<std::size_t> elementLimit{defaultElementLimit};
+
 std::size_t elementCount(qxArray::Dimensions const& dims) {
     std::size_t count = 1;
     for (auto const extent : dims) {
@@ -44,7 +48,7 @@ std::size_t elementCount(qxArray::Dimensions const& dims) {
     }
     // Far below what memory could hold, but keeps element counts and byte
     // counts within every integer type the runtime uses.
-    if (count > (std::size_t{1} << 40)) {
+    if (count > elementLimit.load(std::memory_order_relaxed)) {
         throw qcos::HostError("qx:array:tooLarge", "The requested array size is too large.");
     }
     return count;
@@ -82,6 +86,10 @@ qxArray::qxArray(Dimensions dims, std::size_t count, std::string const* classNam
       storage_(std::move(storage)) {}
 
 qxArray::~qxArray() = default;
+
+void qxArray::setElementLimit(std::size_t limit) noexcept {
+    elementLimit.store(std::min(limit, defaultElementLimit), std::memory_order_relaxed);
+}
 
 qxArrayPtr qxArray::createDouble(Dimensions dims) {
     dims = normalised(std::move(dims));

@@ -156,6 +156,11 @@ public:
     // 0-by-0 double array.
     static qxArrayPtr createStruct(Dimensions dims, std::vector<std::string> fieldNames);
     static qxArrayPtr createStrings(Dimensions dims);
+    // The most elements an array made by these functions may have, for the
+    // whole process (default and upper bound 2^40): a larger size is the
+    // HostError "qx:array:tooLarge" before any memory is taken. Lowered to run
+    // untrusted code within a memory limit.
+    static void setElementLimit(std::size_t limit) noexcept;
 
     static qxArrayPtr createScalar(double value);
     static qxArrayPtr createLogicalScalar(bool value);

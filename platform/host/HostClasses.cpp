@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <mutex>
+#include <unordered_map>
 
 namespace dependency::services {
 
@@ -17,7 +18,7 @@ using dependency::graph::Node;
 // Node and Dependency are plain graph types; the binding registry holds
 // Shareables, so each host object of these classes owns a small holder.
 template <class T>
-class Holder final : public Shareable {
+class Holder : public Shareable {
 public:
     Holder(std::string const& hostClassName, std::shared_ptr<T> held)
         : Shareable(hostClassName), held_(std::move(held)) {}
@@ -38,12 +39,54 @@ qcos::COSInterfacePtr toHeldObject(char const* className, std::shared_ptr<T> con
     return qcos::factory::full::acquireReference(holder);
 }
 
+// A graph that hands out one host object per node for as long as it lives:
+// getNodes(), the nodes of its dependencies and nodeObjectIn give the object
+// made the first time, so host code may compare nodes by object and keep them
+// in sets. Node objects do not refer back to the graph object, so the cache
+// makes no cycle; it goes with the graph object.
+class NodeObjectCache final : public ImmutableGraph {
+public:
+    using ImmutableGraph::ImmutableGraph;
+
+    qcos::COSInterfacePtr objectOf(std::shared_ptr<Node> const& node) {
+        std::lock_guard lock(mutex_);
+        auto& slot = objects_[node.get()];
+        if (!slot) {
+            slot = toHeldObject(NodeClassName, node);
+        }
+        return slot;
+    }
+
+private:
+    std::mutex mutex_;
+    std::unordered_map<Node const*, qcos::COSInterfacePtr> objects_;
+};
+
+// A dependency's host object remembers the graph object it came from, whose
+// node objects its UpstreamNode and DownstreamNode are.
+class DependencyHolder final : public Holder<Dependency> {
+public:
+    DependencyHolder(std::shared_ptr<Dependency> dependency, std::shared_ptr<NodeObjectCache> graph)
+        : Holder<Dependency>(DependencyClassName, std::move(dependency)), graph_(std::move(graph)) {}
+
+    qcos::COSInterfacePtr nodeObject(std::shared_ptr<Node> const& node) const {
+        return graph_ ? graph_->objectOf(node) : toHeldObject(NodeClassName, node);
+    }
+
+private:
+    std::shared_ptr<NodeObjectCache> graph_;
+};
+
 qcos::COSInterface const& self(std::span<qxArray const* const> inputs) {
     return *qcos::cosiGetArrayElement(*inputs[0], 0);
 }
 
+std::shared_ptr<DependencyHolder> dependencyHolder(qcos::COSInterface const& object) {
+    return qcos::factory::impl::validateSelfPointer<DependencyHolder>(object);
+}
+
 std::shared_ptr<Dependency> fromDependencyObject(qcos::COSInterface const& object) {
-    return qcos::factory::impl::validateSelfPointer<Holder<Dependency>>(object)->held();
+    return dependencyHolder(object)->held();
 }
 
 qxArrayPtr text(std::u16string_view value) {
@@ -56,14 +99,18 @@ std::vector<qxArrayPtr> one(qxArrayPtr value) {
     return outputs;
 }
 
-template <class T>
-qxArrayPtr objectRow(char const* className, std::vector<std::shared_ptr<T>> const& values) {
+template <class T, class MakeObject>
+qxArrayPtr objectRow(char const* className, std::vector<std::shared_ptr<T>> const& values, MakeObject makeObject) {
     auto row = qcos::omCreateQCOSMatrix(1, values.size(), className);
     for (std::size_t i = 0; i < values.size(); ++i) {
-        qcos::omSetArrayElement(*row, i, toHeldObject(className, values[i]));
+        qcos::omSetArrayElement(*row, i, makeObject(values[i]));
     }
     qcos::omSetClassOfHeterogeneousArray(*row, className);
     return row;
+}
+
+std::shared_ptr<NodeObjectCache> nodeCacheOf(std::shared_ptr<ImmutableGraph> const& graph) {
+    return std::dynamic_pointer_cast<NodeObjectCache>(graph);
 }
 
 std::shared_ptr<qcos::COSClassInfo> makeNodeClass() {
@@ -124,10 +171,12 @@ std::shared_ptr<qcos::COSClassInfo> makeNodeClass() {
 std::shared_ptr<qcos::COSClassInfo> makeDependencyClass() {
     auto info = std::make_shared<qcos::QcosFactoryClassInfo>(DependencyClassName);
     info->addProperty(qcos::QcosProperty::withGetter("UpstreamNode", NodeClassName, [](auto const& o) {
-        return qcos::omCreateQCOSScalar(toNodeObject(fromDependencyObject(o)->getUpstreamNode()));
+        auto const holder = dependencyHolder(o);
+        return qcos::omCreateQCOSScalar(holder->nodeObject(holder->held()->getUpstreamNode()));
     }));
     info->addProperty(qcos::QcosProperty::withGetter("DownstreamNode", NodeClassName, [](auto const& o) {
-        return qcos::omCreateQCOSScalar(toNodeObject(fromDependencyObject(o)->getDownstreamNode()));
+        auto const holder = dependencyHolder(o);
+        return qcos::omCreateQCOSScalar(holder->nodeObject(holder->held()->getDownstreamNode()));
     }));
     info->addProperty(qcos::QcosProperty::withGetter("Relationship", "char", [](auto const& o) {
         auto const name = fromDependencyObject(o)->getRelationship().name();
@@ -146,8 +195,12 @@ std::shared_ptr<qcos::COSClassInfo> makeGraphClass() {
     qcos::QcosMethod getNodes("getNodes");
     getNodes.addSignature(
         qcos::createSignatureImpl({nodeVector}, {GraphClassName}), [](std::span<qxArray const* const> inputs, int) {
-            auto const graph = fromGraphObject(self(inputs))->getGraph();
+            auto const wrapper = fromGraphObject(self(inputs));
+            auto const graph = wrapper->getGraph();
             std::vector<std::shared_ptr<Node>> nodes(graph->getNodes().begin(), graph->getNodes().end());
+            if (auto const cache = nodeCacheOf(wrapper)) {
+                return one(objectRow(NodeClassName, nodes, [&](auto const& node) { return cache->objectOf(node); }));
+            }
             return one(toNodeVectorQxArray(nodes));
         });
     info->addMethod(std::move(getNodes));
@@ -156,11 +209,18 @@ std::shared_ptr<qcos::COSClassInfo> makeGraphClass() {
     getDownstream.addSignature(
         qcos::createSignatureImpl({std::string(DependencyClassName) + " vector"}, {GraphClassName, NodeClassName}),
         [](std::span<qxArray const* const> inputs, int) {
-            auto const graph = fromGraphObject(self(inputs))->getGraph();
+            auto const wrapper = fromGraphObject(self(inputs));
+            auto const graph = wrapper->getGraph();
             auto const node = fromScalarNodeQxArray(*inputs[1]);
             auto const range = graph->getDownstreamDependencies(*node);
             std::vector<std::shared_ptr<Dependency>> dependencies(range.begin(), range.end());
-            return one(objectRow(DependencyClassName, dependencies));
+            auto const cache = nodeCacheOf(wrapper);
+            return one(objectRow(DependencyClassName, dependencies, [&](auto const& dependency) {
+                auto holder = std::make_shared<DependencyHolder>(dependency, cache);
+                qcos::factory::basic::BindingRegistry::announce(holder,
+                                                                qcos::internal::makeInterned(DependencyClassName));
+                return qcos::factory::full::acquireReference(holder);
+            }));
         });
     info->addMethod(std::move(getDownstream));
     return info;
@@ -192,6 +252,36 @@ qcos::COSInterfacePtr toNodeObject(std::shared_ptr<Node> const& node) {
     return toHeldObject(NodeClassName, node);
 }
 
+qcos::COSInterfacePtr toNodeCachingGraphObject(std::shared_ptr<dependency::graph::Graph const> graph) {
+    if (!graph) {
+        throw qcos::HostError("qcos:binding:nullObject", "Cannot make a graph object of nothing.");
+    }
+    return toGraphObject(std::make_shared<NodeObjectCache>(std::move(graph)));
+}
+
+void const* nativeIdentity(Shareable const& native) noexcept {
+    if (auto const* graph = dynamic_cast<ImmutableGraph const*>(&native)) {
+        return graph->getGraph().get();
+    }
+    if (auto const* node = dynamic_cast<Holder<Node> const*>(&native)) {
+        return node->held().get();
+    }
+    if (auto const* dependency = dynamic_cast<Holder<Dependency> const*>(&native)) {
+        return dependency->held().get();
+    }
+    return &native;
+}
+
+qcos::COSInterfacePtr nodeObjectIn(qcos::COSInterface const& graphObject, std::shared_ptr<Node> const& node) {
+    if (!node) {
+        throw qcos::HostError("qcos:binding:nullObject", "Cannot make a node object of nothing.");
+    }
+    if (auto const cache = nodeCacheOf(fromGraphObject(graphObject))) {
+        return cache->objectOf(node);
+    }
+    return toNodeObject(node);
+}
+
 std::shared_ptr<ImmutableGraph> fromGraphObject(qcos::COSInterface const& object) {
     return qcos::factory::impl::validateSelfPointer<ImmutableGraph>(object);
 }
@@ -209,7 +299,7 @@ std::shared_ptr<Node> fromScalarNodeQxArray(qxArray const& array) {
 }
 
 qxArrayPtr toNodeVectorQxArray(std::vector<std::shared_ptr<Node>> const& nodes) {
-    return objectRow(NodeClassName, nodes);
+    return objectRow(NodeClassName, nodes, [](auto const& node) { return toHeldObject(NodeClassName, node); });
 }
 
 }  // namespace dependency::services

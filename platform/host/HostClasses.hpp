@@ -29,6 +29,23 @@ inline constexpr char const* DependencyClassName = "dependencies.internal.graph.
 qcos::COSInterfacePtr toGraphObject(std::shared_ptr<ImmutableGraph> const& graph);
 qcos::COSInterfacePtr toNodeObject(std::shared_ptr<dependency::graph::Node> const& node);
 
+// A graph object that keeps one host object per node for as long as it
+// lives: its getNodes(), the UpstreamNode and DownstreamNode of its
+// dependencies and nodeObjectIn(graphObject, node) give the same object for
+// the same node, so host code can compare them (==, isequal) and keep them in
+// visited sets. The analysis makes one per graph and analyzer.
+qcos::COSInterfacePtr toNodeCachingGraphObject(std::shared_ptr<dependency::graph::Graph const> graph);
+// The node's object from the graph object's cache (made on first use); a new
+// object when the graph object keeps none.
+qcos::COSInterfacePtr nodeObjectIn(qcos::COSInterface const& graphObject,
+                                   std::shared_ptr<dependency::graph::Node> const& node);
+
+// What a native object stands for: the graph of a graph wrapper, the node or
+// dependency of a node or dependency object's holder, else the object itself.
+// Host objects whose natives stand for the same thing are the same object to
+// host code (==, isequal), even when they were made apart.
+void const* nativeIdentity(Shareable const& native) noexcept;
+
 // The native objects behind host objects (the same objects, not copies).
 // Objects of other classes are a qcos::HostError.
 std::shared_ptr<ImmutableGraph> fromGraphObject(qcos::COSInterface const& object);

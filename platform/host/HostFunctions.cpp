@@ -11,6 +11,7 @@
 
 #include <map>
 #include <mutex>
+#include <set>
 #include <shared_mutex>
 #include <typeinfo>
 
@@ -21,6 +22,12 @@ namespace {
 struct LoadedLibrary {
     std::filesystem::path path;
     void* handle = nullptr;
+    // Where the library's own code lies: a symbol found by name must lie in
+    // the library itself, not in one it depends on (the C library, say).
+    void const* base = nullptr;
+    // The names the library declares as its gateways; nothing else of it is
+    // callable by name.
+    std::set<std::string, std::less<>> gateways;
 };
 
 // Never destroyed: host code may still call functions while static
@@ -78,6 +85,19 @@ bool isIdentifier(std::string_view name) {
     return true;
 }
 
+// The load address of the object that defines the symbol at that address.
+void const* objectBase(void const* address) {
+    Dl_info info{};
+    if (dladdr(address, &info) == 0) {
+        return nullptr;
+    }
+    return info.dli_fbase;
+}
+
+bool definedIn(LoadedLibrary const& library, void const* symbol) {
+    return library.base != nullptr && objectBase(symbol) == library.base;
+}
+
 std::shared_ptr<HostFunction const> findGateway(FunctionTable& table, std::string_view name) {
     if (!isIdentifier(name)) {
         return nullptr;
@@ -85,10 +105,13 @@ std::shared_ptr<HostFunction const> findGateway(FunctionTable& table, std::strin
     std::string const symbol = gatewaySymbol(name);
     std::string const plainSymbol(name);
     for (auto const& library : table.libraries) {
-        if (void* found = dlsym(library.handle, symbol.c_str())) {
+        if (!library.gateways.contains(name)) {
+            continue;
+        }
+        if (void* found = dlsym(library.handle, symbol.c_str()); found != nullptr && definedIn(library, found)) {
             return std::make_shared<HostFunction const>(fromGateway(reinterpret_cast<Gateway*>(found)));
         }
-        if (void* found = dlsym(library.handle, plainSymbol.c_str())) {
+        if (void* found = dlsym(library.handle, plainSymbol.c_str()); found != nullptr && definedIn(library, found)) {
             return std::make_shared<HostFunction const>(fromPlainGateway(reinterpret_cast<PlainGateway*>(found)));
         }
     }
@@ -220,8 +243,18 @@ void loadLibrary(std::filesystem::path const& library) {
                               fmt::format("Library '{}' has no entry point '{}'.", library.string(), entryPoint));
     }
     initialize();
+    LoadedLibrary loaded{library, handle, objectBase(reinterpret_cast<void const*>(initialize)), {}};
+    // The gateway table: a null-terminated list of names. A library without
+    // one has no gateways.
+    std::string const tableName = "QLGateways_" + libraryName(library);
+    if (auto* gatewayTable = reinterpret_cast<char const* const* (*)()>(dlsym(handle, tableName.c_str()));
+        gatewayTable != nullptr && definedIn(loaded, reinterpret_cast<void const*>(gatewayTable))) {
+        for (char const* const* name = gatewayTable(); name != nullptr && *name != nullptr; ++name) {
+            loaded.gateways.emplace(*name);
+        }
+    }
     std::unique_lock lock(table.mutex);
-    table.libraries.push_back(LoadedLibrary{library, handle});
+    table.libraries.push_back(std::move(loaded));
 }
 
 FunctionHandle::~FunctionHandle() = default;

@@ -52,7 +52,11 @@ HostFunction fromPlainGateway(PlainGateway* gateway);
 // prefix and without extensions, and from then on finds its exported
 // gateways by name. A gateway is either a function of the global namespace
 // with the Gateway signature, or a function with C linkage and the
-// PlainGateway signature. Loading the same library again does nothing.
+// PlainGateway signature. Only the gateways the library declares are
+// callable: its function QLGateways_<name> (C linkage, no inputs) returns a
+// null-terminated list of their names, and each must be defined in the
+// library itself. Any other name, a function of the C library the library
+// links to included, is not found. Loading the same library again does nothing.
 // HostError "qvm:library:cannotLoad" (with the loader's reason) or
 // "qvm:library:noEntryPoint".
 void loadLibrary(std::filesystem::path const& library);

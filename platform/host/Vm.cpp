@@ -349,8 +349,22 @@ void requestInterrupt() noexcept {
     interruptFlag.store(true, std::memory_order_relaxed);
 }
 
+namespace {
+thread_local long long stepsLeft = -1;
+}
+
 bool isInterruptRequested() noexcept {
+    if (stepsLeft >= 0) {
+        if (stepsLeft == 0) {
+            return true;
+        }
+        --stepsLeft;
+    }
     return interruptFlag.load(std::memory_order_relaxed);
+}
+
+void setStepBudget(long long steps) noexcept {
+    stepsLeft = steps < 0 ? -1 : steps;
 }
 
 void clearInterrupt() noexcept {

@@ -299,6 +299,12 @@ void printError(std::u16string_view text);
 void requestInterrupt() noexcept;
 bool isInterruptRequested() noexcept;
 void clearInterrupt() noexcept;
+// A step budget for host code on the calling thread: every check of the
+// interrupt flag (each loop iteration, each call) is a step, and once `steps`
+// have been taken the flag reads as set until the budget is set again.
+// Negative: no budget (the default). For running untrusted code in tests and
+// fuzzing, where a program must end whatever the code does.
+void setStepBudget(long long steps) noexcept;
 
 // Evaluates a dotted expression on the calling thread (feval's "eval").
 qxArrayPtr evaluate(std::u16string_view expression);

@@ -120,6 +120,32 @@ expect "the error names the analyzer's method and line" \
   grep -qF 'AttributeAnalyzer.analyze: ' "${work}/err"
 expect "the error gives file, line and column" grep -qE 'failing/Failing.qx:4:13: No property or method' "${work}/err"
 
+# Deep recursion: one "called from" line per call, on lines of their own, with
+# a run of identical calls folded; a control character of the message stays escaped.
+recursive="${work}/recursive"
+mkdir -p "${recursive}"
+cat >"${recursive}/Recur.qx" <<'QX'
+classdef Recur < dependencies.internal.attribute.AttributeAnalyzer
+    methods
+        function a = analyze(obj, node, graph)
+            a = descend(30);
+        end
+    end
+end
+function r = descend(n)
+    if n == 0
+        error(sprintf('bottom\treached'));
+    end
+    r = descend(n - 1);
+end
+QX
+"${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${recursive}" >/dev/null 2>"${work}/err"
+expect "a failing recursive analyzer gives exit status 2" test $? -eq 2
+expect "the message keeps its tab escaped" grep -qF 'bottom\treached' "${work}/err"
+expect "each call is a line of its own" grep -qE '^    called from descend at .*Recur.qx:12:5$' "${work}/err"
+expect "identical calls are folded" grep -qxF '    ... 29 more calls of descend' "${work}/err"
+expect "the analyze call ends the trace" grep -qE '^    called from Recur.analyze at .*Recur.qx:4:13$' "${work}/err"
+
 # A runaway analyzer stops on Ctrl-C with a clear message.
 runaway="${work}/runaway"
 mkdir -p "${runaway}"

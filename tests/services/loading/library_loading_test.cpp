@@ -39,6 +39,18 @@ TEST(LibraryLoading, ClassesAndGatewaysOfALoadedLibraryAreTheRuntimesOwn) {
               "dependencies.internal.attribute.AttributeAnalyzer");
     // analyzeInQorvex has C linkage and plain output slots.
     EXPECT_TRUE(qvm::findHostFunction("analyzeInQorvex"));
+    // Nothing else of the library, nor of the C library it links to, is
+    // callable by name: calling abort or exit would end the host.
+    for (auto const* name : {"strcat", "strtok", "sscanf", "atoi", "time", "abort", "exit", "getpid",
+                             "QLInitialize_depattr", "QLGateways_depattr", "dlopen"}) {
+        EXPECT_FALSE(qvm::findHostFunction(name)) << name;
+        try {
+            (void)qvm::callHostFunction(name, {}, 1);
+            ADD_FAILURE() << "no error calling " << name;
+        } catch (qcos::HostError const& error) {
+            EXPECT_EQ(error.identifier(), "qvm:feval:undefinedFunction") << name;
+        }
+    }
 
     try {
         qvm::loadLibrary("libdepattr_no_such_library.so");

@@ -4,6 +4,7 @@
 #include "platform/host/lang/detail/Builtins.hpp"
 #include "platform/host/lang/detail/Indexing.hpp"
 #include "platform/host/lang/detail/Interpreter.hpp"
+#include "platform/host/lang/detail/Operations.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -423,9 +424,38 @@ Values setFunction(std::string_view function, Args args, int mode) {
     return one(keysValue(all, distinct, row ? Dims{1, distinct.size()} : Dims{distinct.size(), 1}));
 }
 
+// cell2mat(c): the contents of a 2-d cell joined as its layout says: each
+// row of the cell horizontally, then the rows vertically.
+Values cellToMatrix(Args args) {
+    checkCount("cell2mat", args, 1, 1);
+    auto const& cell = *args[0];
+    if (cell.classID() != qxClassID::Cell) {
+        badArgument("cell2mat", fmt::format("the input must be a cell array, got a {}.", cell.getClassName()));
+    }
+    auto const& dims = cell.getDimensions();
+    if (dims.size() > 2) {
+        badArgument("cell2mat", "only 2-d cell arrays are joined.");
+    }
+    if (cell.isEmpty()) {
+        return one(makeEmpty());
+    }
+    std::vector<std::vector<Value>> rows(dims[0]);
+    for (std::size_t row = 0; row < dims[0]; ++row) {
+        for (std::size_t column = 0; column < dims[1]; ++column) {
+            auto const& element = cell.getCell(row + column * dims[0]);
+            if (element->classID() == qxClassID::Cell || element->classID() == qxClassID::Object) {
+                badArgument("cell2mat", "the cells must hold numbers, logicals, characters or structs.");
+            }
+            rows[row].push_back(element);
+        }
+    }
+    return one(concatenate(rows));
+}
+
 }  // namespace
 
 void registerCollectionBuiltins() {
+    defineBuiltin("cell2mat", [](Args args, int) { return cellToMatrix(args); });
     defineBuiltin("cellfun", [](Args args, int nargout) { return mapElements("cellfun", args, nargout, true); });
     defineBuiltin("arrayfun", [](Args args, int nargout) { return mapElements("arrayfun", args, nargout, false); });
     defineBuiltin("sort", sortFunction);

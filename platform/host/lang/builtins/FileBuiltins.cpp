@@ -75,8 +75,14 @@ Values fileTest(std::string_view function, Args args, bool folder) {
 Values readFile(Args args) {
     checkCount("fileread", args, 1, 1);
     auto const name = textOf(*args[0], "fileread: the file name");
-    std::ifstream file(std::filesystem::path(name), std::ios::binary);
-    if (!file) {
+    // Only regular files: a device such as /dev/zero would be read forever.
+    std::error_code error;
+    bool const regular = std::filesystem::is_regular_file(std::filesystem::path(name), error);
+    std::ifstream file;
+    if (regular) {
+        file.open(std::filesystem::path(name), std::ios::binary);
+    }
+    if (!regular || !file) {
         raise("qlang:fileread:cannotRead", fmt::format("fileread: cannot read the file '{}'.", utf8(name)));
     }
     std::ostringstream bytes;

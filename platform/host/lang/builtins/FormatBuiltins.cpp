@@ -7,6 +7,7 @@
 
 #include <fmt/printf.h>
 
+#include <algorithm>
 #include <cmath>
 #include <deque>
 #include <map>
@@ -209,9 +210,14 @@ private:
             bool const left = flags.find('-') != std::string::npos;
             if (conversion == u's' || conversion == u'c') {
                 auto item = *take();
-                std::u16string text = item.isText          ? item.text
-                                      : conversion == u'c' ? std::u16string(1, static_cast<char16_t>(item.number))
-                                                           : utf16(numberText(item.number));
+                // A number given to %s or %c that is a character code is that
+                // character; other numbers are written as %e would write them.
+                bool const isCode =
+                    !item.isText && item.number >= 0 && item.number <= 0xFFFF && item.number == std::floor(item.number);
+                std::u16string text = item.isText ? item.text
+                                      : isCode    ? std::u16string(1, static_cast<char16_t>(item.number))
+                                      : std::isfinite(item.number) ? utf16(fmt::sprintf("%e", item.number))
+                                                                   : utf16(numberText(item.number));
                 if (precision >= 0 && conversion == u's' && text.size() > static_cast<std::size_t>(precision)) {
                     text.resize(static_cast<std::size_t>(precision));
                 }
@@ -456,9 +462,74 @@ Value outputTarget(Args& args) {
     return makeDouble(1);
 }
 
+// mat2str(x), mat2str(x, precision): the text that makes a 2-d numeric,
+// logical or char array again: '[1 2;3 4]', 'true', '''abc''', 'zeros(0,3)'.
+Values matToText(Args args) {
+    checkCount("mat2str", args, 1, 2);
+    auto const& value = *args[0];
+    if (!isNumeric(value)) {
+        badArgument("mat2str", fmt::format("a value of class '{}' has no matrix text.", value.getClassName()));
+    }
+    auto const& dims = value.getDimensions();
+    if (dims.size() > 2) {
+        badArgument("mat2str", "only 2-d arrays have a matrix text.");
+    }
+    std::size_t precision = 15;
+    if (args.size() == 2) {
+        precision = std::clamp<std::size_t>(countOf(*args[1], "The precision given to mat2str"), 1, 17);
+    }
+    auto const element = [&](std::size_t index) -> std::u16string {
+        if (value.classID() == qxClassID::Logical) {
+            return value.logicals()[index] != 0 ? u"true" : u"false";
+        }
+        double const number = value.doubles()[index];
+        if (std::isnan(number)) {
+            return u"NaN";
+        }
+        if (std::isinf(number)) {
+            return number > 0 ? u"Inf" : u"-Inf";
+        }
+        return utf16(fmt::format("{:.{}g}", number, precision));
+    };
+    if (value.classID() == qxClassID::Char) {
+        std::u16string out;
+        for (std::size_t row = 0; row < dims[0]; ++row) {
+            if (row > 0) {
+                out += u';';
+            }
+            std::u16string text;
+            for (std::size_t column = 0; column < dims[1]; ++column) {
+                text.push_back(value.chars()[row + column * dims[0]]);
+            }
+            out += quotedText(text, u'\'');
+        }
+        return one(makeChars(dims[0] == 1 ? out : u"[" + out + u"]"));
+    }
+    if (value.isEmpty()) {
+        return one(makeChars(utf16(fmt::format("zeros({},{})", dims[0], dims[1]))));
+    }
+    if (value.isScalar()) {
+        return one(makeChars(element(0)));
+    }
+    std::u16string out = u"[";
+    for (std::size_t row = 0; row < dims[0]; ++row) {
+        if (row > 0) {
+            out += u';';
+        }
+        for (std::size_t column = 0; column < dims[1]; ++column) {
+            if (column > 0) {
+                out += u' ';
+            }
+            out += element(row + column * dims[0]);
+        }
+    }
+    return one(makeChars(out + u"]"));
+}
+
 }  // namespace
 
 void registerFormatBuiltins() {
+    defineBuiltin("mat2str", [](Args args, int) { return matToText(args); });
     defineBuiltin("sprintf", [](Args args, int) {
         checkCount("sprintf", args, 1, std::numeric_limits<std::size_t>::max());
         auto const text = formatArguments("sprintf", args);

@@ -276,6 +276,56 @@ void registerMathBuiltins() {
     defineBuiltin("exp", [](Args args, int) { return elementwise("exp", args, [](double x) { return std::exp(x); }); });
     defineBuiltin("log", [](Args args, int) { return elementwise("log", args, [](double x) { return std::log(x); }); });
     defineBuiltin("mod", [](Args args, int) { return elementwise2("mod", args, modulo); });
+    defineBuiltin("sin", [](Args args, int) { return elementwise("sin", args, [](double x) { return std::sin(x); }); });
+    defineBuiltin("cos", [](Args args, int) { return elementwise("cos", args, [](double x) { return std::cos(x); }); });
+    defineBuiltin("tan", [](Args args, int) { return elementwise("tan", args, [](double x) { return std::tan(x); }); });
+    defineBuiltin("asin",
+                  [](Args args, int) { return elementwise("asin", args, [](double x) { return std::asin(x); }); });
+    defineBuiltin("acos",
+                  [](Args args, int) { return elementwise("acos", args, [](double x) { return std::acos(x); }); });
+    defineBuiltin("atan",
+                  [](Args args, int) { return elementwise("atan", args, [](double x) { return std::atan(x); }); });
+    defineBuiltin("atan2", [](Args args, int) {
+        return elementwise2("atan2", args, [](double y, double x) { return std::atan2(y, x); });
+    });
+    defineBuiltin("log2",
+                  [](Args args, int) { return elementwise("log2", args, [](double x) { return std::log2(x); }); });
+    defineBuiltin("log10",
+                  [](Args args, int) { return elementwise("log10", args, [](double x) { return std::log10(x); }); });
+    defineBuiltin("sign", [](Args args, int) {
+        return elementwise("sign", args,
+                           [](double x) { return std::isnan(x) ? x : static_cast<double>((x > 0) - (x < 0)); });
+    });
+    defineBuiltin("hypot", [](Args args, int) {
+        return elementwise2("hypot", args, [](double x, double y) { return std::hypot(x, y); });
+    });
+    // The operators as functions: eq(a, b) is a == b (a class's own eq method
+    // is found first, as for any method).
+    for (auto const op : {Operator::Equal, Operator::NotEqual, Operator::Less, Operator::LessEqual, Operator::Greater,
+                          Operator::GreaterEqual}) {
+        std::string const name = operatorMethodName(op);
+        defineBuiltin(name, [op, name](Args args, int) {
+            checkCount(name, args, 2, 2);
+            return one(comparison(op, *args[0], *args[1]));
+        });
+    }
+    for (auto const op :
+         {Operator::Plus, Operator::Minus, Operator::Times, Operator::ElementTimes, Operator::RightDivide,
+          Operator::ElementRightDivide, Operator::LeftDivide, Operator::ElementLeftDivide, Operator::Power,
+          Operator::ElementPower, Operator::ElementAnd, Operator::ElementOr}) {
+        std::string const name = operatorMethodName(op);
+        defineBuiltin(name, [op, name](Args args, int) {
+            checkCount(name, args, 2, 2);
+            return one(binaryOperation(op, *args[0], *args[1]));
+        });
+    }
+    for (auto const& [name, op] : std::initializer_list<std::pair<char const*, Operator>>{
+             {"not", Operator::Not}, {"uminus", Operator::UnaryMinus}, {"uplus", Operator::UnaryPlus}}) {
+        defineBuiltin(name, [op = op, name = std::string(name)](Args args, int) {
+            checkCount(name, args, 1, 1);
+            return one(unaryOperation(op, *args[0]));
+        });
+    }
     defineBuiltin("rem", [](Args args, int) {
         return elementwise2("rem", args, [](double a, double b) { return b == 0 ? a : std::fmod(a, b); });
     });

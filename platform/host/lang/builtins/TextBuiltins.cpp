@@ -5,10 +5,12 @@
 
 #include "platform/host/lang/detail/Builtins.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cwctype>
 #include <limits>
 #include <locale>
+#include <optional>
 
 namespace qlang::detail {
 
@@ -422,6 +424,206 @@ Values textToNumber(Args args) {
     return one(makeDouble(std::numeric_limits<double>::quiet_NaN()));
 }
 
+// strcat: texts joined end to end. Char rows lose their trailing blanks
+// first; with a string the result is a string, with a list of texts a list
+// (one text broadcast over the others).
+Values concatenateTexts(Args args) {
+    if (args.empty()) {
+        badArgument("strcat", "at least one input is needed.");
+    }
+    bool anyString = false;
+    std::optional<Texts> shape;
+    std::vector<Texts> parts;
+    for (auto const& arg : args) {
+        auto texts = textsArgument("strcat", *arg, "Each input");
+        if (arg->classID() == qxClassID::Char) {
+            for (auto& text : texts.items) {
+                while (!text.empty() && isBlank(text.back())) {
+                    text.pop_back();
+                }
+            }
+        }
+        anyString = anyString || arg->classID() == qxClassID::String;
+        if (texts.list && texts.items.size() != 1) {
+            if (shape && shape->items.size() != texts.items.size()) {
+                badArgument("strcat", "lists of texts must have the same number of elements.");
+            }
+            shape = texts;
+        } else if (texts.list && !shape) {
+            shape = texts;
+        }
+        parts.push_back(std::move(texts));
+    }
+    std::size_t const count = shape ? shape->items.size() : 1;
+    std::vector<std::u16string> results(count);
+    for (auto const& part : parts) {
+        for (std::size_t i = 0; i < count; ++i) {
+            results[i] += part.items.size() == 1 ? part.items.front() : part.items[i];
+        }
+    }
+    if (!shape) {
+        return one(anyString ? makeString(results.front()) : makeChars(results.front()));
+    }
+    Texts form = *shape;
+    form.kind = anyString ? qxClassID::String : qxClassID::Cell;
+    return one(textsResult(form, results));
+}
+
+// [token, remainder] = strtok(text, delimiters): the first token after any
+// leading delimiters (whitespace by default), and the rest from the
+// delimiter that ends it.
+Values firstToken(Args args) {
+    checkCount("strtok", args, 1, 2);
+    auto const text = textOf(*args[0], "strtok: the text");
+    std::u16string delimiters = u" \t\n\v\f\r";
+    delimiters.push_back(u'\0');
+    if (args.size() == 2) {
+        delimiters = textOf(*args[1], "strtok: the delimiters");
+    }
+    auto const isDelimiter = [&](char16_t c) { return delimiters.find(c) != std::u16string::npos; };
+    std::size_t first = 0;
+    while (first < text.size() && isDelimiter(text[first])) {
+        ++first;
+    }
+    std::size_t last = first;
+    while (last < text.size() && !isDelimiter(text[last])) {
+        ++last;
+    }
+    bool const asString = args[0]->classID() == qxClassID::String;
+    auto const make = [&](std::u16string_view part) { return asString ? makeString(part) : makeChars(part); };
+    Values outputs;
+    outputs.push_back(make(std::u16string_view(text).substr(first, last - first)));
+    outputs.push_back(make(std::u16string_view(text).substr(last)));
+    return outputs;
+}
+
+// join(list), join(list, delimiter): the texts of a vector list joined (a
+// blank between them by default); a string for a string array, else a char row.
+Values joinList(Args args) {
+    checkCount("join", args, 1, 2);
+    auto const& list = *args[0];
+    if (isText(list) && list.classID() == qxClassID::Char) {
+        return one(args[0]);
+    }
+    if (!isTextList(list) && list.classID() != qxClassID::String) {
+        badArgument("join", "the first input must be a string array or a cell array of texts.");
+    }
+    if (!isVectorShape(list.getDimensions()) && !list.isEmpty()) {
+        badArgument("join",
+                    fmt::format("only vectors of texts are joined, not a {} array.", dimsText(list.getDimensions())));
+    }
+    std::u16string delimiter = u" ";
+    if (args.size() == 2) {
+        delimiter = textOf(*args[1], "join: the delimiter");
+    }
+    auto const items = textsOf(list, "An element given to join");
+    std::u16string joined;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        if (i > 0) {
+            joined += delimiter;
+        }
+        joined += items[i];
+    }
+    return one(list.classID() == qxClassID::String ? makeString(joined) : makeChars(joined));
+}
+
+// split(text), split(text, delimiters): the parts as a column, strings for a
+// string, a cell of char rows for a char row. Consecutive delimiters count as one.
+Values splitColumn(Args args) {
+    checkCount("split", args, 1, 2);
+    (void)textOf(*args[0], "split: the text");
+    Value forwarded[] = {args[0], args.size() == 2 ? args[1] : Value{}};
+    auto parts = textsOf(*splitText(std::span<Value const>(forwarded, args.size())).front(), "A part");
+    if (args[0]->classID() == qxClassID::String) {
+        auto strings = qxArray::createStrings({parts.size(), 1});
+        for (std::size_t i = 0; i < parts.size(); ++i) {
+            strings->setStringElement(i, parts[i]);
+        }
+        return one(share(std::move(strings)));
+    }
+    return one(makeTexts(parts, {parts.size(), 1}));
+}
+
+// extractBefore(text, pattern or position), extractAfter(...): the text before
+// (after) the first occurrence of a pattern, or before (after) a position;
+// empty text when the pattern does not occur.
+Values extractAround(std::string_view function, Args args, bool before) {
+    checkCount(function, args, 2, 2);
+    auto const texts = textsArgument(function, *args[0], "The text");
+    std::vector<std::u16string> results;
+    for (auto const& text : texts.items) {
+        std::size_t cut = 0;
+        std::size_t skip = 0;
+        if (isNumeric(*args[1]) && args[1]->classID() != qxClassID::Char) {
+            auto const position = countOf(*args[1], fmt::format("The position given to {}", function));
+            bool const valid = before ? position >= 1 && position <= text.size() + 1 : position <= text.size();
+            if (!valid) {
+                badArgument(function, fmt::format("the position {} is outside the text of {} characters.", position,
+                                                  text.size()));
+            }
+            cut = before ? position - 1 : position;
+        } else {
+            auto const pattern = textOf(*args[1], fmt::format("{}: the pattern", function));
+            auto const found = text.find(pattern);
+            if (found == std::u16string::npos) {
+                results.emplace_back();
+                continue;
+            }
+            cut = found;
+            skip = pattern.size();
+            if (!before) {
+                cut += skip;
+            }
+        }
+        results.push_back(before ? text.substr(0, cut) : text.substr(cut));
+    }
+    return one(textsResult(texts, results));
+}
+
+// pad(t), pad(t, width), pad(t, side), pad(t, width, side), pad(t, width,
+// side, character): blanks (or the character) added on the 'right' (default),
+// 'left' or 'both' sides up to the width (default: the longest text).
+Values padTexts(Args args) {
+    checkCount("pad", args, 1, 4);
+    auto const texts = textsArgument("pad", *args[0], "The text");
+    std::size_t width = 0;
+    for (auto const& text : texts.items) {
+        width = std::max(width, text.size());
+    }
+    std::size_t next = 1;
+    if (next < args.size() && !isText(*args[next])) {
+        width = countOf(*args[next], "The width given to pad");
+        ++next;
+    }
+    std::u16string side = u"right";
+    if (next < args.size()) {
+        side = changedCase(textOf(*args[next], "pad: the side"), false);
+        if (side != u"right" && side != u"left" && side != u"both") {
+            badArgument("pad", "the side must be 'left', 'right' or 'both'.");
+        }
+        ++next;
+    }
+    char16_t fill = u' ';
+    if (next < args.size()) {
+        auto const character = textOf(*args[next], "pad: the character");
+        if (character.size() != 1) {
+            badArgument("pad", "the padding must be one character.");
+        }
+        fill = character.front();
+        ++next;
+    }
+    if (next < args.size()) {
+        badArgument("pad", "give the width, the side and the character in this order.");
+    }
+    std::vector<std::u16string> results;
+    for (auto const& text : texts.items) {
+        auto const missing = width > text.size() ? width - text.size() : 0;
+        auto const left = side == u"left" ? missing : side == u"both" ? missing / 2 : 0;
+        results.push_back(std::u16string(left, fill) + text + std::u16string(missing - left, fill));
+    }
+    return one(textsResult(texts, results));
+}
+
 }  // namespace
 
 void registerTextBuiltins() {
@@ -439,6 +641,13 @@ void registerTextBuiltins() {
     defineBuiltin("lower", [](Args args, int) { return caseOf("lower", args, false); });
     defineBuiltin("upper", [](Args args, int) { return caseOf("upper", args, true); });
     defineBuiltin("strfind", [](Args args, int) { return findText(args); });
+    defineBuiltin("strcat", [](Args args, int) { return concatenateTexts(args); });
+    defineBuiltin("strtok", [](Args args, int) { return firstToken(args); });
+    defineBuiltin("join", [](Args args, int) { return joinList(args); });
+    defineBuiltin("split", [](Args args, int) { return splitColumn(args); });
+    defineBuiltin("extractBefore", [](Args args, int) { return extractAround("extractBefore", args, true); });
+    defineBuiltin("extractAfter", [](Args args, int) { return extractAround("extractAfter", args, false); });
+    defineBuiltin("pad", [](Args args, int) { return padTexts(args); });
     defineBuiltin("str2double", [](Args args, int) { return textToNumber(args); });
     defineBuiltin("strlength", [](Args args, int) {
         checkCount("strlength", args, 1, 1);

@@ -6,6 +6,7 @@
 #include "platform/host/lang/detail/Interpreter.hpp"
 #include "platform/host/lang/detail/Operations.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <set>
@@ -428,14 +429,23 @@ void registerValueBuiltins() {
     defineBuiltin("cell", [](Args args, int) {
         return filled("cell", args, [](Dims const& dims) { return share(qxArray::createCell(dims)); });
     });
-    defineBuiltin("Inf", [](Args args, int) {
-        checkCount("Inf", args, 0, 0);
-        return one(makeDouble(std::numeric_limits<double>::infinity()));
-    });
-    defineBuiltin("NaN", [](Args args, int) {
-        checkCount("NaN", args, 0, 0);
-        return one(makeDouble(std::numeric_limits<double>::quiet_NaN()));
-    });
+    // Inf, NaN (also spelt inf, nan): a scalar, or an array of a size as for zeros.
+    for (auto const& [name, value] :
+         std::initializer_list<std::pair<char const*, double>>{{"Inf", std::numeric_limits<double>::infinity()},
+                                                               {"inf", std::numeric_limits<double>::infinity()},
+                                                               {"NaN", std::numeric_limits<double>::quiet_NaN()},
+                                                               {"nan", std::numeric_limits<double>::quiet_NaN()}}) {
+        defineBuiltin(name, [name = std::string(name), value = value](Args args, int) {
+            if (args.empty()) {
+                return one(makeDouble(value));
+            }
+            return filled(name, args, [value](Dims const& dims) {
+                auto array = qxArray::createDouble(dims);
+                std::fill(array->doubles().begin(), array->doubles().end(), value);
+                return share(std::move(array));
+            });
+        });
+    }
     defineBuiltin("pi", [](Args args, int) {
         checkCount("pi", args, 0, 0);
         return one(makeDouble(3.14159265358979323846));

@@ -26,7 +26,69 @@ qcos::Access accessOf(Visibility visibility) {
     return visibility == Visibility::Public ? qcos::Access::Public : qcos::Access::Private;
 }
 
+constexpr std::string_view analyzerBase = "dependencies.internal.attribute.AttributeAnalyzer";
+
+// Whether analyze(obj, node, graph) can be called with three inputs and give
+// one output.
+bool fitsAnalyzeCall(Function const& method) {
+    auto const inputs = method.inputSlots.size();
+    bool const takesThree = method.varargin ? inputs - 1 <= 3 : inputs == 3;
+    bool const givesOne = !method.outputSlots.empty();
+    return !method.isStatic && takesThree && givesOne;
+}
+
 }  // namespace
+
+// An analyzer class is checked when it is defined rather than when its first
+// node is analysed: it must have an analyze method of its own or from a class
+// file it derives from (the bound base class has none that could run on it),
+// and that method must take (obj, node, graph) and return the findings. An
+// abstract class may leave analyze to its subclasses.
+void CodeRuntime::checkAnalyzerClass(ClassRecord const& record) const {
+    auto const& syntax = *record.syntax;
+    bool derives = false;
+    for (auto const& super : record.superclasses) {
+        derives = derives || super == analyzerBase || qcos::omIsA(super, analyzerBase);
+    }
+    if (!derives) {
+        return;
+    }
+    Function const* analyze = nullptr;
+    if (auto const own = record.methods.find("analyze"); own != record.methods.end()) {
+        analyze = own->second;
+    }
+    std::vector<std::string> pending(record.superclasses.rbegin(), record.superclasses.rend());
+    while (analyze == nullptr && !pending.empty()) {
+        auto const name = std::move(pending.back());
+        pending.pop_back();
+        auto const found = classes_.find(name);
+        if (found == classes_.end()) {
+            continue;
+        }
+        if (auto const inherited = found->second->methods.find("analyze"); inherited != found->second->methods.end()) {
+            analyze = inherited->second;
+        }
+        pending.insert(pending.end(), found->second->superclasses.rbegin(), found->second->superclasses.rend());
+    }
+    if (analyze == nullptr) {
+        if (!syntax.isAbstract) {
+            classError(*record.file, syntax.position, "qlang:class:analyzeMethod",
+                       fmt::format("The analyzer class '{}' derives from AttributeAnalyzer but has no method "
+                                   "'analyze(obj, node, graph)'.",
+                                   syntax.name));
+        }
+        return;
+    }
+    if (!fitsAnalyzeCall(*analyze)) {
+        auto const inputs = analyze->inputSlots.size() - (analyze->varargin ? 1 : 0);
+        classError(*analyze->file, analyze->position, "qlang:class:analyzeMethod",
+                   fmt::format("The method 'analyze' of the analyzer class '{}' must be an ordinary method taking "
+                               "(obj, node, graph) and returning the findings; it {}takes {} input{} and returns "
+                               "{} output{}.",
+                               syntax.name, analyze->isStatic ? "is static, " : "", inputs, inputs == 1 ? "" : "s",
+                               analyze->outputSlots.size(), analyze->outputSlots.size() == 1 ? "" : "s"));
+    }
+}
 
 ClassRecord const* CodeRuntime::defineClass(std::shared_ptr<CompiledFile const> const& file) {
     std::lock_guard lock(mutex_);
@@ -112,6 +174,7 @@ ClassRecord const* CodeRuntime::defineClass(std::shared_ptr<CompiledFile const> 
                 record->methods.emplace(method->shortName, method);
             }
         }
+        checkAnalyzerClass(*record);
 
         // Defaults are evaluated once, in order; constants may use the ones before them.
         std::vector<std::pair<PropertySyntax const*, Value>> defaults;

@@ -180,7 +180,7 @@ Value convertForStore(Value const& value, qxArray const& target) {
         }
         auto strings = qxArray::createStrings(value->getDimensions());
         for (std::size_t i = 0; i < value->getNumberOfElements(); ++i) {
-            strings->setStringElement(i, utf16(numberText(numberAt(*value, i))));
+            strings->setStringElement(i, utf16(shortNumberText(numberAt(*value, i))));
         }
         return share(std::move(strings));
     }
@@ -438,7 +438,8 @@ void assignParen(Value& target, std::span<Value const> subscripts, Value const& 
     if (count == 1) {
         auto const needed = lists.front().maximum;
         if (needed > target->getNumberOfElements()) {
-            if (target->isEmpty() && dims.size() == 2 && dims[1] == 0 && dims[0] > 1) {
+            if (target->isEmpty() && dims.size() == 2 && ((dims[1] == 0 && dims[0] > 1) || dims[1] == 1)) {
+                // An empty column (0-by-1, say from zeros(0, 1)) grows as a column.
                 newDims = {needed, 1};
             } else if (target->isEmpty() || isRow(dims)) {
                 newDims = {1, needed};

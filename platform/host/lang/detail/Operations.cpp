@@ -1,5 +1,7 @@
 #include "platform/host/lang/detail/Operations.hpp"
 
+#include "platform/host/HostClasses.hpp"
+
 #include "platform/host/lang/detail/Indexing.hpp"
 
 #include <algorithm>
@@ -169,6 +171,12 @@ bool sameObject(qcos::COSInterfacePtr const& a, qcos::COSInterfacePtr const& b) 
     if (!a || !b) {
         return false;
     }
+    // Binding objects wrapping the same native thing (the same graph, the same
+    // node) are one object to host code.
+    if (auto const& native = a->getNative(); native && b->getNative()) {
+        return dependency::services::nativeIdentity(*native) == dependency::services::nativeIdentity(*b->getNative()) &&
+               a->getClassName() == b->getClassName();
+    }
     auto const left = a->getEnumerationValue();
     auto const right = b->getEnumerationValue();
     return left && right && *left == *right && a->getClassName() == b->getClassName();
@@ -202,7 +210,7 @@ qxArrayPtr asStrings(qxArray const& array) {
         for (std::size_t i = 0; i < array.getNumberOfElements(); ++i) {
             strings->setStringElement(i, array.classID() == qxClassID::Logical
                                              ? (array.logicals()[i] != 0 ? u"true" : u"false")
-                                             : utf16(numberText(array.doubles()[i])));
+                                             : utf16(shortNumberText(array.doubles()[i])));
         }
         return strings;
     }
@@ -504,7 +512,11 @@ Value range(qxArray const& start, qxArray const* step, qxArray const& stop) {
 }
 
 bool valuesEqual(qxArray const& left, qxArray const& right) {
-    if (left.getDimensions() != right.getDimensions()) {
+    // A char row beside a string counts as one string: isequal('abc', "abc").
+    bool const textWithString =
+        (left.classID() == qxClassID::String && (right.classID() == qxClassID::String || isText(right))) ||
+        (right.classID() == qxClassID::String && isText(left));
+    if (left.getDimensions() != right.getDimensions() && !textWithString) {
         return false;
     }
     auto const count = left.getNumberOfElements();
@@ -516,8 +528,7 @@ bool valuesEqual(qxArray const& left, qxArray const& right) {
         }
         return true;
     }
-    if ((left.classID() == qxClassID::String && (right.classID() == qxClassID::String || isText(right))) ||
-        (right.classID() == qxClassID::String && isText(left))) {
+    if (textWithString) {
         auto const a = asStrings(left);
         auto const b = asStrings(right);
         if (a->getDimensions() != b->getDimensions()) {

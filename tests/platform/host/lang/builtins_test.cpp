@@ -132,6 +132,77 @@ TEST(LangBuiltins, TextTransformation) {
     });
 }
 
+TEST(LangBuiltins, ElementaryMathAndOperatorsAsFunctions) {
+    expectValues({
+        {"x = [sin(0) cos(0) tan(0) asin(1) * 2 / pi acos(1) atan(1) * 4 / pi atan2(1, 1) * 4 / pi];", "x",
+         "[0 1 0 1 0 1 1]"},
+        {"x = [sqrt(16) exp(0) log(1) log2(8) log10(1000) hypot(3, 4)];", "x", "[4 1 0 3 3 5]"},
+        {"x = [round(2.5) round(-2.5) fix(-2.7) fix(2.7) sign(-3) sign(0) sign(2)];", "x", "[3 -3 -2 2 -1 0 1]"},
+        {"x = [power(2, 10) power([1 2 3], 2)];", "x", "[1024 1 4 9]"},
+        {"x = [isinf(inf) isnan(nan) isinf(-Inf) isnan(NaN) isnan(1)];", "x", "[true true true true false]"},
+        {"x = inf(1, 2);", "x", "[Inf Inf]"},
+        {"x = size(nan(2, 3));", "x", "[2 3]"},
+        {"x = [eq(1, 1) ne(1, 1) lt(1, 2) le(2, 2) gt(1, 2) ge(3, 2)];", "x", "[true false true true false true]"},
+        {"x = [plus(1, 2) minus(5, 3) times(2, 3) mtimes(2, 4) rdivide(6, 3) ldivide(2, 6) uminus(4)];", "x",
+         "[3 2 6 8 2 3 -4]"},
+        {"x = [and(true, false) or(true, false) not(false)];", "x", "[false true true]"},
+        {"x = eq('abc', 'abc');", "x", "[true true true]"},
+    });
+    expectErrors({
+        {"x = hypot({1}, 2);", "qlang:hypot:badArgument", "hypot", "1:1"},
+        {"x = eq(1);", "qlang:call:notEnoughInputs", "", "1:1"},
+    });
+}
+
+TEST(LangBuiltins, TextAsTheLanguageWritesIt) {
+    expectValues({
+        {"x = \"r=\" + 1/3;", "x", "\"r=0.33333\""},
+        {"x = string(pi);", "x", "\"3.1416\""},
+        {"x = [string(2) string(-0.5) string(1e10) string(true)];", "x", "[\"2\" \"-0.5\" \"10000000000\" \"true\"]"},
+        {"s = \"a\"; s(2) = 2/3; x = s;", "x", "[\"a\" \"0.66667\"]"},
+        {"x = [isequal('abc', \"abc\") isequal(\"abc\", 'abc') isequal('ab', \"abc\") isequal('', \"\")];", "x",
+         "[true true false true]"},
+        {"x = isequal({'abc'}, {\"abc\"});", "x", "true"},
+        {"x = zeros(0, 1); x(end + 2) = 5;", "x", "[0;5]"},
+        {"x = cell(0, 1); x{end + 2} = 'a';", "x", "{[];'a'}"},
+        {"x = zeros(0, 1); x(3) = 1;", "x", "[0;0;1]"},
+        {"x = []; x(end + 1) = 5; x(end + 1) = 6;", "x", "[5 6]"},
+    });
+}
+
+TEST(LangBuiltins, TextAndCellTools) {
+    expectValues({
+        {"x = strcat('a ', 'b', ' c');", "x", "'ab c'"},
+        {"x = strcat(\"a \", 'b');", "x", "\"a b\""},
+        {"x = strcat({'a', 'b'}, '_x');", "x", "{'a_x','b_x'}"},
+        {"[t, r] = strtok('  one two'); x = {t, r};", "x", "{'one',' two'}"},
+        {"[t, r] = strtok('a,b', ','); x = {t, r};", "x", "{'a',',b'}"},
+        {"x = join({'a', 'b', 'c'});", "x", "'a b c'"},
+        {"x = join([\"a\" \"b\"], '-');", "x", "\"a-b\""},
+        {"x = split('a b  c');", "x", "{'a';'b';'c'}"},
+        {"x = split(\"a,b\", ',');", "x", "[\"a\";\"b\"]"},
+        {"x = {extractBefore('key=value', '='), extractAfter('key=value', '='), extractBefore('abc', 3), "
+         "extractAfter('abc', 1), extractAfter(\"abc\", 'z')};",
+         "x", "{'key','value','ab','bc',\"\"}"},
+        {"x = {pad('ab', 4), pad('ab', 4, 'left'), pad('ab', 5, 'both', '*'), pad({'a', 'abc'})};", "x",
+         "{'ab  ','  ab','*ab**',{'a  ','abc'}}"},
+        {"x = [strlength(\"abc\") strlength('')];", "x", "[3 0]"},
+        {"x = {mat2str([1 2; 3 4]), mat2str(0.5), mat2str([true false]), mat2str('it''s'), mat2str(zeros(0, 3)), "
+         "mat2str(pi, 4), mat2str([-Inf NaN])};",
+         "x", "{'[1 2;3 4]','0.5','[true false]','''it''''s''','zeros(0,3)','3.142','[-Inf NaN]'}"},
+        {"x = cell2mat({[1 2], 3; [4 5], 6});", "x", "[1 2 3;4 5 6]"},
+        {"x = cell2mat({'ab', 'c'});", "x", "'abc'"},
+        {"x = cell2mat(num2cell([1 2; 3 4]));", "x", "[1 2;3 4]"},
+    });
+    expectErrors({
+        {"x = extractBefore('abc', 9);", "qlang:extractBefore:badArgument", "outside the text", "1:1"},
+        {"x = pad('a', 3, 'middle');", "qlang:pad:badArgument", "side", "1:1"},
+        {"x = cell2mat({{1}});", "qlang:cell2mat:badArgument", "cells must hold", "1:1"},
+        {"x = join({1, 2});", "qlang:join:badArgument", "cell array of texts", "1:1"},
+        {"x = strcat('a', 1);", "qlang:strcat:badArgument", "must be text", "1:1"},
+    });
+}
+
 TEST(LangBuiltins, Formatting) {
     expectValues({
         {"x = sprintf('%d items', 3);", "x", "'3 items'"},
@@ -153,7 +224,9 @@ TEST(LangBuiltins, Formatting) {
         {"x = int2str(2.6);", "x", "'3'"},
         {"x = sprintf('%+d|%05.1f|%*d|%-5s|', 3, 2.5, 4, 7, 'ab');", "x", "'+3|002.5|   7|ab   |'"},
         {"x = sprintf('%g %g %g', 0.5, 1e10, 123456789);", "x", "'0.5 1e+10 1.23457e+08'"},
-        {"x = sprintf('%s', [72 105]);", "x", "'72105'"},
+        {"x = sprintf('%s', [72 105]);", "x", "'Hi'"},
+        {"x = sprintf('%s', 65);", "x", "'A'"},
+        {"x = sprintf('%s|%c', 2.5, 66);", "x", "'2.500000e+00|B'"},
         {"x = sprintf('%d %s', 'A', 'B');", "x", "'65 B'"},
         {"x = num2str([1.5 2; 3 4]);", "x", "['1.5  2';'  3  4']"},
         {"x = num2str(true);", "x", "'1'"},
@@ -237,6 +310,12 @@ TEST(LangBuiltins, FileNames) {
     auto const code = "x = [isfile('" + base + "/present.qx') isfile('" + base + "') isfolder('" + base +
                       "') isfolder('" + base + "/nothing')];";
     EXPECT_EQ(qlang::testing::valueOf(code, "x"), "[true false true false]");
+    // fileread reads regular files only: a folder or a device is an error, not
+    // an endless read.
+    expectErrors({
+        {"x = fileread('/dev/zero');", "qlang:fileread:cannotRead", "/dev/zero", "1:1"},
+        {"x = fileread('/');", "qlang:fileread:cannotRead", "cannot read", "1:1"},
+    });
 }
 
 // Collects what host code prints.

@@ -391,3 +391,252 @@ end
 }
 
 }  // namespace
+
+namespace {
+
+// Only the gateways the library declares are callable by name: functions of
+// the C library the library links to are unknown names, from code and
+// through feval, and an analyzer that calls one fails where it does so.
+TEST(LangClasses, OnlyDeclaredGatewaysAreCallableByName) {
+    loadLibrary();
+    for (auto const* name : {"sscanf", "atoi", "time", "abort", "exit", "getpid", "printf", "dlsym", "malloc",
+                             "QLInitialize_depattr", "QLTerminate_depattr", "QLGateways_depattr"}) {
+        SCOPED_TRACE(name);
+        EXPECT_FALSE(qvm::findHostFunction(name));
+        auto const direct = errorOf(std::string("x = 1;\ny = ") + name + "(3);");
+        ASSERT_TRUE(direct);
+        EXPECT_EQ(direct->identifier(), "qlang:undefined");
+        EXPECT_NE(std::string(direct->what()).find(name), std::string::npos) << direct->what();
+        EXPECT_EQ(direct->location(), "case.qx:2:1");
+        auto const viaFeval = errorOf(std::string("y = feval('") + name + "', 3);");
+        ASSERT_TRUE(viaFeval);
+        EXPECT_EQ(viaFeval->identifier(), "qlang:undefined");
+        auto const viaHandle = errorOf(std::string("f = str2func('") + name + "'); y = f(3);");
+        ASSERT_TRUE(viaHandle);
+        EXPECT_EQ(viaHandle->identifier(), "qlang:undefined");
+    }
+    // The names of the C library that are also built-ins run the built-in.
+    expectValues({
+        {"x = strcat('a', 'b');", "x", "'ab'"},
+        {"x = feval('strcat', 'a', 'b');", "x", "'ab'"},
+        {"[t, r] = strtok('one two');", "t", "'one'"},
+        {"[t, r] = feval('strtok', 'one two');", "r", "' two'"},
+    });
+    // Every declared gateway is found.
+    for (auto const* name :
+         {"createMissingFileAnalyzer", "createMissingFunctionAnalyzer", "createMissingPackageDependencyAnalyzer",
+          "createMissingProductAnalyzer", "createDerivedFileAnalyzer", "createInvalidFormatAnalyzer",
+          "createCircularProjectReferenceAnalyzer", "createMissingProjectReferenceAnalyzer", "analyzeInQorvex",
+          "createAttribute"}) {
+        EXPECT_TRUE(qvm::findHostFunction(name)) << name;
+    }
+
+    CodeFolder folder;
+    folder.write("LcCallsLibc.qx", R"(classdef LcCallsLibc < dependencies.internal.attribute.AttributeAnalyzer
+    methods
+        function attributes = analyze(obj, node, graph)
+            attributes = dependencies.internal.attribute.Attribute.empty(1, 0);
+            exit(3);
+        end
+    end
+end
+)");
+    dependency::graph::GraphBuilder builder;
+    builder.addNode(u"here", dependency::graph::Type::FILE());
+    auto const graph = builder.build();
+    qlang::defineClass("LcCallsLibc");
+    auto const analyzerObject = std::move(qlang::callFunction("LcCallsLibc", {}, 1).at(0));
+    auto const vm = qvm::Factory::getCurrentLocalQVM();
+    auto const analyzers = dependency::attribute::fromAttributeAnalyzerQxArray(*analyzerObject, vm);
+    try {
+        (void)dependency::attribute::analyzeGraph(graph, analyzers);
+        ADD_FAILURE() << "no error";
+    } catch (qcos::HostError const& error) {
+        EXPECT_EQ(error.identifier(), "qlang:undefined");
+        EXPECT_NE(std::string(error.what()).find("'exit'"), std::string::npos) << error.what();
+        ASSERT_FALSE(error.stack().empty());
+        EXPECT_EQ(error.stack().front().file, (folder.path() / "LcCallsLibc.qx").string());
+        EXPECT_EQ(error.stack().front().line, 5u);
+        EXPECT_EQ(error.stack().front().column, 13u);
+    }
+}
+
+}  // namespace
+
+namespace {
+
+// An analyzer class without a usable analyze method is rejected when it is
+// defined, at the class or at the method, not when its first node runs.
+TEST(LangClasses, AnalyzerClassesNeedAnAnalyzeMethodTakingNodeAndGraph) {
+    loadLibrary();
+    CodeFolder folder;
+    auto const header = [](char const* name) {
+        return std::string("classdef ") + name + " < dependencies.internal.attribute.AttributeAnalyzer\n    methods\n";
+    };
+    folder.write("LcNoAnalyze.qx", header("LcNoAnalyze") +
+                                       "        function r = other(obj)\n            r = 1;\n"
+                                       "        end\n    end\nend\n");
+    folder.write("LcTwoInputs.qx", header("LcTwoInputs") +
+                                       "        function a = analyze(obj, node)\n            a = [];\n"
+                                       "        end\n    end\nend\n");
+    folder.write("LcNoOutput.qx", header("LcNoOutput") +
+                                      "        function analyze(obj, node, graph)\n"
+                                      "        end\n    end\nend\n");
+    folder.write("LcFourInputs.qx", header("LcFourInputs") +
+                                        "        function a = analyze(obj, node, graph, extra)\n"
+                                        "            a = [];\n        end\n    end\nend\n");
+    // Accepted: an abstract base without analyze, a subclass that inherits
+    // analyze, ignored inputs and varargin.
+    folder.write("LcAbstractBase.qx",
+                 "classdef (Abstract) LcAbstractBase < dependencies.internal.attribute.AttributeAnalyzer\nend\n");
+    folder.write("LcFromBase.qx",
+                 "classdef LcFromBase < LcAbstractBase\n    methods\n"
+                 "        function a = analyze(~, ~, ~)\n"
+                 "            a = dependencies.internal.attribute.Attribute.empty(1, 0);\n"
+                 "        end\n    end\nend\n");
+    folder.write("LcInherits.qx", "classdef LcInherits < LcFromBase\nend\n");
+    folder.write("LcVarargs.qx", header("LcVarargs") +
+                                     "        function varargout = analyze(obj, varargin)\n"
+                                     "            varargout = {1};\n        end\n    end\nend\n");
+    struct Rejected {
+        char const* name;
+        char const* location;
+        char const* messagePart;
+    };
+    for (auto const& rejected : std::initializer_list<Rejected>{
+             {"LcNoAnalyze", ":1:1", "has no method 'analyze(obj, node, graph)'"},
+             {"LcTwoInputs", ":3:9", "takes 2 inputs and returns 1 output"},
+             {"LcNoOutput", ":3:9", "takes 3 inputs and returns 0 outputs"},
+             {"LcFourInputs", ":3:9", "takes 4 inputs"},
+         }) {
+        SCOPED_TRACE(rejected.name);
+        try {
+            qlang::defineClass(rejected.name);
+            ADD_FAILURE() << "accepted";
+        } catch (qcos::HostError const& error) {
+            EXPECT_EQ(error.identifier(), "qlang:class:analyzeMethod");
+            EXPECT_NE(std::string(error.what()).find(rejected.messagePart), std::string::npos) << error.what();
+            EXPECT_EQ(error.location(), (folder.path() / rejected.name).string() + ".qx" + rejected.location);
+        }
+    }
+    for (auto const* accepted : {"LcAbstractBase", "LcFromBase", "LcInherits", "LcVarargs"}) {
+        EXPECT_NO_THROW(qlang::defineClass(accepted)) << accepted;
+    }
+}
+
+}  // namespace
+
+namespace {
+
+// Graph and node objects have a stable identity: within one analysis the
+// analyzer gets the same graph object on every call and the same node object
+// for a node, whether from its node argument, getNodes() or DownstreamNode.
+// A walk over a cycle that remembers visited nodes by object ends, and a
+// cache kept per graph is filled once.
+TEST(LangClasses, GraphAndNodeObjectsKeepTheirIdentity) {
+    loadLibrary();
+    CodeFolder folder;
+    folder.write("LcCycleWalk.qx", R"(classdef LcCycleWalk < dependencies.internal.attribute.AttributeAnalyzer
+    properties (Constant)
+        Identity = dependencies.internal.attribute.AttributeIdentity('Reach', 'Reaches itself', ...
+            dependencies.internal.attribute.Severity.Warning)
+    end
+    properties
+        CachedGraph = []
+        CacheFills = 0
+        Checks = {}
+    end
+    methods
+        function attributes = analyze(obj, node, graph)
+            attributes = dependencies.internal.attribute.Attribute.empty(1, 0);
+            if isempty(obj.CachedGraph) || obj.CachedGraph ~= graph
+                obj.CachedGraph = graph;
+                obj.CacheFills = obj.CacheFills + 1;
+            end
+            nodes = graph.getNodes();
+            again = graph.getNodes();
+            mine = nodes(strcmp({nodes.ID}, node.ID));
+            obj.Checks{end + 1} = [mine == node, isequal(mine, node), eq(node, mine), ...
+                nodes(1) == again(1), nodes(1) ~= nodes(2), isequal(nodes, again), ...
+                graph == obj.CachedGraph, isequal(graph, obj.CachedGraph)];
+            % Depth-first from the node; visited nodes are kept as objects.
+            visited = node;
+            pending = node;
+            reachesItself = false;
+            while ~isempty(pending)
+                current = pending(end);
+                pending(end) = [];
+                for dependency = graph.getDownstreamDependencies(current)
+                    next = dependency.DownstreamNode;
+                    if next == node
+                        reachesItself = true;
+                    end
+                    if ~any(visited == next)
+                        visited(end + 1) = next;
+                        pending(end + 1) = next;
+                    end
+                end
+            end
+            if reachesItself
+                attributes = createAttribute(obj.Identity);
+            end
+        end
+    end
+end
+)");
+    using dependency::graph::Type;
+    dependency::graph::GraphBuilder builder;
+    for (auto const* id : {u"a", u"b", u"c", u"alone"}) {
+        builder.addNode(id, Type::FILE());
+    }
+    builder.addDependency(u"a", u"b", Type::CALL());
+    builder.addDependency(u"b", u"c", Type::CALL());
+    builder.addDependency(u"c", u"a", Type::CALL());
+    builder.addDependency(u"alone", u"a", Type::CALL());
+    auto const graph = builder.build();
+
+    qlang::defineClass("LcCycleWalk");
+    auto const analyzerObject = std::move(qlang::callFunction("LcCycleWalk", {}, 1).at(0));
+    auto const vm = qvm::Factory::getCurrentLocalQVM();
+    auto const analyzers = dependency::attribute::fromAttributeAnalyzerQxArray(*analyzerObject, vm);
+    auto const result = dependency::attribute::analyzeGraph(graph, analyzers);
+    std::vector<std::u16string> found;
+    for (auto const& node : graph->getNodes()) {
+        for (auto const& attribute : result->getAttributes(node)) {
+            found.push_back(node->getID() + u":" + attribute->getID());
+        }
+    }
+    EXPECT_EQ(found, (std::vector<std::u16string>{u"a:Reach", u"b:Reach", u"c:Reach"}));
+    auto const* object = qcos::cosiGetArrayElement(*analyzerObject, 0);
+    EXPECT_EQ(qlang::describe(*qcos::omGetProperty(*object, "CacheFills")), u"1");
+    EXPECT_EQ(qlang::describe(*qcos::omGetProperty(*object, "Checks")),
+              u"{[true true true true true true true true],[true true true true true true true true],"
+              u"[true true true true true true true true],[true true true true true true true true]}");
+
+    // Objects made apart for the same node or graph are equal; for others not.
+    auto const graphObject = qcos::omCreateQCOSScalar(dependency::services::toNodeCachingGraphObject(graph));
+    auto const sameGraph = qcos::omCreateQCOSScalar(dependency::services::toNodeCachingGraphObject(graph));
+    dependency::graph::GraphBuilder otherBuilder;
+    otherBuilder.addNode(u"a", Type::FILE());
+    auto const otherGraph =
+        qcos::omCreateQCOSScalar(dependency::services::toNodeCachingGraphObject(otherBuilder.build()));
+    std::vector<std::shared_ptr<dependency::graph::Node>> const nodes(graph->getNodes().begin(),
+                                                                      graph->getNodes().end());
+    auto const nodeA = nodes.at(0);
+    auto const first = dependency::services::nodeObjectIn(*qcos::cosiGetArrayElement(*graphObject, 0), nodeA);
+    EXPECT_TRUE(first == dependency::services::nodeObjectIn(*qcos::cosiGetArrayElement(*graphObject, 0), nodeA));
+    auto const cachedA = qcos::omCreateQCOSScalar(first);
+    auto const freshA = qcos::omCreateQCOSScalar(dependency::services::toNodeObject(nodeA));
+    auto const freshB = qcos::omCreateQCOSScalar(dependency::services::toNodeObject(nodes.at(1)));
+    auto const compare = [](qxArray const& a, qxArray const& b) {
+        qxArray const* inputs[] = {&a, &b};
+        return qlang::describe(*qlang::callFunction("isequal", inputs, 1).at(0));
+    };
+    EXPECT_EQ(compare(*graphObject, *sameGraph), u"true");
+    EXPECT_EQ(compare(*graphObject, *otherGraph), u"false");
+    EXPECT_EQ(compare(*cachedA, *freshA), u"true");
+    EXPECT_EQ(compare(*cachedA, *freshB), u"false");
+    EXPECT_EQ(compare(*graphObject, *cachedA), u"false");
+}
+
+}  // namespace

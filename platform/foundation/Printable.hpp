@@ -1,0 +1,23 @@
+#pragma once
+// Text from outside (node IDs, file names, messages of host code) made safe to
+// print on a terminal, and the error type whose text is already so.
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace foundation::printable {
+
+// `text` with control characters written as escapes (\n, \r, \t, \x1b; a
+// backslash doubled), so that it can neither move the cursor nor ring.
+std::string escapeControls(std::string_view text);
+
+// An error whose text is ready to print: control characters that came from
+// outside are escaped already, and its line breaks are meant (an error of host
+// code with the calls that led to it, one per line).
+class EscapedError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+}  // namespace foundation::printable
