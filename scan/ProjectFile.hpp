@@ -29,9 +29,9 @@ struct DerivedRule {
 };
 
 struct ProjectReference {
-    std::string project;              // the referenced project's name, or empty
-    std::filesystem::path file;       // the referenced project file (absolute, lexically normal), or empty
-    std::size_t line = 0, column = 0; // where the reference is written
+    std::string project;               // the referenced project's name, or empty
+    std::filesystem::path file;        // the referenced project file (absolute, lexically normal), or empty
+    std::size_t line = 0, column = 0;  // where the reference is written
 };
 
 struct ProjectFile {
