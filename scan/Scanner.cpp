@@ -184,8 +184,9 @@ private:
     void parseAll();
     void readProjects();
     void buildIndex();
-    Target resolvePlain(int file, std::u16string const& name);
-    Target resolveDotted(int file, std::u16string const& name);
+    // Imports are tried only for the name as written, never for a name an import made.
+    Target resolvePlain(int file, std::u16string const& name, bool useImports = true);
+    Target resolveDotted(int file, std::u16string const& name, bool useImports = true);
     Target resolve(int file, NameUse const& use);
     Target fromFile(int file, std::u16string const& name, std::u16string const& entry);
     Target builtinOrNone(std::u16string const& name) const;
@@ -511,7 +512,7 @@ std::u16string qualifiedEntry(std::u16string const& qualified) {
     return qualified.substr(0, dot) + u"/" + qualified.substr(dot + 1);
 }
 
-Target Scan::resolvePlain(int file, std::u16string const& name) {
+Target Scan::resolvePlain(int file, std::u16string const& name, bool useImports) {
     auto const& walked = walk_.files[file];
     auto const& folder = walk_.folders[walked.folder];
     auto const& facts = parsed_[file].facts;
@@ -579,14 +580,14 @@ Target Scan::resolvePlain(int file, std::u16string const& name) {
         }
     }
     // Imports.
-    for (auto const& import : facts.imports) {
+    for (auto const& import : useImports ? facts.imports : std::vector<std::u16string>{}) {
         if (import.ends_with(u".*")) {
-            auto const target = resolveDotted(file, import.substr(0, import.size() - 1) + name);
+            auto const target = resolveDotted(file, import.substr(0, import.size() - 1) + name, false);
             if (target.kind == Target::Tree || target.kind == Target::Product) {
                 return target;
             }
         } else if (import.ends_with(u"." + name)) {
-            auto const target = resolveDotted(file, import);
+            auto const target = resolveDotted(file, import, false);
             if (target.kind == Target::Tree || target.kind == Target::Product) {
                 return target;
             }
@@ -612,7 +613,7 @@ Target Scan::resolvePlain(int file, std::u16string const& name) {
     return target;
 }
 
-Target Scan::resolveDotted(int file, std::u16string const& name) {
+Target Scan::resolveDotted(int file, std::u16string const& name, bool useImports) {
     // Longest prefix first: pkg.sub.f, then pkg.Cls.m as a static method, down to the first name alone.
     std::vector<std::size_t> dots;
     for (std::size_t i = 0; i < name.size(); ++i) {
@@ -663,7 +664,7 @@ Target Scan::resolveDotted(int file, std::u16string const& name) {
     }
     // Through imports: Cls.m with `import pkg.*` or `import pkg.Cls`.
     auto const first = name.substr(0, dots.empty() ? name.size() : dots.front());
-    for (auto const& import : parsed_[file].facts.imports) {
+    for (auto const& import : useImports ? parsed_[file].facts.imports : std::vector<std::u16string>{}) {
         std::u16string qualified;
         if (import.ends_with(u".*")) {
             qualified = import.substr(0, import.size() - 1) + name;
@@ -673,14 +674,14 @@ Target Scan::resolveDotted(int file, std::u16string const& name) {
             continue;
         }
         if (qualified != name) {
-            auto const target = resolveDotted(file, qualified);
+            auto const target = resolveDotted(file, qualified, false);
             if (target.kind != Target::None) {
                 return target;
             }
         }
     }
     // The first name alone: a function whose result is indexed (cfg.x), or a variable the code cannot show.
-    Target target = resolvePlain(file, std::u16string(first));
+    Target target = resolvePlain(file, std::u16string(first), useImports);
     if (target.kind == Target::None &&
         (packageFolders_.contains(first) || productFunctions_.packages.contains(first))) {
         target.entry = name;  // a package that lacks the function: report the whole name
