@@ -14,7 +14,10 @@ class BuiltinNames {
 public:
     // The shipped list.
     static BuiltinNames const& shipped();
-    // The shipped list plus `extra` names.
+    // The names of a list in the shipped list's form: one name a line,
+    // blanks around it ignored, '#' and what follows it on the line a comment.
+    static BuiltinNames parse(std::string_view text);
+    // The shipped list plus `extra` names (UTF-8).
     BuiltinNames withExtra(std::vector<std::string> const& extra) const;
 
     bool contains(std::u16string_view name) const;

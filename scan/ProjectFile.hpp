@@ -1,6 +1,6 @@
 #pragma once
 // Project files (*.qxproj): the XML form of a project, read with pugixml. The
-// format is documented in docs/scan.md ("Project files").
+// format is documented in docs/project-files.md.
 //
 //   <project name="app">
 //     <reference project="lib"/>                 a project by name, found among the scanned project files
@@ -12,10 +12,39 @@
 #include <cstddef>
 #include <filesystem>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace depattr::scan {
+
+// A project file that cannot be read or is not a valid project. what() reads
+// "FILE:LINE:COLUMN: reason" (line and column 1-based, the column counted in
+// bytes), or "FILE: reason" when there is no position (an unreadable file).
+class ProjectFileError : public std::runtime_error {
+public:
+    ProjectFileError(std::string file, std::size_t line, std::size_t column, std::string const& reason);
+
+    std::string const& file() const noexcept { return file_; }
+    std::size_t line() const noexcept { return line_; }
+    std::size_t column() const noexcept { return column_; }
+    std::string const& reason() const noexcept { return reason_; }
+
+private:
+    std::string file_;
+    std::size_t line_;
+    std::size_t column_;
+    std::string reason_;
+};
+
+// The largest project file read (16 MiB); a larger one is refused unread.
+inline constexpr std::size_t maxProjectFileBytes = std::size_t{16} << 20;
+
+// At most this many cycles are listed for one project: the shortest (then
+// first by text) of the first maxCyclesSearched found. Projects that
+// reference each other densely have exponentially many cycles.
+inline constexpr std::size_t maxCyclesListed = 100;
+inline constexpr std::size_t maxCyclesSearched = 1000;
 
 // "build/*.qxc" = "src/*.qx": every file matching `output` (a glob relative to
 // the rule's base folder) is derived from the file matching `source` with the
@@ -43,16 +72,20 @@ struct ProjectFile {
 };
 
 // Reads a project file. Throws ProjectFileError naming the file, line and
-// column of the first problem (not XML, not a <project> root, an unknown
-// element or attribute, a reference with neither or both of project/path).
+// column of the first problem (not UTF-8, not well-formed XML, not a
+// <project> root, an unknown element or attribute, a missing, repeated or
+// empty attribute, a reference with neither or both of project/path, a
+// derived rule with more than one '*' on a side or a '*' in its source only).
 ProjectFile readProjectFile(std::filesystem::path const& file);
 
 // For every project (by index into `projects`) that lies on a reference cycle,
 // the text of its "circularReferences" property: a JSON array with one string
 // per elementary cycle through it, each "a > b > a" (project names, starting and
-// ending at the project itself), cycles in a deterministic order. Projects on
-// no cycle get nothing (std::nullopt). References resolve by file first, then
-// by name among `projects`; unresolved references are ignored here.
+// ending at the project itself), cycles ordered by length, then by text (at
+// most maxCyclesListed). Projects on no cycle get nothing (std::nullopt). A
+// reference by file names the project read from that file, a reference by
+// name the first project of that name among `projects`; unresolved
+// references are ignored here.
 std::vector<std::optional<std::string>> circularReferences(std::vector<ProjectFile> const& projects);
 
 }  // namespace depattr::scan
