@@ -316,10 +316,12 @@ void Scan::readProjects() {
         try {
             projects_.push_back(readProjectFile(walk_.files[i].path));
             projectFiles_.push_back(static_cast<int>(i));
+        } catch (ProjectFileError const& error) {
+            result_.diagnostics.push_back(
+                {walk_.files[i].path, error.line(), error.column(), "project file not read: " + error.reason()});
         } catch (std::exception const& error) {
-            // The reader's message names the file, line and column.
-            std::string message = error.what();
-            result_.diagnostics.push_back({walk_.files[i].path, 0, 0, "project file not read: " + message});
+            result_.diagnostics.push_back(
+                {walk_.files[i].path, 0, 0, std::string("project file not read: ") + error.what()});
         }
     }
     result_.counts.projects = projects_.size();

@@ -310,6 +310,9 @@ private:
     bool isVariable(std::u16string_view name) const { return vars_->contains(name); }
 
     void use(std::u16string name, Node const& node, UseKind kind) {
+        if (name == u"import") {
+            return;  // a declaration of the language, not a function
+        }
         bool const reportable = reportable_ || kind == UseKind::Handle || kind == UseKind::Literal ||
                                 (kind == UseKind::Command && !hidden_);
         facts_.uses.push_back({std::move(name), at(node), kind, reportable});
