@@ -205,6 +205,7 @@ private:
     std::unordered_map<std::u16string, std::vector<int>> packageFolders_;  // qualified name -> folders
     std::map<std::u16string, ClassInfo, std::less<>> classes_;
     std::unordered_map<std::u16string, std::pair<int, std::u16string>> methodFallback_;
+    std::unordered_map<std::u16string, int> pathFunctions_;  // the first on the path: constructor or function file
     std::vector<std::unordered_map<std::u16string, int>> folderFunctions_;  // per folder: stem -> file
     std::shared_ptr<dependency::toolbox::ToolboxFinder> finder_;
     ProductFunctions productFunctions_;
@@ -459,6 +460,17 @@ void Scan::buildIndex() {
     // Duplicate definitions on the path: the first folder wins.
     std::unordered_map<std::u16string, int> firstOnPath;
     for (int f : pathFolders_) {
+        for (int sub : folders[f].subfolders) {
+            if (folders[sub].kind == FolderKind::Class) {
+                auto const it = classes_.find(folders[sub].qualified);
+                if (it != classes_.end() && it->second.constructorFile >= 0) {
+                    pathFunctions_.try_emplace(folders[sub].qualified, it->second.constructorFile);
+                }
+            }
+        }
+        for (int file : folders[f].codeFiles) {
+            pathFunctions_.try_emplace(walk_.files[file].path.stem().u16string(), file);
+        }
         for (int file : folders[f].codeFiles) {
             auto const stem = walk_.files[file].path.stem().u16string();
             auto const [it, fresh] = firstOnPath.emplace(stem, file);
@@ -567,19 +579,8 @@ Target Scan::resolvePlain(int file, std::u16string const& name, bool useImports)
         }
     }
     // The path, in order: a class folder before a function file of the same name.
-    for (int p : pathFolders_) {
-        for (int sub : walk_.folders[p].subfolders) {
-            if (walk_.folders[sub].kind == FolderKind::Class && walk_.folders[sub].qualified == name) {
-                auto const it = classes_.find(name);
-                if (it != classes_.end() && it->second.constructorFile >= 0) {
-                    return fromFile(it->second.constructorFile, name, name);
-                }
-            }
-        }
-        auto const& functions = folderFunctions_[p];
-        if (auto f = functions.find(name); f != functions.end()) {
-            return fromFile(f->second, name, name);
-        }
+    if (auto it = pathFunctions_.find(name); it != pathFunctions_.end()) {
+        return fromFile(it->second, name, name);
     }
     // Imports.
     for (auto const& import : useImports ? facts.imports : std::vector<std::u16string>{}) {
