@@ -950,11 +950,41 @@ void Scan::buildGraph() {
         return functions.size() - 1;
     };
 
+    // Names resolve in parallel (the index is only read); the graph is then built in the walk's order.
+    std::vector<std::vector<Target>> resolved(files.size());
+    {
+        std::atomic<std::size_t> next{0};
+        auto work = [&] {
+            for (std::size_t f = next++; f < files.size(); f = next++) {
+                if (!files[f].code || !parsed_[f].readable || parsed_[f].syntaxError) {
+                    continue;
+                }
+                auto const& facts = parsed_[f].facts;
+                auto& out = resolved[f];
+                out.reserve(facts.superclasses.size() + facts.uses.size());
+                for (auto const& super : facts.superclasses) {
+                    out.push_back(resolve(static_cast<int>(f), super));
+                }
+                for (auto const& use : facts.uses) {
+                    out.push_back(resolve(static_cast<int>(f), use));
+                }
+            }
+        };
+        unsigned const threads =
+            settings_.threads != 0 ? settings_.threads : std::max(1u, std::thread::hardware_concurrency());
+        std::vector<std::jthread> pool;
+        for (unsigned t = 1; t < threads; ++t) {
+            pool.emplace_back(work);
+        }
+        work();
+    }
+
     for (std::size_t f = 0; f < files.size(); ++f) {
         if (!files[f].code || !parsed_[f].readable || parsed_[f].syntaxError) {
             continue;
         }
         int const file = static_cast<int>(f);
+        std::size_t nextTarget = 0;
         auto const caller = *fileNode[f];
         auto const& facts = parsed_[f].facts;
         std::vector<std::pair<std::size_t, graph::Type>> seenEdges;
@@ -981,7 +1011,7 @@ void Scan::buildGraph() {
         };
         auto handle = [&](NameUse const& use, graph::Type type) {
             ++counts.calls;
-            Target target = resolve(file, use);
+            Target const& target = resolved[f][nextTarget++];
             if (target.kind == Target::Builtin) {
                 ++counts.builtinCalls;
                 return;
@@ -993,6 +1023,7 @@ void Scan::buildGraph() {
                 ++counts.unresolvedCalls;
                 auto const name = target.entry.empty() ? use.name.substr(0, use.name.find(u'.')) : target.entry;
                 auto const index = functionFor(target, name, file);
+                (void)file;
                 functions[index].sites.push_back(site(use.at));
                 edgeTo(index, type);
                 return;
