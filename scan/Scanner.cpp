@@ -192,7 +192,7 @@ private:
     Target builtinOrNone(std::u16string const& name) const;
     void buildGraph();
 
-    std::u16string relOf(int file) const { return u16(walk_.files[file].rel); }
+    std::u16string const& relOf(int file) const { return relIds_[file]; }
 
     ScanSettings const& settings_;
     fs::path root_;
@@ -210,7 +210,7 @@ private:
     std::shared_ptr<dependency::toolbox::ToolboxFinder> finder_;
     ProductFunctions productFunctions_;
     std::optional<BuiltinNames> builtins_;
-    std::vector<std::u16string> currentImports_;
+    std::vector<std::u16string> relIds_;  // per walked file: its ID, the path relative to the scanned folder
 };
 
 void Scan::parseAll() {
@@ -583,7 +583,8 @@ Target Scan::resolvePlain(int file, std::u16string const& name, bool useImports)
         return fromFile(it->second, name, name);
     }
     // Imports.
-    for (auto const& import : useImports ? facts.imports : std::vector<std::u16string>{}) {
+    static std::vector<std::u16string> const noImports;
+    for (auto const& import : useImports ? facts.imports : noImports) {
         if (import.ends_with(u".*")) {
             auto const target = resolveDotted(file, import.substr(0, import.size() - 1) + name, false);
             if (target.kind == Target::Tree || target.kind == Target::Product) {
@@ -667,7 +668,8 @@ Target Scan::resolveDotted(int file, std::u16string const& name, bool useImports
     }
     // Through imports: Cls.m with `import pkg.*` or `import pkg.Cls`.
     auto const first = name.substr(0, dots.empty() ? name.size() : dots.front());
-    for (auto const& import : useImports ? parsed_[file].facts.imports : std::vector<std::u16string>{}) {
+    static std::vector<std::u16string> const noImports;
+    for (auto const& import : useImports ? parsed_[file].facts.imports : noImports) {
         std::u16string qualified;
         if (import.ends_with(u".*")) {
             qualified = import.substr(0, import.size() - 1) + name;
@@ -1203,6 +1205,10 @@ ScanResult Scan::run() {
     }
     walk_ = detail::walkFolder(root_, settings_.exclude, skip, result_.diagnostics);
     result_.counts.files = walk_.files.size();
+    relIds_.reserve(walk_.files.size());
+    for (auto const& file : walk_.files) {
+        relIds_.push_back(u16(file.rel));
+    }
     parseAll();
     readProjects();
     buildIndex();

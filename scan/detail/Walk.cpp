@@ -87,9 +87,13 @@ Walk walkFolder(fs::path const& root, std::vector<std::string> const& exclude, s
             if (excluded(exclude, rel, name)) {
                 continue;
             }
+            // The entry's own type comes with the listing; only a symbolic link costs a look at its target.
             std::error_code statError;
-            bool const isLink = entry.is_symlink(statError);
-            auto const status = fs::status(entry.path(), statError);
+            auto status = entry.symlink_status(statError);
+            bool const isLink = status.type() == fs::file_type::symlink;
+            if (isLink) {
+                status = fs::status(entry.path(), statError);
+            }
             if (status.type() == fs::file_type::directory) {
                 if (name.starts_with('.')) {
                     continue;  // .git and the like
