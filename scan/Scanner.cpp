@@ -704,6 +704,11 @@ Target Scan::resolve(int file, NameUse const& use) {
 void Scan::buildGraph() {
     graph::GraphBuilder builder;
     auto addNode = [&](graph::NodeData data) -> std::size_t {
+        // File names may hold any character: a file called "a.qx>f" must not take a function node's ID. Edges
+        // go by index, so a later node that meets a taken ID gets a suffix.
+        while (builder.indexOf(data.id)) {
+            data.id += u"#";
+        }
         builder.addNode(std::move(data));
         return builder.nodeCount() - 1;
     };

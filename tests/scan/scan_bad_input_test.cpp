@@ -38,6 +38,9 @@ TEST(ScanBadInputTest, EachProblemIsOneDiagnosticAndTheScanGoesOn) {
     scratch.write("a/dup.qx", "function dup\nend\n");
     scratch.write("b/dup.qx", "function dup\nend\n");
     scratch.write("twice.qx", "function twice\nend\nfunction twice\nend\n");
+    scratch.write("x.qx", "function x\nf()\nend\nfunction f\nend\n");
+    scratch.write("x.qx>f", "a file named like the function node of x.qx's local function");
+    scratch.write("reader.qx", "function reader\nfileread('x.qx>f')\nend\n");
     scratch.write("bad.qxproj", "<project name=\"bad\">\n  <unknown/>\n</project>\n");
     // Deep nesting: the walk keeps no recursion and no open folder per level.
     fs::path deep = scratch.path();
@@ -66,6 +69,9 @@ TEST(ScanBadInputTest, EachProblemIsOneDiagnosticAndTheScanGoesOn) {
     auto const deepest = deep.lexically_relative(scratch.path()).generic_string() + "/deepest.qx";
     EXPECT_THAT(calls, Contains(deepest + " -call-> ok.qx>ok"));
     EXPECT_EQ(result.counts.unreadable, 1u);
+    // A file whose name is a function node's ID: both nodes are there, under different IDs.
+    EXPECT_THAT(calls, Contains("x.qx -call-> x.qx>f#"));
+    EXPECT_THAT(edges(*result.graph, "reference"), Contains("reader.qx -reference-> x.qx>f"));
 
     EXPECT_THROW(
         [&] {
