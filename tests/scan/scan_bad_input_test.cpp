@@ -1,0 +1,115 @@
+// Bad input never stops a scan: each problem is one diagnostic naming the file, and the rest is scanned.
+// Also: a scanned graph written as a graph file loads back with the same nodes, properties and edges.
+
+#include "ScanTestSupport.hpp"
+#include "platform/graph/GraphFile.hpp"
+#include "platform/graph/GraphWriter.hpp"
+#include "support/Scratch.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+namespace {
+
+namespace fs = std::filesystem;
+using depattr::scan::ScanError;
+using depattr::scan::scanProject;
+using depattr::scan::ScanSettings;
+using depattr_test::ScratchFolder;
+using scan_test::diagnostics;
+using scan_test::edges;
+using scan_test::property;
+using testing::Contains;
+using testing::HasSubstr;
+
+TEST(ScanBadInputTest, EachProblemIsOneDiagnosticAndTheScanGoesOn) {
+    ScratchFolder scratch("depattr-scan");
+    scratch.write("main.qx", "function main\nok()\nend\n");
+    scratch.write("ok.qx", "function ok\nend\n");
+    scratch.write("binary.qx", std::string("\x7f"
+                                           "ELF\0\0\x01\xff\xfe garbage",
+                                           18));
+    scratch.write("latin1.qx", "function latin1\n% caf\xe9\nend\n");
+    fs::create_symlink(scratch.path() / "absent.qx", scratch.path() / "dangling.qx");
+    fs::create_directories(scratch.path() / "loop");
+    fs::create_directory_symlink(scratch.path(), scratch.path() / "loop" / "back");
+    scratch.write("a/dup.qx", "function dup\nend\n");
+    scratch.write("b/dup.qx", "function dup\nend\n");
+    scratch.write("twice.qx", "function twice\nend\nfunction twice\nend\n");
+    scratch.write("x.qx", "function x\nf()\nend\nfunction f\nend\n");
+    scratch.write("x.qx>f", "a file named like the function node of x.qx's local function");
+    scratch.write("reader.qx", "function reader\nfileread('x.qx>f')\nend\n");
+    scratch.write("bad.qxproj", "<project name=\"bad\">\n  <unknown/>\n</project>\n");
+    // Deep nesting: the walk keeps no recursion and no open folder per level.
+    fs::path deep = scratch.path();
+    for (int i = 0; i < 400; ++i) {
+        deep /= "d";
+    }
+    fs::create_directories(deep);
+    scratch.write(deep.lexically_relative(scratch.path()) / "deepest.qx", "function deepest\nok()\nend\n");
+
+    ScanSettings settings;
+    settings.folder = scratch.path();
+    auto const result = scanProject(settings);
+    auto const found = diagnostics(result, scratch.path());
+
+    EXPECT_THAT(found, Contains(HasSubstr("binary.qx:")));
+    EXPECT_THAT(found, Contains(testing::StartsWith("dangling.qx:0:0: cannot read the code file: ")));
+    EXPECT_THAT(found, Contains(testing::StartsWith("loop/back:0:0: symbolic link to a folder scanned already")));
+    EXPECT_THAT(found, Contains(testing::StartsWith("b/dup.qx:0:0: function dup is also defined by a/dup.qx")));
+    EXPECT_THAT(found, Contains(testing::StartsWith("twice.qx:3:10: function twice is defined twice")));
+    EXPECT_THAT(found, Contains(testing::StartsWith("bad.qxproj:2:")));
+    EXPECT_EQ(property(*result.graph, u"binary.qx", u"syntaxError"), "true");
+    EXPECT_NE(property(*result.graph, u"dangling.qx", u"readError"), "<none>");
+    // Everything else was scanned, the deepest file included.
+    auto const calls = edges(*result.graph, "call");
+    EXPECT_THAT(calls, Contains("main.qx -call-> ok.qx>ok"));
+    auto const deepest = deep.lexically_relative(scratch.path()).generic_string() + "/deepest.qx";
+    EXPECT_THAT(calls, Contains(deepest + " -call-> ok.qx>ok"));
+    EXPECT_EQ(result.counts.unreadable, 1u);
+    // A file whose name is a function node's ID: both nodes are there, under different IDs.
+    EXPECT_THAT(calls, Contains("x.qx -call-> x.qx>f#"));
+    EXPECT_THAT(edges(*result.graph, "reference"), Contains("reader.qx -reference-> x.qx>f"));
+
+    EXPECT_THROW(
+        [&] {
+            ScanSettings absent;
+            absent.folder = scratch.path() / "absent";
+            scanProject(absent);
+        }(),
+        ScanError);
+}
+
+TEST(ScanBadInputTest, AWrittenGraphLoadsBackTheSame) {
+    ScratchFolder scratch("depattr-scan");
+    scratch.write("src/main.qx", "function main\nx = helper(1);\nt = fileread('gone.txt');\nnowhere(x)\nend\n");
+    scratch.write("src/helper.qx", "function y = helper(x)\ny = x;\nend\n");
+    scratch.write("src/broken.qx", "function broken\nx = (1 + ;\nend\n");
+    scratch.write("+pkg/Shape.qx", "classdef Shape\nmethods (Static)\nfunction u = unit()\nu = 1;\nend\nend\nend\n");
+    scratch.write("use.qx", "function use\npkg.Shape.unit()\nend\n");
+    scratch.write("app.qxproj", R"(<project name="app"><reference project="app"/><reference project="x"/></project>)");
+    ScanSettings settings;
+    settings.folder = scratch.path();
+    auto const scanned = scanProject(settings).graph;
+
+    auto const file = scratch.path() / "graph.json";
+    dependency::graph::writeGraphFile(file, *scanned);
+    auto const loaded = dependency::graph::loadGraphFile(file);
+    ASSERT_EQ(loaded->nodeCount(), scanned->nodeCount());
+    auto a = scanned->getNodes().begin();
+    for (auto const& node : loaded->getNodes()) {
+        auto const& original = *a++;
+        EXPECT_EQ(node->getID(), original->getID());
+        EXPECT_EQ(node->getType(), original->getType());
+        EXPECT_EQ(node->getLocation(), original->getLocation()) << scan_test::text(node->getID());
+        EXPECT_EQ(node->getPath(), original->getPath());
+        EXPECT_EQ(node->isResolved(), original->isResolved());
+        EXPECT_EQ(node->getProperties(), original->getProperties());
+    }
+    EXPECT_EQ(edges(*loaded), edges(*scanned));
+    EXPECT_FALSE(edges(*scanned).empty());
+}
+
+}  // namespace
