@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <streambuf>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -33,14 +34,9 @@ void writeStandardOutput(std::string_view data) {
 }
 
 void writeFile(std::filesystem::path const& file, std::string_view data) {
-    int const fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    int error = fd < 0 ? errno : writeAll(fd, data);
-    if (fd >= 0 && ::close(fd) != 0 && error == 0) {
-        error = errno;
-    }
-    if (error != 0) {
-        throw OutputError(text("ErrorWriteFile", {file.string(), std::string(std::strerror(error))}));
-    }
+    ReportOutput output(file);
+    output.stream().write(data.data(), static_cast<std::streamsize>(data.size()));
+    output.finish();
 }
 
 class ReportOutput::Buffer final : public std::streambuf {
@@ -81,11 +77,46 @@ private:
     std::vector<char> space_;
 };
 
+namespace {
+
+// The permissions a new file gets from the process's umask.
+mode_t newFileMode() {
+    mode_t const mask = ::umask(0);
+    ::umask(mask);
+    return 0666 & ~mask;
+}
+
+}  // namespace
+
 ReportOutput::ReportOutput(std::filesystem::path file) : file_(std::move(file)), fd_(STDOUT_FILENO) {
     if (!file_.empty()) {
-        fd_ = ::open(file_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-        if (fd_ < 0) {
-            throw OutputError(text("ErrorWriteFile", {file_.string(), std::string(std::strerror(errno))}));
+        auto const failed = [&](int error) {
+            return OutputError(text("ErrorWriteFile", {file_.string(), std::string(std::strerror(error))}));
+        };
+        // A link is followed to the file it names, so that the link stays a link.
+        std::error_code ignored;
+        target_ =
+            std::filesystem::is_symlink(file_, ignored) ? std::filesystem::weakly_canonical(file_, ignored) : file_;
+        if (target_.empty()) {
+            target_ = file_;
+        }
+        struct stat existing {};
+        bool const exists = ::stat(target_.c_str(), &existing) == 0;
+        if (exists && !S_ISREG(existing.st_mode)) {
+            // A device or a pipe cannot be replaced: it is written in place.
+            fd_ = ::open(target_.c_str(), O_WRONLY | O_CLOEXEC);
+            if (fd_ < 0) {
+                throw failed(errno);
+            }
+        } else {
+            auto const folder = target_.has_parent_path() ? target_.parent_path() : std::filesystem::path(".");
+            std::string pattern = (folder / ("." + target_.filename().string() + ".XXXXXX")).string();
+            fd_ = ::mkostemp(pattern.data(), O_CLOEXEC);
+            if (fd_ < 0) {
+                throw failed(errno);
+            }
+            partial_ = pattern;
+            ::fchmod(fd_, exists ? (existing.st_mode & 07777) : newFileMode());
         }
     }
     buffer_ = std::make_unique<Buffer>(fd_);
@@ -95,6 +126,9 @@ ReportOutput::ReportOutput(std::filesystem::path file) : file_(std::move(file)),
 ReportOutput::~ReportOutput() {
     if (!file_.empty() && fd_ >= 0) {
         ::close(fd_);
+    }
+    if (!partial_.empty()) {
+        ::unlink(partial_.c_str());
     }
 }
 
@@ -109,6 +143,15 @@ void ReportOutput::finish() {
             error = errno;
         }
         fd_ = -1;
+        if (!partial_.empty()) {
+            if (error == 0 && ::rename(partial_.c_str(), target_.c_str()) != 0) {
+                error = errno;
+            }
+            if (error != 0) {
+                ::unlink(partial_.c_str());
+            }
+            partial_.clear();
+        }
     }
     if (error != 0) {
         throw OutputError(file_.empty() ? text("ErrorWriteStandardOutput", {std::string(std::strerror(error))})

@@ -27,16 +27,77 @@
 
 namespace depattr::cli {
 
+namespace {
+
+bool isAsciiLetter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+bool isAsciiDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+bool isNameCharacter(char c) {
+    return isAsciiLetter(c) || isAsciiDigit(c) || c == '-' || c == '_';
+}
+
+// language[_TERRITORY][.CODESET][@MODIFIER], as locale names are written: a
+// language of two or three letters, a territory of two letters or three
+// digits, a codeset and a modifier of at most 32 letters, digits, '-' and '_'.
+// The locale library is never given anything else.
+bool isValidLocaleName(std::string_view name) {
+    std::size_t at = 0;
+    auto const run = [&](auto&& accepts) {
+        std::size_t const start = at;
+        while (at < name.size() && accepts(name[at])) {
+            ++at;
+        }
+        return at - start;
+    };
+    auto const language = run(isAsciiLetter);
+    if (language < 2 || language > 3) {
+        return false;
+    }
+    if (at < name.size() && name[at] == '_') {
+        ++at;
+        auto const letters = run(isAsciiLetter);
+        auto const digits = letters == 0 ? run(isAsciiDigit) : 0;
+        if (letters != 2 && digits != 3) {
+            return false;
+        }
+    }
+    for (char const separator : {'.', '@'}) {
+        if (at < name.size() && name[at] == separator) {
+            ++at;
+            auto const length = run(isNameCharacter);
+            if (length == 0 || length > 32) {
+                return false;
+            }
+        }
+    }
+    return at == name.size();
+}
+
+}  // namespace
+
 void applyLocale(std::string name) {
+    std::string source = "--locale";
     if (name.empty()) {
         for (char const* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
             if (char const* value = std::getenv(variable); value != nullptr && *value != '\0') {
                 name = value;
+                source = variable;
                 break;
             }
         }
     }
-    if (name.empty() || name == "C" || name == "POSIX") {
+    if (name.empty() || name == "C" || name == "POSIX" || name.starts_with("C.")) {
+        return;
+    }
+    if (!isValidLocaleName(name)) {
+        if (source == "--locale") {
+            throw UsageError(text("ErrorBadLocale", {source, escapeControls(name)}));
+        }
+        // A malformed environment is not the user's command: say so and go on in English.
+        std::cerr << "depattr: " << text("WarningBadLocale", {source, escapeControls(name)}) << '\n';
         return;
     }
     std::string const requested = name;
@@ -49,6 +110,37 @@ void applyLocale(std::string name) {
     if (language != "en" && !fl::i18n::MessageCatalog::has_catalog(programCatalog, language)) {
         std::cerr << "depattr: no texts in the language of locale \"" << requested << "\"; using English\n";
     }
+}
+
+void checkResourcesOverride() {
+    std::string const folder = fl::i18n::MessageCatalog::resources_folder();
+    if (folder.empty()) {
+        return;
+    }
+    std::string reason;
+    std::error_code error;
+    if (!std::filesystem::is_directory(folder, error)) {
+        reason = "it is not a folder";
+    } else {
+        try {
+            for (char const* catalog : {programCatalog, "QORVEX:dependency:attribute", "QORVEX:dependency:analysis"}) {
+                if (!fl::i18n::MessageCatalog::has_catalog(catalog, "en")) {
+                    reason = std::string("it has no English catalog \"") + catalog + "\"";
+                    break;
+                }
+            }
+        } catch (std::exception const& failure) {
+            reason = failure.what();
+        }
+    }
+    if (reason.empty()) {
+        return;
+    }
+    // The override is for translators; a broken one must not stop the program.
+    std::cerr << "depattr: warning: the catalogs of DEPATTR_RESOURCES (" << escapeControls(folder)
+              << ") cannot be used: " << escapeControls(reason) << "; using the built-in texts\n";
+    ::unsetenv("DEPATTR_RESOURCES");
+    fl::i18n::MessageCatalog::clear_cache();
 }
 
 namespace {

@@ -24,8 +24,15 @@ public:
 
 // Makes the locale the global one (option, else LC_ALL, LC_MESSAGES, LANG),
 // and says once on standard error when the program has no texts in its
-// language and speaks English instead.
+// language and speaks English instead. A name that is not a locale name
+// (language[_TERRITORY][.CODESET][@MODIFIER]) is a UsageError when it comes
+// from the option; from the environment it is a warning, and English is used.
 void applyLocale(std::string name);
+
+// When DEPATTR_RESOURCES names catalogs that cannot be used (not a folder, no
+// English catalog of the program or the library, a malformed catalog), says so
+// once on standard error and goes on with the built-in texts.
+void checkResourcesOverride();
 
 // `depattr analyze`: loads, analyses, reports; the exit status.
 int runAnalyze(ProgramOptions const& options, std::string_view toolVersion);

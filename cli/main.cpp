@@ -8,6 +8,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <csignal>
 #include <iostream>
 
 namespace {
@@ -40,9 +42,8 @@ void localiseHelp(CLI::App& app) {
     }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
+    checkResourcesOverride();
     try {
         applyLocale(localeArgument(argc, argv));
     } catch (std::exception const& error) {
@@ -160,4 +161,22 @@ int main(int argc, char** argv) {
         std::cerr << "depattr: " << text("ErrorPrefix") << escapeControls(error.what()) << '\n';
         return exitBadInput;
     }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // A write past the file-size limit fails with EFBIG, reported like a full
+    // disk, instead of ending the program.
+    std::signal(SIGXFSZ, SIG_IGN);
+    // Whatever escapes is a message and status 2, never std::terminate. The
+    // texts of the catalogs may be what failed, so these messages are plain.
+    try {
+        return run(argc, argv);
+    } catch (std::exception const& error) {
+        std::cerr << "depattr: error: " << escapeControls(error.what()) << '\n';
+    } catch (...) {
+        std::cerr << "depattr: error: an unexpected failure ended the program\n";
+    }
+    return exitBadInput;
 }
