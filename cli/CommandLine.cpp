@@ -3,6 +3,7 @@
 #include "cli/AnalyzerCatalog.hpp"
 #include "cli/Config.hpp"
 #include "cli/Program.hpp"
+#include "cli/Report.hpp"
 #include "cli/Texts.hpp"
 #include "cli/report/Formats.hpp"
 
@@ -77,7 +78,18 @@ std::vector<std::string> findingIds(std::string const& option, std::vector<std::
 ProgramOptions programOptions(CommandLine const& line) {
     auto const given = [&](char const* name) { return line.given.contains(name); };
     ProgramOptions options;
-    options.graph = line.graph;
+    if (line.scanning) {
+        std::error_code error;
+        if (!std::filesystem::is_directory(line.folder, error)) {
+            throw UsageError(text("ErrorNoSuchFolder", {"scan", escapeControls(line.folder)}));
+        }
+        options.scanFolder = std::filesystem::absolute(line.folder).lexically_normal();
+        options.writeGraph = line.writeGraph;
+        // A scan of real code is quiet about what merely exists.
+        options.minimum = Severity::Warning;
+    } else {
+        options.graph = line.graph;
+    }
     options.locale = line.locale;
     if (findReportFormat(line.format) == nullptr) {
         throw UsageError(text("ErrorBadChoice", {"--format", line.format, reportFormatChoices()}));
@@ -99,7 +111,8 @@ ProgramOptions programOptions(CommandLine const& line) {
         configFile = line.config;
     } else if (!line.noConfig) {
         std::error_code error;
-        configFile = findConfigFile(std::filesystem::absolute(options.graph, error).parent_path());
+        configFile = line.scanning ? findConfigFile(options.scanFolder)
+                                   : findConfigFile(std::filesystem::absolute(options.graph, error).parent_path());
     }
     std::optional<ConfigFile> config;
     if (configFile) {
@@ -137,6 +150,9 @@ ProgramOptions programOptions(CommandLine const& line) {
         }
         options.ignore = config->ignore;
         options.pathIgnores = config->pathIgnores;
+        if (config->scan) {
+            options.scan = *config->scan;
+        }
     }
 
     if (given("--analyzers")) {

@@ -13,6 +13,11 @@ namespace depattr::cli {
 // What the command line said, before it is laid over the configuration.
 struct CommandLine {
     std::string graph;  // the program puts its example graph here before parsing
+    // `depattr scan`: set by the program when that command runs; the folder
+    // (default: the current folder) and --write-graph.
+    bool scanning = false;
+    std::string folder = ".";
+    std::string writeGraph;
     std::string analyzers;
     std::string minimum;
     std::string failOn;
@@ -34,8 +39,9 @@ struct CommandLine {
 };
 
 // The command line laid over the configuration file (--config, else the
-// nearest depattr.toml above the graph file, unless --no-config) laid over the
-// defaults. Throws UsageError for a bad value or clashing options and
+// nearest depattr.toml above the graph file, or in or above the scanned
+// folder, unless --no-config) laid over the defaults (a scan shows Warning and
+// above unless told otherwise). Throws UsageError for a bad value or clashing options and
 // ConfigError for a configuration file that cannot be used.
 ProgramOptions programOptions(CommandLine const& line);
 

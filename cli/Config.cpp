@@ -84,11 +84,13 @@ public:
                 }
             } else if (name == "per-path-ignores") {
                 config.pathIgnores = pathIgnores(config, node, folder);
+            } else if (name == "scan") {
+                config.scan = scanTable(node, folder);
             } else {
                 throw ConfigError(file_, key.source().begin.line, key.source().begin.column,
                                   "unknown key \"" + std::string(name) +
                                       "\" (known: analyzers, select, ignore, fail-on, min-severity, install-root, "
-                                      "analyzer-paths, per-path-ignores)");
+                                      "analyzer-paths, per-path-ignores, scan)");
             }
         }
         return config;
@@ -160,6 +162,46 @@ private:
             ignores.push_back(std::move(ignore));
         }
         return ignores;
+    }
+
+    // [scan]: path folders (relative to this file's folder), exclude globs,
+    // derived-file rules ("output pattern" = "source pattern") and extra
+    // built-in function names.
+    ScanConfig scanTable(toml::node const& node, std::filesystem::path const& folder) const {
+        auto const* table = node.as_table();
+        if (table == nullptr) {
+            fail(node, "\"scan\" must be a table");
+        }
+        ScanConfig scan;
+        scan.base = folder;
+        for (auto&& [key, value] : *table) {
+            std::string_view const name = key.str();
+            if (name == "path") {
+                auto const paths = strings(value, name);
+                for (std::size_t i = 0; i < paths.size(); ++i) {
+                    scan.pathFolders.push_back(existingFolder(*value.as_array()->get(i), folder / paths[i]));
+                }
+            } else if (name == "exclude") {
+                scan.exclude = strings(value, name);
+            } else if (name == "known-functions") {
+                scan.knownFunctions = strings(value, name);
+            } else if (name == "derived") {
+                auto const* rules = value.as_table();
+                if (rules == nullptr) {
+                    fail(value, "\"derived\" must be a table of output patterns, each with its source pattern");
+                }
+                for (auto&& [output, source] : *rules) {
+                    auto const where = output.source().begin;
+                    scan.derived.push_back(
+                        {std::string(output.str()), string(source, output.str()), where.line, where.column});
+                }
+            } else {
+                throw ConfigError(
+                    file_, key.source().begin.line, key.source().begin.column,
+                    "unknown key \"scan." + std::string(name) + "\" (known: path, exclude, derived, known-functions)");
+            }
+        }
+        return scan;
     }
 
     std::filesystem::path file_;

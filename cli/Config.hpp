@@ -36,6 +36,7 @@ struct ConfigFile {
     std::optional<std::filesystem::path> installRoot;  // absolute
     std::vector<std::filesystem::path> analyzerPaths;  // absolute
     std::vector<PathIgnore> pathIgnores;
+    std::optional<ScanConfig> scan;  // the [scan] table, when there is one
     // With keepUnknownNames: analyzer names and finding IDs that no built-in
     // analyzer knows, in the order met, each with the error that reports it.
     std::vector<UnresolvedName> unresolved;

@@ -3,6 +3,7 @@
 // over the configuration file laid over the defaults.
 
 #include "attribute/Severity.hpp"
+#include "scan/ProjectFile.hpp"
 
 #include <exception>
 #include <filesystem>
@@ -28,8 +29,22 @@ struct UnresolvedName {
     std::exception_ptr error;
 };
 
+// The `[scan]` table of depattr.toml: how `depattr scan` reads the folder.
+struct ScanConfig {
+    std::vector<std::filesystem::path> pathFolders;  // absolute; empty: the scanned tree
+    std::vector<std::string> exclude;                // globs, relative to the scanned folder
+    std::vector<depattr::scan::DerivedRule> derived;
+    std::vector<std::string> knownFunctions;
+    std::filesystem::path base;  // the configuration file's folder: derived patterns are relative to it
+};
+
 struct ProgramOptions {
-    std::filesystem::path graph;
+    std::filesystem::path graph;  // `analyze`: the graph file
+    // `scan`: the folder scanned (empty for `analyze`), its settings and where
+    // the scanned graph is written (empty: nowhere).
+    std::filesystem::path scanFolder;
+    ScanConfig scan;
+    std::filesystem::path writeGraph;
     std::vector<std::string> analyzers;  // empty: every analyzer, built-in and host
     dependency::attribute::Severity minimum = dependency::attribute::Severity::Information;
     dependency::attribute::Severity failOn = dependency::attribute::Severity::Warning;

@@ -12,13 +12,16 @@
 #include "cli/report/Formats.hpp"
 #include "platform/fl/MessageCatalog.hpp"
 #include "platform/graph/GraphFile.hpp"
+#include "platform/graph/GraphWriter.hpp"
 #include "platform/toolbox/ToolboxFinder.hpp"
+#include "scan/Scanner.hpp"
 #include "services/AnalysisSession.hpp"
 
 #include <boost/locale/generator.hpp>
 
 #include <algorithm>
 #include <cstdlib>
+#include <functional>
 #include <iostream>
 #include <optional>
 #include <sstream>
@@ -145,20 +148,6 @@ void checkResourcesOverride() {
 
 namespace {
 
-std::string failureMessage(AnalyzerFailure const& failure, dependency::graph::Graph const& graph,
-                           dependency::graph::NodePositions const& positions) {
-    std::string where = positions.file();
-    if (auto const position = positions.positionOf(graph, *failure.node())) {
-        where += ":" + std::to_string(position->line) + ":" + std::to_string(position->column);
-    }
-    return text("ErrorAnalyzerFailed",
-                {failure.analyzer(), escapeControls(toUtf8(failure.node()->getID())), where, failure.what()});
-}
-
-}  // namespace
-
-namespace {
-
 // What the program hears of an analysis: each node moves the progress bar on,
 // and each finding is recorded under the analyzer that made it.
 class ProgramObserver final : public dependency::services::AnalysisObserver {
@@ -202,45 +191,41 @@ void resolveHostNames(std::vector<UnresolvedName> const& names, dependency::serv
 
 }  // namespace
 
-int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
+namespace {
+
+// The analyzers of a run, host-language ones loaded (and their errors
+// reported) before any graph is read or anything runs.
+std::unique_ptr<dependency::services::AnalysisSession> openSession(ProgramOptions const& options) {
     if (!options.installRoot.empty()) {
         dependency::toolbox::ToolboxFinder::setInstallRoot(std::filesystem::absolute(options.installRoot));
     }
-    // Analyzers written in the host language are loaded, and their errors
-    // reported, before the graph is read or anything runs.
-    std::optional<dependency::services::AnalysisSession> session;
-    if (options.analyzerPaths.empty()) {
-        session.emplace();
-    } else {
-        session.emplace(options.analyzerPaths);
-    }
+    auto session = std::make_unique<dependency::services::AnalysisSession>(options.analyzerPaths);
     resolveHostNames(options.unresolved, *session);
     session->select(options.analyzers);
+    return session;
+}
+
+std::unique_ptr<ProgressMeter> progressMeter() {
+    if (isatty(STDERR_FILENO) == 1) {
+        return std::make_unique<ProgressMeter>(0, std::cerr);
+    }
+    return nullptr;
+}
+
+// Where a failed node is, for the message: its place in the graph file, else
+// (a scanned graph) its path.
+using NodePlace = std::function<std::string(dependency::graph::Node const&)>;
+
+// The road both commands share once they have a graph: analyse, filter, hide
+// what the baseline holds, report; the exit status.
+int analyzeAndReport(ProgramOptions const& options, dependency::services::AnalysisSession& session,
+                     std::shared_ptr<dependency::graph::Graph const> const& graph, NodePlace const& placeOf,
+                     std::string const& graphName, std::filesystem::path const& placesFolder,
+                     std::unique_ptr<ProgressMeter> progress, std::string_view toolVersion) {
     std::optional<Baseline> baseline;
     if (!options.baseline.empty()) {
         baseline = Baseline::read(options.baseline);
     }
-
-    std::unique_ptr<ProgressMeter> progress;
-    if (isatty(STDERR_FILENO) == 1) {
-        progress = std::make_unique<ProgressMeter>(0, std::cerr);
-    }
-    dependency::graph::NodePositions positions;
-    dependency::graph::GraphFileOptions loadOptions;
-    loadOptions.positions = &positions;
-    if (progress) {
-        loadOptions.progress = [&](std::size_t done, std::size_t total) { progress->loading(done, total); };
-    }
-    std::shared_ptr<dependency::graph::Graph const> graph;
-    try {
-        graph = dependency::graph::loadGraphFile(options.graph, loadOptions);
-    } catch (...) {
-        if (progress) {
-            progress->finish();
-        }
-        throw;
-    }
-
     // The result and the report list nodes by ID: the graph's ID order is
     // made on the other core while the analysis runs. It is the same order
     // whichever thread makes it, and a caller that needs it first waits for it.
@@ -258,12 +243,15 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
     std::shared_ptr<dependency::attribute::GraphAttributes> result;
     try {
         ProgramObserver observer(*sources, progress.get());
-        result = session->analyze(graph, observer);
+        result = session.analyze(graph, observer);
     } catch (AnalyzerFailure const& failure) {
         if (progress) {
             progress->finish();
         }
-        std::cerr << "depattr: " << text("ErrorPrefix") << failureMessage(failure, *graph, positions) << '\n';
+        std::cerr << "depattr: " << text("ErrorPrefix")
+                  << text("ErrorAnalyzerFailed", {failure.analyzer(), escapeControls(toUtf8(failure.node()->getID())),
+                                                  placeOf(*failure.node()), failure.what()})
+                  << '\n';
         return exitBadInput;
     } catch (dependency::services::AnalysisStopped const&) {
         if (progress) {
@@ -288,14 +276,15 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
                                             .sources = sources.get(),
                                             .filter = &filter,
                                             .baseline = baseline ? &*baseline : nullptr,
-                                            .workingFolder = std::filesystem::current_path()});
+                                            .workingFolder = std::filesystem::current_path(),
+                                            .placesFolder = placesFolder});
     // The report holds everything shown from here on: the result and the
     // record of which analyzer made which finding (a large graph's million
     // findings) can go before the report is written.
     result.reset();
     sources.reset();
-    report.graphName = options.graph.string();
-    report.analyzers = session->selected();
+    report.graphName = graphName;
+    report.analyzers = session.selected();
 
     if (!options.writeBaseline.empty()) {
         Baseline::write(options.writeBaseline, report);
@@ -322,6 +311,105 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
                                                  .workingFolder = std::filesystem::current_path()});
     output.finish();
     return report.fails() ? exitFindings : exitClean;
+}
+
+// A path for messages: relative to the working folder when below it.
+std::string shownPath(std::filesystem::path const& path) {
+    std::error_code error;
+    auto const relative = path.lexically_relative(std::filesystem::current_path(error));
+    if (!error && !relative.empty() && *relative.begin() != "..") {
+        return relative.generic_string();
+    }
+    return path.generic_string();
+}
+
+}  // namespace
+
+int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
+    auto session = openSession(options);
+    auto progress = progressMeter();
+    dependency::graph::NodePositions positions;
+    dependency::graph::GraphFileOptions loadOptions;
+    loadOptions.positions = &positions;
+    if (progress) {
+        loadOptions.progress = [&](std::size_t done, std::size_t total) { progress->loading(done, total); };
+    }
+    std::shared_ptr<dependency::graph::Graph const> graph;
+    try {
+        graph = dependency::graph::loadGraphFile(options.graph, loadOptions);
+    } catch (...) {
+        if (progress) {
+            progress->finish();
+        }
+        throw;
+    }
+    auto const placeOf = [&](dependency::graph::Node const& node) {
+        std::string where = positions.file();
+        if (auto const position = positions.positionOf(*graph, node)) {
+            where += ":" + std::to_string(position->line) + ":" + std::to_string(position->column);
+        }
+        return where;
+    };
+    return analyzeAndReport(options, *session, graph, placeOf, options.graph.string(),
+                            std::filesystem::absolute(options.graph).parent_path(), std::move(progress), toolVersion);
+}
+
+int runScan(ProgramOptions const& options, std::string_view toolVersion) {
+    auto session = openSession(options);
+    auto progress = progressMeter();
+    depattr::scan::ScanSettings settings;
+    settings.folder = options.scanFolder;
+    settings.pathFolders = options.scan.pathFolders;
+    settings.exclude = options.scan.exclude;
+    settings.knownFunctions = options.scan.knownFunctions;
+    // Derived-file patterns of depattr.toml are written from its folder; the
+    // scanner takes them from the scanned folder.
+    auto const prefix = options.scan.base.empty()
+                            ? std::string()
+                            : options.scan.base.lexically_relative(options.scanFolder).generic_string();
+    for (auto rule : options.scan.derived) {
+        if (!prefix.empty() && prefix != ".") {
+            rule.output = prefix + "/" + rule.output;
+            rule.source = prefix + "/" + rule.source;
+        }
+        settings.derived.push_back(std::move(rule));
+    }
+    if (progress) {
+        settings.progress = [&](std::size_t done, std::size_t total) { progress->scanning(done, total); };
+    }
+    depattr::scan::ScanResult scanned;
+    try {
+        scanned = depattr::scan::scanProject(settings);
+    } catch (...) {
+        if (progress) {
+            progress->finish();
+        }
+        throw;
+    }
+    if (progress) {
+        progress->finish();
+    }
+    // What the scan could not read is said, and the scan goes on without it.
+    for (auto const& diagnostic : scanned.diagnostics) {
+        std::string where = shownPath(diagnostic.file);
+        if (diagnostic.line > 0) {
+            where += ":" + std::to_string(diagnostic.line) + ":" + std::to_string(diagnostic.column);
+        }
+        std::cerr << "depattr: " << text("WarningScan", {escapeControls(where + ": " + diagnostic.message)}) << '\n';
+    }
+    if (!options.writeGraph.empty()) {
+        dependency::graph::writeGraphFile(options.writeGraph, *scanned.graph);
+        std::cerr << "depattr: "
+                  << text("NoteGraphWritten",
+                          {shownPath(options.scanFolder), escapeControls(options.writeGraph.string())})
+                  << '\n';
+    }
+    auto const placeOf = [](dependency::graph::Node const& node) {
+        auto const path = toUtf8(node.getPath());
+        return escapeControls(path.empty() ? toUtf8(node.getID()) : shownPath(path));
+    };
+    return analyzeAndReport(options, *session, scanned.graph, placeOf, shownPath(options.scanFolder),
+                            options.scanFolder, std::move(progress), toolVersion);
 }
 
 int runListAnalyzers(std::string_view format) {

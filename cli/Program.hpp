@@ -1,5 +1,5 @@
 #pragma once
-// The two commands of the program, given options already parsed.
+// The commands of the program, given options already parsed.
 
 #include "cli/Options.hpp"
 
@@ -36,6 +36,9 @@ void checkResourcesOverride();
 
 // `depattr analyze`: loads, analyses, reports; the exit status.
 int runAnalyze(ProgramOptions const& options, std::string_view toolVersion);
+
+// `depattr scan`: scans the folder, analyses its graph, reports; the exit status.
+int runScan(ProgramOptions const& options, std::string_view toolVersion);
 
 // `depattr analyzers`: the list, as text or JSON; the exit status.
 int runListAnalyzers(std::string_view format);

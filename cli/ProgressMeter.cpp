@@ -35,6 +35,15 @@ void ProgressMeter::loading(std::size_t done, std::size_t total) {
     }
 }
 
+void ProgressMeter::scanning(std::size_t done, std::size_t total) {
+    loading_ = true;
+    if (auto const now = Clock::now(); now >= nextDraw_) {
+        nextDraw_ = now + interval_;
+        drawBar(std::min(done, total), total,
+                text("ProgressScanning", {static_cast<long>(std::min(done, total)), static_cast<long>(total)}));
+    }
+}
+
 void ProgressMeter::startAnalysis(std::size_t nodeCount) {
     loading_ = false;
     total_ = nodeCount;

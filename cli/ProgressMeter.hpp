@@ -21,6 +21,8 @@ public:
 
     // While the graph file is read: `done` of `total` bytes.
     void loading(std::size_t done, std::size_t total);
+    // While a scanned folder's code is read and parsed: `done` of `total` files.
+    void scanning(std::size_t done, std::size_t total);
     // The analysis starts: the bar counts nodes from here.
     void startAnalysis(std::size_t nodeCount);
 

@@ -3,12 +3,17 @@
 #include "cli/Baseline.hpp"
 #include "cli/Config.hpp"
 #include "cli/Texts.hpp"
+#include "platform/foundation/Utf.hpp"
 
 #include <boost/locale/encoding_utf.hpp>
 #include <fmt/format.h>
+#include <simdjson.h>
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <functional>
+#include <optional>
 #include <unordered_map>
 
 namespace depattr::cli {
@@ -102,7 +107,129 @@ std::string displayPath(std::u16string const& path, std::filesystem::path const&
     return file.generic_string();
 }
 
+// "line:column" of a property; nothing when it is not that.
+std::optional<std::pair<std::size_t, std::size_t>> lineAndColumn(std::string_view text) {
+    auto const colon = text.find(':');
+    if (colon == std::string_view::npos) {
+        return std::nullopt;
+    }
+    std::size_t line = 0;
+    std::size_t column = 0;
+    auto const number = [](std::string_view digits, std::size_t& value) {
+        auto const [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+        return error == std::errc() && end == digits.data() + digits.size() && !digits.empty();
+    };
+    if (!number(text.substr(0, colon), line) || !number(text.substr(colon + 1), column) || line == 0) {
+        return std::nullopt;
+    }
+    return std::pair{line, column};
+}
+
+// The places a node's properties record. Malformed entries are left out:
+// the properties come from outside when the graph is a file.
+std::vector<CodePlace> placesOf(dependency::graph::Node const& node, std::string const& shownPath,
+                                std::filesystem::path const& placesFolder,
+                                std::function<std::string(std::u16string const&)> const& shown) {
+    std::vector<CodePlace> places;
+    auto const& properties = node.getProperties();
+    if (properties.empty()) {
+        return places;
+    }
+    auto const property = [&](std::u16string_view key) -> std::optional<std::string> {
+        auto const found = properties.find(key);
+        return found == properties.end() ? std::nullopt : std::optional<std::string>(toUtf8(found->second));
+    };
+    if (auto const at = property(u"definedAt")) {
+        if (auto const where = lineAndColumn(*at)) {
+            places.push_back({CodePlace::Role::Definition, shownPath, where->first, where->second, {}});
+        }
+    }
+    if (auto const at = property(u"syntaxErrorAt")) {
+        if (auto const where = lineAndColumn(*at)) {
+            places.push_back({CodePlace::Role::SyntaxError, shownPath, where->first, where->second,
+                              property(u"syntaxErrorMessage").value_or("")});
+        }
+    }
+    for (auto const& [key, role] :
+         {std::pair{u"callSites", CodePlace::Role::Call}, std::pair{u"referencedAt", CodePlace::Role::Reference}}) {
+        auto const list = property(key);
+        if (!list) {
+            continue;
+        }
+        try {
+            simdjson::dom::parser parser;
+            simdjson::dom::array sites;
+            if (parser.parse(*list).get_array().get(sites) != simdjson::SUCCESS) {
+                continue;
+            }
+            for (auto const site : sites) {
+                std::string_view text;
+                if (site.get_string().get(text) != simdjson::SUCCESS) {
+                    continue;
+                }
+                // "file:line:column": the file may hold colons itself.
+                auto const last = text.rfind(':');
+                auto const middle = last == std::string_view::npos ? last : text.rfind(':', last - 1);
+                if (middle == std::string_view::npos || middle == 0) {
+                    continue;
+                }
+                auto const where = lineAndColumn(text.substr(middle + 1));
+                if (!where) {
+                    continue;
+                }
+                std::filesystem::path file(std::string(text.substr(0, middle)));
+                if (file.is_relative() && !placesFolder.empty()) {
+                    file = placesFolder / file;
+                }
+                places.push_back({role,
+                                  shown(foundation::utf::to_ustring(file.lexically_normal().generic_string())),
+                                  where->first,
+                                  where->second,
+                                  {}});
+            }
+        } catch (std::exception const&) {
+            // A list that is not JSON names no place.
+        }
+    }
+    return places;
+}
+
 }  // namespace
+
+std::string placeText(CodePlace const& place) {
+    if (place.line == 0) {
+        return place.file;
+    }
+    return place.file + ":" + std::to_string(place.line) + ":" + std::to_string(place.column);
+}
+
+std::string_view placeRoleName(CodePlace::Role role) {
+    switch (role) {
+    case CodePlace::Role::Definition:
+        return "definition";
+    case CodePlace::Role::Call:
+        return "call";
+    case CodePlace::Role::Reference:
+        return "reference";
+    case CodePlace::Role::SyntaxError:
+        break;
+    }
+    return "syntaxError";
+}
+
+std::string placeLine(CodePlace const& place) {
+    switch (place.role) {
+    case CodePlace::Role::Definition:
+        return text("PlaceDefinition", {placeText(place)});
+    case CodePlace::Role::Call:
+        return text("PlaceCall", {placeText(place)});
+    case CodePlace::Role::Reference:
+        return text("PlaceReference", {placeText(place)});
+    case CodePlace::Role::SyntaxError:
+        break;
+    }
+    return text("PlaceSyntaxError", {placeText(place), place.detail});
+}
 
 Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::GraphAttributes const& result,
                   ReportSettings const& settings) {
@@ -135,7 +262,7 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
         if (attributes.empty()) {
             continue;
         }
-        NodeFindings entry{node, displayPath(node->getPath(), workingFolder, normalWorkingFolder), {}};
+        NodeFindings entry{node, displayPath(node->getPath(), workingFolder, normalWorkingFolder), {}, {}};
         std::filesystem::path const nodePath(toUtf8(node->getPath()));
         for (auto const& attribute : attributes) {
             if (settings.filter != nullptr && !settings.filter->keeps(toUtf8(attribute->getID()), nodePath)) {
@@ -154,6 +281,9 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
             entry.findings.push_back(std::move(finding));
         }
         if (!entry.findings.empty()) {
+            entry.places = placesOf(*node, entry.path, settings.placesFolder, [&](std::u16string const& path) {
+                return displayPath(path, workingFolder, normalWorkingFolder);
+            });
             report.nodes.push_back(std::move(entry));
         }
     }

@@ -30,12 +30,27 @@ struct Finding {
     bool suppressed = false;            // hidden by the baseline (SARIF keeps it as suppressed)
 };
 
+// A place in the code that a node's findings concern, from the properties a
+// scanned graph records: where a function is defined or called, where a file
+// is named, where a code file's syntax error is.
+struct CodePlace {
+    enum class Role { Definition, Call, Reference, SyntaxError };
+    Role role = Role::Call;
+    std::string file;  // shown as node paths are: relative to the working folder when below it
+    std::size_t line = 0;
+    std::size_t column = 0;
+    std::string detail;  // the parser's message, for a syntax error
+};
+
 struct NodeFindings {
     std::shared_ptr<dependency::graph::Node> node;
     // The node's path relative to the working folder when it lies below it,
     // else as the graph gives it; empty for a node without a path.
     std::string path;
     std::vector<Finding> findings;
+    // Definition and syntax error first, then call sites and references in
+    // the order the graph gives them.
+    std::vector<CodePlace> places;
 
     // Where a reader finds the node: its path, else its ID.
     std::string where() const;
@@ -66,6 +81,9 @@ struct ReportSettings {
     FindingFilter const* filter = nullptr;  // null keeps every finding
     Baseline* baseline = nullptr;           // null hides nothing
     std::filesystem::path workingFolder{};  // node paths below it are shown relative to it
+    // Relative files of the place properties (callSites, referencedAt) are
+    // relative to it: the scanned folder, or the graph file's folder.
+    std::filesystem::path placesFolder{};
 };
 
 // The findings at or above the minimum of every node of `graph` that the
@@ -73,6 +91,13 @@ struct ReportSettings {
 // those the baseline holds are marked suppressed.
 Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::GraphAttributes const& result,
                   ReportSettings const& settings);
+
+// "file:line:column" of a place, "file" when it has no line.
+std::string placeText(CodePlace const& place);
+// "definition", "call", "reference", "syntaxError": the role's name in JSON.
+std::string_view placeRoleName(CodePlace::Role role);
+// The place as a line of the text report: "called at src/a.qx:3:7".
+std::string placeLine(CodePlace const& place);
 
 // Grouped by node, columns aligned; severities coloured when `colour` is set.
 // Control characters of node and finding texts are escaped.

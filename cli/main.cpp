@@ -1,4 +1,5 @@
-// depattr: runs the dependency analyzers over a graph file and reports the findings.
+// depattr: runs the dependency analyzers over a graph file, or over the graph of
+// a scanned folder, and reports the findings.
 #include "cli/CommandLine.hpp"
 #include "cli/Output.hpp"
 #include "cli/Program.hpp"
@@ -42,6 +43,32 @@ void localiseHelp(CLI::App& app) {
     }
 }
 
+// The options `analyze` and `scan` share: which analyzers, which findings,
+// which format and where, settings, baseline, colour.
+void addAnalysisOptions(CLI::App* command, CommandLine& line) {
+    command->add_option("-a,--analyzers", line.analyzers, text("HelpAnalyzers"))->option_text("NAMES");
+    command->add_option("-s,--min-severity", line.minimum, text("HelpMinSeverity"))->option_text("LEVEL");
+    command->add_option("--fail-on", line.failOn, text("HelpFailOn"))->option_text("LEVEL");
+    command->add_option("-f,--format", line.format, reportFormatHelp())->option_text("FORMAT");
+    command->add_option("-o,--output", line.output, text("HelpOutput"))->option_text("FILE");
+    command->add_option("-l,--locale", line.locale, text("HelpLocale"))->option_text("NAME");
+    command->add_option("-i,--install-root", line.installRoot, text("HelpInstallRoot"))->option_text("DIR");
+    command->add_option("--analyzer-path", line.analyzerPaths, text("HelpAnalyzerPath"))
+        ->option_text("DIR")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    command->add_option("--select", line.select, text("HelpSelect"))
+        ->option_text("IDS")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    command->add_option("--ignore", line.ignore, text("HelpIgnore"))
+        ->option_text("IDS")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    command->add_option("--config", line.config, text("HelpConfig"))->option_text("FILE");
+    command->add_flag("--no-config", line.noConfig, text("HelpNoConfig"));
+    command->add_option("--baseline", line.baseline, text("HelpBaseline"))->option_text("FILE");
+    command->add_option("--write-baseline", line.writeBaseline, text("HelpWriteBaseline"))->option_text("FILE");
+    command->add_option("--color", line.colour, text("HelpColor"))->option_text("WHEN");
+}
+
 int run(int argc, char** argv) {
     checkResourcesOverride();
     try {
@@ -55,6 +82,7 @@ int run(int argc, char** argv) {
     line.graph = DEPATTR_EXAMPLE_GRAPH;
     CLI::App app{text("HelpProgram")};
     CLI::App* analyze = nullptr;
+    CLI::App* scan = nullptr;
     CLI::App* list = nullptr;
     try {
         localiseHelp(app);
@@ -68,27 +96,14 @@ int run(int argc, char** argv) {
         analyze->group(text("HelpLabelSubcommands"));
         analyze->set_help_flag("-h,--help", text("HelpHelp"));
         analyze->add_option("graph", line.graph, text("HelpGraph"))->option_text("GRAPH");
-        analyze->add_option("-a,--analyzers", line.analyzers, text("HelpAnalyzers"))->option_text("NAMES");
-        analyze->add_option("-s,--min-severity", line.minimum, text("HelpMinSeverity"))->option_text("LEVEL");
-        analyze->add_option("--fail-on", line.failOn, text("HelpFailOn"))->option_text("LEVEL");
-        analyze->add_option("-f,--format", line.format, reportFormatHelp())->option_text("FORMAT");
-        analyze->add_option("-o,--output", line.output, text("HelpOutput"))->option_text("FILE");
-        analyze->add_option("-l,--locale", line.locale, text("HelpLocale"))->option_text("NAME");
-        analyze->add_option("-i,--install-root", line.installRoot, text("HelpInstallRoot"))->option_text("DIR");
-        analyze->add_option("--analyzer-path", line.analyzerPaths, text("HelpAnalyzerPath"))
-            ->option_text("DIR")
-            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-        analyze->add_option("--select", line.select, text("HelpSelect"))
-            ->option_text("IDS")
-            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-        analyze->add_option("--ignore", line.ignore, text("HelpIgnore"))
-            ->option_text("IDS")
-            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-        analyze->add_option("--config", line.config, text("HelpConfig"))->option_text("FILE");
-        analyze->add_flag("--no-config", line.noConfig, text("HelpNoConfig"));
-        analyze->add_option("--baseline", line.baseline, text("HelpBaseline"))->option_text("FILE");
-        analyze->add_option("--write-baseline", line.writeBaseline, text("HelpWriteBaseline"))->option_text("FILE");
-        analyze->add_option("--color", line.colour, text("HelpColor"))->option_text("WHEN");
+        addAnalysisOptions(analyze, line);
+
+        scan = app.add_subcommand("scan", text("HelpScan"));
+        scan->group(text("HelpLabelSubcommands"));
+        scan->set_help_flag("-h,--help", text("HelpHelp"));
+        scan->add_option("folder", line.folder, text("HelpFolder"))->option_text("FOLDER");
+        addAnalysisOptions(scan, line);
+        scan->add_option("--write-graph", line.writeGraph, text("HelpWriteGraph"))->option_text("FILE");
 
         list = app.add_subcommand("analyzers", text("HelpList"));
         list->group(text("HelpLabelSubcommands"));
@@ -102,7 +117,7 @@ int run(int argc, char** argv) {
 
     // An unknown command is named as such, not reported as a missing one.
     if (argc > 1 && argv[1][0] != '-' && std::string_view(argv[1]) != "analyze" &&
-        std::string_view(argv[1]) != "analyzers") {
+        std::string_view(argv[1]) != "scan" && std::string_view(argv[1]) != "analyzers") {
         std::cerr << "depattr: " << text("ErrorPrefix") << text("ErrorUnknownCommand", {std::string(argv[1])}) << '\n'
                   << text("HintHelp") << '\n';
         return exitBadInput;
@@ -132,7 +147,8 @@ int run(int argc, char** argv) {
             return app.exit(error);
         }
         std::string reason = error.what();
-        if (dynamic_cast<CLI::RequiredError const*>(&error) != nullptr && !analyze->parsed() && !list->parsed()) {
+        if (dynamic_cast<CLI::RequiredError const*>(&error) != nullptr && !analyze->parsed() && !scan->parsed() &&
+            !list->parsed()) {
             reason = text("ErrorNoCommand");
         }
         std::cerr << "depattr: " << text("ErrorPrefix") << reason << '\n' << text("HintHelp") << '\n';
@@ -144,12 +160,14 @@ int run(int argc, char** argv) {
             checkChoice("--format", line.listFormat, {"text", "json"});
             return runListAnalyzers(line.listFormat);
         }
-        for (auto const* option : analyze->get_options()) {
+        line.scanning = scan->parsed();
+        for (auto const* option : (line.scanning ? scan : analyze)->get_options()) {
             if (option->count() > 0) {
                 line.given.insert(option->get_name());
             }
         }
-        return runAnalyze(programOptions(line), DEPATTR_VERSION);
+        auto const options = programOptions(line);
+        return line.scanning ? runScan(options, DEPATTR_VERSION) : runAnalyze(options, DEPATTR_VERSION);
     } catch (UsageError const& error) {
         std::cerr << "depattr: " << text("ErrorPrefix") << error.what() << '\n' << text("HintHelp") << '\n';
         return exitBadInput;

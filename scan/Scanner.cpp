@@ -1122,7 +1122,19 @@ void Scan::buildGraph() {
         data.id = u"product:" + (locators.empty() ? product->getBaseCode() : locators.front());
         data.name = product->getName();
         data.type = graph::Type::PRODUCT();
-        data.location = locators;
+        // One locator per product it denotes: the missing-product analyzer
+        // reports each product a locator finds, so a second locator of the
+        // same product would report it twice.
+        std::set<dependency::toolbox::ProductInfo const*> denoted;
+        for (auto const& locator : locators) {
+            bool adds = false;
+            for (auto const& found : finder_->findProductsByLocator(locator)) {
+                adds = denoted.insert(found.get()).second || adds;
+            }
+            if (adds || data.location.empty()) {
+                data.location.push_back(locator);
+            }
+        }
         if (builder.indexOf(data.id)) {
             data.id += u"#" + product->getBaseCode();
         }

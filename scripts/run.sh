@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Sets up, builds and runs depattr on the bundled example. Extra arguments go
-# to `depattr analyze` (for example: --format json, --locale ja, -s warning).
+# Sets up, builds and runs depattr on the bundled example: `depattr scan` on the
+# folder examples/project. Extra arguments go to `depattr scan` (for example:
+# --format json, --locale ja, -s information, --write-graph scanned.json).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -15,10 +16,13 @@ example=examples/project
 touch -d '2021-01-01 00:00:00' "${example}/src/main.qx" "${example}/src/Shape.qx"
 touch -d '2020-01-01 00:00:00' "${example}/data/results.csv"
 touch -d '2022-01-01 00:00:00' "${example}/data/summary.txt"
+# The library's compiled output is older than its source, as after an edit.
+touch -d '2020-01-01 00:00:00' "${example}/lib/build/filtered.qxc"
+touch -d '2021-01-01 00:00:00' "${example}/lib/src/filtered.qx"
 
 # The analyzers of examples/analyzers are written in the host language and run after the built-in ones.
 status=0
-./build/release/cli/depattr analyze "${example}/graph.json" \
-  --install-root examples/install --analyzer-path examples/analyzers "$@" || status=$?
+./build/release/cli/depattr scan "${example}" \
+  --install-root "${example}/install" --analyzer-path examples/analyzers "$@" || status=$?
 # Exit status 1 means findings were reported, which is what the example is for.
 if [ "${status}" -gt 1 ]; then exit "${status}"; fi

@@ -13,17 +13,27 @@ using dependency::attribute::Severity;
 
 void writeConcise(std::ostream& out, Report const& report) {
     for (auto const& entry : report.nodes) {
-        auto const where = escapeControls(entry.where());
+        // One line per place in the code the node's findings concern (every
+        // call site of a missing function), else one at the node.
+        std::vector<std::string> wheres;
+        for (auto const& place : entry.places) {
+            wheres.push_back(escapeControls(placeText(place)));
+        }
+        if (wheres.empty()) {
+            wheres.push_back(escapeControls(entry.where()));
+        }
         for (auto const& finding : entry.findings) {
             if (finding.suppressed) {
                 continue;
             }
-            out << where << ": " << escapeControls(toUtf8(finding.attribute->getID())) << ": "
-                << escapeControls(toUtf8(finding.attribute->getName()));
-            if (!finding.analyzer.empty()) {
-                out << " [" << finding.analyzer << "]";
+            for (auto const& where : wheres) {
+                out << where << ": " << escapeControls(toUtf8(finding.attribute->getID())) << ": "
+                    << escapeControls(toUtf8(finding.attribute->getName()));
+                if (!finding.analyzer.empty()) {
+                    out << " [" << finding.analyzer << "]";
+                }
+                out << '\n';
             }
-            out << '\n';
         }
     }
 }

@@ -70,14 +70,26 @@ void writeGithub(std::ostream& out, Report const& report) {
             if (!finding.analyzer.empty()) {
                 title += " (" + std::string(finding.analyzer) + ")";
             }
-            out << "::" << workflowLevel(attribute.getSeverity()) << " ";
-            if (!entry.path.empty()) {
-                out << "file=" << workflowProperty(entry.path) << ",";
+            auto const message =
+                workflowData(text("GithubMessage", {toUtf8(attribute.getName()), kindWord(entry.node->getType()),
+                                                    displayNameOf(*entry.node), toUtf8(entry.node->getID())}));
+            // One annotation per place in the code (each call site), else one on the node's file.
+            auto const annotate = [&](std::string const& file, std::size_t line, std::size_t column) {
+                out << "::" << workflowLevel(attribute.getSeverity()) << " ";
+                if (!file.empty()) {
+                    out << "file=" << workflowProperty(file) << ",";
+                }
+                if (line > 0) {
+                    out << "line=" << line << ",col=" << column << ",";
+                }
+                out << "title=" << workflowProperty(title) << "::" << message << '\n';
+            };
+            if (entry.places.empty()) {
+                annotate(entry.path, 0, 0);
             }
-            out << "title=" << workflowProperty(title) << "::"
-                << workflowData(text("GithubMessage", {toUtf8(attribute.getName()), kindWord(entry.node->getType()),
-                                                       displayNameOf(*entry.node), toUtf8(entry.node->getID())}))
-                << '\n';
+            for (auto const& place : entry.places) {
+                annotate(place.file, place.line, place.column);
+            }
         }
     }
 }

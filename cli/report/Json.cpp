@@ -55,7 +55,22 @@ void writeJson(std::ostream& out, Report const& report, std::string_view toolVer
                 << ", \"fingerprint\": " << jsonString(fingerprintText(finding.fingerprint))
                 << ", \"hasFix\": " << (attribute.hasFix() ? "true" : "false") << "}";
         }
-        out << "\n    ]}";
+        out << "\n    ]";
+        if (!entry.places.empty()) {
+            out << ", \"places\": [";
+            for (std::size_t i = 0; i < entry.places.size(); ++i) {
+                auto const& place = entry.places[i];
+                out << (i ? ", " : "") << "{\"role\": " << jsonString(placeRoleName(place.role))
+                    << ", \"file\": " << jsonString(place.file) << ", \"line\": " << place.line
+                    << ", \"column\": " << place.column;
+                if (!place.detail.empty()) {
+                    out << ", \"detail\": " << jsonString(place.detail);
+                }
+                out << "}";
+            }
+            out << "]";
+        }
+        out << "}";
     }
     out << (firstNode ? "]\n}\n" : "\n  ]\n}\n");
 }

@@ -68,11 +68,11 @@ std::string folderUri(std::filesystem::path const& folder) {
 
 // The artifact location of a node's file: relative to the base folder when
 // the file lies under it, else an absolute file URI. Empty for a node without a path.
-std::string artifactLocation(Node const& node, std::filesystem::path const& baseFolder) {
-    if (node.getPath().empty()) {
+std::string artifactLocation(std::filesystem::path const& path, std::filesystem::path const& baseFolder) {
+    if (path.empty()) {
         return {};
     }
-    auto const file = std::filesystem::absolute(std::filesystem::path(toUtf8(node.getPath()))).lexically_normal();
+    auto const file = std::filesystem::absolute(path).lexically_normal();
     auto const relative = file.lexically_relative(baseFolder);
     if (!relative.empty() && *relative.begin() != "..") {
         return fmt::format("{{\"uri\": {}, \"uriBaseId\": {}}}", jsonString(uriPath(relative.generic_string())),
@@ -128,7 +128,28 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
     std::vector<std::string> rules;
     std::string results;
     for (auto const& entry : report.nodes) {
-        auto const artifact = artifactLocation(*entry.node, base);
+        // The first place (the definition or error, else the first call) is the
+        // finding's location, with its region; the others are related ones.
+        std::string physical;
+        std::string related;
+        if (entry.places.empty()) {
+            if (auto const artifact = artifactLocation(toUtf8(entry.node->getPath()), base); !artifact.empty()) {
+                physical = "\"physicalLocation\": {\"artifactLocation\": " + artifact + "}, ";
+            }
+        }
+        for (std::size_t i = 0; i < entry.places.size(); ++i) {
+            auto const& place = entry.places[i];
+            auto const location = fmt::format(
+                "\"physicalLocation\": {{\"artifactLocation\": {}, \"region\": "
+                "{{\"startLine\": {}, \"startColumn\": {}}}}}",
+                artifactLocation(place.file, base), place.line, std::max<std::size_t>(place.column, 1));
+            if (i == 0) {
+                physical = location + ", ";
+            } else {
+                related += fmt::format("{}{{\"id\": {}, {}, \"message\": {}}}", related.empty() ? "" : ", ", i,
+                                       location, message(placeLine(place)));
+            }
+        }
         auto const logical = fmt::format(
             "{{\"name\": {}, \"fullyQualifiedName\": {}, \"kind\": {}}}", jsonString(displayNameOf(*entry.node)),
             jsonString(toUtf8(entry.node->getID())), jsonString(logicalKindOf(*entry.node)));
@@ -143,11 +164,11 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
             results += results.empty() ? "\n" : ",\n";
             results += fmt::format(
                 "        {{\"ruleId\": {}, \"ruleIndex\": {}, \"level\": {}, \"message\": {}, "
-                "\"locations\": [{{{}\"logicalLocations\": [{}]}}], \"partialFingerprints\": {{\"depattr/v1\": {}}}, "
+                "\"locations\": [{{{}\"logicalLocations\": [{}]}}], {}\"partialFingerprints\": {{\"depattr/v1\": {}}}, "
                 "\"properties\": {{\"nodeKind\": {}}}",
                 jsonString(id), rule->second, jsonString(levelOf(attribute.getSeverity())),
-                message(toUtf8(attribute.getName())),
-                artifact.empty() ? "" : "\"physicalLocation\": {\"artifactLocation\": " + artifact + "}, ", logical,
+                message(toUtf8(attribute.getName())), physical, logical,
+                related.empty() ? "" : "\"relatedLocations\": [" + related + "], ",
                 jsonString(fingerprintText(finding.fingerprint)), nodeKind);
             if (finding.suppressed) {
                 results +=

@@ -109,6 +109,9 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
             }
             out << '\n';
         }
+        for (auto const& place : entry.places) {
+            out << "    " << escapeControls(placeLine(place)) << '\n';
+        }
     }
     out << '\n' << summaryLine(report) << '\n';
 }
