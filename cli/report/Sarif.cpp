@@ -124,8 +124,32 @@ std::string ruleObject(std::string const& id, Finding const& finding) {
 void writeSarif(std::ostream& out, Report const& report, std::string_view toolVersion,
                 std::filesystem::path const& baseFolder) {
     auto const base = std::filesystem::absolute(baseFolder).lexically_normal();
+    // The rules come first, as readers expect; the results are then written
+    // as they are made, so that a large report is never held in memory twice.
     std::map<std::string, std::size_t> ruleIndex;
     std::vector<std::string> rules;
+    for (auto const& entry : report.nodes) {
+        for (auto const& finding : entry.findings) {
+            auto const id = ruleIdOf(finding);
+            if (ruleIndex.try_emplace(id, rules.size()).second) {
+                rules.push_back(ruleObject(id, finding));
+            }
+        }
+    }
+    out << "{\n  \"$schema\": \"https://json.schemastore.org/sarif-2.1.0.json\",\n  \"version\": \"2.1.0\",\n"
+        << "  \"runs\": [\n    {\n      \"tool\": {\"driver\": {\"name\": \"depattr\", \"version\": "
+        << jsonString(toolVersion) << ", \"rules\": [";
+    for (std::size_t i = 0; i < rules.size(); ++i) {
+        out << (i == 0 ? "\n" : ",\n") << "        " << rules[i];
+    }
+    out << (rules.empty() ? "]}},\n" : "\n      ]}},\n");
+    // The run's exit status: 1 when a reported finding reaches the fail threshold.
+    out << "      \"invocations\": [{\"executionSuccessful\": true, \"exitCode\": " << (report.fails() ? 1 : 0)
+        << "}],\n";
+    out << "      \"originalUriBaseIds\": {" << jsonString(baseUriId) << ": {\"uri\": " << jsonString(folderUri(base))
+        << "}},\n";
+    out << "      \"results\": [";
+    bool firstResult = true;
     std::string results;
     for (auto const& entry : report.nodes) {
         // The first place (the definition or error, else the first call) is the
@@ -157,11 +181,9 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
         for (auto const& finding : entry.findings) {
             auto const& attribute = *finding.attribute;
             auto const id = ruleIdOf(finding);
-            auto [rule, added] = ruleIndex.try_emplace(id, rules.size());
-            if (added) {
-                rules.push_back(ruleObject(id, finding));
-            }
-            results += results.empty() ? "\n" : ",\n";
+            auto const rule = ruleIndex.find(id);
+            results = firstResult ? "\n" : ",\n";
+            firstResult = false;
             results += fmt::format(
                 "        {{\"ruleId\": {}, \"ruleIndex\": {}, \"level\": {}, \"message\": {}, "
                 "\"locations\": [{{{}\"logicalLocations\": [{}]}}], {}\"partialFingerprints\": {{\"depattr/v1\": {}}}, "
@@ -177,19 +199,10 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
                     jsonString(text("SarifBaselineJustification")) + "}]";
             }
             results += "}";
+            out << results;
         }
     }
-
-    out << "{\n  \"$schema\": \"https://json.schemastore.org/sarif-2.1.0.json\",\n  \"version\": \"2.1.0\",\n"
-        << "  \"runs\": [\n    {\n      \"tool\": {\"driver\": {\"name\": \"depattr\", \"version\": "
-        << jsonString(toolVersion) << ", \"rules\": [";
-    for (std::size_t i = 0; i < rules.size(); ++i) {
-        out << (i == 0 ? "\n" : ",\n") << "        " << rules[i];
-    }
-    out << (rules.empty() ? "]}},\n" : "\n      ]}},\n");
-    out << "      \"originalUriBaseIds\": {" << jsonString(baseUriId) << ": {\"uri\": " << jsonString(folderUri(base))
-        << "}},\n";
-    out << "      \"results\": [" << results << (results.empty() ? "]\n" : "\n      ]\n") << "    }\n  ]\n}\n";
+    out << (firstResult ? "]\n" : "\n      ]\n") << "    }\n  ]\n}\n";
 }
 
 void writeSarifReport(std::ostream& out, ReportContext const& context) {
