@@ -5,6 +5,7 @@
 #include "services/AttributeIdentityQCOS.hpp"
 #include "services/AttributeQCOS.hpp"
 #include "services/GraphAttributesQCOS.hpp"
+#include "services/HostClassNames.hpp"
 #include "services/SeverityQCOS.hpp"
 
 #include <cstdlib>
@@ -42,6 +43,10 @@ void registerClasses() {
     attributeNamespace.addClass(makeDescriptor<dependency::services::AttributeQCOS>());
     attributeNamespace.addClass(makeDescriptor<dependency::services::GraphAttributesQCOS>());
     attributeNamespace.addClass(makeDescriptor<dependency::services::SeverityQCOS>());
+    // An analyzer class written in the host language is checked when it is
+    // defined: analyze(obj, node, graph) returning the findings.
+    qcos::omRequireMethod(
+        {std::string(dependency::services::AttributeAnalyzerClassName), "analyze", {"obj", "node", "graph"}});
 }
 
 }  // namespace

@@ -370,6 +370,27 @@ QcosMethod const* detail::findMethod(std::string_view className, std::string_vie
     return method;
 }
 
+namespace {
+std::mutex requiredMethodsMutex;
+std::vector<RequiredMethod> requiredMethods;  // guarded by requiredMethodsMutex
+}  // namespace
+
+void omRequireMethod(RequiredMethod rule) {
+    std::lock_guard lock(requiredMethodsMutex);
+    for (auto& existing : requiredMethods) {
+        if (existing.baseClass == rule.baseClass && existing.method == rule.method) {
+            existing = std::move(rule);
+            return;
+        }
+    }
+    requiredMethods.push_back(std::move(rule));
+}
+
+std::vector<RequiredMethod> omRequiredMethods() {
+    std::lock_guard lock(requiredMethodsMutex);
+    return requiredMethods;
+}
+
 bool omIsA(std::string_view className, std::string_view baseName) {
     if (className == baseName) {
         return true;

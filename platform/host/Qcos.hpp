@@ -226,6 +226,23 @@ std::shared_ptr<COSClassInfo const> omFindClass(std::string_view qualifiedName);
 // Superclasses that are not registered (yet) end the search on their branch.
 bool omIsA(std::string_view className, std::string_view baseName);
 
+// A method that every class deriving from `baseClass` must have, with one
+// output and the inputs a call passes as `inputs` (the object first), e.g. the
+// analyze(obj, node, graph) of an analyzer class. Code that defines classes
+// (the host-language interpreter) checks a class file deriving from the base
+// when it is defined: a concrete class without the method, or with one that
+// cannot take those inputs and give an output, is the HostError
+// "qlang:class:<method>Method". A library registers its rules when it is
+// loaded; a rule for the same base and method replaces the earlier one.
+struct RequiredMethod {
+    std::string baseClass;            // qualified name of the base class
+    std::string method;               // e.g. "analyze"
+    std::vector<std::string> inputs;  // names for messages, e.g. {"obj", "node", "graph"}
+};
+void omRequireMethod(RequiredMethod rule);
+// Every rule registered, in the order registered.
+std::vector<RequiredMethod> omRequiredMethods();
+
 // ---------------------------------------------------------------------------
 // Host objects
 

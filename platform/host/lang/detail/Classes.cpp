@@ -26,67 +26,72 @@ qcos::Access accessOf(Visibility visibility) {
     return visibility == Visibility::Public ? qcos::Access::Public : qcos::Access::Private;
 }
 
-constexpr std::string_view analyzerBase = "dependencies.internal.attribute.AttributeAnalyzer";
-
-// Whether analyze(obj, node, graph) can be called with three inputs and give
-// one output.
-bool fitsAnalyzeCall(Function const& method) {
-    auto const inputs = method.inputSlots.size();
-    bool const takesThree = method.varargin ? inputs - 1 <= 3 : inputs == 3;
+// Whether the method can be called with `inputs` inputs and give one output.
+bool fitsCall(Function const& method, std::size_t inputs) {
+    auto const declared = method.inputSlots.size();
+    bool const takes = method.varargin ? declared - 1 <= inputs : declared == inputs;
     bool const givesOne = !method.outputSlots.empty();
-    return !method.isStatic && takesThree && givesOne;
+    return !method.isStatic && takes && givesOne;
 }
 
 }  // namespace
 
-// An analyzer class is checked when it is defined rather than when its first
-// node is analysed: it must have an analyze method of its own or from a class
-// file it derives from (the bound base class has none that could run on it),
-// and that method must take (obj, node, graph) and return the findings. An
-// abstract class may leave analyze to its subclasses.
-void CodeRuntime::checkAnalyzerClass(ClassRecord const& record) const {
+// A class deriving from a base with a required method is checked when it is
+// defined rather than when the method is first called: it must have the
+// method, its own or from a class file it derives from (a bound base class has
+// none that could run on it), callable as required. An abstract class may
+// leave the method to its subclasses.
+void CodeRuntime::checkRequiredMethods(ClassRecord const& record) const {
     auto const& syntax = *record.syntax;
-    bool derives = false;
-    for (auto const& super : record.superclasses) {
-        derives = derives || super == analyzerBase || qcos::omIsA(super, analyzerBase);
-    }
-    if (!derives) {
-        return;
-    }
-    Function const* analyze = nullptr;
-    if (auto const own = record.methods.find("analyze"); own != record.methods.end()) {
-        analyze = own->second;
-    }
-    std::vector<std::string> pending(record.superclasses.rbegin(), record.superclasses.rend());
-    while (analyze == nullptr && !pending.empty()) {
-        auto const name = std::move(pending.back());
-        pending.pop_back();
-        auto const found = classes_.find(name);
-        if (found == classes_.end()) {
+    for (auto const& rule : qcos::omRequiredMethods()) {
+        bool derives = false;
+        for (auto const& super : record.superclasses) {
+            derives = derives || super == rule.baseClass || qcos::omIsA(super, rule.baseClass);
+        }
+        if (!derives) {
             continue;
         }
-        if (auto const inherited = found->second->methods.find("analyze"); inherited != found->second->methods.end()) {
-            analyze = inherited->second;
+        Function const* method = nullptr;
+        if (auto const own = record.methods.find(rule.method); own != record.methods.end()) {
+            method = own->second;
         }
-        pending.insert(pending.end(), found->second->superclasses.rbegin(), found->second->superclasses.rend());
-    }
-    if (analyze == nullptr) {
-        if (!syntax.isAbstract) {
-            classError(*record.file, syntax.position, "qlang:class:analyzeMethod",
-                       fmt::format("The analyzer class '{}' derives from AttributeAnalyzer but has no method "
-                                   "'analyze(obj, node, graph)'.",
-                                   syntax.name));
+        std::vector<std::string> pending(record.superclasses.rbegin(), record.superclasses.rend());
+        while (method == nullptr && !pending.empty()) {
+            auto const name = std::move(pending.back());
+            pending.pop_back();
+            auto const found = classes_.find(name);
+            if (found == classes_.end()) {
+                continue;
+            }
+            if (auto const inherited = found->second->methods.find(rule.method);
+                inherited != found->second->methods.end()) {
+                method = inherited->second;
+            }
+            pending.insert(pending.end(), found->second->superclasses.rbegin(), found->second->superclasses.rend());
         }
-        return;
-    }
-    if (!fitsAnalyzeCall(*analyze)) {
-        auto const inputs = analyze->inputSlots.size() - (analyze->varargin ? 1 : 0);
-        classError(*analyze->file, analyze->position, "qlang:class:analyzeMethod",
-                   fmt::format("The method 'analyze' of the analyzer class '{}' must be an ordinary method taking "
-                               "(obj, node, graph) and returning the findings; it {}takes {} input{} and returns "
-                               "{} output{}.",
-                               syntax.name, analyze->isStatic ? "is static, " : "", inputs, inputs == 1 ? "" : "s",
-                               analyze->outputSlots.size(), analyze->outputSlots.size() == 1 ? "" : "s"));
+        auto const identifier = "qlang:class:" + rule.method + "Method";
+        auto const base = rule.baseClass.substr(rule.baseClass.rfind('.') + 1);
+        std::string inputs;
+        for (auto const& input : rule.inputs) {
+            inputs += (inputs.empty() ? "" : ", ") + input;
+        }
+        if (method == nullptr) {
+            if (!syntax.isAbstract) {
+                classError(*record.file, syntax.position, identifier,
+                           fmt::format("The class '{}' derives from {} but has no method '{}({})'.", syntax.name, base,
+                                       rule.method, inputs));
+            }
+            continue;
+        }
+        if (!fitsCall(*method, rule.inputs.size())) {
+            auto const taken = method->inputSlots.size() - (method->varargin ? 1 : 0);
+            classError(*method->file, method->position, identifier,
+                       fmt::format("The method '{}' of the class '{}' must be an ordinary method taking ({}) and "
+                                   "returning a result; it {}takes {} input{} and returns {} output{}.",
+                                   rule.method, syntax.name, inputs, method->isStatic ? "is static, " : "", taken,
+                                   taken == 1 ? "" : "s", method->outputSlots.size(),
+                                   method->outputSlots.size() == 1 ? "" : "s"));
+        }
     }
 }
 
@@ -174,7 +179,7 @@ ClassRecord const* CodeRuntime::defineClass(std::shared_ptr<CompiledFile const> 
                 record->methods.emplace(method->shortName, method);
             }
         }
-        checkAnalyzerClass(*record);
+        checkRequiredMethods(*record);
 
         // Defaults are evaluated once, in order; constants may use the ones before them.
         std::vector<std::pair<PropertySyntax const*, Value>> defaults;

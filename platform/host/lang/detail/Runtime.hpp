@@ -89,9 +89,10 @@ public:
     ClassRecord const* existingRecord(std::string_view className) const;
     // Defines the class of a compiled class file (Classes.cpp).
     ClassRecord const* defineClass(std::shared_ptr<CompiledFile const> const& file);
-    // Rejects a class derived from AttributeAnalyzer whose analyze method is
-    // missing or cannot take (obj, node, graph) (Classes.cpp).
-    void checkAnalyzerClass(ClassRecord const& record) const;
+    // Rejects a class that lacks a method one of its bases requires
+    // (qcos::omRequireMethod), or whose method cannot be called as required
+    // (Classes.cpp).
+    void checkRequiredMethods(ClassRecord const& record) const;
 
     void addBuiltin(std::string name, BuiltinFunction function);
     Builtin const* findBuiltin(std::string_view name) const;
