@@ -5,12 +5,14 @@
 #include "cli/Program.hpp"
 #include "cli/Texts.hpp"
 #include "cli/report/Formats.hpp"
+#include "platform/foundation/Printable.hpp"
 
 #include <algorithm>
 
 namespace depattr::cli {
 
 using dependency::attribute::Severity;
+using foundation::printable::escapeControls;
 
 namespace {
 
@@ -36,7 +38,7 @@ std::vector<std::string> splitLists(std::vector<std::string> const& values) {
 Severity severityOption(std::string const& option, std::string const& value) {
     auto const severity = parseSeverity(value);
     if (!severity) {
-        throw UsageError(text("ErrorBadSeverity", {option, value}));
+        throw UsageError(text("ErrorBadSeverity", {option, escapeControls(value)}));
     }
     return *severity;
 }
@@ -49,7 +51,7 @@ void checkChoice(std::string const& option, std::string const& value, std::vecto
         for (auto const& choice : choices) {
             list += (list.empty() ? "" : ", ") + choice;
         }
-        throw UsageError(text("ErrorBadChoice", {option, value, list}));
+        throw UsageError(text("ErrorBadChoice", {option, escapeControls(value), list}));
     }
 }
 
@@ -62,7 +64,7 @@ std::vector<std::string> findingIds(std::string const& option, std::vector<std::
     auto ids = splitLists(values);
     for (auto const& id : ids) {
         if (!isKnownFindingId(id)) {
-            UsageError error(text("ErrorUnknownFindingId", {option, id, knownFindingIds()}));
+            UsageError error(text("ErrorUnknownFindingId", {option, escapeControls(id), knownFindingIds()}));
             if (options.analyzerPaths.empty()) {
                 throw error;
             }
@@ -80,7 +82,7 @@ ProgramOptions programOptions(CommandLine const& line) {
     options.graph = line.graph;
     options.locale = line.locale;
     if (findReportFormat(line.format) == nullptr) {
-        throw UsageError(text("ErrorBadChoice", {"--format", line.format, reportFormatChoices()}));
+        throw UsageError(text("ErrorBadChoice", {"--format", escapeControls(line.format), reportFormatChoices()}));
     }
     options.format = line.format;
     checkChoice("--color", line.colour, {"auto", "always", "never"});
@@ -157,7 +159,7 @@ ProgramOptions programOptions(CommandLine const& line) {
     for (auto const& folder : line.analyzerPaths) {
         std::error_code error;
         if (!std::filesystem::is_directory(folder, error)) {
-            throw UsageError(text("ErrorNoSuchFolder", {"--analyzer-path", folder}));
+            throw UsageError(text("ErrorNoSuchFolder", {"--analyzer-path", escapeControls(folder)}));
         }
         options.analyzerPaths.emplace_back(std::filesystem::absolute(folder));
     }
@@ -169,7 +171,8 @@ ProgramOptions programOptions(CommandLine const& line) {
     if (!options.installRoot.empty()) {
         std::error_code error;
         if (!std::filesystem::is_directory(options.installRoot, error)) {
-            throw UsageError(text("ErrorNoSuchFolder", {"--install-root", options.installRoot.string()}));
+            throw UsageError(
+                text("ErrorNoSuchFolder", {"--install-root", escapeControls(options.installRoot.string())}));
         }
     }
     return options;

@@ -147,12 +147,12 @@ namespace {
 
 std::string failureMessage(AnalyzerFailure const& failure, dependency::graph::Graph const& graph,
                            dependency::graph::NodePositions const& positions) {
-    std::string where = positions.file();
+    std::string where = escapeControls(positions.file());
     if (auto const position = positions.positionOf(graph, *failure.node())) {
         where += ":" + std::to_string(position->line) + ":" + std::to_string(position->column);
     }
-    return text("ErrorAnalyzerFailed",
-                {failure.analyzer(), escapeControls(toUtf8(failure.node()->getID())), where, failure.what()});
+    return text("ErrorAnalyzerFailed", {escapeControls(failure.analyzer()),
+                                        escapeControls(toUtf8(failure.node()->getID())), where, failure.what()});
 }
 
 }  // namespace
@@ -304,7 +304,8 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
             recorded += entry.findings.size();
         }
         std::cerr << "depattr: "
-                  << text("NoteBaselineWritten", {counted("CountFinding", recorded), options.writeBaseline.string()})
+                  << text("NoteBaselineWritten",
+                          {counted("CountFinding", recorded), escapeControls(options.writeBaseline.string())})
                   << '\n';
         return exitClean;
     }

@@ -103,7 +103,8 @@ int run(int argc, char** argv) {
     // An unknown command is named as such, not reported as a missing one.
     if (argc > 1 && argv[1][0] != '-' && std::string_view(argv[1]) != "analyze" &&
         std::string_view(argv[1]) != "analyzers") {
-        std::cerr << "depattr: " << text("ErrorPrefix") << text("ErrorUnknownCommand", {std::string(argv[1])}) << '\n'
+        std::cerr << "depattr: " << text("ErrorPrefix") << text("ErrorUnknownCommand", {escapeControls(argv[1])})
+                  << '\n'
                   << text("HintHelp") << '\n';
         return exitBadInput;
     }
@@ -131,7 +132,7 @@ int run(int argc, char** argv) {
         if (error.get_exit_code() == 0) {
             return app.exit(error);
         }
-        std::string reason = error.what();
+        std::string reason = escapeControls(error.what());
         if (dynamic_cast<CLI::RequiredError const*>(&error) != nullptr && !analyze->parsed() && !list->parsed()) {
             reason = text("ErrorNoCommand");
         }

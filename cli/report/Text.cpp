@@ -105,7 +105,7 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
             out << "  " << (colour ? colourOf(severity) : "") << severityText(severity) << (colour ? "\x1b[0m" : "")
                 << "  " << id->second << "  " << shown(attribute.getName());
             if (!finding.analyzer.empty()) {
-                out << "  [" << finding.analyzer << "]";
+                out << "  [" << escapeControls(finding.analyzer) << "]";
             }
             out << '\n';
         }

@@ -41,4 +41,17 @@ expect "control characters are escaped" has 'ID "evil\x1b[31m\nname"' "${out}"
 expect "colour when asked" has $'\x1b[33m' "${out}"
 expect "no raw control characters but colour" test "$(tr -d '\033' <<<"${out}" | grep -c $'\a')" -eq 0
 expect "NO_COLOR empty does not disable --color always" has $'\x1b[' "$(NO_COLOR= "${depattr}" analyze evil.json --color always)"
+# Values of the command line echoed in errors are escaped as well.
+evil=$'x\e[31m\a'
+for args in "analyze project/graph.json --format ${evil}" "analyze project/graph.json -s ${evil}" \
+  "analyze project/graph.json --ignore ${evil}" "analyze project/graph.json --color ${evil}" \
+  "analyze project/graph.json --analyzer-path ${evil}" "analyze project/graph.json --install-root ${evil}" \
+  "${evil}" "analyze project/graph.json --no-such${evil}" "analyze project/graph.json extra${evil}"; do
+  IFS=' ' read -r -a argv <<<"${args}"
+  err=$("${depattr}" "${argv[@]}" 2>&1 >/dev/null)
+  status=$?
+  expect "escaped error for '${args}': exit 2 (got ${status})" test "${status}" -eq 2
+  expect "escaped error for '${args}': no raw ESC or BEL (got: ${err})" test "$(tr -d -c '\033\007' <<<"${err}" | wc -c)" -eq 0
+  expect "escaped error for '${args}': the value shown (got: ${err})" has 'x\x1b[31m\x07' "${err}"
+done
 finish
