@@ -63,7 +63,7 @@ std::vector<std::string> findingIds(std::string const& option, std::vector<std::
                                     ProgramOptions& options) {
     auto ids = splitLists(values);
     for (auto const& id : ids) {
-        if (!isKnownFindingId(id)) {
+        if (!isKnownFindingSelector(id)) {
             UsageError error(text("ErrorUnknownFindingId", {option, escapeControls(id), knownFindingIds()}));
             if (options.analyzerPaths.empty()) {
                 throw error;
@@ -147,6 +147,12 @@ ProgramOptions programOptions(CommandLine const& line) {
             options.analyzers = splitLists({line.analyzers});
         }
     }
+    // An analyzer named twice runs once, where it was first named.
+    for (auto at = options.analyzers.begin(); at != options.analyzers.end(); ++at) {
+        options.analyzers.erase(std::remove(std::next(at), options.analyzers.end(), *at), options.analyzers.end());
+    }
+    options.exitZero = line.exitZero;
+    options.statistics = line.statistics;
     if (given("--min-severity")) {
         options.minimum = severityOption("--min-severity", line.minimum);
     }

@@ -8,6 +8,7 @@
 #include "cli/Output.hpp"
 #include "cli/ProgressMeter.hpp"
 #include "cli/Report.hpp"
+#include "cli/Statistics.hpp"
 #include "cli/Texts.hpp"
 #include "cli/report/Formats.hpp"
 #include "platform/fl/MessageCatalog.hpp"
@@ -188,11 +189,14 @@ private:
 void resolveHostNames(std::vector<UnresolvedName> const& names, dependency::services::AnalysisSession const& session) {
     auto const& hosts = session.hostAnalyzers();
     for (auto const& name : names) {
+        auto const selector = splitSelector(name.name);
         bool const known = std::any_of(hosts.begin(), hosts.end(), [&](auto const& host) {
             if (name.isAnalyzer) {
                 return host.name == name.name;
             }
-            return std::find(host.findingIds.begin(), host.findingIds.end(), name.name) != host.findingIds.end();
+            // A finding ID, or "Analyzer/ID" for one analyzer's.
+            return (selector.analyzer.empty() || host.name == selector.analyzer) &&
+                   std::find(host.findingIds.begin(), host.findingIds.end(), selector.id) != host.findingIds.end();
         });
         if (!known) {
             std::rethrow_exception(name.error);
@@ -322,7 +326,18 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
                                                  .colour = useColour(options.colour, toTerminal),
                                                  .workingFolder = std::filesystem::current_path()});
     output.finish();
-    return report.fails() ? exitFindings : exitClean;
+    if (options.statistics) {
+        // On standard output after the report; beside a machine-readable
+        // report there, on standard error so that the report stays whole.
+        std::ostringstream statistics;
+        writeStatistics(statistics, report);
+        if (options.output.empty() && options.format != "text") {
+            std::cerr << statistics.str();
+        } else {
+            writeStandardOutput(statistics.str());
+        }
+    }
+    return report.fails() && !options.exitZero ? exitFindings : exitClean;
 }
 
 int runListAnalyzers(std::string_view format) {

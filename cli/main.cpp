@@ -89,6 +89,8 @@ int run(int argc, char** argv) {
         analyze->add_option("--baseline", line.baseline, text("HelpBaseline"))->option_text("FILE");
         analyze->add_option("--write-baseline", line.writeBaseline, text("HelpWriteBaseline"))->option_text("FILE");
         analyze->add_option("--color", line.colour, text("HelpColor"))->option_text("WHEN");
+        analyze->add_flag("--exit-zero", line.exitZero, text("HelpExitZero"));
+        analyze->add_flag("--statistics", line.statistics, text("HelpStatistics"));
 
         list = app.add_subcommand("analyzers", text("HelpList"));
         list->group(text("HelpLabelSubcommands"));
