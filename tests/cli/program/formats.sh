@@ -13,6 +13,11 @@ expect "text: finding with its analyzer" has 'Warning      Missing  Function not
 expect "text: summary in words" has 'on 13 of 27 nodes (at or above Information)' "${text}"
 expect "text: no colour off a terminal" lacks $'\x1b[' "${text}"
 
+clean=$("${depattr}" analyze project/graph.json -a missing-file --select Exists -s warning)
+expect "text: a clean run is one line (got: ${clean})" test "${clean}" = 'No findings at or above Warning on 27 nodes'
+headings=$(grep '^[^ ].*  (' <<<"${text}" | sed 's/  (.*//')
+expect "text: grouped by file, sorted by path" test "${headings}" = "$(sort -s <<<"${headings}")"
+
 concise=$("${depattr}" analyze project/graph.json -a missing-file -f concise)
 expect "concise: one line per finding" has 'project/lib/absent.qx: Missing: File not found [missing-file]' "${concise}"
 expect "concise: every line a finding" test "$(wc -l <<<"${concise}")" -eq 10
