@@ -2,6 +2,7 @@
 #include "cli/CommandLine.hpp"
 #include "cli/Output.hpp"
 #include "cli/Program.hpp"
+#include "cli/Suggestion.hpp"
 #include "cli/Texts.hpp"
 #include "cli/report/Formats.hpp"
 #include "platform/fl/MessageCatalog.hpp"
@@ -40,6 +41,49 @@ void localiseHelp(CLI::App& app) {
                               "Subcommands", "SUBCOMMAND"}) {
         formatter->label(label, text((std::string("HelpLabel") + label).c_str()));
     }
+}
+
+// The long options of `app` ("--format"), for suggestions.
+std::vector<std::string> longOptionNames(CLI::App const& app) {
+    std::vector<std::string> names;
+    for (auto const* option : app.get_options()) {
+        for (auto const& name : option->get_lnames()) {
+            names.push_back("--" + name);
+        }
+    }
+    return names;
+}
+
+// "; did you mean --format?" for a misspelt option or command, else nothing.
+std::string suggestionFor(std::string_view given, std::vector<std::string> const& known) {
+    given = given.substr(0, given.find('='));
+    auto const closest = closestName(given, known);
+    return closest.empty() ? std::string() : text("HintDidYouMean", {closest});
+}
+
+// The parser's "arguments were not expected" in the program's words: each
+// argument named, and for a misspelt option the one meant.
+std::string unexpectedArguments(CLI::App const& app, CLI::App const& analyze, CLI::App const& list) {
+    std::vector<std::string> extras = app.remaining();
+    CLI::App const& command = analyze.parsed() ? analyze : list.parsed() ? list : app;
+    if (&command != &app) {
+        auto const more = command.remaining();
+        extras.insert(extras.end(), more.begin(), more.end());
+    }
+    if (extras.empty()) {
+        return {};
+    }
+    std::string named;
+    for (auto const& extra : extras) {
+        named += (named.empty() ? "\"" : ", \"") + escapeControls(extra) + "\"";
+    }
+    std::string message =
+        extras.size() == 1 ? text("ErrorUnexpectedArgument", {named}) : text("ErrorUnexpectedArguments", {named});
+    auto const option = std::find_if(extras.begin(), extras.end(), [](auto const& e) { return e.starts_with('-'); });
+    if (option != extras.end()) {
+        message += suggestionFor(*option, longOptionNames(command));
+    }
+    return message;
 }
 
 int run(int argc, char** argv) {
@@ -106,7 +150,7 @@ int run(int argc, char** argv) {
     if (argc > 1 && argv[1][0] != '-' && std::string_view(argv[1]) != "analyze" &&
         std::string_view(argv[1]) != "analyzers") {
         std::cerr << "depattr: " << text("ErrorPrefix") << text("ErrorUnknownCommand", {escapeControls(argv[1])})
-                  << '\n'
+                  << suggestionFor(argv[1], {"analyze", "analyzers"}) << '\n'
                   << text("HintHelp") << '\n';
         return exitBadInput;
     }
@@ -137,6 +181,10 @@ int run(int argc, char** argv) {
         std::string reason = escapeControls(error.what());
         if (dynamic_cast<CLI::RequiredError const*>(&error) != nullptr && !analyze->parsed() && !list->parsed()) {
             reason = text("ErrorNoCommand");
+        } else if (dynamic_cast<CLI::ExtrasError const*>(&error) != nullptr) {
+            if (auto const unexpected = unexpectedArguments(app, *analyze, *list); !unexpected.empty()) {
+                reason = unexpected;
+            }
         }
         std::cerr << "depattr: " << text("ErrorPrefix") << reason << '\n' << text("HintHelp") << '\n';
         return exitBadInput;
