@@ -82,6 +82,26 @@ bool isKnownFindingId(std::string_view id) {
     return false;
 }
 
+FindingSelector splitSelector(std::string_view selector) {
+    // Analyzer names hold no '/', and a finding ID is a name of the host
+    // language: the first '/' parts the two.
+    auto const slash = selector.find('/');
+    if (slash == std::string_view::npos) {
+        return {{}, selector};
+    }
+    return {selector.substr(0, slash), selector.substr(slash + 1)};
+}
+
+bool isKnownFindingSelector(std::string_view selector) {
+    auto const [analyzer, id] = splitSelector(selector);
+    if (analyzer.empty()) {
+        return !id.empty() && selector.find('/') == std::string_view::npos && isKnownFindingId(id);
+    }
+    auto const* entry = findAnalyzer(analyzer);
+    return entry != nullptr && std::any_of(entry->findings.begin(), entry->findings.end(),
+                                           [&](auto const& kind) { return kind.matches(id); });
+}
+
 std::string knownFindingIds() {
     std::vector<std::string_view> ids;
     for (auto const* entry : builtInAnalyzers()) {

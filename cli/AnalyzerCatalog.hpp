@@ -45,6 +45,19 @@ FindingKind const* kindOf(std::string_view analyzer, dependency::attribute::Attr
 // counts with nothing after it: "MissingProduct").
 bool isKnownFindingId(std::string_view id);
 
+// A finding selector as --select, --ignore and per-path-ignores take it: a
+// finding ID ("Missing"), or an analyzer's name and one of its IDs
+// ("missing-function/Missing"), the form rules have in SARIF.
+struct FindingSelector {
+    std::string_view analyzer;  // empty: any analyzer
+    std::string_view id;
+};
+FindingSelector splitSelector(std::string_view selector);
+
+// Whether `selector` names a kind of finding of the built-in analyzers: a
+// known ID, or a built-in analyzer's name with one of its IDs.
+bool isKnownFindingSelector(std::string_view selector);
+
 // Every known finding ID, once each, for messages.
 std::string knownFindingIds();
 

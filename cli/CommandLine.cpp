@@ -6,12 +6,14 @@
 #include "cli/Report.hpp"
 #include "cli/Texts.hpp"
 #include "cli/report/Formats.hpp"
+#include "platform/foundation/Printable.hpp"
 
 #include <algorithm>
 
 namespace depattr::cli {
 
 using dependency::attribute::Severity;
+using foundation::printable::escapeControls;
 
 namespace {
 
@@ -37,7 +39,7 @@ std::vector<std::string> splitLists(std::vector<std::string> const& values) {
 Severity severityOption(std::string const& option, std::string const& value) {
     auto const severity = parseSeverity(value);
     if (!severity) {
-        throw UsageError(text("ErrorBadSeverity", {option, value}));
+        throw UsageError(text("ErrorBadSeverity", {option, escapeControls(value)}));
     }
     return *severity;
 }
@@ -50,7 +52,7 @@ void checkChoice(std::string const& option, std::string const& value, std::vecto
         for (auto const& choice : choices) {
             list += (list.empty() ? "" : ", ") + choice;
         }
-        throw UsageError(text("ErrorBadChoice", {option, value, list}));
+        throw UsageError(text("ErrorBadChoice", {option, escapeControls(value), list}));
     }
 }
 
@@ -62,8 +64,8 @@ std::vector<std::string> findingIds(std::string const& option, std::vector<std::
                                     ProgramOptions& options) {
     auto ids = splitLists(values);
     for (auto const& id : ids) {
-        if (!isKnownFindingId(id)) {
-            UsageError error(text("ErrorUnknownFindingId", {option, id, knownFindingIds()}));
+        if (!isKnownFindingSelector(id)) {
+            UsageError error(text("ErrorUnknownFindingId", {option, escapeControls(id), knownFindingIds()}));
             if (options.analyzerPaths.empty()) {
                 throw error;
             }
@@ -92,7 +94,7 @@ ProgramOptions programOptions(CommandLine const& line) {
     }
     options.locale = line.locale;
     if (findReportFormat(line.format) == nullptr) {
-        throw UsageError(text("ErrorBadChoice", {"--format", line.format, reportFormatChoices()}));
+        throw UsageError(text("ErrorBadChoice", {"--format", escapeControls(line.format), reportFormatChoices()}));
     }
     options.format = line.format;
     checkChoice("--color", line.colour, {"auto", "always", "never"});
@@ -161,6 +163,12 @@ ProgramOptions programOptions(CommandLine const& line) {
             options.analyzers = splitLists({line.analyzers});
         }
     }
+    // An analyzer named twice runs once, where it was first named.
+    for (auto at = options.analyzers.begin(); at != options.analyzers.end(); ++at) {
+        options.analyzers.erase(std::remove(std::next(at), options.analyzers.end(), *at), options.analyzers.end());
+    }
+    options.exitZero = line.exitZero;
+    options.statistics = line.statistics;
     if (given("--min-severity")) {
         options.minimum = severityOption("--min-severity", line.minimum);
     }
@@ -173,7 +181,7 @@ ProgramOptions programOptions(CommandLine const& line) {
     for (auto const& folder : line.analyzerPaths) {
         std::error_code error;
         if (!std::filesystem::is_directory(folder, error)) {
-            throw UsageError(text("ErrorNoSuchFolder", {"--analyzer-path", folder}));
+            throw UsageError(text("ErrorNoSuchFolder", {"--analyzer-path", escapeControls(folder)}));
         }
         options.analyzerPaths.emplace_back(std::filesystem::absolute(folder));
     }
@@ -185,7 +193,8 @@ ProgramOptions programOptions(CommandLine const& line) {
     if (!options.installRoot.empty()) {
         std::error_code error;
         if (!std::filesystem::is_directory(options.installRoot, error)) {
-            throw UsageError(text("ErrorNoSuchFolder", {"--install-root", options.installRoot.string()}));
+            throw UsageError(
+                text("ErrorNoSuchFolder", {"--install-root", escapeControls(options.installRoot.string())}));
         }
     }
     return options;

@@ -33,6 +33,8 @@ struct CommandLine {
     std::string baseline;
     std::string writeBaseline;
     std::string colour = "auto";
+    bool exitZero = false;
+    bool statistics = false;
     std::string listFormat = "text";
     // The options of `analyze` that were given, by CLI11 name ("--select", "--fail-on").
     std::set<std::string> given;

@@ -6,6 +6,7 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
+#include <array>
 #include <fnmatch.h>
 
 namespace depattr::cli {
@@ -21,6 +22,55 @@ std::string ownWords(std::string_view description) {
         description = description.substr(0, setting);
     }
     return std::string(description);
+}
+
+// What is wrong with a glob of per-path-ignores, empty when nothing is. The
+// matcher would take an unclosed '[' or a trailing '\\' literally and an
+// unknown character class as matching nothing, so that the ignore silently
+// never applies; those are mistakes the user is told about instead.
+std::string globMistake(std::string_view glob) {
+    if (glob.empty()) {
+        return "it is empty";
+    }
+    static constexpr std::array<std::string_view, 12> classes{"alnum", "alpha", "blank", "cntrl", "digit", "graph",
+                                                              "lower", "print", "punct", "space", "upper", "xdigit"};
+    for (std::size_t at = 0; at < glob.size(); ++at) {
+        if (glob[at] == '\\') {
+            if (++at == glob.size()) {
+                return "it ends with a lone '\\'";
+            }
+            continue;
+        }
+        if (glob[at] != '[') {
+            continue;
+        }
+        std::size_t const open = at++;
+        if (at < glob.size() && (glob[at] == '!' || glob[at] == '^')) {
+            ++at;
+        }
+        if (at < glob.size() && glob[at] == ']') {
+            ++at;  // a ']' first in the set is one of its characters
+        }
+        while (at < glob.size() && glob[at] != ']') {
+            if (glob.substr(at).starts_with("[:")) {
+                auto const end = glob.find(":]", at + 2);
+                if (end == std::string_view::npos) {
+                    return "the '[' at character " + std::to_string(open + 1) + " is not closed by ']'";
+                }
+                auto const name = glob.substr(at + 2, end - at - 2);
+                if (std::find(classes.begin(), classes.end(), name) == classes.end()) {
+                    return "unknown character class \"[:" + std::string(name) + ":]\"";
+                }
+                at = end + 2;
+                continue;
+            }
+            ++at;
+        }
+        if (at == glob.size()) {
+            return "the '[' at character " + std::to_string(open + 1) + " is not closed by ']'";
+        }
+    }
+    return {};
 }
 
 // Reads one file's table, failing at the place of each problem.
@@ -63,7 +113,7 @@ public:
             } else if (name == "select" || name == "ignore") {
                 auto ids = strings(node, name);
                 for (std::size_t i = 0; i < ids.size(); ++i) {
-                    if (!isKnownFindingId(ids[i])) {
+                    if (!isKnownFindingSelector(ids[i])) {
                         unresolved(config, *node.as_array()->get(i), ids[i], false,
                                    "unknown finding ID \"" + ids[i] + "\" (known: " + knownFindingIds() + ")");
                     }
@@ -152,9 +202,13 @@ private:
         }
         std::vector<PathIgnore> ignores;
         for (auto&& [glob, ids] : *table) {
+            if (auto const mistake = globMistake(glob.str()); !mistake.empty()) {
+                throw ConfigError(file_, glob.source().begin.line, glob.source().begin.column,
+                                  "invalid glob \"" + std::string(glob.str()) + "\": " + mistake);
+            }
             PathIgnore ignore{std::string(glob.str()), strings(ids, glob.str()), folder};
             for (std::size_t i = 0; i < ignore.ids.size(); ++i) {
-                if (!isKnownFindingId(ignore.ids[i])) {
+                if (!isKnownFindingSelector(ignore.ids[i])) {
                     unresolved(config, *ids.as_array()->get(i), ignore.ids[i], false,
                                "unknown finding ID \"" + ignore.ids[i] + "\"");
                 }
@@ -250,14 +304,21 @@ std::optional<Severity> parseSeverity(std::string_view text) {
     return std::nullopt;
 }
 
-bool selectorMatches(std::string_view selector, std::string_view id) {
-    if (selector == id) {
+bool selectorMatches(std::string_view selector, std::string_view id, std::string_view analyzer) {
+    auto const [selectedAnalyzer, selectedId] = splitSelector(selector);
+    if (!selectedAnalyzer.empty() && selectedAnalyzer != analyzer) {
+        return false;
+    }
+    if (selectedId == id) {
         return true;
     }
     // Only a kind whose IDs carry more text matches by prefix.
     for (auto const* entry : builtInAnalyzers()) {
+        if (!selectedAnalyzer.empty() && entry->name != selectedAnalyzer) {
+            continue;
+        }
         for (auto const& kind : entry->findings) {
-            if (kind.idIsPrefix && kind.id == selector && id.starts_with(selector)) {
+            if (kind.idIsPrefix && kind.id == selectedId && id.starts_with(selectedId)) {
                 return true;
             }
         }
@@ -269,8 +330,13 @@ FindingFilter::FindingFilter(ProgramOptions const& options)
     : select_(options.select), ignore_(options.ignore), pathIgnores_(options.pathIgnores) {}
 
 bool FindingFilter::keeps(std::string_view id, std::filesystem::path const& nodePath) const {
+    return keeps(id, {}, nodePath);
+}
+
+bool FindingFilter::keeps(std::string_view id, std::string_view analyzer, std::filesystem::path const& nodePath) const {
     auto const named = [&](std::vector<std::string> const& selectors) {
-        return std::any_of(selectors.begin(), selectors.end(), [&](auto const& s) { return selectorMatches(s, id); });
+        return std::any_of(selectors.begin(), selectors.end(),
+                           [&](auto const& s) { return selectorMatches(s, id, analyzer); });
     };
     if (!select_.empty() && !named(select_)) {
         return false;

@@ -59,15 +59,19 @@ ConfigFile readConfigText(std::string_view text, std::filesystem::path const& fi
 // "information", "warning", "problem" (any case); nothing for anything else.
 std::optional<dependency::attribute::Severity> parseSeverity(std::string_view text);
 
-// Whether a selector names this finding ID: the same ID, or a kind whose IDs
-// go on with more text ("MissingProduct" names "MissingProductOK").
-bool selectorMatches(std::string_view selector, std::string_view id);
+// Whether a selector names this finding ID of this analyzer: the same ID, or a
+// kind whose IDs go on with more text ("MissingProduct" names
+// "MissingProductOK"); a selector "analyzer/ID" names only that analyzer's
+// findings ("missing-function/Missing").
+bool selectorMatches(std::string_view selector, std::string_view id, std::string_view analyzer = {});
 
 // Which findings a run keeps, by finding ID and node path.
 class FindingFilter {
 public:
     explicit FindingFilter(ProgramOptions const& options);
     bool keeps(std::string_view id, std::filesystem::path const& nodePath) const;
+    // The same for a finding of a known analyzer, which selectors "analyzer/ID" may name.
+    bool keeps(std::string_view id, std::string_view analyzer, std::filesystem::path const& nodePath) const;
 
 private:
     std::vector<std::string> select_;

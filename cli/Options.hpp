@@ -61,6 +61,8 @@ struct ProgramOptions {
     std::filesystem::path baseline;
     std::filesystem::path writeBaseline;
     ColourChoice colour = ColourChoice::Auto;
+    bool exitZero = false;    // exit 0 even when findings reach failOn (bad input is still 2)
+    bool statistics = false;  // after the report, the count of findings per finding ID
     // Names left to check against the host-language analyzers once they are
     // loaded; always empty when there are no analyzer paths.
     std::vector<UnresolvedName> unresolved;

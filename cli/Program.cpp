@@ -8,6 +8,7 @@
 #include "cli/Output.hpp"
 #include "cli/ProgressMeter.hpp"
 #include "cli/Report.hpp"
+#include "cli/Statistics.hpp"
 #include "cli/Texts.hpp"
 #include "cli/report/Formats.hpp"
 #include "platform/fl/MessageCatalog.hpp"
@@ -177,11 +178,14 @@ private:
 void resolveHostNames(std::vector<UnresolvedName> const& names, dependency::services::AnalysisSession const& session) {
     auto const& hosts = session.hostAnalyzers();
     for (auto const& name : names) {
+        auto const selector = splitSelector(name.name);
         bool const known = std::any_of(hosts.begin(), hosts.end(), [&](auto const& host) {
             if (name.isAnalyzer) {
                 return host.name == name.name;
             }
-            return std::find(host.findingIds.begin(), host.findingIds.end(), name.name) != host.findingIds.end();
+            // A finding ID, or "Analyzer/ID" for one analyzer's.
+            return (selector.analyzer.empty() || host.name == selector.analyzer) &&
+                   std::find(host.findingIds.begin(), host.findingIds.end(), selector.id) != host.findingIds.end();
         });
         if (!known) {
             std::rethrow_exception(name.error);
@@ -249,8 +253,9 @@ int analyzeAndReport(ProgramOptions const& options, dependency::services::Analys
             progress->finish();
         }
         std::cerr << "depattr: " << text("ErrorPrefix")
-                  << text("ErrorAnalyzerFailed", {failure.analyzer(), escapeControls(toUtf8(failure.node()->getID())),
-                                                  placeOf(*failure.node()), failure.what()})
+                  << text("ErrorAnalyzerFailed",
+                          {escapeControls(failure.analyzer()), escapeControls(toUtf8(failure.node()->getID())),
+                           placeOf(*failure.node()), failure.what()})
                   << '\n';
         return exitBadInput;
     } catch (dependency::services::AnalysisStopped const&) {
@@ -293,7 +298,8 @@ int analyzeAndReport(ProgramOptions const& options, dependency::services::Analys
             recorded += entry.findings.size();
         }
         std::cerr << "depattr: "
-                  << text("NoteBaselineWritten", {counted("CountFinding", recorded), options.writeBaseline.string()})
+                  << text("NoteBaselineWritten",
+                          {counted("CountFinding", recorded), escapeControls(options.writeBaseline.string())})
                   << '\n';
         return exitClean;
     }
@@ -310,7 +316,18 @@ int analyzeAndReport(ProgramOptions const& options, dependency::services::Analys
                                                  .colour = useColour(options.colour, toTerminal),
                                                  .workingFolder = std::filesystem::current_path()});
     output.finish();
-    return report.fails() ? exitFindings : exitClean;
+    if (options.statistics) {
+        // On standard output after the report; beside a machine-readable
+        // report there, on standard error so that the report stays whole.
+        std::ostringstream statistics;
+        writeStatistics(statistics, report);
+        if (options.output.empty() && options.format != "text") {
+            std::cerr << statistics.str();
+        } else {
+            writeStandardOutput(statistics.str());
+        }
+    }
+    return report.fails() && !options.exitZero ? exitFindings : exitClean;
 }
 
 // A path for messages: relative to the working folder when below it.
@@ -344,7 +361,7 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
         throw;
     }
     auto const placeOf = [&](dependency::graph::Node const& node) {
-        std::string where = positions.file();
+        std::string where = escapeControls(positions.file());
         if (auto const position = positions.positionOf(*graph, node)) {
             where += ":" + std::to_string(position->line) + ":" + std::to_string(position->column);
         }

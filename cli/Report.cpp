@@ -265,12 +265,15 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
         NodeFindings entry{node, displayPath(node->getPath(), workingFolder, normalWorkingFolder), {}, {}};
         std::filesystem::path const nodePath(toUtf8(node->getPath()));
         for (auto const& attribute : attributes) {
-            if (settings.filter != nullptr && !settings.filter->keeps(toUtf8(attribute->getID()), nodePath)) {
-                continue;
-            }
             Finding finding{attribute, {}, nullptr, {}, false};
             if (settings.sources != nullptr) {
                 finding.analyzer = settings.sources->analyzerOf(attribute);
+            }
+            if (settings.filter != nullptr &&
+                !settings.filter->keeps(toUtf8(attribute->getID()), finding.analyzer, nodePath)) {
+                continue;
+            }
+            if (settings.sources != nullptr) {
                 finding.kind = kindOf(finding.analyzer, *attribute);
             }
             finding.fingerprint = fingerprintValueOf(node->getID(), attribute->getID(), englishName(finding));

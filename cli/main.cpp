@@ -3,6 +3,7 @@
 #include "cli/CommandLine.hpp"
 #include "cli/Output.hpp"
 #include "cli/Program.hpp"
+#include "cli/Suggestion.hpp"
 #include "cli/Texts.hpp"
 #include "cli/report/Formats.hpp"
 #include "platform/fl/MessageCatalog.hpp"
@@ -67,6 +68,57 @@ void addAnalysisOptions(CLI::App* command, CommandLine& line) {
     command->add_option("--baseline", line.baseline, text("HelpBaseline"))->option_text("FILE");
     command->add_option("--write-baseline", line.writeBaseline, text("HelpWriteBaseline"))->option_text("FILE");
     command->add_option("--color", line.colour, text("HelpColor"))->option_text("WHEN");
+    command->add_flag("--exit-zero", line.exitZero, text("HelpExitZero"));
+    command->add_flag("--statistics", line.statistics, text("HelpStatistics"));
+}
+
+// The long options of `app` ("--format"), for suggestions.
+std::vector<std::string> longOptionNames(CLI::App const& app) {
+    std::vector<std::string> names;
+    for (auto const* option : app.get_options()) {
+        for (auto const& name : option->get_lnames()) {
+            names.push_back("--" + name);
+        }
+    }
+    return names;
+}
+
+// "; did you mean --format?" for a misspelt option or command, else nothing.
+std::string suggestionFor(std::string_view given, std::vector<std::string> const& known) {
+    given = given.substr(0, given.find('='));
+    auto const closest = closestName(given, known);
+    return closest.empty() ? std::string() : text("HintDidYouMean", {closest});
+}
+
+// The parser's "arguments were not expected" in the program's words: each
+// argument named, and for a misspelt option the one meant.
+std::string unexpectedArguments(CLI::App const& app, std::initializer_list<CLI::App const*> commands) {
+    std::vector<std::string> extras = app.remaining();
+    CLI::App const* parsed = &app;
+    for (auto const* command : commands) {
+        if (command->parsed()) {
+            parsed = command;
+        }
+    }
+    CLI::App const& command = *parsed;
+    if (&command != &app) {
+        auto const more = command.remaining();
+        extras.insert(extras.end(), more.begin(), more.end());
+    }
+    if (extras.empty()) {
+        return {};
+    }
+    std::string named;
+    for (auto const& extra : extras) {
+        named += (named.empty() ? "\"" : ", \"") + escapeControls(extra) + "\"";
+    }
+    std::string message =
+        extras.size() == 1 ? text("ErrorUnexpectedArgument", {named}) : text("ErrorUnexpectedArguments", {named});
+    auto const option = std::find_if(extras.begin(), extras.end(), [](auto const& e) { return e.starts_with('-'); });
+    if (option != extras.end()) {
+        message += suggestionFor(*option, longOptionNames(command));
+    }
+    return message;
 }
 
 int run(int argc, char** argv) {
@@ -118,7 +170,8 @@ int run(int argc, char** argv) {
     // An unknown command is named as such, not reported as a missing one.
     if (argc > 1 && argv[1][0] != '-' && std::string_view(argv[1]) != "analyze" &&
         std::string_view(argv[1]) != "scan" && std::string_view(argv[1]) != "analyzers") {
-        std::cerr << "depattr: " << text("ErrorPrefix") << text("ErrorUnknownCommand", {std::string(argv[1])}) << '\n'
+        std::cerr << "depattr: " << text("ErrorPrefix") << text("ErrorUnknownCommand", {escapeControls(argv[1])})
+                  << suggestionFor(argv[1], {"analyze", "scan", "analyzers"}) << '\n'
                   << text("HintHelp") << '\n';
         return exitBadInput;
     }
@@ -146,10 +199,14 @@ int run(int argc, char** argv) {
         if (error.get_exit_code() == 0) {
             return app.exit(error);
         }
-        std::string reason = error.what();
+        std::string reason = escapeControls(error.what());
         if (dynamic_cast<CLI::RequiredError const*>(&error) != nullptr && !analyze->parsed() && !scan->parsed() &&
             !list->parsed()) {
             reason = text("ErrorNoCommand");
+        } else if (dynamic_cast<CLI::ExtrasError const*>(&error) != nullptr) {
+            if (auto const unexpected = unexpectedArguments(app, {analyze, scan, list}); !unexpected.empty()) {
+                reason = unexpected;
+            }
         }
         std::cerr << "depattr: " << text("ErrorPrefix") << reason << '\n' << text("HintHelp") << '\n';
         return exitBadInput;

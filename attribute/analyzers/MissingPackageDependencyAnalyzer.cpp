@@ -46,8 +46,13 @@ std::shared_ptr<AttributeIdentity> const& missingPackageDependencyIdentity() {
     return identity;
 }
 
+// A path with a NUL character names no file (the system would read it only up
+// to the NUL): like an empty one, it lies in no product.
 std::u16string nativeForm(std::u16string const& path) {
-    return path.empty() ? path : fl::filesystem::detail::make_native_form(path, true);
+    if (path.empty() || path.find(u'\0') != std::u16string::npos) {
+        return {};
+    }
+    return fl::filesystem::detail::make_native_form(path, true);
 }
 
 // The packages that `node` uses from installed products, in dependency order,

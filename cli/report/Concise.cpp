@@ -30,7 +30,7 @@ void writeConcise(std::ostream& out, Report const& report) {
                 out << where << ": " << escapeControls(toUtf8(finding.attribute->getID())) << ": "
                     << escapeControls(toUtf8(finding.attribute->getName()));
                 if (!finding.analyzer.empty()) {
-                    out << " [" << finding.analyzer << "]";
+                    out << " [" << escapeControls(finding.analyzer) << "]";
                 }
                 out << '\n';
             }

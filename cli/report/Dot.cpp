@@ -17,16 +17,30 @@ using dependency::graph::Node;
 using dependency::graph::Type;
 
 // A double-quoted DOT string; backslashes are escaped so that none of the
-// text is taken for a label escape such as \n or \l.
+// text is taken for a label escape such as \n or \l. A line break becomes the
+// label's \n, and every other control character is shown as an escape such
+// as \x1b (its backslash escaped in turn), so that no raw control byte reaches
+// the file or a terminal showing it.
 std::string dotString(std::string_view text) {
+    static constexpr char hex[] = "0123456789abcdef";
     std::string out = "\"";
+    out.reserve(text.size() + 2);
     for (char const c : text) {
+        auto const byte = static_cast<unsigned char>(c);
         if (c == '"' || c == '\\') {
             out += '\\';
             out += c;
         } else if (c == '\n') {
             out += "\\n";
-        } else if (c != '\r') {
+        } else if (c == '\r') {
+            out += "\\\\r";
+        } else if (c == '\t') {
+            out += "\\\\t";
+        } else if (byte < 0x20 || byte == 0x7f) {
+            out += "\\\\x";
+            out += hex[byte >> 4];
+            out += hex[byte & 0xf];
+        } else {
             out += c;
         }
     }

@@ -14,16 +14,27 @@ using dependency::attribute::Severity;
 namespace {
 
 // Workflow commands end at a line break and split at '::'; their data and
-// properties are percent-escaped as the CI service expects.
+// properties are percent-escaped as the CI service expects. Other control
+// characters (ESC, BEL, tab...) are written as escapes such as \x1b, so that
+// neither the log viewer nor a terminal showing the raw log acts on them.
 std::string workflowData(std::string_view text) {
+    static constexpr char hex[] = "0123456789abcdef";
     std::string out;
+    out.reserve(text.size());
     for (char const c : text) {
+        auto const byte = static_cast<unsigned char>(c);
         if (c == '%') {
             out += "%25";
         } else if (c == '\r') {
             out += "%0D";
         } else if (c == '\n') {
             out += "%0A";
+        } else if (c == '\t') {
+            out += "\\t";
+        } else if (byte < 0x20 || byte == 0x7f) {
+            out += "\\x";
+            out += hex[byte >> 4];
+            out += hex[byte & 0xf];
         } else {
             out += c;
         }

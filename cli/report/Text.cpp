@@ -1,5 +1,6 @@
-// The text report: findings grouped by node, columns aligned, severities
-// coloured on a terminal.
+// The text report: findings grouped by file (the node's path, else its ID),
+// sorted by it, columns aligned, severities coloured on a terminal. A run with
+// nothing to report is one line.
 #include "cli/report/Formats.hpp"
 
 #include "cli/Texts.hpp"
@@ -29,11 +30,14 @@ std::string_view colourOf(Severity severity) {
 }
 
 std::string summaryLine(Report const& report) {
-    std::string line = text("SummaryFound", {counted("CountProblem", report.count(Severity::Problem)),
-                                             counted("CountWarning", report.count(Severity::Warning)),
-                                             counted("CountInformation", report.count(Severity::Information)),
-                                             static_cast<long>(report.reportedNodes()),
-                                             counted("CountNode", report.nodeCount), severityWord(report.minimum)});
+    std::string line =
+        report.reportedNodes() == 0
+            ? text("SummaryClean", {severityWord(report.minimum), counted("CountNode", report.nodeCount)})
+            : text("SummaryFound", {counted("CountProblem", report.count(Severity::Problem)),
+                                    counted("CountWarning", report.count(Severity::Warning)),
+                                    counted("CountInformation", report.count(Severity::Information)),
+                                    static_cast<long>(report.reportedNodes()), counted("CountNode", report.nodeCount),
+                                    severityWord(report.minimum)});
     if (report.hiddenByBaseline > 0) {
         line += "; " + counted("CountHiddenByBaseline", report.hiddenByBaseline);
     }
@@ -43,6 +47,10 @@ std::string summaryLine(Report const& report) {
 }  // namespace
 
 void writeText(std::ostream& out, Report const& report, bool colour) {
+    if (report.reportedNodes() == 0) {
+        out << summaryLine(report) << '\n';
+        return;
+    }
     out << text("TextHeading",
                 {escapeControls(report.graphName), counted("CountNode", report.nodeCount),
                  counted("CountEdge", report.dependencyCount), counted("CountAnalyzer", report.analyzers.size())})
@@ -79,18 +87,26 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
                                                : padded(severityWord(severity), severityWidth);
     };
     std::unordered_map<int, std::string> kindWords;
+    // Grouped by where they are: the nodes (listed by ID) sorted by path, the
+    // nodes of one file kept in ID order.
+    std::vector<std::pair<std::string, NodeFindings const*>> byPlace;
+    byPlace.reserve(report.nodes.size());
     for (auto const& entry : report.nodes) {
-        if (std::none_of(entry.findings.begin(), entry.findings.end(), [](auto const& f) { return !f.suppressed; })) {
-            continue;
+        if (std::any_of(entry.findings.begin(), entry.findings.end(), [](auto const& f) { return !f.suppressed; })) {
+            byPlace.emplace_back(entry.where(), &entry);
         }
+    }
+    std::stable_sort(byPlace.begin(), byPlace.end(), [](auto const& a, auto const& b) { return a.first < b.first; });
+    for (auto const& [where, place] : byPlace) {
+        auto const& entry = *place;
         auto const& node = *entry.node;
         auto [kind, newKind] = kindWords.try_emplace(static_cast<int>(node.getType().kind()));
         if (newKind) {
             kind->second = kindWord(node.getType());
         }
         out << '\n'
-            << text("TextNodeHeading", {escapeControls(entry.where()), kind->second,
-                                        escapeControls(displayNameOf(node)), escapeControls(toUtf8(node.getID()))})
+            << text("TextNodeHeading", {escapeControls(where), kind->second, escapeControls(displayNameOf(node)),
+                                        escapeControls(toUtf8(node.getID()))})
             << '\n';
         for (auto const& finding : entry.findings) {
             if (finding.suppressed) {
@@ -105,7 +121,7 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
             out << "  " << (colour ? colourOf(severity) : "") << severityText(severity) << (colour ? "\x1b[0m" : "")
                 << "  " << id->second << "  " << shown(attribute.getName());
             if (!finding.analyzer.empty()) {
-                out << "  [" << finding.analyzer << "]";
+                out << "  [" << escapeControls(finding.analyzer) << "]";
             }
             out << '\n';
         }

@@ -63,6 +63,12 @@ public:
 
 private:
     void readDocument() {
+        // A UTF-8 byte-order mark, which some editors write, is no JSON: it is
+        // read as the blanks it stands for, so that every offset (and so every
+        // line and column reported) stays that of the file.
+        if (text_.size() >= 3 && text_.data()[0] == '\xef' && text_.data()[1] == '\xbb' && text_.data()[2] == '\xbf') {
+            std::fill_n(text_.data(), 3, ' ');
+        }
         od::parser parser;
         od::document document;
         if (auto const error = parser.iterate(text_).get(document)) {

@@ -168,7 +168,8 @@ ToolboxFinder::ProductList ToolboxFinder::findProductsByLocator(std::u16string c
 
 ToolboxFinder::ProductList ToolboxFinder::findProductsContainingPath(std::u16string const& path) const {
     ProductList found;
-    if (path.empty() || productsByFolderHash_.empty()) {
+    // A path with a NUL character names no file: it is in no product's folder.
+    if (path.empty() || productsByFolderHash_.empty() || path.find(u'\0') != std::u16string::npos) {
         return found;
     }
     // A path that is normal already (the usual case) is taken as it is.

@@ -62,8 +62,8 @@ public:
     // The installed products whose version folder is `path` or contains it,
     // innermost version folder first, then in the finder's order. `path` is a
     // native-form path; a relative one is taken against the current folder, an
-    // empty one lies in no product. Containment is by whole path components:
-    // /a/bc is not inside /a/b.
+    // empty one or one with a NUL character lies in no product. Containment is
+    // by whole path components: /a/bc is not inside /a/b.
     ProductList findProductsContainingPath(std::u16string const& path) const;
 
     ProductList const& getProducts() const noexcept { return products_; }

@@ -306,3 +306,51 @@ TEST(BaselineTest, EachRecordedFindingHidesOneAndBadFilesAreNamed) {
     }
     EXPECT_THROW(Baseline::write(scratch.path() / "no" / "such.json", first), BaselineError);
 }
+
+TEST(TextReport, ACleanRunIsOneLineAndFindingsAreGroupedByFileSortedByPath) {
+    GraphBuilder builder;
+    struct Place {
+        std::u16string id;
+        std::u16string path;
+    };
+    // IDs in one order, paths in another; two nodes in one file; one without a path.
+    for (auto const& [id, path] : std::vector<Place>{
+             {u"a", u"/w/z.qx"}, {u"b", u"/w/a.qx"}, {u"c", u""}, {u"d", u"/w/a.qx"}, {u"e", u"/w/m.qx"}}) {
+        builder.addNode(NodeData{.id = id, .type = Type::FILE(), .path = path, .isFile = !path.empty()});
+    }
+    auto const graph = builder.build();
+    auto const finding = make(u"Missing", u"File not found", Severity::Warning);
+    auto const result = analyzeGraph(graph, {std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const&) {
+                                         return std::vector<std::shared_ptr<Attribute>>{finding};
+                                     })});
+    auto report = makeReport(*graph, *result, {.workingFolder = "/w"});
+    std::ostringstream grouped;
+    writeText(grouped, report, false);
+    std::vector<std::string> headings;
+    std::istringstream lines(grouped.str());
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find("  (file") != std::string::npos) {
+            headings.push_back(line.substr(0, line.find("  (")) + " " + line.substr(line.find("ID \"")));
+        }
+    }
+    EXPECT_EQ(headings, (std::vector<std::string>{"a.qx ID \"b\")", "a.qx ID \"d\")", "c ID \"c\")", "m.qx ID \"e\")",
+                                                  "z.qx ID \"a\")"}))
+        << grouped.str();
+
+    // Nothing at or above the minimum: the one line says so, in the minimum's word.
+    auto const clean = makeReport(*graph, *result, {.minimum = Severity::Problem, .workingFolder = "/w"});
+    std::ostringstream quiet;
+    writeText(quiet, clean, false);
+    EXPECT_EQ(quiet.str(), "No findings at or above Problem on 5 nodes\n");
+    // Findings all hidden by the baseline still leave one line, which says how many.
+    for (auto& entry : report.nodes) {
+        for (auto& each : entry.findings) {
+            each.suppressed = true;
+        }
+    }
+    report.hiddenByBaseline = 5;
+    report.minimum = Severity::Warning;
+    std::ostringstream hidden;
+    writeText(hidden, report, false);
+    EXPECT_EQ(hidden.str(), "No findings at or above Warning on 5 nodes; 5 findings hidden by the baseline\n");
+}

@@ -3,6 +3,7 @@
 #include "cli/CommandLine.hpp"
 #include "cli/Config.hpp"
 #include "cli/Program.hpp"
+#include "cli/Suggestion.hpp"
 #include "support/Scratch.hpp"
 
 #include <gtest/gtest.h>
@@ -105,4 +106,48 @@ TEST(CommandLineTest, WithAnalyzerPathsUnknownNamesWaitForTheHostAnalyzers) {
     folder.write("depattr.toml", "analyzers = [\"FunctionNaming\"]\nmin-severity = 3\n");
     auto const first = whatOf<ConfigError>([&] { programOptions(lineFor(folder)); });
     EXPECT_NE(first.find("depattr.toml:1:14: unknown analyzer \"FunctionNaming\""), std::string::npos) << first;
+}
+
+TEST(SuggestionTest, AMisspeltNameGetsTheClosestKnownOneAndOnlyWhenClose) {
+    struct Distance {
+        std::string_view a;
+        std::string_view b;
+        std::size_t expected;
+    };
+    for (auto const& [a, b, expected] : std::vector<Distance>{
+             {"", "", 0},
+             {"", "abc", 3},
+             {"format", "format", 0},
+             {"fromat", "format", 1},  // two neighbours swapped: one edit
+             {"formta", "format", 1},
+             {"fmt", "format", 3},
+             {"kitten", "sitting", 3},
+             {"ca", "abc", 3},  // no edit counted twice in a swap
+         }) {
+        EXPECT_EQ(editDistance(a, b), expected) << a << " / " << b;
+        EXPECT_EQ(editDistance(b, a), expected) << b << " / " << a;
+    }
+
+    std::vector<std::string> const options{"--format", "--fail-on",    "--output",
+                                           "--select", "--statistics", "--exit-zero"};
+    struct Case {
+        std::string_view given;
+        std::string_view expected;
+    };
+    for (auto const& [given, expected] : std::vector<Case>{
+             {"--fromat", "--format"},
+             {"--formt", "--format"},
+             {"--fail-onn", "--fail-on"},
+             {"--statistic", "--statistics"},
+             {"--exitzero", "--exit-zero"},
+             {"--format", ""},  // the name itself is no suggestion
+             {"--verbose", ""},
+             {"--zzz", ""},
+         }) {
+        EXPECT_EQ(closestName(given, options), expected) << given;
+    }
+    // Short names allow one edit only; of two equally close names the first is taken.
+    EXPECT_EQ(closestName("anlyze", {"analyze", "analyzers"}), "analyze");
+    EXPECT_EQ(closestName("ab", {"xy", "ax", "ay"}), "ax");
+    EXPECT_EQ(closestName("ab", {"xy"}), "");
 }

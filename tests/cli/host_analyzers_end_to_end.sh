@@ -64,6 +64,13 @@ selected=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${w
   --analyzer-path "${analyzers}" --select FunctionName -f concise)
 expect "--select FunctionName keeps only its findings" test -n "${selected}"
 expect "--select FunctionName shows nothing else" lacks 'DependsOnUnresolved' "${selected}"
+qualified=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
+  --analyzer-path "${analyzers}" --select FunctionNaming/FunctionName -f concise)
+expect "--select Analyzer/ID takes a host analyzer's finding" test "${qualified}" = "${selected}"
+"${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${analyzers}" --select OtherClass/FunctionName \
+  >/dev/null 2>"${work}/err"
+expect "an ID of another analyzer is an error (exit 2)" test $? -eq 2
+expect "the qualified ID is named" grep -qF 'OtherClass/FunctionName' "${work}/err"
 "${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${analyzers}" --ignore NoSuchFinding \
   >/dev/null 2>"${work}/err"
 expect "an ID no analyzer knows is still an error (exit 2)" test $? -eq 2

@@ -4,8 +4,10 @@
 // outcome is always the finding their kind defines, never an exception, a
 // crash or a wait. docs/reliability.md lists the outcomes.
 #include "attribute/analyzers/Analyzers.hpp"
+#include "attribute/analyzers/Registry.hpp"
 #include "platform/codeanalysis/CodeAnalysis.hpp"
 #include "platform/graph/GraphBuilder.hpp"
+#include "platform/toolbox/ToolboxFinder.hpp"
 
 #include <gtest/gtest.h>
 
@@ -101,6 +103,41 @@ TEST_F(HostilePaths, PresenceIsAFindingWhateverThePath) {
         ASSERT_EQ(findings.size(), 1u);
         EXPECT_EQ(findings[0]->getID(), c.id);
     }
+}
+
+// A NUL character in any node's path is a place that cannot exist: every
+// built-in analyzer answers for it as for a missing file (or not at all),
+// never with an error of the file-system layer, whatever products are installed.
+TEST_F(HostilePaths, EveryAnalyzerTakesAPathWithANulCharacter) {
+    auto const product = std::make_shared<dependency::toolbox::ProductInfo>(u"P", u"PK", 3, true, scratch_.u16string(),
+                                                                            std::vector<std::u16string>{u"pk"});
+    dependency::toolbox::ToolboxFinder::setInstance(
+        std::make_shared<dependency::toolbox::ToolboxFinder>(dependency::toolbox::ToolboxFinder::ProductList{product}));
+    auto const path = (scratch_ / "a").u16string() + u"\0b.qx"s;
+    dependency::graph::GraphBuilder builder;
+    std::vector<std::u16string> ids;
+    for (auto const& type :
+         {Type::FILE(), Type::FUNCTION(), Type::PACKAGE(), Type::PRODUCT(), Type::PROJECT(), Type::DERIVED()}) {
+        auto const id = u"n"s + static_cast<char16_t>(u'0' + ids.size());
+        builder.addNode(NodeData{.id = id,
+                                 .type = type,
+                                 .path = path,
+                                 .location = {path, u"f", u"pk", u"0f8fad5b-d9cb-469f-a165-70867728950e"},
+                                 .isFile = type == Type::FILE() || type == Type::DERIVED()});
+        ids.push_back(id);
+    }
+    for (std::size_t i = 1; i < ids.size(); ++i) {
+        builder.addDependency(ids[0], ids[i], Type::REFERENCE());
+    }
+    auto const graph = builder.build();
+    for (auto const* entry : dependency::attribute::builtInAnalyzers()) {
+        auto const analyzer = entry->create();
+        for (auto const& id : ids) {
+            SCOPED_TRACE(std::string(entry->name) + " on node " + std::string(id.begin(), id.end()));
+            EXPECT_NO_THROW(analyzer->analyze(graph->findNode(id), graph));
+        }
+    }
+    dependency::toolbox::ToolboxFinder::setInstance(nullptr);
 }
 
 TEST_F(HostilePaths, InsideAFolderWithoutPermissionAFileIsMissing) {

@@ -22,6 +22,16 @@ check_error "a bad severity" '--min-severity: "fatal" is not a severity (use inf
   "${depattr}" analyze project/graph.json -s fatal
 check_error "an unknown analyzer" 'unknown analyzer "no-such-analyzer"' "${depattr}" analyze project/graph.json -a no-such-analyzer
 check_error "an unknown finding ID" '--ignore: unknown finding ID "Mising"' "${depattr}" analyze project/graph.json --ignore Mising
+check_error "a misspelt option" 'unexpected argument "--fromat=json"; did you mean --format?' \
+  "${depattr}" analyze project/graph.json --fromat=json
+check_error "a second graph" 'unexpected argument "other.json"' "${depattr}" analyze project/graph.json other.json
+check_error "several unexpected arguments" 'unexpected arguments "other.json", "--statistcs"; did you mean --statistics?' \
+  "${depattr}" analyze project/graph.json other.json --statistcs
+check_error "a misspelt command" 'unknown command "analyse" (the commands are analyze, scan and analyzers); did you mean analyze?' \
+  "${depattr}" analyse
+check_error "an option far from any" 'unexpected argument "--frobnicate"' "${depattr}" analyze --frobnicate
+expect "no suggestion when nothing is close" lacks 'did you mean' "$("${depattr}" analyze --frobnicate 2>&1)"
+expect "the parser's own wording is gone" lacks 'was not expected' "$("${depattr}" analyze a b 2>&1)"
 help=$("${depattr}" analyze --help)
 expect "help shows no raw enumeration" lacks 'information->' "${help}"
 
@@ -41,4 +51,28 @@ expect "control characters are escaped" has 'ID "evil\x1b[31m\nname"' "${out}"
 expect "colour when asked" has $'\x1b[33m' "${out}"
 expect "no raw control characters but colour" test "$(tr -d '\033' <<<"${out}" | grep -c $'\a')" -eq 0
 expect "NO_COLOR empty does not disable --color always" has $'\x1b[' "$(NO_COLOR= "${depattr}" analyze evil.json --color always)"
+# A NUL in a node's path is a file that cannot exist, for every analyzer.
+printf '{"nodes": [{"id": "n", "type": "file", "path": "project/src/a\\u0000b.qx"}, {"id": "p", "type": "package", "path": "x\\u0000y", "location": ["x", "p", "mapping", "0f8fad5b-d9cb-469f-a165-70867728950e"]}], "edges": [{"from": "n", "to": "p", "type": "reference"}]}' >nul.json
+out=$("${depattr}" analyze nul.json --install-root install -f concise 2>&1)
+status=$?
+expect "a NUL in a path: a finding, not a failure (got ${status}: ${out})" test "${status}" -eq 1
+expect "a NUL in a path: reported missing" has 'project/src/a\x00b.qx: Missing: File not found [missing-file]' "${out}"
+expect "a NUL in a path: no file-system text" lacks 'fl::filesystem' "${out}"
+# A graph file that starts with a UTF-8 byte-order mark is read.
+printf '\xef\xbb\xbf' | cat - project/graph.json >bom.json
+expect "a byte-order mark is read past" test "$("${depattr}" analyze bom.json -f json | "${python}" -c 'import json, sys; print(json.load(sys.stdin)["nodes"])')" -eq 27
+
+# Values of the command line echoed in errors are escaped as well.
+evil=$'x\e[31m\a'
+for args in "analyze project/graph.json --format ${evil}" "analyze project/graph.json -s ${evil}" \
+  "analyze project/graph.json --ignore ${evil}" "analyze project/graph.json --color ${evil}" \
+  "analyze project/graph.json --analyzer-path ${evil}" "analyze project/graph.json --install-root ${evil}" \
+  "${evil}" "analyze project/graph.json --no-such${evil}" "analyze project/graph.json extra${evil}"; do
+  IFS=' ' read -r -a argv <<<"${args}"
+  err=$("${depattr}" "${argv[@]}" 2>&1 >/dev/null)
+  status=$?
+  expect "escaped error for '${args}': exit 2 (got ${status})" test "${status}" -eq 2
+  expect "escaped error for '${args}': no raw ESC or BEL (got: ${err})" test "$(tr -d -c '\033\007' <<<"${err}" | wc -c)" -eq 0
+  expect "escaped error for '${args}': the value shown (got: ${err})" has 'x\x1b[31m\x07' "${err}"
+done
 finish

@@ -37,6 +37,13 @@ for usage in "analyze ${graph} -s fatal" "analyze ${graph} --fail-on" "analyze $
   # shellcheck disable=SC2086
   expect "usage error exits 2: '${usage}'" test "$(status_of "${depattr}" ${usage})" -eq 2
 done
+# --exit-zero: findings never fail the run, bad input still does.
+expect "--exit-zero exits 0 with failing findings" \
+  test "$(status_of "${depattr}" analyze "${graph}" --install-root "${install_root}" --exit-zero)" -eq 0
+expect "--exit-zero still exits 2 for bad input" \
+  test "$(status_of "${depattr}" analyze "${graph}" --exit-zero -s fatal)" -eq 2
+expect "--exit-zero still exits 2 for a bad graph" \
+  test "$(status_of "${depattr}" analyze /nonexistent.json --exit-zero)" -eq 2
 expect "--help exits 0" test "$(status_of "${depattr}" --help)" -eq 0
 expect "analyze --help exits 0" test "$(status_of "${depattr}" analyze --help)" -eq 0
 finish

@@ -13,6 +13,11 @@ expect "text: finding with its analyzer" has 'Warning      Missing  Function not
 expect "text: summary in words" has 'on 13 of 27 nodes (at or above Information)' "${text}"
 expect "text: no colour off a terminal" lacks $'\x1b[' "${text}"
 
+clean=$("${depattr}" analyze project/graph.json -a missing-file --select Exists -s warning)
+expect "text: a clean run is one line (got: ${clean})" test "${clean}" = 'No findings at or above Warning on 27 nodes'
+headings=$(grep '^[^ ].*  (' <<<"${text}" | sed 's/  (.*//')
+expect "text: grouped by file, sorted by path" test "${headings}" = "$(sort -s <<<"${headings}")"
+
 concise=$("${depattr}" analyze project/graph.json -a missing-file -f concise)
 expect "concise: one line per finding" has 'project/lib/absent.qx: Missing: File not found [missing-file]' "${concise}"
 expect "concise: every line a finding" test "$(wc -l <<<"${concise}")" -eq 10
@@ -48,6 +53,25 @@ assert locations and all(l["physicalLocation"]["artifactLocation"]["uri"] == "pr
 dot=$("${depattr}" analyze project/graph.json --install-root install --format dot)
 expect "dot: the edges with their kinds" has '"data/results.csv" -> "src/main.qx" [label="derived"];' "${dot}"
 expect "dot: warning nodes filled" has '"project:vendor" [shape=box3d, style="filled,rounded", fillcolor="#ffd98a"' "${dot}"
+
+# --statistics: after the report, one line per finding ID, most frequent first.
+stats=$("${depattr}" analyze project/graph.json -a missing-file,missing-function --statistics --exit-zero)
+counts=$(sed -n '/ (at or above Information)$/,$p' <<<"${stats}" | tail -n +2)
+expect "statistics: after the summary, count and ID (got: ${counts})" \
+  test "${counts}" = "$(printf '8  Exists\n5  Missing')"
+json_stats=$("${depattr}" analyze project/graph.json -a missing-file -f json --statistics 2>stats.err)
+expect "statistics: a JSON report stays whole" "${python}" -c 'import json, sys; json.loads(sys.argv[1])' "${json_stats}"
+expect "statistics: beside it on standard error" test "$(cat stats.err)" = "$(printf '8  Exists\n2  Missing')"
+
+# Finding IDs by analyzer: missing-function/Missing is not missing-file/Missing.
+only=$("${depattr}" analyze project/graph.json -a missing-file,missing-function -f concise --select missing-function/Missing)
+expect "analyzer/ID selects that analyzer's findings" test "$(grep -c '\[missing-function\]' <<<"${only}")" -eq 3
+expect "analyzer/ID leaves the other analyzer's" lacks '[missing-file]' "${only}"
+rest=$("${depattr}" analyze project/graph.json -a missing-file,missing-function -f concise --ignore missing-function/Missing)
+expect "analyzer/ID ignores only that analyzer's" lacks '[missing-function]' "${rest}"
+expect "analyzer/ID keeps the other's" has 'Missing: File not found [missing-file]' "${rest}"
+expect "an analyzer named twice runs once" \
+  test "$("${depattr}" analyze project/graph.json -a missing-file,missing-file -f concise | sort | uniq -d | wc -l)" -eq 0
 
 list=$("${depattr}" analyzers)
 expect "analyzers: IDs and severities" has 'Exists              Information File exists' "${list}"

@@ -9,6 +9,9 @@ expect "ja: finding names" has 'ファイルが見つかりません' "${ja}"
 expect "ja: severity words" has '警告' "${ja}"
 expect "ja: kinds and headings" has '(ファイル「src/legacy.qx」、ID「src/legacy.qx」)' "${ja}"
 expect "ja: summary" has '問題 0 件、警告 2 件、情報 8 件（27 ノード中 10 ノード、情報以上）' "${ja}"
+expect "ja: a clean run is one line" \
+  test "$("${depattr}" analyze project/graph.json -a missing-file --select Exists -s warning --locale ja)" = \
+  '27 ノード中、警告以上の検出結果はありません'
 ja_env=$(LC_ALL=ja_JP.UTF-8 "${depattr}" analyze project/graph.json -a missing-file)
 expect "ja from the environment" test "${ja}" = "${ja_env}"
 help=$("${depattr}" --locale ja analyze --help)

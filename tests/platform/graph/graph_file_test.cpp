@@ -123,6 +123,12 @@ TEST(GraphFileTest, ErrorsNameFileLineAndColumn) {
         {"{\"nodes\": []}\n 5", 2, 2, "unexpected text after the graph"},
         {"5", 1, 1, "must hold one JSON object"},
         {"  ", 1, 3, "the file is empty"},
+        // A byte-order mark is read past, its three bytes counted as columns
+        // as every other byte of the line is; only at the start is it allowed.
+        {"\xef\xbb\xbf{\"nodes\": [{\"id\": 7, \"type\": \"file\"}]}", 1, 22, "\"id\" must be a string"},
+        {"\xef\xbb\xbf", 1, 4, "the file is empty"},
+        {"\xef\xbb\xbf\xef\xbb\xbf{\"nodes\": []}", 1, 4, ""},
+        {" \xef\xbb\xbf{\"nodes\": []}", 1, 2, ""},
         // What each node kind needs for the analyzers that read it.
         {"{\"nodes\": [{\"id\": \"f\", \"type\": \"function\", \"location\": "
          "[\"a.qx\"]}]}",
@@ -152,6 +158,22 @@ TEST(GraphFileTest, ErrorsNameFileLineAndColumn) {
             EXPECT_EQ(std::string(error.what()).rfind("g.json:" + std::to_string(c.line) + ":", 0), 0u) << error.what();
         }
     }
+}
+
+TEST(GraphFileTest, AByteOrderMarkBeforeTheGraphIsReadPast) {
+    auto const graph = parse("\xef\xbb\xbf{\"nodes\": [{\"id\": \"a\", \"type\": \"file\"}]}");
+    ASSERT_EQ(graph->nodeCount(), 1u);
+    EXPECT_NE(graph->findNode(u"a"), nullptr);
+
+    depattr_test::ScratchFolder const scratch("depattr_bom");
+    auto const file = scratch.path() / "graph.json";
+    std::ofstream(file) << "\xef\xbb\xbf{\"nodes\": [\n  {\"id\": \"b\", \"type\": \"file\"}\n]}\n";
+    NodePositions positions;
+    auto const loaded = loadGraphFile(file, {.positions = &positions});
+    auto const where = positions.positionOf(*loaded, *loaded->findNode(u"b"));
+    ASSERT_TRUE(where);
+    EXPECT_EQ(where->line, 2u);
+    EXPECT_EQ(where->column, 3u);
 }
 
 TEST(GraphFileTest, NodePositionsAndProgressComeFromTheOnePass) {
