@@ -183,11 +183,14 @@ Baseline Baseline::parse(std::string_view source, std::filesystem::path const& f
     return baseline;
 }
 
-void Baseline::write(std::filesystem::path const& file, Report const& report) {
+void Baseline::write(std::filesystem::path const& file, Report const& report, bool onlyHidden) {
     std::string out = "{\n  \"depattrBaseline\": 1,\n  \"findings\": [";
     bool first = true;
     for (auto const& entry : report.nodes) {
         for (auto const& finding : entry.findings) {
+            if (onlyHidden && !finding.suppressed) {
+                continue;
+            }
             out += first ? "\n" : ",\n";
             first = false;
             out += fmt::format("    {{\"fingerprint\": {}, \"node\": {}, \"id\": {}, \"name\": {}}}",
@@ -202,6 +205,14 @@ void Baseline::write(std::filesystem::path const& file, Report const& report) {
     } catch (OutputError const& error) {
         throw BaselineError::unwritable(file.string(), error.what());
     }
+}
+
+std::size_t Baseline::stale() const {
+    std::size_t count = 0;
+    for (auto const& [fingerprint, remaining] : remaining_) {
+        count += remaining;
+    }
+    return count;
 }
 
 bool Baseline::take(std::string const& fingerprint) {

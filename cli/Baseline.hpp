@@ -55,13 +55,18 @@ public:
     static Baseline read(std::filesystem::path const& file);
     // The same for the text of a baseline; `file` names it in errors.
     static Baseline parse(std::string_view text, std::filesystem::path const& file);
-    // Writes the reported findings of `report`. Throws BaselineError naming
-    // the file and the system's reason when it cannot be written.
-    static void write(std::filesystem::path const& file, Report const& report);
+    // Writes the reported findings of `report` (with `onlyHidden`, only those
+    // this baseline hid: the baseline without its stale entries). Throws
+    // BaselineError naming the file and the system's reason when it cannot be
+    // written.
+    static void write(std::filesystem::path const& file, Report const& report, bool onlyHidden = false);
 
     // Whether the baseline holds one more finding with this fingerprint; each
     // recorded finding hides one finding of a run.
     bool take(std::string const& fingerprint);
+    // The recorded findings that no finding of the run has taken: fixed, or
+    // no longer made.
+    std::size_t stale() const;
 
     std::filesystem::path const& file() const noexcept { return file_; }
 

@@ -168,6 +168,7 @@ ProgramOptions programOptions(CommandLine const& line) {
         options.analyzers.erase(std::remove(std::next(at), options.analyzers.end(), *at), options.analyzers.end());
     }
     options.exitZero = line.exitZero;
+    options.pruneBaseline = line.pruneBaseline;
     options.statistics = line.statistics;
     if (given("--min-severity")) {
         options.minimum = severityOption("--min-severity", line.minimum);
@@ -190,6 +191,17 @@ ProgramOptions programOptions(CommandLine const& line) {
     }
     auto const ignored = findingIds("--ignore", line.ignore, options);
     options.ignore.insert(options.ignore.end(), ignored.begin(), ignored.end());
+    // Pruning drops what this run did not find: the run must be able to find
+    // everything the baseline may hold.
+    if (options.pruneBaseline) {
+        if (options.baseline.empty()) {
+            throw UsageError(text("ErrorPruneNeedsBaseline"));
+        }
+        if (!options.analyzers.empty() || !options.select.empty() || !options.ignore.empty() ||
+            !options.pathIgnores.empty() || options.minimum != Severity::Information) {
+            throw UsageError(text("ErrorPruneNeedsWholeRun"));
+        }
+    }
     if (!options.installRoot.empty()) {
         std::error_code error;
         if (!std::filesystem::is_directory(options.installRoot, error)) {

@@ -34,6 +34,7 @@ struct CommandLine {
     std::string writeBaseline;
     std::string colour = "auto";
     bool exitZero = false;
+    bool pruneBaseline = false;
     bool statistics = false;
     std::string listFormat = "text";
     // The options of `analyze` that were given, by CLI11 name ("--select", "--fail-on").

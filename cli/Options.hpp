@@ -61,6 +61,9 @@ struct ProgramOptions {
     std::filesystem::path baseline;
     std::filesystem::path writeBaseline;
     ColourChoice colour = ColourChoice::Auto;
+    // Rewrite the baseline without the entries no finding took (needs a run
+    // of every analyzer and finding, at every severity).
+    bool pruneBaseline = false;
     bool exitZero = false;    // exit 0 even when findings reach failOn (bad input is still 2)
     bool statistics = false;  // after the report, the count of findings per finding ID
     // Names left to check against the host-language analyzers once they are

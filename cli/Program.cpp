@@ -291,6 +291,24 @@ int analyzeAndReport(ProgramOptions const& options, dependency::services::Analys
     report.graphName = graphName;
     report.analyzers = session.selected();
 
+    if (baseline) {
+        // Entries no finding took are fixed or gone: say so, or drop them.
+        auto const stale = baseline->stale();
+        if (options.pruneBaseline) {
+            Baseline::write(options.baseline, report, true);
+            std::cerr << "depattr: "
+                      << text("NoteBaselinePruned",
+                              {counted("CountEntry", stale), escapeControls(options.baseline.string())})
+                      << '\n';
+        } else if (stale > 0 && options.analyzers.empty() && options.select.empty() && options.ignore.empty() &&
+                   options.pathIgnores.empty() && options.minimum == dependency::attribute::Severity::Information) {
+            // Only a run that could find every recorded finding can tell.
+            std::cerr << "depattr: "
+                      << text("NoteBaselineStale",
+                              {counted("CountEntry", stale), escapeControls(options.baseline.string())})
+                      << '\n';
+        }
+    }
     if (!options.writeBaseline.empty()) {
         Baseline::write(options.writeBaseline, report);
         std::size_t recorded = 0;

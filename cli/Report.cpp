@@ -194,6 +194,45 @@ std::vector<CodePlace> placesOf(dependency::graph::Node const& node, std::string
     return places;
 }
 
+// The graph's own suppressions: the node property "depattr-ignore", a JSON
+// array of finding selectors (["Missing", "missing-file/Exists"]) or one
+// selector, or several separated by commas.
+std::vector<std::string> inlineIgnores(dependency::graph::Node const& node) {
+    auto const value = node.getProperty(u"depattr-ignore");
+    if (!value) {
+        return {};
+    }
+    auto const text = toUtf8(*value);
+    std::vector<std::string> selectors;
+    simdjson::dom::parser parser;
+    simdjson::dom::array list;
+    if (parser.parse(text).get_array().get(list) == simdjson::SUCCESS) {
+        for (auto const element : list) {
+            std::string_view selector;
+            if (element.get_string().get(selector) == simdjson::SUCCESS && !selector.empty()) {
+                selectors.emplace_back(selector);
+            }
+        }
+        return selectors;
+    }
+    std::string_view rest = text;
+    while (!rest.empty()) {
+        auto const comma = rest.find(',');
+        auto item = rest.substr(0, comma);
+        while (!item.empty() && item.front() == ' ') {
+            item.remove_prefix(1);
+        }
+        while (!item.empty() && item.back() == ' ') {
+            item.remove_suffix(1);
+        }
+        if (!item.empty()) {
+            selectors.emplace_back(item);
+        }
+        rest = comma == std::string_view::npos ? std::string_view() : rest.substr(comma + 1);
+    }
+    return selectors;
+}
+
 }  // namespace
 
 std::string placeText(CodePlace const& place) {
@@ -264,13 +303,18 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
         }
         NodeFindings entry{node, displayPath(node->getPath(), workingFolder, normalWorkingFolder), {}, {}};
         std::filesystem::path const nodePath(toUtf8(node->getPath()));
+        auto const ignoredHere = inlineIgnores(*node);
         for (auto const& attribute : attributes) {
             Finding finding{attribute, {}, nullptr, {}, false};
             if (settings.sources != nullptr) {
                 finding.analyzer = settings.sources->analyzerOf(attribute);
             }
-            if (settings.filter != nullptr &&
-                !settings.filter->keeps(toUtf8(attribute->getID()), finding.analyzer, nodePath)) {
+            auto const id = toUtf8(attribute->getID());
+            if (settings.filter != nullptr && !settings.filter->keeps(id, finding.analyzer, nodePath)) {
+                continue;
+            }
+            if (std::any_of(ignoredHere.begin(), ignoredHere.end(),
+                            [&](auto const& selector) { return selectorMatches(selector, id, finding.analyzer); })) {
                 continue;
             }
             if (settings.sources != nullptr) {

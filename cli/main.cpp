@@ -68,6 +68,7 @@ void addAnalysisOptions(CLI::App* command, CommandLine& line) {
     command->add_option("--baseline", line.baseline, text("HelpBaseline"))->option_text("FILE");
     command->add_option("--write-baseline", line.writeBaseline, text("HelpWriteBaseline"))->option_text("FILE");
     command->add_option("--color", line.colour, text("HelpColor"))->option_text("WHEN");
+    command->add_flag("--prune-baseline", line.pruneBaseline, text("HelpPruneBaseline"));
     command->add_flag("--exit-zero", line.exitZero, text("HelpExitZero"));
     command->add_flag("--statistics", line.statistics, text("HelpStatistics"));
 }

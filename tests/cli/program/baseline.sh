@@ -43,4 +43,40 @@ expect "a bad baseline exits 2" test $? -eq 2
 expect "a bad baseline is placed" has 'bad.json:2:3: a baseline entry needs a "fingerprint"' "${err}"
 err=$("${depattr}" analyze project/graph.json --write-baseline no/such/base.json 2>&1 >/dev/null)
 expect "an unwritable baseline names the reason" has 'cannot write no/such/base.json: No such file or directory' "${err}"
+# Entries no finding takes any more are stale: said, and dropped by --prune-baseline.
+"${depattr}" analyze project/graph.json --install-root install --write-baseline old.json 2>/dev/null
+"${python}" - old.json <<'PY'
+import json, sys
+data = json.load(open(sys.argv[1]))
+data["findings"].append({"fingerprint": "0123456789abcdef", "node": "gone", "id": "Missing", "name": "Gone"})
+json.dump(data, open(sys.argv[1], "w"))
+PY
+err=$("${depattr}" analyze project/graph.json --install-root install --baseline old.json 2>&1 >/dev/null)
+expect "a stale entry is said" has 'old.json: no finding matches 1 baseline entry any more' "${err}"
+err=$("${depattr}" analyze project/graph.json --install-root install --baseline old.json -a missing-file 2>&1 >/dev/null)
+expect "a partial run cannot tell what is stale" lacks 'no finding matches' "${err}"
+expect "pruning a partial run is refused" \
+  test "$(status_of "${depattr}" analyze project/graph.json --install-root install --baseline old.json -a missing-file --prune-baseline)" -eq 2
+expect "pruning needs a baseline" test "$(status_of "${depattr}" analyze project/graph.json --prune-baseline)" -eq 2
+before=$("${python}" -c 'import json,sys; print(len(json.load(open(sys.argv[1]))["findings"]))' old.json)
+err=$("${depattr}" analyze project/graph.json --install-root install --baseline old.json --prune-baseline 2>&1 >/dev/null)
+expect "pruning says what it dropped" has 'dropped 1 baseline entry from old.json' "${err}"
+after=$("${python}" -c 'import json,sys; print(len(json.load(open(sys.argv[1]))["findings"]))' old.json)
+expect "pruning drops exactly the stale entry" test "${after}" -eq $((before - 1))
+err=$("${depattr}" analyze project/graph.json --install-root install --baseline old.json 2>&1 >/dev/null)
+expect "a pruned baseline has nothing stale" lacks 'no finding matches' "${err}"
+
+# The graph's own suppressions: the node property depattr-ignore.
+"${python}" - project/graph.json ignored.json <<'PY'
+import json, sys
+graph = json.load(open(sys.argv[1]))
+for node in graph["nodes"]:
+    node.setdefault("properties", {})["depattr-ignore"] = ["missing-file/Exists", "Missing"]
+json.dump(graph, open(sys.argv[2], "w"))
+PY
+mv ignored.json project/ignored.json
+out=$("${depattr}" analyze project/ignored.json --install-root install -a missing-file -f concise 2>/dev/null)
+expect "depattr-ignore hides the named findings of its node" test -z "${out}"
+out=$("${depattr}" analyze project/graph.json --install-root install -a missing-file -f concise 2>/dev/null)
+expect "without it they are reported" has 'Exists' "${out}"
 finish
