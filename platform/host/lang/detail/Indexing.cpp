@@ -472,7 +472,13 @@ void assignParen(Value& target, std::span<Value const> subscripts, Value const& 
         }
     }
     if (newDims != target->getDimensions()) {
-        target = share(resized(*target, newDims));
+        if (target->canGrowInPlace(newDims)) {
+            // Appending keeps every element in place: the storage grows with
+            // spare room, so x(end+1) = v in a loop costs amortised constant time.
+            mutate(target).growInPlace(newDims);
+        } else {
+            target = share(resized(*target, newDims));
+        }
     }
     auto& out = mutate(target);
     auto const strides = stridesOf(extentsFor(out.getDimensions(), count));
