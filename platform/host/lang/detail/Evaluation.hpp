@@ -170,6 +170,9 @@ private:
 
     Value& slot(int depth, int index);
     void assign(LValue const& target, Value value, bool deletion);
+    // [s.f] = ...: the struct array a target of that form assigns to, else null.
+    qxArray const* structArrayTarget(LValue const& target);
+    void assignFieldOfEach(LValue const& target, std::span<Value const> values);
     void assignPath(Value& container, std::span<Accessor const> path, Value const& value, bool deletion);
 
     void arguments(std::vector<Expr const*> const& args, Values& out, qxArray const* indexed);

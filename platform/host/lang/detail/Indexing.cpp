@@ -352,6 +352,14 @@ Value indexParen(qxArray const& array, std::span<Value const> subscripts) {
 }
 
 void indexBrace(qxArray const& array, std::span<Value const> subscripts, std::vector<Value>& out) {
+    if (array.classID() == qxClassID::String) {
+        // s{k} of a string array: the text of each selected element as a char row.
+        auto const selected = indexParen(array, subscripts);
+        for (std::size_t i = 0; i < selected->getNumberOfElements(); ++i) {
+            out.push_back(makeChars(selected->getStringElement(i)));
+        }
+        return;
+    }
     if (array.classID() != qxClassID::Cell) {
         raise("qlang:index:braceOnNonCell",
               fmt::format("Brace indexing needs a cell array, got a value of class '{}'.", array.getClassName()));
@@ -570,6 +578,16 @@ void deleteParen(Value& target, std::span<Value const> subscripts) {
 void assignBrace(Value& target, std::span<Value const> subscripts, Value const& value) {
     if (!target || (target->classID() == qxClassID::Double && target->isEmpty())) {
         target = share(qxArray::createCell(target ? target->getDimensions() : Dims{0, 0}));
+    }
+    if (target->classID() == qxClassID::String) {
+        // s{k} = text on a string array sets one element's text.
+        if (!isText(*value)) {
+            raise("qlang:index:classMismatch",
+                  fmt::format("A value of class '{}' cannot be stored as the text of a string array element.",
+                              value->getClassName()));
+        }
+        assignParen(target, subscripts, makeString(textOf(*value, "A string element")));
+        return;
     }
     if (target->classID() != qxClassID::Cell) {
         raise("qlang:index:braceOnNonCell",

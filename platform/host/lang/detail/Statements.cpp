@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <mutex>
 #include <optional>
 
 namespace qlang::detail {
@@ -60,23 +61,38 @@ Flow Evaluator::statement(Stmt const& stmt) {
         return Flow::Normal;
     }
     case StmtKind::MultiAssign: {
+        // A target s.f on a struct array s of n elements takes n outputs, one per element.
+        std::vector<std::size_t> counts(stmt.targets.size(), 1);
+        std::size_t wanted = 0;
+        for (std::size_t i = 0; i < stmt.targets.size(); ++i) {
+            if (auto const* records = structArrayTarget(stmt.targets[i])) {
+                counts[i] = records->getNumberOfElements();
+            }
+            wanted += counts[i];
+        }
         Values out;
-        auto const wanted = static_cast<int>(stmt.targets.size());
-        values(*stmt.expr, wanted, out);
-        if (out.size() < stmt.targets.size()) {
+        values(*stmt.expr, static_cast<int>(wanted), out);
+        if (out.size() < wanted) {
             // Outputs the caller ignores with ~ at the end need not exist.
-            std::size_t needed = stmt.targets.size();
-            while (needed > 0 && stmt.targets[needed - 1].ignored) {
-                --needed;
+            std::size_t needed = wanted;
+            for (std::size_t i = stmt.targets.size(); i > 0 && stmt.targets[i - 1].ignored; --i) {
+                needed -= counts[i - 1];
             }
             if (out.size() < needed) {
                 raise("qlang:call:tooManyOutputs",
                       fmt::format("Too many output arguments: {} requested, {} given.", needed, out.size()));
             }
         }
-        for (std::size_t i = 0; i < stmt.targets.size() && i < out.size(); ++i) {
-            if (!stmt.targets[i].ignored) {
-                assign(stmt.targets[i], std::move(out[i]), false);
+        std::size_t next = 0;
+        for (std::size_t i = 0; i < stmt.targets.size() && next < out.size(); ++i) {
+            auto const& target = stmt.targets[i];
+            if (target.ignored) {
+                next += counts[i];
+            } else if (structArrayTarget(target) != nullptr) {
+                assignFieldOfEach(target, std::span<Value const>(out).subspan(next, counts[i]));
+                next += counts[i];
+            } else {
+                assign(target, std::move(out[next++]), false);
             }
         }
         return Flow::Normal;
@@ -132,6 +148,27 @@ Flow Evaluator::statement(Stmt const& stmt) {
     }
     case StmtKind::Try:
         return tryStatement(stmt);
+    case StmtKind::Persistent: {
+        // The kept value (at first [], so that `if isempty(x)` can set it up);
+        // the call stores the variables back when it ends.
+        auto const& function = *frame_.function;
+        auto& kept = *function.persistent;
+        std::lock_guard const lock(kept.mutex);
+        for (auto const& target : stmt.targets) {
+            auto& variable = slot(0, target.slot);
+            if (variable) {
+                continue;
+            }
+            auto const index = static_cast<std::size_t>(
+                std::find(function.persistentSlots.begin(), function.persistentSlots.end(), target.slot) -
+                function.persistentSlots.begin());
+            if (!kept.values[index]) {
+                kept.values[index] = makeEmpty();
+            }
+            variable = kept.values[index];
+        }
+        return Flow::Normal;
+    }
     case StmtKind::Break:
         return Flow::Break;
     case StmtKind::Continue:
@@ -229,6 +266,30 @@ Flow Evaluator::tryStatement(Stmt const& stmt) {
 }
 
 // ----- assignment
+
+qxArray const* Evaluator::structArrayTarget(LValue const& target) {
+    if (target.ignored || target.accessors.size() != 1 || target.accessors.front().kind != AccessorKind::Field) {
+        return nullptr;
+    }
+    auto const& root = slot(target.depth, target.slot);
+    if (!root || root->classID() != qxClassID::Struct || root->isScalar()) {
+        return nullptr;
+    }
+    return root.get();
+}
+
+void Evaluator::assignFieldOfEach(LValue const& target, std::span<Value const> values) {
+    auto& root = slot(target.depth, target.slot);
+    auto& records = mutate(root);
+    auto const& name = target.accessors.front().name;
+    int field = records.fieldIndex(name);
+    if (field < 0) {
+        field = static_cast<int>(records.addField(name));
+    }
+    for (std::size_t k = 0; k < values.size() && k < records.getNumberOfElements(); ++k) {
+        records.setField(k, static_cast<std::size_t>(field), values[k]);
+    }
+}
 
 void Evaluator::assign(LValue const& target, Value value, bool deletion) {
     auto& root = slot(target.depth, target.slot);

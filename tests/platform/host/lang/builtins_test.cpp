@@ -69,6 +69,38 @@ TEST(LangBuiltins, StructsAndFields) {
     expectErrors({{"s = struct('a');", "qlang:struct:badArgument", "name, value pairs", "1:1"}});
 }
 
+TEST(LangBuiltins, DealAndStructArrayFields) {
+    expectValues({
+        {"[a, b] = deal(1, 2); x = [a b];", "x", "[1 2]"},
+        {"[a, b] = deal(7); x = [a b];", "x", "[7 7]"},
+        {"s = struct('f', {1, 2, 3}); [s.f] = deal(0); x = [s.f];", "x", "[0 0 0]"},
+        {"s = struct('f', {1, 2}); [s.f] = deal('a', 'b'); x = {s.f};", "x", "{'a','b'}"},
+        // A new field is added to every element; other targets take the outputs after.
+        {"s = struct('f', {1, 2}); [s.g, t] = deal(5, 6, 7); x = {[s.g], t, fieldnames(s)'};", "x",
+         "{[5 6],7,{'f','g'}}"},
+        {"s = struct('f', {1, 2}); c = {8, 9}; [s.f] = c{:}; x = [s.f];", "x", "[8 9]"},
+        // A scalar struct takes one output, as any variable does.
+        {"s.f = 1; [s.f] = deal(4); x = s.f;", "x", "4"},
+    });
+    expectErrors({
+        {"[a, b] = deal(1, 2, 3);", "qlang:deal:badArgument", "as many as outputs", ""},
+        {"s = struct('f', {1, 2, 3}); [s.f] = deal(1, 2);", "qlang:deal:badArgument", "as many as outputs", ""},
+    });
+}
+
+TEST(LangBuiltins, BracesOnStringArraysGiveText) {
+    expectValues({
+        {"s = [\"ab\", \"cd\"]; x = s{2};", "x", "'cd'"},
+        {"s = [\"ab\", \"cd\"]; x = [s{:}];", "x", "'abcd'"},
+        {"s = [\"ab\", \"cd\"]; x = class(s{1});", "x", "'char'"},
+        {"s = [\"ab\", \"cd\"]; s{1} = 'zz'; s{3} = \"e\"; x = s;", "x", "[\"zz\" \"cd\" \"e\"]"},
+    });
+    expectErrors({
+        {"s = [\"ab\", \"cd\"]; x = s{3};", "qlang:index:outOfBounds", "Index 3", "1:19"},
+        {"s = [\"ab\", \"cd\"]; s{1} = 5;", "qlang:index:classMismatch", "'double'", ""},
+    });
+}
+
 TEST(LangBuiltins, NumbersAndReductions) {
     expectValues({
         {"x = [abs(-2) floor(2.7) ceil(2.1) round(2.5) fix(-2.5) sqrt(16)];", "x", "[2 2 3 3 -2 4]"},
