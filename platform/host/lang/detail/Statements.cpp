@@ -3,6 +3,7 @@
 
 #include "platform/host/lang/detail/Evaluation.hpp"
 #include "platform/host/lang/detail/Indexing.hpp"
+#include "platform/host/lang/detail/Maps.hpp"
 #include "platform/host/lang/detail/Operations.hpp"
 
 #include <algorithm>
@@ -306,6 +307,19 @@ void Evaluator::assignPath(Value& container, std::span<Accessor const> path, Val
     switch (accessor.kind) {
     case AccessorKind::Paren: {
         Values subscripts;
+        if (container && isMap(*container)) {
+            // m(key) = v changes the one map every copy of the handle refers to.
+            arguments(accessor.args, subscripts, nullptr);
+            if (last) {
+                // m(key) = [] keeps [] as the value: entries are removed with remove(m, key).
+                mapStore(*container, subscripts, deletion ? makeEmpty() : value);
+                return;
+            }
+            Value element = mapLookup(*container, subscripts);
+            assignPath(element, path.subspan(1), value, deletion);
+            mapStore(*container, subscripts, element);
+            return;
+        }
         arguments(accessor.args, subscripts, container ? container.get() : nullptr);
         if (last) {
             if (deletion) {

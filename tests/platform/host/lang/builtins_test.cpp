@@ -88,6 +88,50 @@ TEST(LangBuiltins, DealAndStructArrayFields) {
     });
 }
 
+TEST(LangBuiltins, ContainersMapIsAHandleFromKeysToValues) {
+    expectValues({
+        {"m = containers.Map(); m('b') = 2; m('a') = 'one'; x = {m('a'), m('b'), m.Count, length(m), keys(m)};", "x",
+         "{'one',2,2,2,{'a','b'}}"},
+        {"m = containers.Map('KeyType', 'char', 'ValueType', 'any'); m(\"k\") = {1}; x = {m('k'), m.KeyType};", "x",
+         "{{1},'char'}"},
+        {"m = containers.Map({'z', 'y'}, {1, [2 3]}); x = {keys(m), values(m), values(m, {'z'})};", "x",
+         "{{'y','z'},{[2 3],1},{1}}"},
+        // Numeric keys, sorted as numbers.
+        {"m = containers.Map('KeyType', 'double', 'ValueType', 'any'); m(10) = 'ten'; m(9) = 'nine'; m(10.5) = 'x';"
+         " x = {keys(m), m(9)};",
+         "x", "{{9,10,10.5},'nine'}"},
+        {"m = containers.Map([3 1], {'c', 'a'}); x = {keys(m), m(1)};", "x", "{{1,3},'a'}"},
+        {"m = containers.Map({'a', 'b'}, {1, 2}); x = {isKey(m, 'a'), isKey(m, 'q'), isKey(m, {'b', 'q'; 'a', 'a'}),"
+         " isKey(m, 5)};",
+         "x", "{true,false,[true false;true true],false}"},
+        {"m = containers.Map({'a', 'b', 'c'}, {1, 2, 3}); remove(m, 'b'); remove(m, {'c'}); x = {keys(m), m.Count};",
+         "x", "{{'a'},1}"},
+        // A handle: every copy and every function it is handed to change the same map.
+        {"m = containers.Map(); n = m; n('k') = 1; s.map = m; s.map('j') = 2; x = {keys(m), m == n};", "x",
+         "{{'j','k'},true}"},
+        {"m = containers.Map(); f = @(map) map.Count; m('a') = 1; x = f(m);", "x", "1"},
+        {"m = containers.Map(); m('s') = struct('n', 1); m('s').n = 5; x = m('s').n;", "x", "5"},
+        {"m = containers.Map(); m('list') = {}; v = m('list'); v{end+1} = 'x'; m('list') = v; x = m('list');", "x",
+         "{'x'}"},
+        {"m = containers.Map(); a = isempty(m); m('k') = 1; x = {a, isempty(m)};", "x", "{true,false}"},
+        // [] is a value like any other.
+        {"m = containers.Map(); m('a') = []; x = {m.Count, m('a')};", "x", "{1,[]}"},
+    });
+    expectErrors({
+        {"m = containers.Map(); m('a') = 1;\nx = m('nope');", "qlang:map:noKey", "The key 'nope' is not in the map.",
+         "2:1"},
+        {"m = containers.Map('KeyType', 'double', 'ValueType', 'any'); x = m(4);", "qlang:map:noKey",
+         "The key 4 is not", ""},
+        {"m = containers.Map(); m(1) = 2;", "qlang:map:badKey", "keys of this map are text", ""},
+        {"m = containers.Map('KeyType', 'double', 'ValueType', 'any'); m('a') = 2;", "qlang:map:badKey",
+         "keys of this map are numbers", ""},
+        {"m = containers.Map({'a'}, {1}); remove(m, 'b');", "qlang:map:noKey", "'b'", ""},
+        {"m = containers.Map({'a'}, {1}); x = values(m, {'a', 'c'});", "qlang:map:noKey", "'c'", ""},
+        {"m = containers.Map({'a', 'b'}, {1});", "qlang:containers.Map:badArgument", "as many values", ""},
+        {"m = containers.Map('KeyType', 'cell');", "qlang:containers.Map:badArgument", "KeyType", ""},
+    });
+}
+
 TEST(LangBuiltins, BracesOnStringArraysGiveText) {
     expectValues({
         {"s = [\"ab\", \"cd\"]; x = s{2};", "x", "'cd'"},
