@@ -441,6 +441,16 @@ void assignParen(Value& target, std::span<Value const> subscripts, Value const& 
         raise("qlang:index:sizeMismatch", fmt::format("Cannot assign {} elements to {} indexed positions.",
                                                       value->getNumberOfElements(), selected));
     }
+    // Objects are checked before the array grows, so that a failed assignment leaves it as it was.
+    if (target->classID() == qxClassID::Object) {
+        for (auto const& object : value->objects()) {
+            if (object && !qcos::omIsA(object->getClassName(), target->getClassName())) {
+                raise("qlang:index:classMismatch",
+                      fmt::format("An object of class '{}' cannot be stored in an array of class '{}'.",
+                                  object->getClassName(), target->getClassName()));
+            }
+        }
+    }
     // Growth.
     Dims newDims = dims;
     if (count == 1) {
@@ -493,13 +503,7 @@ void assignParen(Value& target, std::span<Value const> subscripts, Value const& 
     bool const scalar = value->isScalar();
     forEachSelected(lists, strides, [&](std::size_t to, std::size_t n) {
         if (out.classID() == qxClassID::Object) {
-            auto const& object = value->getObject(scalar ? 0 : n);
-            if (object && !qcos::omIsA(object->getClassName(), out.getClassName())) {
-                raise("qlang:index:classMismatch",
-                      fmt::format("An object of class '{}' cannot be stored in an array of class '{}'.",
-                                  object->getClassName(), out.getClassName()));
-            }
-            out.setObject(to, object);
+            out.setObject(to, value->getObject(scalar ? 0 : n));
             return;
         }
         copyElement(out, to, *value, scalar ? 0 : n);

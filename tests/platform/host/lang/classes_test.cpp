@@ -229,6 +229,9 @@ end
          "{'LcShape',2,4,3}"},
         {"a = LcSquare.empty(); a(1) = LcSquare(1); a(2) = LcCircle(); x = class(a);", "x", "'LcShape'"},
         {"a = [LcSquare(2), LcSquare(3)]; x = [a.Side];", "x", "[2 3]"},
+        // An object of an unrelated class is refused and the array stays as it was.
+        {"a = LcSquare(2); try, a(end+1) = containers.Map(); catch, end; x = {numel(a), class(a)};", "x",
+         "{1,'LcSquare'}"},
         {"a = [LcSquare(2), LcSquare(3)]; total = 0; for s = a, total = total + s.area(); end, x = total;", "x", "13"},
     });
     expectErrors({
