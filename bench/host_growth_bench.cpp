@@ -1,7 +1,8 @@
 // Growing arrays one element at a time in the host language: a script that
 // appends N elements with `x(end+1) = k` (numbers), `c{end+1} = k` (cell
-// elements), `s(end+1) = 'a'` (characters) and `o(end+1) = object` (an object
-// array), run by the interpreter. Each append must cost amortised constant
+// elements), `s(end+1) = 'a'` (characters), `item.Value(end+1) = k` (a
+// property of a handle object) and `o(end+1) = object` (an object array), run
+// by the interpreter. Each append must cost amortised constant
 // time, so the time per append stays flat as N grows; 10^6 numbers are
 // appended in well under a second.
 //
@@ -63,6 +64,9 @@ void BM_AppendCellElements(benchmark::State& state) {
 void BM_AppendCharacters(benchmark::State& state) {
     appends(state, "s = '';", "s(end+1) = 'a';", "numel(s)");
 }
+void BM_AppendToAProperty(benchmark::State& state) {
+    appends(state, "item = GrowthItem(); item.Value = [];", "item.Value(end+1) = k;", "numel(item.Value)");
+}
 void BM_AppendObjects(benchmark::State& state) {
     appends(state, "item = GrowthItem(); o = GrowthItem.empty(1, 0);", "o(end+1) = item;", "numel(o)");
 }
@@ -72,6 +76,7 @@ void BM_AppendObjects(benchmark::State& state) {
 BENCHMARK(BM_AppendNumbers)->RangeMultiplier(10)->Range(10000, 1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_AppendCellElements)->RangeMultiplier(10)->Range(10000, 1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_AppendCharacters)->RangeMultiplier(10)->Range(10000, 1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_AppendToAProperty)->RangeMultiplier(10)->Range(10000, 1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_AppendObjects)->RangeMultiplier(10)->Range(10000, 1000000)->Unit(benchmark::kMillisecond);
 
 BENCHMARK_MAIN();

@@ -268,6 +268,46 @@ Flow Evaluator::tryStatement(Stmt const& stmt) {
 
 // ----- assignment
 
+namespace {
+
+// True when evaluating the expression runs no code of the program: numbers,
+// `end`, `:` and variables that hold numbers, combined by operators.
+bool runsNoCode(Frame const& frame, Expr const& expr) {
+    switch (expr.kind) {
+    case ExprKind::Constant:
+    case ExprKind::Colon:
+    case ExprKind::End:
+    case ExprKind::Nargin:
+    case ExprKind::Nargout:
+        return true;
+    case ExprKind::Variable: {
+        auto const& variable = frame.slots[static_cast<std::size_t>(expr.slot)];
+        return variable && isNumeric(*variable);
+    }
+    case ExprKind::Unary:
+    case ExprKind::Binary:
+    case ExprKind::Compare:
+    case ExprKind::AndAnd:
+    case ExprKind::OrOr:
+    case ExprKind::Postfix:
+    case ExprKind::Range:
+        return std::all_of(expr.args.begin(), expr.args.end(),
+                           [&](Expr const* arg) { return arg == nullptr || runsNoCode(frame, *arg); });
+    default:
+        return false;
+    }
+}
+
+bool runsNoCode(Frame const& frame, std::span<Accessor const> path) {
+    return std::all_of(path.begin(), path.end(), [&](Accessor const& accessor) {
+        return accessor.kind != AccessorKind::DynamicField &&
+               std::all_of(accessor.args.begin(), accessor.args.end(),
+                           [&](Expr const* arg) { return runsNoCode(frame, *arg); });
+    });
+}
+
+}  // namespace
+
 qxArray const* Evaluator::structArrayTarget(LValue const& target) {
     if (target.ignored || target.accessors.size() != 1 || target.accessors.front().kind != AccessorKind::Field) {
         return nullptr;
@@ -425,8 +465,22 @@ void Evaluator::assignPath(Value& container, std::span<Accessor const> path, Val
             }
             Value newValue = value;
             if (!last) {
-                Value current = qcos::omGetPropertyShared(*container->getObject(0), name);
-                assignPath(current, path.subspan(1), value, deletion);
+                auto& object = *container->getObject(0);
+                Value current = qcos::omGetPropertyShared(object, name);
+                if (member.property != nullptr && isHandleClass(className) && runsNoCode(frame_, path.subspan(1))) {
+                    // The object lets go of the value while it changes, so that obj.list(end+1) = v changes it
+                    // in place; nothing else can read the property meanwhile, since the subscripts run no code.
+                    // The value goes back whether or not the change succeeds.
+                    qcos::omSetPropertyShared(object, name, makeEmpty());
+                    try {
+                        assignPath(current, path.subspan(1), value, deletion);
+                    } catch (...) {
+                        qcos::omSetPropertyShared(object, name, current ? current : makeEmpty());
+                        throw;
+                    }
+                } else {
+                    assignPath(current, path.subspan(1), value, deletion);
+                }
                 newValue = std::move(current);
             }
             // Objects of value classes are copied before they change.
