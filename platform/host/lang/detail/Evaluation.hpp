@@ -170,9 +170,10 @@ private:
 
     Value& slot(int depth, int index);
     void assign(LValue const& target, Value value, bool deletion);
-    // [s.f] = ...: the struct array a target of that form assigns to, else null.
-    qxArray const* structArrayTarget(LValue const& target);
-    void assignFieldOfEach(LValue const& target, std::span<Value const> values);
+    // [s.f] = ... and [s(k).f] = ...: when the target names a field of several (or no) elements of a struct
+    // array, how many, with the subscripts of the (k) form put in `subscripts`; nothing otherwise.
+    std::optional<std::size_t> structArrayTarget(LValue const& target, Values& subscripts);
+    void assignFieldOfEach(LValue const& target, Values const& subscripts, std::span<Value const> values);
     void assignPath(Value& container, std::span<Accessor const> path, Value const& value, bool deletion);
 
     void arguments(std::vector<Expr const*> const& args, Values& out, qxArray const* indexed);

@@ -64,10 +64,13 @@ Flow Evaluator::statement(Stmt const& stmt) {
     case StmtKind::MultiAssign: {
         // A target s.f on a struct array s of n elements takes n outputs, one per element.
         std::vector<std::size_t> counts(stmt.targets.size(), 1);
+        std::vector<bool> spread(stmt.targets.size(), false);
+        std::vector<Values> subscripts(stmt.targets.size());
         std::size_t wanted = 0;
         for (std::size_t i = 0; i < stmt.targets.size(); ++i) {
-            if (auto const* records = structArrayTarget(stmt.targets[i])) {
-                counts[i] = records->getNumberOfElements();
+            if (auto const elements = structArrayTarget(stmt.targets[i], subscripts[i])) {
+                counts[i] = *elements;
+                spread[i] = true;
             }
             wanted += counts[i];
         }
@@ -89,8 +92,8 @@ Flow Evaluator::statement(Stmt const& stmt) {
             auto const& target = stmt.targets[i];
             if (target.ignored) {
                 next += counts[i];
-            } else if (structArrayTarget(target) != nullptr) {
-                assignFieldOfEach(target, std::span<Value const>(out).subspan(next, counts[i]));
+            } else if (spread[i]) {
+                assignFieldOfEach(target, subscripts[i], std::span<Value const>(out).subspan(next, counts[i]));
                 next += counts[i];
             } else {
                 assign(target, std::move(out[next++]), false);
@@ -308,27 +311,46 @@ bool runsNoCode(Frame const& frame, std::span<Accessor const> path) {
 
 }  // namespace
 
-qxArray const* Evaluator::structArrayTarget(LValue const& target) {
-    if (target.ignored || target.accessors.size() != 1 || target.accessors.front().kind != AccessorKind::Field) {
-        return nullptr;
+std::optional<std::size_t> Evaluator::structArrayTarget(LValue const& target, Values& subscripts) {
+    auto const& accessors = target.accessors;
+    bool const whole = accessors.size() == 1 && accessors[0].kind == AccessorKind::Field;
+    bool const indexed =
+        accessors.size() == 2 && accessors[0].kind == AccessorKind::Paren && accessors[1].kind == AccessorKind::Field;
+    if (target.ignored || (!whole && !indexed)) {
+        return std::nullopt;
     }
     auto const& root = slot(target.depth, target.slot);
-    if (!root || root->classID() != qxClassID::Struct || root->isScalar()) {
-        return nullptr;
+    if (!root || root->classID() != qxClassID::Struct) {
+        return std::nullopt;
     }
-    return root.get();
+    std::size_t count = root->getNumberOfElements();
+    if (indexed) {
+        arguments(accessors[0].args, subscripts, root.get());
+        count = indexParen(*root, subscripts)->getNumberOfElements();
+    }
+    if (count == 1) {
+        return std::nullopt;  // one element: an ordinary assignment
+    }
+    return count;
 }
 
-void Evaluator::assignFieldOfEach(LValue const& target, std::span<Value const> values) {
+void Evaluator::assignFieldOfEach(LValue const& target, Values const& subscripts, std::span<Value const> values) {
     auto& root = slot(target.depth, target.slot);
-    auto& records = mutate(root);
-    auto const& name = target.accessors.front().name;
-    int field = records.fieldIndex(name);
-    if (field < 0) {
-        field = static_cast<int>(records.addField(name));
+    auto const& name = target.accessors.back().name;
+    if (root->fieldIndex(name) < 0) {
+        mutate(root).addField(name);
     }
+    auto const field = static_cast<std::size_t>(root->fieldIndex(name));
+    bool const whole = target.accessors.size() == 1;
+    Value selected = whole ? std::move(root) : indexParen(*root, subscripts);
+    auto& records = mutate(selected);
     for (std::size_t k = 0; k < values.size() && k < records.getNumberOfElements(); ++k) {
-        records.setField(k, static_cast<std::size_t>(field), values[k]);
+        records.setField(k, field, values[k]);
+    }
+    if (whole) {
+        root = std::move(selected);
+    } else {
+        assignParen(root, subscripts, selected);
     }
 }
 

@@ -79,6 +79,10 @@ TEST(LangBuiltins, DealAndStructArrayFields) {
         {"s = struct('f', {1, 2}); [s.g, t] = deal(5, 6, 7); x = {[s.g], t, fieldnames(s)'};", "x",
          "{[5 6],7,{'f','g'}}"},
         {"s = struct('f', {1, 2}); c = {8, 9}; [s.f] = c{:}; x = [s.f];", "x", "[8 9]"},
+        // Some of the elements, by index; the others keep their values.
+        {"s = struct('f', {1, 2, 3}); [s(2:3).f] = deal(7, 8); x = [s.f];", "x", "[1 7 8]"},
+        {"s = struct('f', {1, 2, 3}); [s([true false true]).g] = deal('a', 'c'); x = {s.g};", "x", "{'a',[],'c'}"},
+        {"s = struct('f', {1, 2, 3}); [s(end).f, y] = deal(5, 6); x = [s.f y];", "x", "[1 2 5 6]"},
         // A scalar struct takes one output, as any variable does.
         {"s.f = 1; [s.f] = deal(4); x = s.f;", "x", "4"},
     });
