@@ -115,12 +115,18 @@ TEST(LangFunctions, PersistentVariablesLastAsLongAsTheFunction) {
                  "        count = 100;\n    end\n    count = count + 1;\n    seen(end+1) = count;\n"
                  "    if fail\n        error('pc:fail', 'failed');\n    end\n    n = seen;\nend\n");
     folder.write("pcInput.qx", "function pcInput(x)\n    persistent x\nend\n");
+    // Calls running at once each start from the stored value; the last to end stores its own.
+    folder.write("pcRecursive.qx",
+                 "function n = pcRecursive(depth)\n    persistent count\n"
+                 "    if isempty(count), count = 0; end\n    count = count + 1;\n"
+                 "    if depth > 0, pcRecursive(depth - 1); end\n    n = count;\nend\n");
     expectValues({
         {"a = pcCounter(); b = pcCounter(); c = pcCounter(); x = [a b c];", "x", "[1 2 3]"},
         // The next run of code still sees the same variable.
         {"x = pcCounter();", "x", "4"},
         {"x = pcOther(false); try, pcOther(true); catch, end; x = [x pcOther(false)];", "x", "[101 101 102 103]"},
         {"x = pcCounter();", "x", "5"},
+        {"x = [pcRecursive(2) pcRecursive(0)];", "x", "[1 2]"},
         // A local function of a script may keep one too.
         {"for k = 1:3, x = tick(); end\nfunction t = tick()\n    persistent n\n    if isempty(n), n = 10; end\n"
          "    n = n + 1; t = n;\nend\n",
