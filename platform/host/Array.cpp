@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <limits>
+#include <type_traits>
 #include <utility>
 
 namespace {
@@ -215,6 +216,56 @@ void qxArray::reshape(Dimensions dims) {
                                                               fmt::join(dims, "-by-")));
     }
     dims_ = std::move(dims);
+}
+
+bool qxArray::canGrowInPlace(Dimensions const& dims) const noexcept {
+    if (classID_ == qxClassID::FunctionHandle) {
+        return false;
+    }
+    if (count_ == 0) {
+        return true;
+    }
+    // An element at subscripts (i0, i1, ...) keeps its linear index when every
+    // dimension it can have a non-zero subscript in keeps its stride, and no
+    // extent gets smaller.
+    std::size_t const rank = std::max(dims_.size(), dims.size());
+    std::size_t oldStride = 1;
+    std::size_t newStride = 1;
+    for (std::size_t d = 0; d < rank; ++d) {
+        std::size_t const oldExtent = d < dims_.size() ? dims_[d] : 1;
+        std::size_t const newExtent = d < dims.size() ? dims[d] : 1;
+        if (newExtent < oldExtent || (oldExtent > 1 && oldStride != newStride)) {
+            return false;
+        }
+        oldStride *= oldExtent;
+        newStride *= newExtent;
+    }
+    return true;
+}
+
+void qxArray::growInPlace(Dimensions dims) {
+    dims = normalised(std::move(dims));
+    if (!canGrowInPlace(dims)) {
+        throw qcos::HostError("qx:array:grow", fmt::format("An array of size {} cannot grow in place to {}.",
+                                                           fmt::join(dims_, "-by-"), fmt::join(dims, "-by-")));
+    }
+    auto const count = elementCount(dims);
+    std::visit(
+        [&](auto& values) {
+            using Stored = std::decay_t<decltype(values)>;
+            if constexpr (std::is_same_v<Stored, StructData>) {
+                values.values.resize(count * values.fields.size(), emptyValue());
+            } else if constexpr (std::is_same_v<Stored, Cells>) {
+                values.resize(count, emptyValue());
+            } else if constexpr (std::is_same_v<Stored, std::u16string>) {
+                values.resize(count, u'\0');
+            } else {
+                values.resize(count);
+            }
+        },
+        storage_);
+    dims_ = std::move(dims);
+    count_ = count;
 }
 
 std::size_t qxArray::linearIndex(std::initializer_list<std::size_t> subscripts) const {

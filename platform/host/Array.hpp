@@ -204,6 +204,16 @@ public:
     // Gives the array other dimensions with the same element count (HostError
     // "qx:array:reshape" otherwise); the elements keep their linear order.
     void reshape(Dimensions dims);
+    // Gives the array larger dimensions under which every element keeps its
+    // linear index (a row or column longer at its end, an array with more
+    // pages, an empty array any size), the new elements zero-filled as by
+    // the create functions. The storage keeps spare room and grows
+    // geometrically, so that growing an array by one element at a time costs
+    // amortised constant time. HostError "qx:array:grow" when an element
+    // would move or the array would shrink.
+    void growInPlace(Dimensions dims);
+    // True when growInPlace(dims) can give the array those dimensions.
+    bool canGrowInPlace(Dimensions const& dims) const noexcept;
 
     // Column-major linear index of a subscript (0-based, one per dimension;
     // missing trailing subscripts are 0). Out-of-range subscripts are a HostError.

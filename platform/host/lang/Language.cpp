@@ -3,6 +3,7 @@
 #include "platform/host/lang/detail/Builtins.hpp"
 #include "platform/host/lang/detail/Compiler.hpp"
 #include "platform/host/lang/detail/Interpreter.hpp"
+#include "platform/host/lang/detail/Maps.hpp"
 #include "platform/host/lang/detail/Runtime.hpp"
 
 #include <algorithm>
@@ -26,6 +27,7 @@ void ensureInitialised() {
         detail::registerRegexBuiltins();
         detail::registerCollectionBuiltins();
         detail::registerFileBuiltins();
+        detail::registerMapClass();
     });
 }
 

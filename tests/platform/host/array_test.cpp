@@ -134,4 +134,54 @@ TEST(HostArray, UnshareGivesTheArrayBackOnlyToItsLastOwner) {
     EXPECT_EQ(identifierOf([&] { matrix->reshape({4, 2}); }), "qx:array:reshape");
 }
 
+TEST(HostArray, GrowingInPlaceKeepsEveryElementAtItsLinearIndex) {
+    // A row grown one element at a time keeps its elements and zero-fills the new ones.
+    auto row = qxArray::createDouble({1, 0});
+    for (std::size_t n = 1; n <= 1000; ++n) {
+        row->growInPlace({1, n + 1});
+        row->setDouble(n - 1, static_cast<double>(n));
+    }
+    EXPECT_EQ(row->getDimensions(), (qxArray::Dimensions{1, 1001}));
+    EXPECT_EQ(row->getDouble(0), 1.0);
+    EXPECT_EQ(row->getDouble(999), 1000.0);
+    EXPECT_EQ(row->getDouble(1000), 0.0);
+
+    auto cells = qxArray::createCell({3, 1});
+    cells->setCell(2, qxArray::share(qxArray::createScalar(7)));
+    cells->growInPlace({5, 1});
+    EXPECT_EQ(cells->getCell(2)->getDouble(0), 7.0);
+    EXPECT_TRUE(cells->getCell(4)->isEmpty());
+
+    auto text = qxArray::createString(u"ab");
+    text->growInPlace({1, 3});
+    EXPECT_EQ(text->getString(), std::u16string(u"ab\0", 3));
+
+    auto records = qxArray::createStruct({1, 1}, {"a", "b"});
+    records->setField(0, 1, qxArray::share(qxArray::createScalar(2)));
+    records->growInPlace({1, 2});
+    EXPECT_EQ(records->getField(0, 1)->getDouble(0), 2.0);
+    EXPECT_TRUE(records->getField(1, 1)->isEmpty());
+
+    // A 2-by-2 matrix may gain pages but not rows or columns; nothing shrinks.
+    auto matrix = qxArray::createDouble({2, 2});
+    matrix->setDouble(3, 4);
+    EXPECT_TRUE(matrix->canGrowInPlace({2, 2, 3}));
+    EXPECT_FALSE(matrix->canGrowInPlace({3, 2}));
+    EXPECT_FALSE(matrix->canGrowInPlace({2, 1}));
+    EXPECT_EQ(identifierOf([&] { matrix->growInPlace({2, 3, 1}); }), "no error");
+    EXPECT_EQ(matrix->getDouble(3), 4.0);
+    EXPECT_EQ(identifierOf([&] { matrix->growInPlace({3, 3}); }), "qx:array:grow");
+    // A column grows down or gains columns, a row only gains columns, a
+    // scalar grows either way; an empty array takes any size.
+    EXPECT_TRUE(qxArray::createDouble({3, 1})->canGrowInPlace({4, 1}));
+    EXPECT_TRUE(qxArray::createDouble({3, 1})->canGrowInPlace({3, 2}));
+    EXPECT_FALSE(qxArray::createDouble({1, 3})->canGrowInPlace({2, 3}));
+    EXPECT_TRUE(qxArray::createScalar(1)->canGrowInPlace({1, 2}));
+    EXPECT_TRUE(qxArray::createDouble({0, 3})->canGrowInPlace({4, 4}));
+    EXPECT_EQ(identifierOf([&] {
+                  qxArray::createDouble({1, 1})->growInPlace({1, std::size_t{1} << 50});
+              }),
+              "qx:array:tooLarge");
+}
+
 }  // namespace

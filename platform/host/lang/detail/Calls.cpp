@@ -329,6 +329,32 @@ private:
     FramePtr const& frame_;
 };
 
+// Stores the persistent variables a call declared back with its function
+// when the call ends, however it ends.
+class KeepPersistent {
+public:
+    explicit KeepPersistent(Frame& frame) : frame_(frame) {}
+    ~KeepPersistent() {
+        auto const& function = *frame_.function;
+        if (function.persistentSlots.empty()) {
+            return;
+        }
+        auto& kept = *function.persistent;
+        std::lock_guard const lock(kept.mutex);
+        for (std::size_t i = 0; i < function.persistentSlots.size(); ++i) {
+            auto const& value = frame_.slots[static_cast<std::size_t>(function.persistentSlots[i])];
+            if (value) {
+                kept.values[i] = value;
+            }
+        }
+    }
+    KeepPersistent(KeepPersistent const&) = delete;
+    KeepPersistent& operator=(KeepPersistent const&) = delete;
+
+private:
+    Frame& frame_;
+};
+
 }  // namespace
 
 Values callCompiled(Function const& function, FramePtr const& parent, std::span<Value const> args, int nargout,
@@ -349,12 +375,15 @@ Values callCompiled(Function const& function, FramePtr const& parent, std::span<
             return results;
         });
     }
-    inFrame(*frame, [&] {
-        if (auto const* constructor = std::get_if<ConstructorCall>(&kind)) {
-            constructSuperclasses(*frame, constructor->record);
-        }
-        (void)evaluator.block(function.body);
-    });
+    {
+        KeepPersistent const keep(*frame);
+        inFrame(*frame, [&] {
+            if (auto const* constructor = std::get_if<ConstructorCall>(&kind)) {
+                constructSuperclasses(*frame, constructor->record);
+            }
+            (void)evaluator.block(function.body);
+        });
+    }
     ReleaseUnshared const release(frame);
     return collectOutputs(*frame);
 }

@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -114,6 +115,7 @@ enum class StmtKind : std::uint8_t {
     Continue,
     Return,
     Command,
+    Persistent,  // targets: the variables declared persistent
 };
 
 // The target of an assignment: a variable and the accessors below it.
@@ -154,6 +156,14 @@ enum class Visibility : std::uint8_t { Public, Protected, Private };
 
 struct ClassSyntax;
 
+// The values of a function's persistent variables, kept from one call to the
+// next for as long as the compiled function lives; parallel to
+// Function::persistentSlots, null until a call first declares the variable.
+struct PersistentValues {
+    std::mutex mutex;
+    std::vector<Value> values;
+};
+
 struct Function {
     std::string name;       // as errors and stacks show it: "f", "Class.method", "pkg.f"
     std::string shortName;  // the name written after 'function'
@@ -168,6 +178,9 @@ struct Function {
     // Slots that nested functions read or write: they outlive the call when a
     // handle to a nested function does (the others are let go when it returns).
     std::vector<bool> sharedSlots;
+    // Slots of variables declared persistent, and their kept values.
+    std::vector<int> persistentSlots;
+    std::unique_ptr<PersistentValues> persistent;
     Function const* parent{};  // nested functions: the enclosing function
     std::vector<Function const*> nested;
     // Class methods.

@@ -151,6 +151,11 @@ void Compiler::collectAssignedIn(Node const& statement, std::set<std::string>& n
             collectAssigned(clauseBody(*clause), names);
         }
         break;
+    case NodeKind::PersistentStatement:
+        for (auto const* name : statement.list(slot::PersistentStatement::names)) {
+            names.insert(textOf(*name));
+        }
+        break;
     case NodeKind::TryStatement:
         collectAssigned(statement.list(slot::TryStatement::body), names);
         if (auto const* handler = statement.child(slot::TryStatement::catchClause)) {

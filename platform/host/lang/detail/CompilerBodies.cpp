@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <optional>
@@ -313,8 +314,41 @@ Stmt const* Compiler::compileStatement(Node const& node, Scope& scope) {
     }
     case NodeKind::GlobalStatement:
         fail(node, "A global declaration");
-    case NodeKind::PersistentStatement:
-        fail(node, "A persistent declaration");
+    case NodeKind::PersistentStatement: {
+        if (current_ == nullptr ||
+            (file_.isScript && current_->parent == nullptr && current_->name == file_.displayName)) {
+            fail(node, "A persistent declaration outside a function");
+        }
+        auto& stmt = newStmt(StmtKind::Persistent, node);
+        auto& function = *current_;
+        for (auto const* nameNode : node.list(slot::PersistentStatement::names)) {
+            auto const name = textOf(*nameNode);
+            auto const variable = resolveVariable(scope, name);
+            bool const argument = std::find(function.inputSlots.begin(), function.inputSlots.end(),
+                                            variable ? variable->slot : -2) != function.inputSlots.end() ||
+                                  std::find(function.outputSlots.begin(), function.outputSlots.end(),
+                                            variable ? variable->slot : -2) != function.outputSlots.end();
+            if (!variable || variable->depth != 0 || argument) {
+                invalid(*nameNode, fmt::format("'{}' cannot be declared persistent: it is an input, an output or a "
+                                               "variable of an enclosing function.",
+                                               name));
+            }
+            LValue target;
+            target.position = at(*nameNode);
+            target.slot = variable->slot;
+            target.name = name;
+            stmt.targets.push_back(std::move(target));
+            if (std::find(function.persistentSlots.begin(), function.persistentSlots.end(), variable->slot) ==
+                function.persistentSlots.end()) {
+                function.persistentSlots.push_back(variable->slot);
+            }
+        }
+        if (!function.persistent) {
+            function.persistent = std::make_unique<PersistentValues>();
+        }
+        function.persistent->values.resize(function.persistentSlots.size());
+        return &stmt;
+    }
     case NodeKind::ParforStatement:
         fail(node, "A parfor loop");
     case NodeKind::ArgumentsBlock:

@@ -170,6 +170,10 @@ private:
 
     Value& slot(int depth, int index);
     void assign(LValue const& target, Value value, bool deletion);
+    // [s.f] = ... and [s(k).f] = ...: when the target names a field of several (or no) elements of a struct
+    // array, how many, with the subscripts of the (k) form put in `subscripts`; nothing otherwise.
+    std::optional<std::size_t> structArrayTarget(LValue const& target, Values& subscripts);
+    void assignFieldOfEach(LValue const& target, Values const& subscripts, std::span<Value const> values);
     void assignPath(Value& container, std::span<Accessor const> path, Value const& value, bool deletion);
 
     void arguments(std::vector<Expr const*> const& args, Values& out, qxArray const* indexed);

@@ -3,6 +3,7 @@
 
 #include "platform/host/lang/detail/Evaluation.hpp"
 #include "platform/host/lang/detail/Indexing.hpp"
+#include "platform/host/lang/detail/Maps.hpp"
 #include "platform/host/lang/detail/Operations.hpp"
 
 #include <algorithm>
@@ -430,6 +431,12 @@ void Evaluator::chain(Expr const& expr, int nargout, Values& out) {
                 continue;
             }
             Values subscripts;
+            if (isMap(*current)) {
+                arguments(accessor.args, subscripts, nullptr);
+                current = mapLookup(*current, subscripts);
+                ++next;
+                continue;
+            }
             arguments(accessor.args, subscripts, current.get());
             current = indexParen(*current, subscripts);
             ++next;

@@ -352,6 +352,14 @@ Value indexParen(qxArray const& array, std::span<Value const> subscripts) {
 }
 
 void indexBrace(qxArray const& array, std::span<Value const> subscripts, std::vector<Value>& out) {
+    if (array.classID() == qxClassID::String) {
+        // s{k} of a string array: the text of each selected element as a char row.
+        auto const selected = indexParen(array, subscripts);
+        for (std::size_t i = 0; i < selected->getNumberOfElements(); ++i) {
+            out.push_back(makeChars(selected->getStringElement(i)));
+        }
+        return;
+    }
     if (array.classID() != qxClassID::Cell) {
         raise("qlang:index:braceOnNonCell",
               fmt::format("Brace indexing needs a cell array, got a value of class '{}'.", array.getClassName()));
@@ -433,6 +441,16 @@ void assignParen(Value& target, std::span<Value const> subscripts, Value const& 
         raise("qlang:index:sizeMismatch", fmt::format("Cannot assign {} elements to {} indexed positions.",
                                                       value->getNumberOfElements(), selected));
     }
+    // Objects are checked before the array grows, so that a failed assignment leaves it as it was.
+    if (target->classID() == qxClassID::Object) {
+        for (auto const& object : value->objects()) {
+            if (object && !qcos::omIsA(object->getClassName(), target->getClassName())) {
+                raise("qlang:index:classMismatch",
+                      fmt::format("An object of class '{}' cannot be stored in an array of class '{}'.",
+                                  object->getClassName(), target->getClassName()));
+            }
+        }
+    }
     // Growth.
     Dims newDims = dims;
     if (count == 1) {
@@ -472,20 +490,20 @@ void assignParen(Value& target, std::span<Value const> subscripts, Value const& 
         }
     }
     if (newDims != target->getDimensions()) {
-        target = share(resized(*target, newDims));
+        if (target->canGrowInPlace(newDims)) {
+            // Appending keeps every element in place: the storage grows with
+            // spare room, so x(end+1) = v in a loop costs amortised constant time.
+            mutate(target).growInPlace(newDims);
+        } else {
+            target = share(resized(*target, newDims));
+        }
     }
     auto& out = mutate(target);
     auto const strides = stridesOf(extentsFor(out.getDimensions(), count));
     bool const scalar = value->isScalar();
     forEachSelected(lists, strides, [&](std::size_t to, std::size_t n) {
         if (out.classID() == qxClassID::Object) {
-            auto const& object = value->getObject(scalar ? 0 : n);
-            if (object && !qcos::omIsA(object->getClassName(), out.getClassName())) {
-                raise("qlang:index:classMismatch",
-                      fmt::format("An object of class '{}' cannot be stored in an array of class '{}'.",
-                                  object->getClassName(), out.getClassName()));
-            }
-            out.setObject(to, object);
+            out.setObject(to, value->getObject(scalar ? 0 : n));
             return;
         }
         copyElement(out, to, *value, scalar ? 0 : n);
@@ -564,6 +582,16 @@ void deleteParen(Value& target, std::span<Value const> subscripts) {
 void assignBrace(Value& target, std::span<Value const> subscripts, Value const& value) {
     if (!target || (target->classID() == qxClassID::Double && target->isEmpty())) {
         target = share(qxArray::createCell(target ? target->getDimensions() : Dims{0, 0}));
+    }
+    if (target->classID() == qxClassID::String) {
+        // s{k} = text on a string array sets one element's text.
+        if (!isText(*value)) {
+            raise("qlang:index:classMismatch",
+                  fmt::format("A value of class '{}' cannot be stored as the text of a string array element.",
+                              value->getClassName()));
+        }
+        assignParen(target, subscripts, makeString(textOf(*value, "A string element")));
+        return;
     }
     if (target->classID() != qxClassID::Cell) {
         raise("qlang:index:braceOnNonCell",

@@ -3,10 +3,12 @@
 
 #include "platform/host/lang/detail/Evaluation.hpp"
 #include "platform/host/lang/detail/Indexing.hpp"
+#include "platform/host/lang/detail/Maps.hpp"
 #include "platform/host/lang/detail/Operations.hpp"
 
 #include <algorithm>
 #include <cmath>
+#include <mutex>
 #include <optional>
 
 namespace qlang::detail {
@@ -60,23 +62,41 @@ Flow Evaluator::statement(Stmt const& stmt) {
         return Flow::Normal;
     }
     case StmtKind::MultiAssign: {
+        // A target s.f on a struct array s of n elements takes n outputs, one per element.
+        std::vector<std::size_t> counts(stmt.targets.size(), 1);
+        std::vector<bool> spread(stmt.targets.size(), false);
+        std::vector<Values> subscripts(stmt.targets.size());
+        std::size_t wanted = 0;
+        for (std::size_t i = 0; i < stmt.targets.size(); ++i) {
+            if (auto const elements = structArrayTarget(stmt.targets[i], subscripts[i])) {
+                counts[i] = *elements;
+                spread[i] = true;
+            }
+            wanted += counts[i];
+        }
         Values out;
-        auto const wanted = static_cast<int>(stmt.targets.size());
-        values(*stmt.expr, wanted, out);
-        if (out.size() < stmt.targets.size()) {
+        values(*stmt.expr, static_cast<int>(wanted), out);
+        if (out.size() < wanted) {
             // Outputs the caller ignores with ~ at the end need not exist.
-            std::size_t needed = stmt.targets.size();
-            while (needed > 0 && stmt.targets[needed - 1].ignored) {
-                --needed;
+            std::size_t needed = wanted;
+            for (std::size_t i = stmt.targets.size(); i > 0 && stmt.targets[i - 1].ignored; --i) {
+                needed -= counts[i - 1];
             }
             if (out.size() < needed) {
                 raise("qlang:call:tooManyOutputs",
                       fmt::format("Too many output arguments: {} requested, {} given.", needed, out.size()));
             }
         }
-        for (std::size_t i = 0; i < stmt.targets.size() && i < out.size(); ++i) {
-            if (!stmt.targets[i].ignored) {
-                assign(stmt.targets[i], std::move(out[i]), false);
+        std::size_t next = 0;
+        for (std::size_t i = 0; i < stmt.targets.size() && next < out.size(); ++i) {
+            auto const& target = stmt.targets[i];
+            if (target.ignored) {
+                next += counts[i];
+            } else if (spread[i]) {
+                assignFieldOfEach(target, subscripts[i], std::span<Value const>(out).subspan(next, counts[i]));
+                next += counts[i];
+            } else {
+                assign(target, std::move(out[next++]), false);
             }
         }
         return Flow::Normal;
@@ -132,6 +152,27 @@ Flow Evaluator::statement(Stmt const& stmt) {
     }
     case StmtKind::Try:
         return tryStatement(stmt);
+    case StmtKind::Persistent: {
+        // The kept value (at first [], so that `if isempty(x)` can set it up);
+        // the call stores the variables back when it ends.
+        auto const& function = *frame_.function;
+        auto& kept = *function.persistent;
+        std::lock_guard const lock(kept.mutex);
+        for (auto const& target : stmt.targets) {
+            auto& variable = slot(0, target.slot);
+            if (variable) {
+                continue;
+            }
+            auto const index = static_cast<std::size_t>(
+                std::find(function.persistentSlots.begin(), function.persistentSlots.end(), target.slot) -
+                function.persistentSlots.begin());
+            if (!kept.values[index]) {
+                kept.values[index] = makeEmpty();
+            }
+            variable = kept.values[index];
+        }
+        return Flow::Normal;
+    }
     case StmtKind::Break:
         return Flow::Break;
     case StmtKind::Continue:
@@ -230,6 +271,89 @@ Flow Evaluator::tryStatement(Stmt const& stmt) {
 
 // ----- assignment
 
+namespace {
+
+// True when evaluating the expression runs no code of the program: numbers,
+// `end`, `:` and variables that hold numbers, combined by operators.
+bool runsNoCode(Frame const& frame, Expr const& expr) {
+    switch (expr.kind) {
+    case ExprKind::Constant:
+    case ExprKind::Colon:
+    case ExprKind::End:
+    case ExprKind::Nargin:
+    case ExprKind::Nargout:
+        return true;
+    case ExprKind::Variable: {
+        auto const& variable = frame.slots[static_cast<std::size_t>(expr.slot)];
+        return variable && isNumeric(*variable);
+    }
+    case ExprKind::Unary:
+    case ExprKind::Binary:
+    case ExprKind::Compare:
+    case ExprKind::AndAnd:
+    case ExprKind::OrOr:
+    case ExprKind::Postfix:
+    case ExprKind::Range:
+        return std::all_of(expr.args.begin(), expr.args.end(),
+                           [&](Expr const* arg) { return arg == nullptr || runsNoCode(frame, *arg); });
+    default:
+        return false;
+    }
+}
+
+bool runsNoCode(Frame const& frame, std::span<Accessor const> path) {
+    return std::all_of(path.begin(), path.end(), [&](Accessor const& accessor) {
+        return accessor.kind != AccessorKind::DynamicField &&
+               std::all_of(accessor.args.begin(), accessor.args.end(),
+                           [&](Expr const* arg) { return runsNoCode(frame, *arg); });
+    });
+}
+
+}  // namespace
+
+std::optional<std::size_t> Evaluator::structArrayTarget(LValue const& target, Values& subscripts) {
+    auto const& accessors = target.accessors;
+    bool const whole = accessors.size() == 1 && accessors[0].kind == AccessorKind::Field;
+    bool const indexed =
+        accessors.size() == 2 && accessors[0].kind == AccessorKind::Paren && accessors[1].kind == AccessorKind::Field;
+    if (target.ignored || (!whole && !indexed)) {
+        return std::nullopt;
+    }
+    auto const& root = slot(target.depth, target.slot);
+    if (!root || root->classID() != qxClassID::Struct) {
+        return std::nullopt;
+    }
+    std::size_t count = root->getNumberOfElements();
+    if (indexed) {
+        arguments(accessors[0].args, subscripts, root.get());
+        count = indexParen(*root, subscripts)->getNumberOfElements();
+    }
+    if (count == 1) {
+        return std::nullopt;  // one element: an ordinary assignment
+    }
+    return count;
+}
+
+void Evaluator::assignFieldOfEach(LValue const& target, Values const& subscripts, std::span<Value const> values) {
+    auto& root = slot(target.depth, target.slot);
+    auto const& name = target.accessors.back().name;
+    if (root->fieldIndex(name) < 0) {
+        mutate(root).addField(name);
+    }
+    auto const field = static_cast<std::size_t>(root->fieldIndex(name));
+    bool const whole = target.accessors.size() == 1;
+    Value selected = whole ? std::move(root) : indexParen(*root, subscripts);
+    auto& records = mutate(selected);
+    for (std::size_t k = 0; k < values.size() && k < records.getNumberOfElements(); ++k) {
+        records.setField(k, field, values[k]);
+    }
+    if (whole) {
+        root = std::move(selected);
+    } else {
+        assignParen(root, subscripts, selected);
+    }
+}
+
 void Evaluator::assign(LValue const& target, Value value, bool deletion) {
     auto& root = slot(target.depth, target.slot);
     if (target.accessors.empty()) {
@@ -245,6 +369,19 @@ void Evaluator::assignPath(Value& container, std::span<Accessor const> path, Val
     switch (accessor.kind) {
     case AccessorKind::Paren: {
         Values subscripts;
+        if (container && isMap(*container)) {
+            // m(key) = v changes the one map every copy of the handle refers to.
+            arguments(accessor.args, subscripts, nullptr);
+            if (last) {
+                // m(key) = [] keeps [] as the value: entries are removed with remove(m, key).
+                mapStore(*container, subscripts, deletion ? makeEmpty() : value);
+                return;
+            }
+            Value element = mapLookup(*container, subscripts);
+            assignPath(element, path.subspan(1), value, deletion);
+            mapStore(*container, subscripts, element);
+            return;
+        }
         arguments(accessor.args, subscripts, container ? container.get() : nullptr);
         if (last) {
             if (deletion) {
@@ -350,8 +487,22 @@ void Evaluator::assignPath(Value& container, std::span<Accessor const> path, Val
             }
             Value newValue = value;
             if (!last) {
-                Value current = qcos::omGetPropertyShared(*container->getObject(0), name);
-                assignPath(current, path.subspan(1), value, deletion);
+                auto& object = *container->getObject(0);
+                Value current = qcos::omGetPropertyShared(object, name);
+                if (member.property != nullptr && isHandleClass(className) && runsNoCode(frame_, path.subspan(1))) {
+                    // The object lets go of the value while it changes, so that obj.list(end+1) = v changes it
+                    // in place; nothing else can read the property meanwhile, since the subscripts run no code.
+                    // The value goes back whether or not the change succeeds.
+                    qcos::omSetPropertyShared(object, name, makeEmpty());
+                    try {
+                        assignPath(current, path.subspan(1), value, deletion);
+                    } catch (...) {
+                        qcos::omSetPropertyShared(object, name, current ? current : makeEmpty());
+                        throw;
+                    }
+                } else {
+                    assignPath(current, path.subspan(1), value, deletion);
+                }
                 newValue = std::move(current);
             }
             // Objects of value classes are copied before they change.

@@ -69,6 +69,86 @@ TEST(LangBuiltins, StructsAndFields) {
     expectErrors({{"s = struct('a');", "qlang:struct:badArgument", "name, value pairs", "1:1"}});
 }
 
+TEST(LangBuiltins, DealAndStructArrayFields) {
+    expectValues({
+        {"[a, b] = deal(1, 2); x = [a b];", "x", "[1 2]"},
+        {"[a, b] = deal(7); x = [a b];", "x", "[7 7]"},
+        {"s = struct('f', {1, 2, 3}); [s.f] = deal(0); x = [s.f];", "x", "[0 0 0]"},
+        {"s = struct('f', {1, 2}); [s.f] = deal('a', 'b'); x = {s.f};", "x", "{'a','b'}"},
+        // A new field is added to every element; other targets take the outputs after.
+        {"s = struct('f', {1, 2}); [s.g, t] = deal(5, 6, 7); x = {[s.g], t, fieldnames(s)'};", "x",
+         "{[5 6],7,{'f','g'}}"},
+        {"s = struct('f', {1, 2}); c = {8, 9}; [s.f] = c{:}; x = [s.f];", "x", "[8 9]"},
+        // Some of the elements, by index; the others keep their values.
+        {"s = struct('f', {1, 2, 3}); [s(2:3).f] = deal(7, 8); x = [s.f];", "x", "[1 7 8]"},
+        {"s = struct('f', {1, 2, 3}); [s([true false true]).g] = deal('a', 'c'); x = {s.g};", "x", "{'a',[],'c'}"},
+        {"s = struct('f', {1, 2, 3}); [s(end).f, y] = deal(5, 6); x = [s.f y];", "x", "[1 2 5 6]"},
+        // A scalar struct takes one output, as any variable does.
+        {"s.f = 1; [s.f] = deal(4); x = s.f;", "x", "4"},
+    });
+    expectErrors({
+        {"[a, b] = deal(1, 2, 3);", "qlang:deal:badArgument", "as many as outputs", ""},
+        {"s = struct('f', {1, 2, 3}); [s.f] = deal(1, 2);", "qlang:deal:badArgument", "as many as outputs", ""},
+    });
+}
+
+TEST(LangBuiltins, ContainersMapIsAHandleFromKeysToValues) {
+    expectValues({
+        {"m = containers.Map(); m('b') = 2; m('a') = 'one'; x = {m('a'), m('b'), m.Count, length(m), keys(m)};", "x",
+         "{'one',2,2,2,{'a','b'}}"},
+        {"m = containers.Map('KeyType', 'char', 'ValueType', 'any'); m(\"k\") = {1}; x = {m('k'), m.KeyType};", "x",
+         "{{1},'char'}"},
+        {"m = containers.Map({'z', 'y'}, {1, [2 3]}); x = {keys(m), values(m), values(m, {'z'})};", "x",
+         "{{'y','z'},{[2 3],1},{1}}"},
+        // Numeric keys, sorted as numbers.
+        {"m = containers.Map('KeyType', 'double', 'ValueType', 'any'); m(10) = 'ten'; m(9) = 'nine'; m(10.5) = 'x';"
+         " x = {keys(m), m(9)};",
+         "x", "{{9,10,10.5},'nine'}"},
+        {"m = containers.Map([3 1], {'c', 'a'}); x = {keys(m), m(1)};", "x", "{{1,3},'a'}"},
+        {"m = containers.Map({'a', 'b'}, {1, 2}); x = {isKey(m, 'a'), isKey(m, 'q'), isKey(m, {'b', 'q'; 'a', 'a'}),"
+         " isKey(m, 5)};",
+         "x", "{true,false,[true false;true true],false}"},
+        {"m = containers.Map({'a', 'b', 'c'}, {1, 2, 3}); remove(m, 'b'); remove(m, {'c'}); x = {keys(m), m.Count};",
+         "x", "{{'a'},1}"},
+        // A handle: every copy and every function it is handed to change the same map.
+        {"m = containers.Map(); n = m; n('k') = 1; s.map = m; s.map('j') = 2; x = {keys(m), m == n};", "x",
+         "{{'j','k'},true}"},
+        {"m = containers.Map(); f = @(map) map.Count; m('a') = 1; x = f(m);", "x", "1"},
+        {"m = containers.Map(); m('s') = struct('n', 1); m('s').n = 5; x = m('s').n;", "x", "5"},
+        {"m = containers.Map(); m('list') = {}; v = m('list'); v{end+1} = 'x'; m('list') = v; x = m('list');", "x",
+         "{'x'}"},
+        {"m = containers.Map(); a = isempty(m); m('k') = 1; x = {a, isempty(m)};", "x", "{true,false}"},
+        // [] is a value like any other.
+        {"m = containers.Map(); m('a') = []; x = {m.Count, m('a')};", "x", "{1,[]}"},
+    });
+    expectErrors({
+        {"m = containers.Map(); m('a') = 1;\nx = m('nope');", "qlang:map:noKey", "The key 'nope' is not in the map.",
+         "2:1"},
+        {"m = containers.Map('KeyType', 'double', 'ValueType', 'any'); x = m(4);", "qlang:map:noKey",
+         "The key 4 is not", ""},
+        {"m = containers.Map(); m(1) = 2;", "qlang:map:badKey", "keys of this map are text", ""},
+        {"m = containers.Map('KeyType', 'double', 'ValueType', 'any'); m('a') = 2;", "qlang:map:badKey",
+         "keys of this map are numbers", ""},
+        {"m = containers.Map({'a'}, {1}); remove(m, 'b');", "qlang:map:noKey", "'b'", ""},
+        {"m = containers.Map({'a'}, {1}); x = values(m, {'a', 'c'});", "qlang:map:noKey", "'c'", ""},
+        {"m = containers.Map({'a', 'b'}, {1});", "qlang:containers.Map:badArgument", "as many values", ""},
+        {"m = containers.Map('KeyType', 'cell');", "qlang:containers.Map:badArgument", "KeyType", ""},
+    });
+}
+
+TEST(LangBuiltins, BracesOnStringArraysGiveText) {
+    expectValues({
+        {"s = [\"ab\", \"cd\"]; x = s{2};", "x", "'cd'"},
+        {"s = [\"ab\", \"cd\"]; x = [s{:}];", "x", "'abcd'"},
+        {"s = [\"ab\", \"cd\"]; x = class(s{1});", "x", "'char'"},
+        {"s = [\"ab\", \"cd\"]; s{1} = 'zz'; s{3} = \"e\"; x = s;", "x", "[\"zz\" \"cd\" \"e\"]"},
+    });
+    expectErrors({
+        {"s = [\"ab\", \"cd\"]; x = s{3};", "qlang:index:outOfBounds", "Index 3", "1:19"},
+        {"s = [\"ab\", \"cd\"]; s{1} = 5;", "qlang:index:classMismatch", "'double'", ""},
+    });
+}
+
 TEST(LangBuiltins, NumbersAndReductions) {
     expectValues({
         {"x = [abs(-2) floor(2.7) ceil(2.1) round(2.5) fix(-2.5) sqrt(16)];", "x", "[2 2 3 3 -2 4]"},

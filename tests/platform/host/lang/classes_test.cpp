@@ -120,6 +120,12 @@ end
         {"a = LcPoint(); b = a.moveBy(3); x = [a.X b.X];", "x", "[0 3]"},
         {"a = LcBox(); b = a; b.X = 5; x = [a.X b.X];", "x", "[5 5]"},
         {"a = LcBox(); c = {a}; c{1}.X = 7; x = a.X;", "x", "7"},
+        // Appending to a property changes the one object every handle refers to; a value object's copy stays apart.
+        {"a = LcBox(); a.X = []; b = a; for k = 1:5, a.X(end+1) = k; end; x = b.X;", "x", "[1 2 3 4 5]"},
+        {"a = LcBox(); a.X = [1 2]; a.X(numel(a.X) + 1) = 9; a.X(a.X(1)) = 4; x = a.X;", "x", "[4 2 9]"},
+        {"a = LcBox(); a.X = {}; a.X{end+1}.name = 'n'; x = a.X{1}.name;", "x", "'n'"},
+        {"a = LcBox(); a.X = [1 2]; try, a.X(end+1) = LcBox(); catch, end; x = a.X;", "x", "[1 2]"},
+        {"a = LcPoint(); a.X = 1; b = a; b.X(end+1) = 2; x = {a.X, b.X};", "x", "{1,[1 2]}"},
         {"a = LcPoint(); s.p = a; s.p.X = 4; x = [a.X s.p.X];", "x", "[0 4]"},
         // Classes may define operators.
         {"a = LcPoint(); a.X = 1; b = a + a; x = b.X;", "x", "2"},
@@ -229,6 +235,9 @@ end
          "{'LcShape',2,4,3}"},
         {"a = LcSquare.empty(); a(1) = LcSquare(1); a(2) = LcCircle(); x = class(a);", "x", "'LcShape'"},
         {"a = [LcSquare(2), LcSquare(3)]; x = [a.Side];", "x", "[2 3]"},
+        // An object of an unrelated class is refused and the array stays as it was.
+        {"a = LcSquare(2); try, a(end+1) = containers.Map(); catch, end; x = {numel(a), class(a)};", "x",
+         "{1,'LcSquare'}"},
         {"a = [LcSquare(2), LcSquare(3)]; total = 0; for s = a, total = total + s.area(); end, x = total;", "x", "13"},
     });
     expectErrors({

@@ -104,6 +104,43 @@ TEST(LangFunctions, NestedFunctionsShareTheirParentsVariables) {
     });
 }
 
+TEST(LangFunctions, PersistentVariablesLastAsLongAsTheFunction) {
+    CodeFolder folder;
+    folder.write("pcCounter.qx",
+                 "function n = pcCounter()\n    persistent count\n    if isempty(count)\n"
+                 "        count = 0;\n    end\n    count = count + 1;\n    n = count;\nend\n");
+    // Each function keeps its own; a value changed before an error is kept too.
+    folder.write("pcOther.qx",
+                 "function n = pcOther(fail)\n    persistent count seen\n    if isempty(count)\n"
+                 "        count = 100;\n    end\n    count = count + 1;\n    seen(end+1) = count;\n"
+                 "    if fail\n        error('pc:fail', 'failed');\n    end\n    n = seen;\nend\n");
+    folder.write("pcInput.qx", "function pcInput(x)\n    persistent x\nend\n");
+    // Calls running at once each start from the stored value; the last to end stores its own.
+    folder.write("pcRecursive.qx",
+                 "function n = pcRecursive(depth)\n    persistent count\n"
+                 "    if isempty(count), count = 0; end\n    count = count + 1;\n"
+                 "    if depth > 0, pcRecursive(depth - 1); end\n    n = count;\nend\n");
+    expectValues({
+        {"a = pcCounter(); b = pcCounter(); c = pcCounter(); x = [a b c];", "x", "[1 2 3]"},
+        // The next run of code still sees the same variable.
+        {"x = pcCounter();", "x", "4"},
+        {"x = pcOther(false); try, pcOther(true); catch, end; x = [x pcOther(false)];", "x", "[101 101 102 103]"},
+        {"x = pcCounter();", "x", "5"},
+        {"x = [pcRecursive(2) pcRecursive(0)];", "x", "[1 2]"},
+        // A local function of a script may keep one too.
+        {"for k = 1:3, x = tick(); end\nfunction t = tick()\n    persistent n\n    if isempty(n), n = 10; end\n"
+         "    n = n + 1; t = n;\nend\n",
+         "x", "13"},
+    });
+    expectErrors({
+        {"x = 1;\npersistent p", "qlang:unsupported", "A persistent declaration outside a function", "2:1"},
+    });
+    auto const input = errorOf("pcInput(1);");
+    ASSERT_TRUE(input);
+    EXPECT_EQ(input->identifier(), "qlang:invalidCode");
+    EXPECT_EQ(input->location(), (folder.path() / "pcInput.qx").string() + ":2:16");
+}
+
 TEST(LangFunctions, HandlesCaptureValuesAndFindFunctions) {
     CodeFolder folder;
     folder.write("applyTwice.qx", "function y = applyTwice(f, x)\n    y = f(f(x));\nend\n");

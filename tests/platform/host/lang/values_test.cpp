@@ -173,6 +173,26 @@ TEST(LangValues, AssignmentGrowsArrays) {
     });
 }
 
+TEST(LangValues, AppendingInALoopKeepsValuesApart) {
+    // Appends change the array in place only when no other variable holds it.
+    expectValues({
+        {"x = []; for k = 1:500, x(end+1) = k; end; y = [numel(x) x(1) x(250) x(end) size(x, 1)];", "y",
+         "[500 1 250 500 1]"},
+        {"x = [1; 2]; for k = 3:5, x(end+1) = k; end;", "x", "[1;2;3;4;5]"},
+        {"x = [1 2]; y = x; x(end+1) = 3; y(end+1) = 9; z = {x, y};", "z", "{[1 2 3],[1 2 9]}"},
+        {"c = {}; for k = 1:3, c{end+1} = k * 2; end; d = c; c{end+1} = 'x'; z = {c, d};", "z",
+         "{{2,4,6,'x'},{2,4,6}}"},
+        {"s = ''; for k = 1:3, s(end+1) = char(96 + k); end; t = s; s(end+1) = 'd'; z = {s, t};", "z",
+         "{'abcd','abc'}"},
+        {"s = \"\"; s(3) = \"c\"; t = s; s(end+1) = \"d\"; z = {numel(s), numel(t), s(4)};", "z", "{4,3,\"d\"}"},
+        {"r = struct('a', {}); for k = 1:3, r(end+1).a = k; end; q = r; r(end+1).a = 4; z = {[r.a], [q.a]};", "z",
+         "{[1 2 3 4],[1 2 3]}"},
+        {"b = true; b(end+1) = false; b(end+1) = 3; z = {b, class(b)};", "z", "{[1 0 3],'double'}"},
+        {"a = [1 2; 3 4]; a(:, :, 2) = [5 6; 7 8]; z = [a(:)' size(a)];", "z", "[1 3 2 4 5 7 6 8 2 2 2]"},
+        {"f = @(v) numel(v); x = 1; for k = 1:3, n = f(x); x(end+1) = k; end; z = [n numel(x)];", "z", "[3 4]"},
+    });
+}
+
 TEST(LangValues, ArraysOfMoreThanTwoDimensions) {
     expectValues({
         {"a = zeros(2, 3, 2); x = size(a);", "x", "[2 3 2]"},
