@@ -11,12 +11,16 @@
 
 #include <boost/uuid/uuid_io.hpp>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <condition_variable>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <map>
 #include <mutex>
@@ -169,6 +173,49 @@ void indexProductFolder(ProductFunctions& index, std::size_t product, fs::path c
     }
 }
 
+// A code file whose path is longer than the system takes in one call (deep in nested folders): read here, a part of
+// the path at a time, and parsed from memory (such files bypass the result cache).
+std::shared_ptr<ca::AnalysisResult const> analyzeLongPath(fs::path const& path) {
+    auto unreadable = [&](std::string const& reason) {
+        return ca::FileReadError("cannot read the code file '" + path.string() + "': " + reason);
+    };
+    int const fd = detail::openPath(path, O_RDONLY | O_NONBLOCK);
+    if (fd < 0) {
+        throw unreadable(std::strerror(errno));
+    }
+    std::unique_ptr<int, void (*)(int*)> const closer(new int(fd), [](int* f) {
+        ::close(*f);
+        delete f;
+    });
+    struct stat status {};
+    if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+        throw unreadable("not a regular file");
+    }
+    if (static_cast<std::uintmax_t>(status.st_size) > ca::maxCodeFileBytes) {
+        throw unreadable("it holds " + std::to_string(status.st_size) + " bytes, more than the " +
+                         std::to_string(ca::maxCodeFileBytes) + " bytes a code file may hold");
+    }
+    std::string code;
+    char buffer[1 << 16];
+    for (;;) {
+        auto const got = ::read(fd, buffer, sizeof buffer);
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < 0) {
+            throw unreadable(std::strerror(errno));
+        }
+        if (got == 0) {
+            break;
+        }
+        if (code.size() + static_cast<std::size_t>(got) > ca::maxCodeFileBytes) {
+            throw unreadable("it grew past the bytes a code file may hold");
+        }
+        code.append(buffer, static_cast<std::size_t>(got));
+    }
+    return ca::analyzeText(code);
+}
+
 bool contains(fs::path const& folder, fs::path const& path) {
     auto const rel = path.lexically_relative(folder);
     return !rel.empty() && *rel.begin() != "..";
@@ -232,7 +279,9 @@ void Scan::parseAll() {
             int const file = code[k];
             Parsed& out = parsed_[file];
             try {
-                auto const analysis = analyzer->analyze(walk_.files[file].path.u16string());
+                auto const& path = walk_.files[file].path;
+                auto const analysis =
+                    path.native().size() < PATH_MAX ? analyzer->analyze(path.u16string()) : analyzeLongPath(path);
                 out.readable = true;
                 out.owner = analysis->getOwnerName();
                 if (analysis->hasErrors()) {
@@ -359,17 +408,33 @@ void Scan::buildIndex() {
             }
         }
     } else {
-        std::unordered_map<std::string, int> byPath;
-        for (std::size_t f = 0; f < folders.size(); ++f) {
-            byPath.emplace(folders[f].path.string(), static_cast<int>(f));
-        }
+        // A folder of the walk by its path: down from the scanned folder, a name at a time.
+        auto findFolder = [&](fs::path const& folder) {
+            int found = -1;
+            if (folder == root_ || contains(root_, folder)) {
+                found = 0;
+                for (auto const& part : folder.lexically_relative(root_)) {
+                    if (part == "." || part.empty()) {
+                        continue;
+                    }
+                    auto const& subs = folders[found].subfolders;
+                    auto const it = std::find_if(subs.begin(), subs.end(),
+                                                 [&](int sub) { return folders[sub].name == part.native(); });
+                    found = it == subs.end() ? -1 : *it;
+                    if (found < 0) {
+                        break;
+                    }
+                }
+            }
+            return found;
+        };
         for (auto const& folder : explicitPath) {
-            auto const it = byPath.find(folder.string());
-            if (it == byPath.end() || folders[it->second].kind != FolderKind::Ordinary) {
+            int const found = findFolder(folder);
+            if (found < 0 || folders[found].kind != FolderKind::Ordinary) {
                 result_.diagnostics.push_back(
                     {folder, 0, 0, "path folder is not a scanned folder of functions; left off the path"});
-            } else if (std::find(pathFolders_.begin(), pathFolders_.end(), it->second) == pathFolders_.end()) {
-                pathFolders_.push_back(it->second);
+            } else if (std::find(pathFolders_.begin(), pathFolders_.end(), found) == pathFolders_.end()) {
+                pathFolders_.push_back(found);
             }
         }
     }
@@ -403,7 +468,7 @@ void Scan::buildIndex() {
             auto& info = classes_[folder.qualified];
             if (info.folder < 0) {
                 info.folder = f;
-                auto const simple = fs::path(folder.path.filename().string().substr(1)).u16string();
+                auto const simple = fs::path(folder.name.substr(1)).u16string();
                 for (int file : folder.codeFiles) {
                     auto const stem = walk_.files[file].path.stem().u16string();
                     if (stem == simple) {
