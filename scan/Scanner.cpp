@@ -240,6 +240,9 @@ private:
     void buildGraph();
 
     std::u16string const& relOf(int file) const { return relIds_[file]; }
+    unsigned threadCount() const {
+        return settings_.threads != 0 ? settings_.threads : std::max(1u, std::thread::hardware_concurrency());
+    }
 
     ScanSettings const& settings_;
     fs::path root_;
@@ -946,21 +949,22 @@ void Scan::buildGraph() {
         derivedEdges[i].second = fileNodeFor(derivedPairs[i].source, true, graph::Type::FILE());
     }
 
-    // Resolve every use, file by file in walk order.
-    struct FunctionInfo {
-        std::size_t node = 0;
-        std::vector<std::string> sites;
+    // Resolve every use, file by file in walk order. A call site stays a position until its node's property is
+    // written.
+    struct Site {
+        std::uint32_t file;
+        detail::Position at;
     };
     struct PendingFunction {
         graph::NodeData data;
-        std::vector<std::string> sites;
+        std::vector<Site> sites;
     };
     std::vector<PendingFunction> functions;
+    std::vector<std::size_t> functionFile;  // per function: the last file whose sites it took
     std::unordered_map<std::u16string, std::size_t> functionIndex;
     std::vector<std::tuple<std::size_t, std::size_t, graph::Type>> fileEdges;  // (file node, function #, type)
     std::vector<std::pair<std::size_t, std::size_t>> referenceEdges;           // (file node, referenced #)
     std::vector<std::pair<std::size_t, std::size_t>> requirementEdges;         // (file node, product #)
-    std::vector<std::pair<std::size_t, std::size_t>> packageEdges;             // (file node, product #)
     struct ReferencedFile {
         bool found = false;
         std::vector<std::string> sites;
@@ -987,27 +991,40 @@ void Scan::buildGraph() {
         return {};
     };
 
-    auto functionFor = [&](Target const& target, std::u16string const& unresolvedName, int callerFile) {
-        std::u16string id;
+    // Each distinct name of a file is resolved once, in the parallel step, with the ID of the node it reaches.
+    constexpr std::size_t noFunction = static_cast<std::size_t>(-1);
+    struct Distinct {
+        Target target;
+        std::u16string id;          // the function node's ID (none for a built-in)
+        std::u16string unresolved;  // the name an unresolved node carries
+        std::size_t function = noFunction;
+        // The uses that count (all but built-in ones and unreported unresolved ones), in use order: the use's
+        // ordinal in the file and its place.
+        std::vector<std::pair<std::uint32_t, detail::Position>> sites;
+    };
+    struct FileUses {
+        std::vector<Distinct> distinct;
+        // (distinct, edge type: call 1, inheritance 2) in the order each pair is first met.
+        std::vector<std::pair<std::uint32_t, unsigned char>> order;
+        std::size_t calls = 0, builtinCalls = 0, resolvedCalls = 0, unresolvedCalls = 0;
+    };
+
+    auto functionFor = [&](Distinct const& d, int callerFile) {
+        if (auto it = functionIndex.find(d.id); it != functionIndex.end()) {
+            return it->second;
+        }
+        auto const& target = d.target;
         graph::NodeData data;
         data.type = graph::Type::FUNCTION();
         if (target.kind == Target::Tree) {
-            id = relOf(target.file) + u">" + target.entry;
             data.location = {files[target.file].path.u16string(), target.entry};
         } else if (target.kind == Target::Product) {
-            auto const& product = finder_->getProducts()[target.product];
-            auto const folder = fs::absolute(fs::path(product->getVerDir())).lexically_normal();
-            id = product->getBaseCode() + u":" + u16(relativeText(target.productFile, folder)) + u">" + target.entry;
             data.location = {target.productFile.u16string(), target.entry};
         } else {
-            id = u"unresolved:" + unresolvedName;
-            data.location = {files[callerFile].path.u16string(), unresolvedName};
+            data.location = {files[callerFile].path.u16string(), d.unresolved};
             data.resolved = false;
         }
-        if (auto it = functionIndex.find(id); it != functionIndex.end()) {
-            return it->second;
-        }
-        data.id = id;
+        data.id = d.id;
         auto const slash = data.location[1].find(u'/');
         data.name = slash == std::u16string::npos ? data.location[1] : data.location[1].substr(slash + 1);
         data.pathIsFirstLocation = true;
@@ -1018,34 +1035,91 @@ void Scan::buildGraph() {
             }
         }
         functions.push_back({std::move(data), {}});
-        functionIndex.emplace(id, functions.size() - 1);
+        functionFile.push_back(noFunction);
+        functionIndex.emplace(d.id, functions.size() - 1);
         return functions.size() - 1;
     };
 
     // Names resolve in parallel (the index is only read); the graph is then built in the walk's order.
-    std::vector<std::vector<Target>> resolved(files.size());
+    std::vector<FileUses> uses(files.size());
     {
         std::atomic<std::size_t> next{0};
         auto work = [&] {
+            std::unordered_map<std::u16string_view, std::uint32_t> seen;
+            std::vector<NameUse const*> firstUses;
+            std::vector<std::uint32_t> ofUse;
+            std::vector<unsigned char> edgeSeen;
             for (std::size_t f = next++; f < files.size(); f = next++) {
                 if (!files[f].code || !parsed_[f].readable || parsed_[f].syntaxError) {
                     continue;
                 }
                 auto const& facts = parsed_[f].facts;
-                auto& out = resolved[f];
-                out.reserve(facts.superclasses.size() + facts.uses.size());
+                auto& out = uses[f];
+                seen.clear();
+                firstUses.clear();
+                ofUse.clear();
+                auto add = [&](NameUse const& use) {
+                    auto const [it, fresh] = seen.try_emplace(use.name, static_cast<std::uint32_t>(firstUses.size()));
+                    if (fresh) {
+                        firstUses.push_back(&use);
+                    }
+                    ofUse.push_back(it->second);
+                };
                 for (auto const& super : facts.superclasses) {
-                    out.push_back(resolve(static_cast<int>(f), super));
+                    add(super);
                 }
                 for (auto const& use : facts.uses) {
-                    out.push_back(resolve(static_cast<int>(f), use));
+                    add(use);
+                }
+                out.distinct.resize(firstUses.size());
+                for (std::size_t k = 0; k < firstUses.size(); ++k) {
+                    auto const& use = *firstUses[k];
+                    auto& d = out.distinct[k];
+                    d.target = resolve(static_cast<int>(f), use);
+                    auto const& target = d.target;
+                    if (target.kind == Target::Tree) {
+                        d.id = relOf(target.file) + u">" + target.entry;
+                    } else if (target.kind == Target::Product) {
+                        auto const& product = finder_->getProducts()[target.product];
+                        auto const folder = fs::absolute(fs::path(product->getVerDir())).lexically_normal();
+                        d.id = product->getBaseCode() + u":" + u16(relativeText(target.productFile, folder)) + u">" +
+                               target.entry;
+                    } else if (target.kind == Target::None) {
+                        d.unresolved = target.entry.empty() ? use.name.substr(0, use.name.find(u'.')) : target.entry;
+                        d.id = u"unresolved:" + d.unresolved;
+                    }
+                }
+                // Which uses count, and the edges they make, in use order.
+                std::uint32_t ordinal = 0;
+                edgeSeen.assign(out.distinct.size(), 0);
+                auto count = [&](NameUse const& use, unsigned char typeBit) {
+                    std::uint32_t const k = ofUse[ordinal];
+                    auto& d = out.distinct[k];
+                    ++out.calls;
+                    if (d.target.kind == Target::Builtin) {
+                        ++out.builtinCalls;
+                    } else if (d.target.kind == Target::None && (!use.reportable || use.kind == UseKind::Metaclass)) {
+                        // resolves nowhere and is not reported
+                    } else {
+                        ++(d.target.kind == Target::None ? out.unresolvedCalls : out.resolvedCalls);
+                        d.sites.emplace_back(ordinal, use.at);
+                        if ((edgeSeen[k] & typeBit) == 0) {
+                            edgeSeen[k] |= typeBit;
+                            out.order.emplace_back(k, typeBit);
+                        }
+                    }
+                    ++ordinal;
+                };
+                for (auto const& super : facts.superclasses) {
+                    count(super, 2);
+                }
+                for (auto const& use : facts.uses) {
+                    count(use, 1);
                 }
             }
         };
-        unsigned const threads =
-            settings_.threads != 0 ? settings_.threads : std::max(1u, std::thread::hardware_concurrency());
         std::vector<std::jthread> pool;
-        for (unsigned t = 1; t < threads; ++t) {
+        for (unsigned t = 1; t < threadCount(); ++t) {
             pool.emplace_back(work);
         }
         work();
@@ -1056,63 +1130,59 @@ void Scan::buildGraph() {
             continue;
         }
         int const file = static_cast<int>(f);
-        std::size_t nextTarget = 0;
         auto const caller = *fileNode[f];
         auto const& facts = parsed_[f].facts;
-        std::vector<std::pair<std::size_t, graph::Type>> seenEdges;
+        auto& fileUses = uses[f];
+        counts.calls += fileUses.calls;
+        counts.builtinCalls += fileUses.builtinCalls;
+        counts.resolvedCalls += fileUses.resolvedCalls;
+        counts.unresolvedCalls += fileUses.unresolvedCalls;
         auto site = [&](detail::Position const& at) { return files[f].rel + ":" + place(at.line, at.column); };
-        auto edgeTo = [&](std::size_t function, graph::Type type) {
-            for (auto const& [existing, existingType] : seenEdges) {
-                if (existing == function && existingType == type) {
-                    return;
+        // Function nodes in the order they are first reached, one edge per function and type, one requirement
+        // per product.
+        std::vector<std::pair<std::size_t, graph::Type>> seenEdges;
+        std::vector<std::size_t> products;
+        bool shared = false;  // two names of this file reach one function (f and pkg.f through an import)
+        for (auto const& [k, typeBit] : fileUses.order) {
+            auto& d = fileUses.distinct[k];
+            if (d.function == noFunction) {
+                d.function = functionFor(d, file);
+                shared = shared || functionFile[d.function] == f;
+                functionFile[d.function] = f;
+            }
+            auto const type = typeBit == 2 ? graph::Type::INHERITANCE() : graph::Type::CALL();
+            if (std::find(seenEdges.begin(), seenEdges.end(), std::pair{d.function, type}) == seenEdges.end()) {
+                seenEdges.emplace_back(d.function, type);
+                fileEdges.emplace_back(caller, d.function, type);
+            }
+            if (d.target.kind == Target::Product &&
+                std::find(products.begin(), products.end(), d.target.product) == products.end()) {
+                products.push_back(d.target.product);
+                requirementEdges.emplace_back(caller, d.target.product);
+                if (std::find(usedProducts.begin(), usedProducts.end(), d.target.product) == usedProducts.end()) {
+                    usedProducts.push_back(d.target.product);
                 }
             }
-            seenEdges.emplace_back(function, type);
-            fileEdges.emplace_back(caller, function, type);
-        };
-        auto require = [&](std::size_t product) {
-            for (auto const& [from, to] : requirementEdges) {
-                if (from == caller && to == product) {
-                    return;
-                }
-            }
-            requirementEdges.emplace_back(caller, product);
-            if (std::find(usedProducts.begin(), usedProducts.end(), product) == usedProducts.end()) {
-                usedProducts.push_back(product);
-            }
-        };
-        auto handle = [&](NameUse const& use, graph::Type type) {
-            ++counts.calls;
-            Target const& target = resolved[f][nextTarget++];
-            if (target.kind == Target::Builtin) {
-                ++counts.builtinCalls;
-                return;
-            }
-            if (target.kind == Target::None) {
-                if (!use.reportable || use.kind == UseKind::Metaclass) {
-                    return;
-                }
-                ++counts.unresolvedCalls;
-                auto const name = target.entry.empty() ? use.name.substr(0, use.name.find(u'.')) : target.entry;
-                auto const index = functionFor(target, name, file);
-                (void)file;
-                functions[index].sites.push_back(site(use.at));
-                edgeTo(index, type);
-                return;
-            }
-            ++counts.resolvedCalls;
-            auto const index = functionFor(target, {}, file);
-            functions[index].sites.push_back(site(use.at));
-            edgeTo(index, type);
-            if (target.kind == Target::Product) {
-                require(target.product);
-            }
-        };
-        for (auto const& super : facts.superclasses) {
-            handle(super, graph::Type::INHERITANCE());
         }
-        for (auto const& use : facts.uses) {
-            handle(use, graph::Type::CALL());
+        // Call sites in use order.
+        if (!shared) {
+            for (auto const& d : fileUses.distinct) {
+                for (auto const& [ordinal, at] : d.sites) {
+                    functions[d.function].sites.push_back({static_cast<std::uint32_t>(f), at});
+                }
+            }
+        } else {
+            std::vector<std::tuple<std::uint32_t, std::size_t, detail::Position>> all;
+            for (auto const& d : fileUses.distinct) {
+                for (auto const& [ordinal, at] : d.sites) {
+                    all.emplace_back(ordinal, d.function, at);
+                }
+            }
+            std::sort(all.begin(), all.end(),
+                      [](auto const& a, auto const& b) { return std::get<0>(a) < std::get<0>(b); });
+            for (auto const& [ordinal, function, at] : all) {
+                functions[function].sites.push_back({static_cast<std::uint32_t>(f), at});
+            }
         }
         for (auto const& reference : facts.references) {
             fs::path const literal = fs::path(reference.text);
@@ -1147,6 +1217,9 @@ void Scan::buildGraph() {
         }
     }
 
+    // What the files' uses held is freed beside the rest of the work.
+    std::jthread const release([held = std::move(uses)]() mutable { held = {}; });
+
     // Referenced files, then function nodes, then products and packages.
     std::vector<std::size_t> referencedNode;
     for (auto const& path : referencedOrder) {
@@ -1167,12 +1240,60 @@ void Scan::buildGraph() {
         referencedNode.push_back(addNode(std::move(data)));
         nodeById.emplace(id, referencedNode.back());
     }
+    // "file:line:column" texts as a JSON array, written as jsonArray writes them.
+    auto sitesJson = [&](std::vector<Site> const& sites) {
+        std::u16string out = u"[";
+        char number[32];
+        for (std::size_t i = 0; i < sites.size(); ++i) {
+            out += i == 0 ? u"\"" : u",\"";
+            for (char16_t const c : relIds_[sites[i].file]) {
+                switch (c) {
+                case u'"':
+                    out += u"\\\"";
+                    break;
+                case u'\\':
+                    out += u"\\\\";
+                    break;
+                case u'\n':
+                    out += u"\\n";
+                    break;
+                case u'\t':
+                    out += u"\\t";
+                    break;
+                default:
+                    if (c < 0x20) {
+                        std::snprintf(number, sizeof number, "\\u%04x", static_cast<unsigned>(c));
+                        out.append(number, number + std::strlen(number));
+                    } else {
+                        out += c;
+                    }
+                }
+            }
+            int const length = std::snprintf(number, sizeof number, ":%u:%u\"", sites[i].at.line, sites[i].at.column);
+            out.append(number, number + length);
+        }
+        return out + u"]";
+    };
+    // The call-site texts are written on all threads; the nodes are then added in order.
+    {
+        std::atomic<std::size_t> next{0};
+        auto work = [&] {
+            for (std::size_t i = next++; i < functions.size(); i = next++) {
+                if (!functions[i].sites.empty()) {
+                    functions[i].data.properties[u"callSites"] = sitesJson(functions[i].sites);
+                    functions[i].sites = {};
+                }
+            }
+        };
+        std::vector<std::jthread> pool;
+        for (unsigned t = 1; t < threadCount(); ++t) {
+            pool.emplace_back(work);
+        }
+        work();
+    }
     std::vector<std::size_t> functionNode;
     std::size_t unresolvedNames = 0;
     for (auto& pending : functions) {
-        if (!pending.sites.empty()) {
-            pending.data.properties[u"callSites"] = u16(jsonArray(pending.sites));
-        }
         unresolvedNames += pending.data.resolved ? 0 : 1;
         functionNode.push_back(addNode(std::move(pending.data)));
     }
