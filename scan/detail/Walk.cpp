@@ -219,8 +219,10 @@ Walk walkFolder(fs::path const& root, std::vector<std::string> const& exclude, s
                     }
                 }
             }
+            int linkError = 0;
             if (isLink || (entry.type == DT_UNKNOWN && !haveTarget)) {
                 haveTarget = ::fstatat(dirFd, name.c_str(), &target, 0) == 0;
+                linkError = haveTarget ? 0 : errno;
             }
             if (haveTarget) {
                 isFolder = S_ISDIR(target.st_mode);
@@ -283,6 +285,11 @@ Walk walkFolder(fs::path const& root, std::vector<std::string> const& exclude, s
                 continue;
             }
             bool const code = endsWith(name, ".qx");
+            if (isLink && linkError == ELOOP && !code) {
+                // A link to itself, or links that lead to each other (a code file's read reports it instead).
+                diagnostics.push_back({path, 0, 0, "symbolic link that leads back to itself: not followed"});
+                continue;
+            }
             if (isRegular || code) {
                 // A .qx entry that is no regular file (a dangling link, a pipe) is still a code file: reading it
                 // reports why it cannot be read.

@@ -15,7 +15,9 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -86,6 +88,120 @@ TEST(ScanBadInputTest, EachProblemIsOneDiagnosticAndTheScanGoesOn) {
             scanProject(absent);
         }(),
         ScanError);
+}
+
+// One bad input per row, each in a tree of its own beside good code: exactly one diagnostic, at the file and place
+// given, and the good code is scanned all the same.
+TEST(ScanBadInputTest, EachBadInputAloneIsExactlyOneDiagnostic) {
+    struct Case {
+        std::string what;
+        std::function<void(ScratchFolder const&)> make;
+        std::string expected;  // the start of the one diagnostic, "file:line:column: message"
+        bool needsPermissions = false;
+        std::size_t count = 1;  // diagnostics: one for each bad entry
+    };
+    auto const link = [](std::string target, std::string name) {
+        return [=](ScratchFolder const& s) { fs::create_symlink(target, s.path() / name); };
+    };
+    std::vector<Case> const cases{
+        {"a link to itself", link("self", "self"), "self:0:0: symbolic link that leads back to itself"},
+        {"two links to each other",
+         [](ScratchFolder const& s) {
+             fs::create_symlink("pong", s.path() / "ping");
+             fs::create_symlink("ping", s.path() / "pong");
+         },
+         "ping:0:0: symbolic link that leads back to itself", false, 2},
+        {"a code file linked to itself", link("loop.qx", "loop.qx"), "loop.qx:0:0: cannot read the code file: "},
+        {"a link to an ancestor folder",
+         [](ScratchFolder const& s) {
+             fs::create_directories(s.path() / "a" / "b");
+             fs::create_directory_symlink("../..", s.path() / "a" / "b" / "up");
+         },
+         "a/b/up:0:0: symbolic link to a folder scanned already"},
+        {"a binary file named .qx",
+         [](ScratchFolder const& s) {
+             s.write("bin.qx", std::string("\x7f"
+                                           "ELF\x02\x01\x01\0\0\0\xff\xfe\x00\x01",
+                                           16));
+         },
+         "bin.qx:1:"},
+        {"code that is not UTF-8",
+         [](ScratchFolder const& s) { s.write("latin.qx", "function latin\nx = caf\xe9;\nend\n"); },
+         "latin.qx:2:8: syntax error: "},
+        {"a project file that is not XML",
+         [](ScratchFolder const& s) {
+             s.write("bad.qxproj", "<project name=\"p\">\n  <path folder=\"a\">\n</project>\n");
+         },
+         "bad.qxproj:3:"},
+        {"a function defined in two path folders",
+         [](ScratchFolder const& s) {
+             s.write("one/twin.qx", "function twin\nend\n");
+             s.write("two/twin.qx", "function twin\nend\n");
+         },
+         "two/twin.qx:0:0: function twin is also defined by one/twin.qx, which comes first on the path"},
+        {"a code file without read permission",
+         [](ScratchFolder const& s) {
+             fs::permissions(s.write("closed.qx", "function closed\nend\n"), fs::perms::none);
+         },
+         "closed.qx:0:0: cannot read the code file: ", true},
+        {"a folder without permission",
+         [](ScratchFolder const& s) {
+             s.write("shut/inside.qx", "function inside\nend\n");
+             fs::permissions(s.path() / "shut", fs::perms::none);
+         },
+         "shut:0:0: cannot read the folder: ", true},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.what);
+        if (c.needsPermissions && ::geteuid() == 0) {
+            continue;  // root reads without permission
+        }
+        ScratchFolder scratch("depattr-scan");
+        scratch.write("main.qx", "function main\nok()\ntwin()\nend\n");
+        scratch.write("ok.qx", "function ok\nend\n");
+        c.make(scratch);
+        ScanSettings settings;
+        settings.folder = scratch.path();
+        auto const result = scanProject(settings);
+        auto const found = diagnostics(result, scratch.path());
+        ASSERT_EQ(found.size(), c.count) << testing::PrintToString(found);
+        EXPECT_THAT(found[0], testing::StartsWith(c.expected));
+        auto const calls = edges(*result.graph, "call");
+        EXPECT_THAT(calls, Contains("main.qx -call-> ok.qx>ok"));
+        if (c.what == "a function defined in two path folders") {
+            EXPECT_THAT(calls, Contains("main.qx -call-> one/twin.qx>twin"));  // the first on the path
+        }
+        for (auto const& p : {"shut", "closed.qx"}) {
+            std::error_code ignored;
+            fs::permissions(scratch.path() / p, fs::perms::owner_all, ignored);
+        }
+    }
+}
+
+// A 50 MB code file is read whole and parsed up to the parser's bound on the tree it makes (about 20 MB of code):
+// one syntax error at the place the bound was reached, and the rest of the folder is scanned.
+TEST(ScanBadInputTest, AFiftyMegabyteCodeFileIsOneDiagnostic) {
+    ScratchFolder scratch("depattr-scan");
+    scratch.write("main.qx", "function main\nok()\nend\n");
+    scratch.write("ok.qx", "function ok\nend\n");
+    {
+        std::ofstream big(scratch.path() / "big.qx", std::ios::binary);
+        big << "function big\n";
+        std::string const line = "total = total + sqrt(abs(value * 3)) - helper(value, 2);\n";
+        for (std::size_t written = 0; written < std::size_t{50} << 20; written += line.size()) {
+            big << line;
+        }
+        big << "end\n";
+    }
+    ASSERT_GT(fs::file_size(scratch.path() / "big.qx"), std::uintmax_t{50} << 20);
+    ScanSettings settings;
+    settings.folder = scratch.path();
+    auto const result = scanProject(settings);
+    auto const found = diagnostics(result, scratch.path());
+    ASSERT_EQ(found.size(), 1u) << testing::PrintToString(found);
+    EXPECT_THAT(found[0], testing::MatchesRegex("big\\.qx:[1-9][0-9]*:[1-9][0-9]*: syntax error: .*too large.*"));
+    EXPECT_EQ(property(*result.graph, u"big.qx", u"syntaxError"), "true");
+    EXPECT_THAT(edges(*result.graph, "call"), Contains("main.qx -call-> ok.qx>ok"));
 }
 
 // Makes `levels` folders named "d", each inside the one before, below `root`, and `file` with `code` in the deepest;
