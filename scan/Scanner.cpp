@@ -21,6 +21,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <fstream>
 #include <map>
 #include <mutex>
@@ -959,7 +960,7 @@ void Scan::buildGraph() {
         graph::NodeData data;
         std::vector<Site> sites;
     };
-    std::vector<PendingFunction> functions;
+    std::deque<PendingFunction> functions;  // node data is large: a deque never moves it
     std::vector<std::size_t> functionFile;  // per function: the last file whose sites it took
     std::unordered_map<std::u16string, std::size_t> functionIndex;
     std::vector<std::tuple<std::size_t, std::size_t, graph::Type>> fileEdges;  // (file node, function #, type)
