@@ -52,7 +52,7 @@ BuiltinNames BuiltinNames::withExtra(std::vector<std::string> const& extra) cons
 }
 
 bool BuiltinNames::contains(std::u16string_view name) const {
-    return names_.find(std::u16string(name)) != names_.end();
+    return names_.find(name) != names_.end();
 }
 
 }  // namespace depattr::scan

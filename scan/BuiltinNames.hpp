@@ -3,6 +3,7 @@
 // list is data (resources/host-builtins.txt, one name a line, '#' comments),
 // built into the library; depattr.toml's `known-functions` adds names.
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -24,7 +25,14 @@ public:
     std::size_t size() const noexcept { return names_.size(); }
 
 private:
-    std::unordered_set<std::u16string> names_;
+    // Looked up by view, without making a string per lookup.
+    struct Hash {
+        using is_transparent = void;
+        std::size_t operator()(std::u16string_view name) const noexcept {
+            return std::hash<std::u16string_view>{}(name);
+        }
+    };
+    std::unordered_set<std::u16string, Hash, std::equal_to<>> names_;
 };
 
 }  // namespace depattr::scan

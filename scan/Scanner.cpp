@@ -11,12 +11,17 @@
 
 #include <boost/uuid/uuid_io.hpp>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <condition_variable>
 #include <cstdio>
+#include <cstring>
+#include <deque>
 #include <fstream>
 #include <map>
 #include <mutex>
@@ -169,6 +174,49 @@ void indexProductFolder(ProductFunctions& index, std::size_t product, fs::path c
     }
 }
 
+// A code file whose path is longer than the system takes in one call (deep in nested folders): read here, a part of
+// the path at a time, and parsed from memory (such files bypass the result cache).
+std::shared_ptr<ca::AnalysisResult const> analyzeLongPath(fs::path const& path) {
+    auto unreadable = [&](std::string const& reason) {
+        return ca::FileReadError("cannot read the code file '" + path.string() + "': " + reason);
+    };
+    int const fd = detail::openPath(path, O_RDONLY | O_NONBLOCK);
+    if (fd < 0) {
+        throw unreadable(std::strerror(errno));
+    }
+    std::unique_ptr<int, void (*)(int*)> const closer(new int(fd), [](int* f) {
+        ::close(*f);
+        delete f;
+    });
+    struct stat status {};
+    if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+        throw unreadable("not a regular file");
+    }
+    if (static_cast<std::uintmax_t>(status.st_size) > ca::maxCodeFileBytes) {
+        throw unreadable("it holds " + std::to_string(status.st_size) + " bytes, more than the " +
+                         std::to_string(ca::maxCodeFileBytes) + " bytes a code file may hold");
+    }
+    std::string code;
+    char buffer[1 << 16];
+    for (;;) {
+        auto const got = ::read(fd, buffer, sizeof buffer);
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < 0) {
+            throw unreadable(std::strerror(errno));
+        }
+        if (got == 0) {
+            break;
+        }
+        if (code.size() + static_cast<std::size_t>(got) > ca::maxCodeFileBytes) {
+            throw unreadable("it grew past the bytes a code file may hold");
+        }
+        code.append(buffer, static_cast<std::size_t>(got));
+    }
+    return ca::analyzeText(code);
+}
+
 bool contains(fs::path const& folder, fs::path const& path) {
     auto const rel = path.lexically_relative(folder);
     return !rel.empty() && *rel.begin() != "..";
@@ -193,6 +241,9 @@ private:
     void buildGraph();
 
     std::u16string const& relOf(int file) const { return relIds_[file]; }
+    unsigned threadCount() const {
+        return settings_.threads != 0 ? settings_.threads : std::max(1u, std::thread::hardware_concurrency());
+    }
 
     ScanSettings const& settings_;
     fs::path root_;
@@ -232,7 +283,9 @@ void Scan::parseAll() {
             int const file = code[k];
             Parsed& out = parsed_[file];
             try {
-                auto const analysis = analyzer->analyze(walk_.files[file].path.u16string());
+                auto const& path = walk_.files[file].path;
+                auto const analysis =
+                    path.native().size() < PATH_MAX ? analyzer->analyze(path.u16string()) : analyzeLongPath(path);
                 out.readable = true;
                 out.owner = analysis->getOwnerName();
                 if (analysis->hasErrors()) {
@@ -359,17 +412,33 @@ void Scan::buildIndex() {
             }
         }
     } else {
-        std::unordered_map<std::string, int> byPath;
-        for (std::size_t f = 0; f < folders.size(); ++f) {
-            byPath.emplace(folders[f].path.string(), static_cast<int>(f));
-        }
+        // A folder of the walk by its path: down from the scanned folder, a name at a time.
+        auto findFolder = [&](fs::path const& folder) {
+            int found = -1;
+            if (folder == root_ || contains(root_, folder)) {
+                found = 0;
+                for (auto const& part : folder.lexically_relative(root_)) {
+                    if (part == "." || part.empty()) {
+                        continue;
+                    }
+                    auto const& subs = folders[found].subfolders;
+                    auto const it = std::find_if(subs.begin(), subs.end(),
+                                                 [&](int sub) { return folders[sub].name == part.native(); });
+                    found = it == subs.end() ? -1 : *it;
+                    if (found < 0) {
+                        break;
+                    }
+                }
+            }
+            return found;
+        };
         for (auto const& folder : explicitPath) {
-            auto const it = byPath.find(folder.string());
-            if (it == byPath.end() || folders[it->second].kind != FolderKind::Ordinary) {
+            int const found = findFolder(folder);
+            if (found < 0 || folders[found].kind != FolderKind::Ordinary) {
                 result_.diagnostics.push_back(
                     {folder, 0, 0, "path folder is not a scanned folder of functions; left off the path"});
-            } else if (std::find(pathFolders_.begin(), pathFolders_.end(), it->second) == pathFolders_.end()) {
-                pathFolders_.push_back(it->second);
+            } else if (std::find(pathFolders_.begin(), pathFolders_.end(), found) == pathFolders_.end()) {
+                pathFolders_.push_back(found);
             }
         }
     }
@@ -403,7 +472,7 @@ void Scan::buildIndex() {
             auto& info = classes_[folder.qualified];
             if (info.folder < 0) {
                 info.folder = f;
-                auto const simple = fs::path(folder.path.filename().string().substr(1)).u16string();
+                auto const simple = fs::path(folder.name.substr(1)).u16string();
                 for (int file : folder.codeFiles) {
                     auto const stem = walk_.files[file].path.stem().u16string();
                     if (stem == simple) {
@@ -881,21 +950,22 @@ void Scan::buildGraph() {
         derivedEdges[i].second = fileNodeFor(derivedPairs[i].source, true, graph::Type::FILE());
     }
 
-    // Resolve every use, file by file in walk order.
-    struct FunctionInfo {
-        std::size_t node = 0;
-        std::vector<std::string> sites;
+    // Resolve every use, file by file in walk order. A call site stays a position until its node's property is
+    // written.
+    struct Site {
+        std::uint32_t file;
+        detail::Position at;
     };
     struct PendingFunction {
         graph::NodeData data;
-        std::vector<std::string> sites;
+        std::vector<Site> sites;
     };
-    std::vector<PendingFunction> functions;
+    std::deque<PendingFunction> functions;  // node data is large: a deque never moves it
+    std::vector<std::size_t> functionFile;  // per function: the last file whose sites it took
     std::unordered_map<std::u16string, std::size_t> functionIndex;
     std::vector<std::tuple<std::size_t, std::size_t, graph::Type>> fileEdges;  // (file node, function #, type)
     std::vector<std::pair<std::size_t, std::size_t>> referenceEdges;           // (file node, referenced #)
     std::vector<std::pair<std::size_t, std::size_t>> requirementEdges;         // (file node, product #)
-    std::vector<std::pair<std::size_t, std::size_t>> packageEdges;             // (file node, product #)
     struct ReferencedFile {
         bool found = false;
         std::vector<std::string> sites;
@@ -922,27 +992,40 @@ void Scan::buildGraph() {
         return {};
     };
 
-    auto functionFor = [&](Target const& target, std::u16string const& unresolvedName, int callerFile) {
-        std::u16string id;
+    // Each distinct name of a file is resolved once, in the parallel step, with the ID of the node it reaches.
+    constexpr std::size_t noFunction = static_cast<std::size_t>(-1);
+    struct Distinct {
+        Target target;
+        std::u16string id;          // the function node's ID (none for a built-in)
+        std::u16string unresolved;  // the name an unresolved node carries
+        std::size_t function = noFunction;
+        // The uses that count (all but built-in ones and unreported unresolved ones), in use order: the use's
+        // ordinal in the file and its place.
+        std::vector<std::pair<std::uint32_t, detail::Position>> sites;
+    };
+    struct FileUses {
+        std::vector<Distinct> distinct;
+        // (distinct, edge type: call 1, inheritance 2) in the order each pair is first met.
+        std::vector<std::pair<std::uint32_t, unsigned char>> order;
+        std::size_t calls = 0, builtinCalls = 0, resolvedCalls = 0, unresolvedCalls = 0;
+    };
+
+    auto functionFor = [&](Distinct const& d, int callerFile) {
+        if (auto it = functionIndex.find(d.id); it != functionIndex.end()) {
+            return it->second;
+        }
+        auto const& target = d.target;
         graph::NodeData data;
         data.type = graph::Type::FUNCTION();
         if (target.kind == Target::Tree) {
-            id = relOf(target.file) + u">" + target.entry;
             data.location = {files[target.file].path.u16string(), target.entry};
         } else if (target.kind == Target::Product) {
-            auto const& product = finder_->getProducts()[target.product];
-            auto const folder = fs::absolute(fs::path(product->getVerDir())).lexically_normal();
-            id = product->getBaseCode() + u":" + u16(relativeText(target.productFile, folder)) + u">" + target.entry;
             data.location = {target.productFile.u16string(), target.entry};
         } else {
-            id = u"unresolved:" + unresolvedName;
-            data.location = {files[callerFile].path.u16string(), unresolvedName};
+            data.location = {files[callerFile].path.u16string(), d.unresolved};
             data.resolved = false;
         }
-        if (auto it = functionIndex.find(id); it != functionIndex.end()) {
-            return it->second;
-        }
-        data.id = id;
+        data.id = d.id;
         auto const slash = data.location[1].find(u'/');
         data.name = slash == std::u16string::npos ? data.location[1] : data.location[1].substr(slash + 1);
         data.pathIsFirstLocation = true;
@@ -953,34 +1036,91 @@ void Scan::buildGraph() {
             }
         }
         functions.push_back({std::move(data), {}});
-        functionIndex.emplace(id, functions.size() - 1);
+        functionFile.push_back(noFunction);
+        functionIndex.emplace(d.id, functions.size() - 1);
         return functions.size() - 1;
     };
 
     // Names resolve in parallel (the index is only read); the graph is then built in the walk's order.
-    std::vector<std::vector<Target>> resolved(files.size());
+    std::vector<FileUses> uses(files.size());
     {
         std::atomic<std::size_t> next{0};
         auto work = [&] {
+            std::unordered_map<std::u16string_view, std::uint32_t> seen;
+            std::vector<NameUse const*> firstUses;
+            std::vector<std::uint32_t> ofUse;
+            std::vector<unsigned char> edgeSeen;
             for (std::size_t f = next++; f < files.size(); f = next++) {
                 if (!files[f].code || !parsed_[f].readable || parsed_[f].syntaxError) {
                     continue;
                 }
                 auto const& facts = parsed_[f].facts;
-                auto& out = resolved[f];
-                out.reserve(facts.superclasses.size() + facts.uses.size());
+                auto& out = uses[f];
+                seen.clear();
+                firstUses.clear();
+                ofUse.clear();
+                auto add = [&](NameUse const& use) {
+                    auto const [it, fresh] = seen.try_emplace(use.name, static_cast<std::uint32_t>(firstUses.size()));
+                    if (fresh) {
+                        firstUses.push_back(&use);
+                    }
+                    ofUse.push_back(it->second);
+                };
                 for (auto const& super : facts.superclasses) {
-                    out.push_back(resolve(static_cast<int>(f), super));
+                    add(super);
                 }
                 for (auto const& use : facts.uses) {
-                    out.push_back(resolve(static_cast<int>(f), use));
+                    add(use);
+                }
+                out.distinct.resize(firstUses.size());
+                for (std::size_t k = 0; k < firstUses.size(); ++k) {
+                    auto const& use = *firstUses[k];
+                    auto& d = out.distinct[k];
+                    d.target = resolve(static_cast<int>(f), use);
+                    auto const& target = d.target;
+                    if (target.kind == Target::Tree) {
+                        d.id = relOf(target.file) + u">" + target.entry;
+                    } else if (target.kind == Target::Product) {
+                        auto const& product = finder_->getProducts()[target.product];
+                        auto const folder = fs::absolute(fs::path(product->getVerDir())).lexically_normal();
+                        d.id = product->getBaseCode() + u":" + u16(relativeText(target.productFile, folder)) + u">" +
+                               target.entry;
+                    } else if (target.kind == Target::None) {
+                        d.unresolved = target.entry.empty() ? use.name.substr(0, use.name.find(u'.')) : target.entry;
+                        d.id = u"unresolved:" + d.unresolved;
+                    }
+                }
+                // Which uses count, and the edges they make, in use order.
+                std::uint32_t ordinal = 0;
+                edgeSeen.assign(out.distinct.size(), 0);
+                auto count = [&](NameUse const& use, unsigned char typeBit) {
+                    std::uint32_t const k = ofUse[ordinal];
+                    auto& d = out.distinct[k];
+                    ++out.calls;
+                    if (d.target.kind == Target::Builtin) {
+                        ++out.builtinCalls;
+                    } else if (d.target.kind == Target::None && (!use.reportable || use.kind == UseKind::Metaclass)) {
+                        // resolves nowhere and is not reported
+                    } else {
+                        ++(d.target.kind == Target::None ? out.unresolvedCalls : out.resolvedCalls);
+                        d.sites.emplace_back(ordinal, use.at);
+                        if ((edgeSeen[k] & typeBit) == 0) {
+                            edgeSeen[k] |= typeBit;
+                            out.order.emplace_back(k, typeBit);
+                        }
+                    }
+                    ++ordinal;
+                };
+                for (auto const& super : facts.superclasses) {
+                    count(super, 2);
+                }
+                for (auto const& use : facts.uses) {
+                    count(use, 1);
                 }
             }
         };
-        unsigned const threads =
-            settings_.threads != 0 ? settings_.threads : std::max(1u, std::thread::hardware_concurrency());
         std::vector<std::jthread> pool;
-        for (unsigned t = 1; t < threads; ++t) {
+        for (unsigned t = 1; t < threadCount(); ++t) {
             pool.emplace_back(work);
         }
         work();
@@ -991,63 +1131,59 @@ void Scan::buildGraph() {
             continue;
         }
         int const file = static_cast<int>(f);
-        std::size_t nextTarget = 0;
         auto const caller = *fileNode[f];
         auto const& facts = parsed_[f].facts;
-        std::vector<std::pair<std::size_t, graph::Type>> seenEdges;
+        auto& fileUses = uses[f];
+        counts.calls += fileUses.calls;
+        counts.builtinCalls += fileUses.builtinCalls;
+        counts.resolvedCalls += fileUses.resolvedCalls;
+        counts.unresolvedCalls += fileUses.unresolvedCalls;
         auto site = [&](detail::Position const& at) { return files[f].rel + ":" + place(at.line, at.column); };
-        auto edgeTo = [&](std::size_t function, graph::Type type) {
-            for (auto const& [existing, existingType] : seenEdges) {
-                if (existing == function && existingType == type) {
-                    return;
+        // Function nodes in the order they are first reached, one edge per function and type, one requirement
+        // per product.
+        std::vector<std::pair<std::size_t, graph::Type>> seenEdges;
+        std::vector<std::size_t> products;
+        bool shared = false;  // two names of this file reach one function (f and pkg.f through an import)
+        for (auto const& [k, typeBit] : fileUses.order) {
+            auto& d = fileUses.distinct[k];
+            if (d.function == noFunction) {
+                d.function = functionFor(d, file);
+                shared = shared || functionFile[d.function] == f;
+                functionFile[d.function] = f;
+            }
+            auto const type = typeBit == 2 ? graph::Type::INHERITANCE() : graph::Type::CALL();
+            if (std::find(seenEdges.begin(), seenEdges.end(), std::pair{d.function, type}) == seenEdges.end()) {
+                seenEdges.emplace_back(d.function, type);
+                fileEdges.emplace_back(caller, d.function, type);
+            }
+            if (d.target.kind == Target::Product &&
+                std::find(products.begin(), products.end(), d.target.product) == products.end()) {
+                products.push_back(d.target.product);
+                requirementEdges.emplace_back(caller, d.target.product);
+                if (std::find(usedProducts.begin(), usedProducts.end(), d.target.product) == usedProducts.end()) {
+                    usedProducts.push_back(d.target.product);
                 }
             }
-            seenEdges.emplace_back(function, type);
-            fileEdges.emplace_back(caller, function, type);
-        };
-        auto require = [&](std::size_t product) {
-            for (auto const& [from, to] : requirementEdges) {
-                if (from == caller && to == product) {
-                    return;
-                }
-            }
-            requirementEdges.emplace_back(caller, product);
-            if (std::find(usedProducts.begin(), usedProducts.end(), product) == usedProducts.end()) {
-                usedProducts.push_back(product);
-            }
-        };
-        auto handle = [&](NameUse const& use, graph::Type type) {
-            ++counts.calls;
-            Target const& target = resolved[f][nextTarget++];
-            if (target.kind == Target::Builtin) {
-                ++counts.builtinCalls;
-                return;
-            }
-            if (target.kind == Target::None) {
-                if (!use.reportable || use.kind == UseKind::Metaclass) {
-                    return;
-                }
-                ++counts.unresolvedCalls;
-                auto const name = target.entry.empty() ? use.name.substr(0, use.name.find(u'.')) : target.entry;
-                auto const index = functionFor(target, name, file);
-                (void)file;
-                functions[index].sites.push_back(site(use.at));
-                edgeTo(index, type);
-                return;
-            }
-            ++counts.resolvedCalls;
-            auto const index = functionFor(target, {}, file);
-            functions[index].sites.push_back(site(use.at));
-            edgeTo(index, type);
-            if (target.kind == Target::Product) {
-                require(target.product);
-            }
-        };
-        for (auto const& super : facts.superclasses) {
-            handle(super, graph::Type::INHERITANCE());
         }
-        for (auto const& use : facts.uses) {
-            handle(use, graph::Type::CALL());
+        // Call sites in use order.
+        if (!shared) {
+            for (auto const& d : fileUses.distinct) {
+                for (auto const& [ordinal, at] : d.sites) {
+                    functions[d.function].sites.push_back({static_cast<std::uint32_t>(f), at});
+                }
+            }
+        } else {
+            std::vector<std::tuple<std::uint32_t, std::size_t, detail::Position>> all;
+            for (auto const& d : fileUses.distinct) {
+                for (auto const& [ordinal, at] : d.sites) {
+                    all.emplace_back(ordinal, d.function, at);
+                }
+            }
+            std::sort(all.begin(), all.end(),
+                      [](auto const& a, auto const& b) { return std::get<0>(a) < std::get<0>(b); });
+            for (auto const& [ordinal, function, at] : all) {
+                functions[function].sites.push_back({static_cast<std::uint32_t>(f), at});
+            }
         }
         for (auto const& reference : facts.references) {
             fs::path const literal = fs::path(reference.text);
@@ -1082,6 +1218,9 @@ void Scan::buildGraph() {
         }
     }
 
+    // What the files' uses held is freed beside the rest of the work.
+    std::jthread const release([held = std::move(uses)]() mutable { held = {}; });
+
     // Referenced files, then function nodes, then products and packages.
     std::vector<std::size_t> referencedNode;
     for (auto const& path : referencedOrder) {
@@ -1102,12 +1241,60 @@ void Scan::buildGraph() {
         referencedNode.push_back(addNode(std::move(data)));
         nodeById.emplace(id, referencedNode.back());
     }
+    // "file:line:column" texts as a JSON array, written as jsonArray writes them.
+    auto sitesJson = [&](std::vector<Site> const& sites) {
+        std::u16string out = u"[";
+        char number[32];
+        for (std::size_t i = 0; i < sites.size(); ++i) {
+            out += i == 0 ? u"\"" : u",\"";
+            for (char16_t const c : relIds_[sites[i].file]) {
+                switch (c) {
+                case u'"':
+                    out += u"\\\"";
+                    break;
+                case u'\\':
+                    out += u"\\\\";
+                    break;
+                case u'\n':
+                    out += u"\\n";
+                    break;
+                case u'\t':
+                    out += u"\\t";
+                    break;
+                default:
+                    if (c < 0x20) {
+                        std::snprintf(number, sizeof number, "\\u%04x", static_cast<unsigned>(c));
+                        out.append(number, number + std::strlen(number));
+                    } else {
+                        out += c;
+                    }
+                }
+            }
+            int const length = std::snprintf(number, sizeof number, ":%u:%u\"", sites[i].at.line, sites[i].at.column);
+            out.append(number, number + length);
+        }
+        return out + u"]";
+    };
+    // The call-site texts are written on all threads; the nodes are then added in order.
+    {
+        std::atomic<std::size_t> next{0};
+        auto work = [&] {
+            for (std::size_t i = next++; i < functions.size(); i = next++) {
+                if (!functions[i].sites.empty()) {
+                    functions[i].data.properties[u"callSites"] = sitesJson(functions[i].sites);
+                    functions[i].sites = {};
+                }
+            }
+        };
+        std::vector<std::jthread> pool;
+        for (unsigned t = 1; t < threadCount(); ++t) {
+            pool.emplace_back(work);
+        }
+        work();
+    }
     std::vector<std::size_t> functionNode;
     std::size_t unresolvedNames = 0;
     for (auto& pending : functions) {
-        if (!pending.sites.empty()) {
-            pending.data.properties[u"callSites"] = u16(jsonArray(pending.sites));
-        }
         unresolvedNames += pending.data.resolved ? 0 : 1;
         functionNode.push_back(addNode(std::move(pending.data)));
     }

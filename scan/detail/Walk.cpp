@@ -1,9 +1,16 @@
 #include "scan/detail/Walk.hpp"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <fnmatch.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
 
 #include <algorithm>
+#include <memory>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -37,8 +44,71 @@ bool insideAny(fs::path const& folder, std::vector<fs::path> const& skip) {
     return std::find(skip.begin(), skip.end(), folder) != skip.end();
 }
 
-std::string reasonOf(std::error_code const& error) {
-    return error.message();
+}  // namespace
+
+fs::path folderPath(Walk const& walk, int folder) {
+    auto const rel = folderRel(walk, folder);
+    return rel.empty() ? walk.root : walk.root / rel;
+}
+
+std::string folderRel(Walk const& walk, int folder) {
+    std::vector<int> chain;
+    for (int f = folder; f > 0; f = walk.folders[f].parent) {
+        chain.push_back(f);
+    }
+    std::string rel;
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+        if (!rel.empty()) {
+            rel += '/';
+        }
+        rel += walk.folders[*it].name;
+    }
+    return rel;
+}
+
+int openPath(fs::path const& path, int flags) {
+    std::string const& text = path.native();
+    // Each call takes a path shorter than PATH_MAX; a longer one is cut at a '/' into parts that are.
+    constexpr std::size_t limit = PATH_MAX - 1;
+    int dir = AT_FDCWD;
+    std::size_t start = 0;
+    auto closeDir = [&] {
+        if (dir != AT_FDCWD) {
+            int const saved = errno;
+            ::close(dir);
+            errno = saved;
+        }
+    };
+    while (text.size() - start >= limit) {
+        auto const cut = text.rfind('/', start + limit - 1);
+        if (cut == std::string::npos || cut <= start) {
+            closeDir();
+            errno = ENAMETOOLONG;
+            return -1;
+        }
+        std::string const part = text.substr(start, cut - start);
+        int const next = ::openat(dir, part.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        closeDir();
+        if (next < 0) {
+            return -1;
+        }
+        dir = next;
+        start = cut + 1;
+    }
+    int const fd = ::openat(dir, text.c_str() + start, flags | O_CLOEXEC);
+    closeDir();
+    return fd;
+}
+
+namespace {
+
+bool endsWith(std::string const& name, std::string_view suffix) {
+    // As an extension: "x.qx" is code, ".qx" (a hidden file with no extension) is not.
+    return name.size() > suffix.size() && name.ends_with(suffix);
+}
+
+std::string errnoText(int error) {
+    return std::error_code(error, std::generic_category()).message();
 }
 
 }  // namespace
@@ -46,78 +116,146 @@ std::string reasonOf(std::error_code const& error) {
 Walk walkFolder(fs::path const& root, std::vector<std::string> const& exclude, std::vector<fs::path> const& skip,
                 std::vector<ScanDiagnostic>& diagnostics) {
     Walk walk;
+    walk.root = root;
     std::set<std::pair<dev_t, ino_t>> seen;
     struct stat rootStat {};
     if (::stat(root.c_str(), &rootStat) == 0) {
         seen.insert({rootStat.st_dev, rootStat.st_ino});
     }
-    walk.folders.push_back({root, "", -1, FolderKind::Ordinary, u"", true, -1, {}, {}});
+    walk.folders.push_back({"", -1, FolderKind::Ordinary, u"", true, -1, {}, {}});
 
-    // Folders wait on a stack; each is listed whole and closed before the next is opened, so no depth of
-    // nesting holds more than one folder open.
-    std::vector<int> pending{0};
+    // Folders wait on a stack (no recursion, any depth). Each is listed whole and closed before the next is opened,
+    // so no depth of nesting holds more than one folder open; a path longer than the system takes is opened a part
+    // at a time (openPath).
+    // A folder whose path is long stays open while its subfolders wait, so that each opens relative to it (a
+    // whole long path costs the system a look-up per name, for every folder below).
+    using SharedFd = std::shared_ptr<int const>;
+    auto share = [](int fd) {
+        return SharedFd(new int(fd), [](int const* f) {
+            ::close(*f);
+            delete f;
+        });
+    };
+    struct Pending {
+        int index;
+        std::string path;  // absolute
+        std::string rel;
+        SharedFd parent;  // the parent folder, open, when the path is long
+    };
+    std::vector<Pending> pending{{0, root.native(), "", nullptr}};
+    struct Entry {
+        std::string name;
+        unsigned char type;
+    };
+    std::vector<Entry> entries;
     while (!pending.empty()) {
-        int const index = pending.back();
+        Pending const current = std::move(pending.back());
         pending.pop_back();
-        fs::path const folderPath = walk.folders[index].path;
+        int const index = current.index;
 
-        std::error_code error;
-        fs::directory_iterator it(folderPath, error);
-        if (error) {
-            diagnostics.push_back({folderPath, 0, 0, "cannot read the folder: " + reasonOf(error)});
+        int fd = -1;
+        if (current.parent) {
+            fd = ::openat(*current.parent, walk.folders[index].name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        }
+        if (fd < 0) {
+            fd = openPath(current.path, O_RDONLY | O_DIRECTORY);
+        }
+        DIR* const dir = fd < 0 ? nullptr : ::fdopendir(fd);
+        if (dir == nullptr) {
+            int const error = errno;
+            if (fd >= 0) {
+                ::close(fd);
+            }
+            diagnostics.push_back({current.path, 0, 0, "cannot read the folder: " + errnoText(error)});
             continue;
         }
-        std::vector<fs::directory_entry> entries;
-        for (fs::directory_iterator end; it != end; it.increment(error)) {
-            entries.push_back(*it);
-            if (error) {
+        entries.clear();
+        for (;;) {
+            errno = 0;
+            dirent const* const entry = ::readdir(dir);
+            if (entry == nullptr) {
+                if (errno != 0) {
+                    diagnostics.push_back({current.path, 0, 0, "cannot read the whole folder: " + errnoText(errno)});
+                }
                 break;
             }
+            std::string_view const name(entry->d_name);
+            if (name == "." || name == "..") {
+                continue;
+            }
+            entries.push_back({std::string(name), entry->d_type});
         }
-        if (error) {
-            diagnostics.push_back({folderPath, 0, 0, "cannot read the whole folder: " + reasonOf(error)});
+        std::sort(entries.begin(), entries.end(), [](Entry const& a, Entry const& b) { return a.name < b.name; });
+        int const dirFd = ::dirfd(dir);
+        SharedFd self;
+        if (current.path.size() >= PATH_MAX / 2) {
+            int const kept = ::fcntl(dirFd, F_DUPFD_CLOEXEC, 0);
+            if (kept >= 0) {
+                self = share(kept);  // when no descriptor is left, the subfolders open by their path
+            }
         }
-        std::sort(entries.begin(), entries.end(),
-                  [](auto const& a, auto const& b) { return a.path().filename() < b.path().filename(); });
 
         std::vector<int> subfolders;
         for (auto const& entry : entries) {
-            std::string const name = entry.path().filename().string();
-            std::string const rel = walk.folders[index].rel.empty() ? name : walk.folders[index].rel + "/" + name;
-            if (excluded(exclude, rel, name)) {
+            auto const& name = entry.name;
+            std::string const rel = current.rel.empty() ? name : current.rel + "/" + name;
+            if (!exclude.empty() && excluded(exclude, rel, name)) {
                 continue;
             }
-            // The entry's own type comes with the listing; only a symbolic link costs a look at its target.
-            std::error_code statError;
-            auto status = entry.symlink_status(statError);
-            bool const isLink = status.type() == fs::file_type::symlink;
-            if (isLink) {
-                status = fs::status(entry.path(), statError);
+            // The entry's own type comes with the listing; only a symbolic link (or a file system that does not
+            // give types) costs a look at its target.
+            bool isLink = entry.type == DT_LNK;
+            bool isFolder = entry.type == DT_DIR;
+            bool isRegular = entry.type == DT_REG;
+            struct stat target {};
+            bool haveTarget = false;
+            if (entry.type == DT_UNKNOWN) {
+                struct stat own {};
+                if (::fstatat(dirFd, name.c_str(), &own, AT_SYMLINK_NOFOLLOW) == 0) {
+                    isLink = S_ISLNK(own.st_mode);
+                    if (!isLink) {
+                        target = own;
+                        haveTarget = true;
+                    }
+                }
             }
-            if (status.type() == fs::file_type::directory) {
+            int linkError = 0;
+            if (isLink || (entry.type == DT_UNKNOWN && !haveTarget)) {
+                haveTarget = ::fstatat(dirFd, name.c_str(), &target, 0) == 0;
+                linkError = haveTarget ? 0 : errno;
+            }
+            if (haveTarget) {
+                isFolder = S_ISDIR(target.st_mode);
+                isRegular = S_ISREG(target.st_mode);
+            } else if (isLink) {
+                isFolder = isRegular = false;  // a dangling link
+            }
+            std::string path = current.path;
+            if (!path.ends_with('/')) {
+                path += '/';
+            }
+            path += name;
+            if (isFolder) {
                 if (name.starts_with('.')) {
                     continue;  // .git and the like
                 }
-                fs::path const sub = entry.path().lexically_normal();
-                if (insideAny(sub, skip)) {
+                if (!skip.empty() && insideAny(fs::path(path), skip)) {
                     continue;
                 }
-                struct stat subStat {};
-                if (::stat(sub.c_str(), &subStat) != 0) {
-                    diagnostics.push_back({sub, 0, 0, "cannot read the folder"});
+                if (!haveTarget && ::fstatat(dirFd, name.c_str(), &target, 0) != 0) {
+                    diagnostics.push_back({path, 0, 0, "cannot read the folder: " + errnoText(errno)});
                     continue;
                 }
-                if (!seen.insert({subStat.st_dev, subStat.st_ino}).second) {
+                if (!seen.insert({target.st_dev, target.st_ino}).second) {
                     if (isLink) {
-                        diagnostics.push_back({sub, 0, 0,
+                        diagnostics.push_back({path, 0, 0,
                                                "symbolic link to a folder scanned already (a link loop or a second "
                                                "way to the same folder): not scanned again"});
                     }
                     continue;
                 }
                 Folder folder;
-                folder.path = sub;
-                folder.rel = rel;
+                folder.name = name;
                 folder.parent = index;
                 auto const& parent = walk.folders[index];
                 bool const parentHoldsFunctions =
@@ -143,28 +281,33 @@ Walk walkFolder(fs::path const& root, std::vector<std::string> const& exclude, s
                 walk.folders[index].subfolders.push_back(subIndex);
                 walk.folders.push_back(std::move(folder));
                 subfolders.push_back(subIndex);
+                pending.push_back({subIndex, std::move(path), rel, self});
                 continue;
             }
-            bool const code = entry.path().extension() == ".qx";
-            if (status.type() == fs::file_type::regular || code) {
+            bool const code = endsWith(name, ".qx");
+            if (isLink && linkError == ELOOP && !code) {
+                // A link to itself, or links that lead to each other (a code file's read reports it instead).
+                diagnostics.push_back({path, 0, 0, "symbolic link that leads back to itself: not followed"});
+                continue;
+            }
+            if (isRegular || code) {
                 // A .qx entry that is no regular file (a dangling link, a pipe) is still a code file: reading it
                 // reports why it cannot be read.
                 WalkedFile file;
-                file.path = entry.path().lexically_normal();
+                file.path = std::move(path);
                 file.rel = rel;
                 file.folder = index;
                 file.code = code;
-                file.project = entry.path().extension() == ".qxproj" && status.type() == fs::file_type::regular;
+                file.project = isRegular && endsWith(name, ".qxproj");
                 if (code) {
                     walk.folders[index].codeFiles.push_back(static_cast<int>(walk.files.size()));
                 }
                 walk.files.push_back(std::move(file));
             }
         }
+        ::closedir(dir);
         // Name order overall: the first subfolder is listed next.
-        for (auto it2 = subfolders.rbegin(); it2 != subfolders.rend(); ++it2) {
-            pending.push_back(*it2);
-        }
+        std::reverse(pending.end() - static_cast<std::ptrdiff_t>(subfolders.size()), pending.end());
     }
     return walk;
 }

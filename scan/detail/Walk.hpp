@@ -19,9 +19,10 @@ enum class FolderKind : std::uint8_t {
     Other,     // an ordinary folder inside a package, class or private folder: on no path
 };
 
+// A folder keeps its name, not its path: 10,000 nested folders would otherwise hold paths of every length up to
+// 20,000 characters each. folderPath() and folderRel() rebuild them.
 struct Folder {
-    std::filesystem::path path;  // absolute, lexically normal
-    std::string rel;             // relative to the scanned folder, '/' separators, "" for the folder itself
+    std::string name;  // "" for the scanned folder
     int parent = -1;
     FolderKind kind = FolderKind::Ordinary;
     std::u16string qualified;  // Package: "pkg.sub"; Class: "Cls" or "pkg.Cls"
@@ -40,9 +41,18 @@ struct WalkedFile {
 };
 
 struct Walk {
+    std::filesystem::path root;   // absolute, lexically normal
     std::vector<Folder> folders;  // folders[0] is the scanned folder
     std::vector<WalkedFile> files;
 };
+
+// The folder's absolute path, and its path relative to the scanned folder ('/' separators, "" for the folder itself).
+std::filesystem::path folderPath(Walk const& walk, int folder);
+std::string folderRel(Walk const& walk, int folder);
+
+// Opens `path` (open(2) flags) also when it is longer than the system takes in one call: a long path is opened a
+// part at a time, each part relative to the folder opened before. -1 with errno set when it cannot be opened.
+int openPath(std::filesystem::path const& path, int flags);
 
 // Folders in `skip` (absolute, lexically normal) are left out with what they hold.
 Walk walkFolder(std::filesystem::path const& root, std::vector<std::string> const& exclude,

@@ -188,3 +188,27 @@ TEST_F(ScanGraphTest, TheSameFolderGivesTheSameGraphWhateverTheThreads) {
 }
 
 }  // namespace
+
+// Uses are grouped by name before they reach their nodes; where two names of a file reach one function (through an
+// import), its call sites and edges still come in the order of the code, and one edge per function and type.
+TEST_F(ScanGraphTest, TwoNamesOfOneFunctionKeepTheCodesOrder) {
+    ScratchFolder scratch("depattr-scan");
+    scratch.write("+pkg/f.qx", "function f\nend\n");
+    scratch.write("+pkg/Base.qx", "classdef Base\nend\n");
+    scratch.write("main.qx", "function main\nimport pkg.*\npkg.f()\nf()\npkg.f()\nf()\nother()\nend\n");
+    scratch.write("other.qx", "function other\nend\n");
+    scratch.write("Kid.qx", "classdef Kid < pkg.Base\nmethods\nfunction k(obj)\npkg.Base()\nend\nend\nend\n");
+    ScanSettings settings;
+    settings.folder = scratch.path();
+    for (unsigned threads : {1u, 2u}) {
+        settings.threads = threads;
+        auto const result = scanProject(settings);
+        EXPECT_EQ(property(*result.graph, u"+pkg/f.qx>pkg/f", u"callSites"),
+                  R"(["main.qx:3:1","main.qx:4:1","main.qx:5:1","main.qx:6:1"])");
+        EXPECT_EQ(edges(*result.graph),
+                  (std::vector<std::string>{"Kid.qx -inheritance-> +pkg/Base.qx>pkg/Base",
+                                            "Kid.qx -call-> +pkg/Base.qx>pkg/Base", "main.qx -call-> +pkg/f.qx>pkg/f",
+                                            "main.qx -call-> other.qx>other"}));
+        EXPECT_EQ(result.counts.resolvedCalls, 7u);
+    }
+}
