@@ -160,9 +160,14 @@ printf 'classdef Spinner < dependencies.internal.attribute.AttributeAnalyzer\n  
   >"${runaway}/Spinner.qx"
 "${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${runaway}" >/dev/null 2>"${work}/err" &
 pid=$!
-sleep 1
-kill -INT "${pid}"
-for _ in $(seq 1 100); do kill -0 "${pid}" 2>/dev/null || break; sleep 0.1; done
+# A job started with & ignores SIGINT until the program installs its handler
+# for the analysis, which a slow build (sanitizers, a loaded machine) reaches
+# late: Ctrl-C is pressed again every two seconds until the program stops.
+for _ in $(seq 1 15); do
+  sleep 2
+  kill -INT "${pid}" 2>/dev/null || break
+  for _ in $(seq 1 20); do kill -0 "${pid}" 2>/dev/null || break 2; sleep 0.1; done
+done
 if kill -0 "${pid}" 2>/dev/null; then
   echo "FAILED: the program did not stop after Ctrl-C"; failures=$((failures + 1)); kill -KILL "${pid}"
 fi
