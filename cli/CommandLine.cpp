@@ -9,6 +9,7 @@
 #include "platform/foundation/Printable.hpp"
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace depattr::cli {
 
@@ -90,6 +91,13 @@ ProgramOptions programOptions(CommandLine const& line) {
         // A scan of real code is quiet about what merely exists.
         options.minimum = Severity::Warning;
     } else {
+        // Without a graph argument the graph is graph.json in the current
+        // folder, as a project's graph is usually called; when there is none
+        // the user is told that a graph is needed.
+        std::error_code error;
+        if (!given("graph") && !std::filesystem::exists(line.graph, error)) {
+            throw UsageError(text("ErrorNoGraph"));
+        }
         options.graph = line.graph;
     }
     options.locale = line.locale;
@@ -104,6 +112,15 @@ ProgramOptions programOptions(CommandLine const& line) {
     options.output = line.output;
     options.baseline = line.baseline;
     options.writeBaseline = line.writeBaseline;
+    // Writing a baseline writes no report, so a format or an output file
+    // given with it would be silently ignored.
+    if (!line.writeBaseline.empty()) {
+        for (char const* option : {"--format", "--output"}) {
+            if (given(option)) {
+                throw UsageError(text("ErrorWithWriteBaseline", {option}));
+            }
+        }
+    }
 
     if (line.noConfig && !line.config.empty()) {
         throw UsageError(text("ErrorConfigAndNoConfig"));
@@ -158,6 +175,9 @@ ProgramOptions programOptions(CommandLine const& line) {
     }
 
     if (given("--analyzers")) {
+        if (splitLists({line.analyzers}).empty()) {
+            throw UsageError(text("ErrorEmptyAnalyzers"));
+        }
         options.analyzers.clear();
         if (line.analyzers != "all") {
             options.analyzers = splitLists({line.analyzers});
@@ -187,9 +207,22 @@ ProgramOptions programOptions(CommandLine const& line) {
     }
     if (given("--select")) {
         options.select = findingIds("--select", line.select, options);
+        if (options.select.empty()) {
+            throw UsageError(text("ErrorEmptySelect"));
+        }
     }
     auto const ignored = findingIds("--ignore", line.ignore, options);
     options.ignore.insert(options.ignore.end(), ignored.begin(), ignored.end());
+    // The environment's install root is read by the analyzers much later,
+    // where a bad value would be blamed on whichever node asked first.
+    if (options.installRoot.empty()) {
+        if (char const* root = std::getenv("DEPATTR_INSTALL_ROOT"); root != nullptr && *root != '\0') {
+            std::error_code error;
+            if (!std::filesystem::is_directory(root, error)) {
+                throw UsageError(text("ErrorNoSuchFolder", {"DEPATTR_INSTALL_ROOT", escapeControls(root)}));
+            }
+        }
+    }
     if (!options.installRoot.empty()) {
         std::error_code error;
         if (!std::filesystem::is_directory(options.installRoot, error)) {

@@ -21,6 +21,7 @@
 #include <boost/locale/generator.hpp>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
@@ -149,11 +150,36 @@ void checkResourcesOverride() {
 
 namespace {
 
+// Set by Ctrl-C while the built-in analyzers run; asked before each node.
+volatile std::sig_atomic_t interruptRequested = 0;
+
+extern "C" void onProgramInterrupt(int) {
+    interruptRequested = 1;
+    // A second Ctrl-C ends the program at once.
+    std::signal(SIGINT, SIG_DFL);
+}
+
+// Ctrl-C stops the analysis between two nodes, so that the program can say
+// so; the handler before it is back once the analysis is over. A session with
+// host analyzers puts its own handler in place while the host code runs.
+class ProgramInterrupts {
+public:
+    ProgramInterrupts() : previous_(std::signal(SIGINT, onProgramInterrupt)) { interruptRequested = 0; }
+    ~ProgramInterrupts() { std::signal(SIGINT, previous_); }
+    ProgramInterrupts(ProgramInterrupts const&) = delete;
+    ProgramInterrupts& operator=(ProgramInterrupts const&) = delete;
+
+private:
+    void (*previous_)(int);
+};
+
 // What the program hears of an analysis: each node moves the progress bar on,
 // and each finding is recorded under the analyzer that made it.
 class ProgramObserver final : public dependency::services::AnalysisObserver {
 public:
     ProgramObserver(FindingSources& sources, ProgressMeter* progress) : sources_(sources), progress_(progress) {}
+
+    bool stopRequested() override { return interruptRequested != 0; }
 
     void startingNode(dependency::graph::Node const& /*node*/) override {
         if (progress_ != nullptr) {
@@ -246,6 +272,7 @@ int analyzeAndReport(ProgramOptions const& options, dependency::services::Analys
     }
     std::shared_ptr<dependency::attribute::GraphAttributes> result;
     try {
+        ProgramInterrupts interrupts;
         ProgramObserver observer(*sources, progress.get());
         result = session.analyze(graph, observer);
     } catch (AnalyzerFailure const& failure) {

@@ -131,7 +131,7 @@ int run(int argc, char** argv) {
     }
 
     CommandLine line;
-    line.graph = DEPATTR_EXAMPLE_GRAPH;
+    line.graph = "graph.json";
     CLI::App app{text("HelpProgram")};
     CLI::App* analyze = nullptr;
     CLI::App* scan = nullptr;
@@ -141,7 +141,7 @@ int run(int argc, char** argv) {
         // Subcommands copy these defaults, so every option group is headed in the locale's language.
         app.option_defaults()->group(text("HelpLabelOptions"));
         app.set_help_flag("-h,--help", text("HelpHelp"));
-        app.set_version_flag("--version", "depattr " DEPATTR_VERSION, text("HelpVersion"));
+        app.set_version_flag("-V,--version", "depattr " DEPATTR_VERSION, text("HelpVersion"));
         app.require_subcommand(1);
 
         analyze = app.add_subcommand("analyze", text("HelpAnalyze"));

@@ -75,4 +75,25 @@ for args in "analyze project/graph.json --format ${evil}" "analyze project/graph
   expect "escaped error for '${args}': no raw ESC or BEL (got: ${err})" test "$(tr -d -c '\033\007' <<<"${err}" | wc -c)" -eq 0
   expect "escaped error for '${args}': the value shown (got: ${err})" has 'x\x1b[31m\x07' "${err}"
 done
+
+# Usage mistakes that used to pass unnoticed: each is refused before anything runs.
+mkdir -p nograph
+check_error "analyze without a graph, where there is no graph.json" 'no graph given: name a graph file' \
+  bash -c 'cd nograph && exec "$0" analyze' "${depattr}"
+expect "analyze without a graph reads graph.json of the current folder" \
+  test "$(cd project && status_of "${depattr}" analyze -a invalid-format)" -eq 1
+check_error "an empty -a" '--analyzers: an empty list selects nothing' "${depattr}" analyze project/graph.json -a ""
+check_error "a -a of commas" '--analyzers: an empty list selects nothing' "${depattr}" analyze project/graph.json -a ,
+check_error "an empty --select" '--select: an empty list selects nothing' "${depattr}" analyze project/graph.json --select ""
+check_error "an install root from the environment that is a file" 'DEPATTR_INSTALL_ROOT: no such folder: project/graph.json' \
+  env DEPATTR_INSTALL_ROOT=project/graph.json "${depattr}" analyze project/graph.json
+check_error "an install root from the environment that is absent" 'DEPATTR_INSTALL_ROOT: no such folder: /nonexistent' \
+  env DEPATTR_INSTALL_ROOT=/nonexistent "${depattr}" scan project
+for option in "-f json" "--output out.txt"; do
+  long=${option% *}
+  [ "${long}" = -f ] && long=--format
+  check_error "--write-baseline with ${option}" "${long} cannot be given with --write-baseline" \
+    "${depattr}" analyze project/graph.json --write-baseline base.json ${option}
+done
+expect "a refused --write-baseline writes nothing" test ! -e base.json -a ! -e out.txt
 finish

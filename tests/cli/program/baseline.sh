@@ -43,4 +43,15 @@ expect "a bad baseline exits 2" test $? -eq 2
 expect "a bad baseline is placed" has 'bad.json:2:3: a baseline entry needs a "fingerprint"' "${err}"
 err=$("${depattr}" analyze project/graph.json --write-baseline no/such/base.json 2>&1 >/dev/null)
 expect "an unwritable baseline names the reason" has 'cannot write no/such/base.json: No such file or directory' "${err}"
+
+# A baseline cut short is told as such, placed at its end, whatever point it was cut at.
+"${depattr}" analyze project/graph.json -a missing-file,missing-function --write-baseline whole.json
+for cut in 30 60 "$(($(wc -c <whole.json) - 3))"; do
+  head -c "${cut}" whole.json >cut.json
+  lines=$(wc -l <cut.json)
+  err=$("${depattr}" analyze project/graph.json --baseline cut.json 2>&1 >/dev/null)
+  expect "a baseline cut at ${cut} exits 2" test $? -eq 2
+  expect "a baseline cut at ${cut} ends early (got: ${err})" has 'the file ends early' "${err}"
+  expect "a baseline cut at ${cut} is placed on its last line (got: ${err})" has "cut.json:$((lines + 1)):" "${err}"
+done
 finish

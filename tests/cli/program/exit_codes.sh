@@ -46,4 +46,27 @@ expect "--exit-zero still exits 2 for a bad graph" \
   test "$(status_of "${depattr}" analyze /nonexistent.json --exit-zero)" -eq 2
 expect "--help exits 0" test "$(status_of "${depattr}" --help)" -eq 0
 expect "analyze --help exits 0" test "$(status_of "${depattr}" analyze --help)" -eq 0
+for flag in -V --version; do
+  expect "${flag} exits 0" test "$(status_of "${depattr}" ${flag})" -eq 0
+  expect "${flag} prints the version" has 'depattr ' "$("${depattr}" ${flag} 2>&1)"
+done
+
+# Ctrl-C during the built-in analysis says so and exits 130. The graph is
+# large enough for the analysis to outlast the first signals; a signal that
+# comes while the graph is still read is ignored, as for any background job.
+"${python}" -c '
+import json, sys
+nodes = [{"id": "f%d" % i, "type": "file", "path": "/nonexistent/f%d.qx" % i} for i in range(400000)]
+json.dump({"format": "depattr-graph", "version": 1, "nodes": nodes}, open(sys.argv[1], "w"))
+' big.json
+"${depattr}" analyze big.json -a missing-file -o big.txt 2>interrupted.txt &
+pid=$!
+for _ in $(seq 100); do
+  sleep 0.2
+  kill -INT "${pid}" 2>/dev/null || break
+done
+wait "${pid}"
+status=$?
+expect "Ctrl-C exits 130 (got ${status})" test "${status}" -eq 130
+expect "Ctrl-C says the analysis was stopped (got: $(cat interrupted.txt))" has 'interrupted (Ctrl-C)' "$(cat interrupted.txt)"
 finish

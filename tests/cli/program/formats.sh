@@ -74,7 +74,9 @@ expect "an analyzer named twice runs once" \
   test "$("${depattr}" analyze project/graph.json -a missing-file,missing-file -f concise | sort | uniq -d | wc -l)" -eq 0
 
 list=$("${depattr}" analyzers)
-expect "analyzers: IDs and severities" has 'Exists              Information File exists' "${list}"
+expect "analyzers: IDs and severities" has 'Exists                Information  File exists' "${list}"
+expect "analyzers: the widest ID keeps a gap" has 'MissingProduct<code>  Warning' "${list}"
+expect "analyzers: every severity starts in one column" test "$(grep '^    ' <<<"${list}" | awk '{ print index($0, $2) }' | sort -u | wc -l)" -eq 1
 expect "analyzers: json" "${python}" -c '
 import json, sys
 listing = json.loads(sys.argv[1])
