@@ -375,12 +375,33 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
     dependency::graph::NodePositions positions;
     dependency::graph::GraphFileOptions loadOptions;
     loadOptions.positions = &positions;
+    // A few warnings say what is wrong; a file full of the same mistake
+    // does not bury the report under them.
+    constexpr std::size_t shownWarnings = 20;
+    std::size_t warnings = 0;
+    loadOptions.warning = [&](std::size_t line, std::size_t column, std::string const& message) {
+        if (++warnings > shownWarnings) {
+            return;
+        }
+        if (progress) {
+            progress->finish();
+        }
+        std::cerr << "depattr: "
+                  << text("WarningScan", {escapeControls(options.graph.string()) + ":" + std::to_string(line) + ":" +
+                                          std::to_string(column) + ": " + message})
+                  << '\n';
+    };
     if (progress) {
         loadOptions.progress = [&](std::size_t done, std::size_t total) { progress->loading(done, total); };
     }
     std::shared_ptr<dependency::graph::Graph const> graph;
     try {
         graph = dependency::graph::loadGraphFile(options.graph, loadOptions);
+        if (warnings > shownWarnings) {
+            std::cerr << "depattr: "
+                      << text("WarningScan", {std::to_string(warnings - shownWarnings) + " more such warnings"})
+                      << '\n';
+        }
     } catch (...) {
         if (progress) {
             progress->finish();

@@ -96,4 +96,21 @@ for option in "-f json" "--output out.txt"; do
     "${depattr}" analyze project/graph.json --write-baseline base.json ${option}
 done
 expect "a refused --write-baseline writes nothing" test ! -e base.json -a ! -e out.txt
+
+# A flag property spelt otherwise than "true" counts as not set, and the program says where it is.
+printf '{"nodes": [\n {"id": "a", "type": "file", "properties": {"syntaxError": "TRUE", "futureRelease": "true", "note": "X"}},\n {"id": "b", "type": "file", "properties": {"invalidFormat": "false"}}]}' >flags.json
+out=$("${depattr}" analyze flags.json -a invalid-format -f concise 2>flags.err)
+expect "a flag spelt TRUE is placed (got: $(cat flags.err))" \
+  has 'warning: flags.json:2:60: property "syntaxError" is "TRUE", which counts as not set' "$(cat flags.err)"
+expect "only the misspelt flag is warned about" test "$(grep -c warning flags.err)" -eq 1
+expect "a flag spelt TRUE is still not set" lacks 'SyntaxError' "${out}"
+expect "the exact spelling still counts" has 'FutureRelease' "${out}"
+"${python}" -c '
+import json, sys
+nodes = [{"id": "n%d" % i, "type": "file", "properties": {"syntaxError": "1"}} for i in range(25)]
+json.dump({"nodes": nodes}, open(sys.argv[1], "w"))
+' many.json
+"${depattr}" analyze many.json -a invalid-format -o /dev/null 2>many.err
+expect "warnings stop after twenty" test "$(grep -c 'is "1"' many.err)" -eq 20
+expect "and say how many more there were" has '5 more such warnings' "$(cat many.err)"
 finish
