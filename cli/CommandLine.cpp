@@ -105,6 +105,10 @@ ProgramOptions programOptions(CommandLine const& line) {
         throw UsageError(text("ErrorBadChoice", {"--format", escapeControls(line.format), reportFormatChoices()}));
     }
     options.format = line.format;
+    // A picture needs Graphviz: said before the analysis, not after it.
+    if ((line.format == "svg" || line.format == "png") && !graphvizProgram()) {
+        throw UsageError(text("ErrorNoGraphviz", {line.format}));
+    }
     checkChoice("--color", line.colour, {"auto", "always", "never"});
     options.colour = line.colour == "always"  ? ColourChoice::Always
                      : line.colour == "never" ? ColourChoice::Never
