@@ -94,11 +94,14 @@ ProgramOptions programOptions(CommandLine const& line) {
         // Without a graph argument the graph is graph.json in the current
         // folder, as a project's graph is usually called; when there is none
         // the user is told that a graph is needed.
-        std::error_code error;
-        if (!given("graph") && !std::filesystem::exists(line.graph, error)) {
-            throw UsageError(text("ErrorNoGraph"));
-        }
         options.graph = line.graph;
+        if (line.graph.empty()) {
+            options.graph = "graph.json";
+            std::error_code error;
+            if (!std::filesystem::exists(options.graph, error)) {
+                throw UsageError(text("ErrorNoGraph"));
+            }
+        }
     }
     options.locale = line.locale;
     if (findReportFormat(line.format) == nullptr) {

@@ -164,7 +164,6 @@ int run(int argc, char** argv) {
     }
 
     CommandLine line;
-    line.graph = "graph.json";
     CLI::App app{text("HelpProgram")};
     CLI::App* analyze = nullptr;
     CLI::App* scan = nullptr;
