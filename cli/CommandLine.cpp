@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <unistd.h>
 
 namespace depattr::cli {
 
@@ -111,6 +112,10 @@ ProgramOptions programOptions(CommandLine const& line) {
     // A picture needs Graphviz: said before the analysis, not after it.
     if ((line.format == "svg" || line.format == "png") && !graphvizProgram()) {
         throw UsageError(text("ErrorNoGraphviz", {line.format}));
+    }
+    // A PNG is bytes that would garble a terminal.
+    if (line.format == "png" && line.output.empty() && isatty(STDOUT_FILENO) == 1) {
+        throw UsageError(text("ErrorPngToTerminal"));
     }
     checkChoice("--color", line.colour, {"auto", "always", "never"});
     options.colour = line.colour == "always"  ? ColourChoice::Always

@@ -102,4 +102,9 @@ printf '#!/bin/sh\necho "syntax error in line 1" >&2\nexit 1\n' >fakebin/dot
 err=$(PATH="${work}/fakebin:${PATH}" "${depattr}" analyze project/graph.json -f svg 2>&1 >/dev/null)
 expect "a failing dot exits 2" test $? -eq 2
 expect "a failing dot is quoted (got: ${err})" has 'could not draw the picture: syntax error in line 1' "${err}"
+if command -v script >/dev/null; then
+  # On a terminal a PNG would be garbage: refused, with the way out.
+  shown=$(PATH="${work}/fakebin:${PATH}" script -qec "'${depattr}' analyze project/graph.json -f png" /dev/null)
+  expect "png to a terminal is refused (got: ${shown})" has 'give -o FILE, or redirect the output' "${shown}"
+fi
 finish
