@@ -27,7 +27,7 @@ check_error "a misspelt option" 'unexpected argument "--fromat=json"; did you me
 check_error "a second graph" 'unexpected argument "other.json"' "${depattr}" analyze project/graph.json other.json
 check_error "several unexpected arguments" 'unexpected arguments "other.json", "--statistcs"; did you mean --statistics?' \
   "${depattr}" analyze project/graph.json other.json --statistcs
-check_error "a misspelt command" 'unknown command "analyse" (the commands are analyze, scan and analyzers); did you mean analyze?' \
+check_error "a misspelt command" 'unknown command "analyse" (the commands are analyze, scan, analyzers and completion); did you mean analyze?' \
   "${depattr}" analyse
 check_error "an option far from any" 'unexpected argument "--frobnicate"' "${depattr}" analyze --frobnicate
 expect "no suggestion when nothing is close" lacks 'did you mean' "$("${depattr}" analyze --frobnicate 2>&1)"
