@@ -10,6 +10,7 @@
 #include <simdjson.h>
 
 #include <mutex>
+#include <optional>
 #include <unordered_map>
 
 namespace depattr::cli {
@@ -102,6 +103,41 @@ std::string englishNameOf(FindingKind const* kind, std::u16string const& name) {
     return toUtf8(name);
 }
 
+namespace {
+
+// Why a JSON text ends early, when it does: inside a string, or with brackets
+// left open.
+std::optional<std::string> endsEarly(std::string_view text) {
+    std::size_t depth = 0;
+    bool inString = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        char const c = text[i];
+        if (inString) {
+            if (c == '\\') {
+                ++i;
+            } else if (c == '"') {
+                inString = false;
+            }
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '{' || c == '[') {
+            ++depth;
+        } else if ((c == '}' || c == ']') && depth > 0) {
+            --depth;
+        }
+    }
+    if (inString) {
+        return "the file ends early, inside a string (was it cut short?)";
+    }
+    if (depth > 0) {
+        return "the file ends early, with " + std::to_string(depth) + (depth == 1 ? " bracket" : " brackets") +
+               " not closed (was it cut short?)";
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
 Baseline Baseline::read(std::filesystem::path const& file) {
     std::string text;
     try {
@@ -121,6 +157,11 @@ Baseline Baseline::parse(std::string_view source, std::filesystem::path const& f
                                    : foundation::source::SourcePosition{},
                              reason);
     };
+    // A baseline cut short (a full disk, an interrupted copy) is told as
+    // such, at its end, rather than as whatever the reader stumbles on.
+    if (auto const reason = endsEarly(text)) {
+        throw fail(text.data() + text.size(), *reason);
+    }
     Baseline baseline;
     baseline.file_ = file;
     od::parser parser;

@@ -9,6 +9,8 @@
 #include "platform/foundation/Printable.hpp"
 
 #include <algorithm>
+#include <cstdlib>
+#include <unistd.h>
 
 namespace depattr::cli {
 
@@ -90,13 +92,31 @@ ProgramOptions programOptions(CommandLine const& line) {
         // A scan of real code is quiet about what merely exists.
         options.minimum = Severity::Warning;
     } else {
+        // Without a graph argument the graph is graph.json in the current
+        // folder, as a project's graph is usually called; when there is none
+        // the user is told that a graph is needed.
         options.graph = line.graph;
+        if (line.graph.empty()) {
+            options.graph = "graph.json";
+            std::error_code error;
+            if (!std::filesystem::exists(options.graph, error)) {
+                throw UsageError(text("ErrorNoGraph"));
+            }
+        }
     }
     options.locale = line.locale;
     if (findReportFormat(line.format) == nullptr) {
         throw UsageError(text("ErrorBadChoice", {"--format", escapeControls(line.format), reportFormatChoices()}));
     }
     options.format = line.format;
+    // A picture needs Graphviz: said before the analysis, not after it.
+    if ((line.format == "svg" || line.format == "png") && !graphvizProgram()) {
+        throw UsageError(text("ErrorNoGraphviz", {line.format}));
+    }
+    // A PNG is bytes that would garble a terminal.
+    if (line.format == "png" && line.output.empty() && isatty(STDOUT_FILENO) == 1) {
+        throw UsageError(text("ErrorPngToTerminal"));
+    }
     checkChoice("--color", line.colour, {"auto", "always", "never"});
     options.colour = line.colour == "always"  ? ColourChoice::Always
                      : line.colour == "never" ? ColourChoice::Never
@@ -104,6 +124,15 @@ ProgramOptions programOptions(CommandLine const& line) {
     options.output = line.output;
     options.baseline = line.baseline;
     options.writeBaseline = line.writeBaseline;
+    // Writing a baseline writes no report, so a format or an output file
+    // given with it would be silently ignored.
+    if (!line.writeBaseline.empty()) {
+        for (char const* option : {"--format", "--output"}) {
+            if (given(option)) {
+                throw UsageError(text("ErrorWithWriteBaseline", {option}));
+            }
+        }
+    }
 
     if (line.noConfig && !line.config.empty()) {
         throw UsageError(text("ErrorConfigAndNoConfig"));
@@ -158,6 +187,9 @@ ProgramOptions programOptions(CommandLine const& line) {
     }
 
     if (given("--analyzers")) {
+        if (splitLists({line.analyzers}).empty()) {
+            throw UsageError(text("ErrorEmptyAnalyzers"));
+        }
         options.analyzers.clear();
         if (line.analyzers != "all") {
             options.analyzers = splitLists({line.analyzers});
@@ -188,6 +220,9 @@ ProgramOptions programOptions(CommandLine const& line) {
     }
     if (given("--select")) {
         options.select = findingIds("--select", line.select, options);
+        if (options.select.empty()) {
+            throw UsageError(text("ErrorEmptySelect"));
+        }
     }
     auto const ignored = findingIds("--ignore", line.ignore, options);
     options.ignore.insert(options.ignore.end(), ignored.begin(), ignored.end());
@@ -200,6 +235,16 @@ ProgramOptions programOptions(CommandLine const& line) {
         if (!options.analyzers.empty() || !options.select.empty() || !options.ignore.empty() ||
             !options.pathIgnores.empty() || options.minimum != Severity::Information) {
             throw UsageError(text("ErrorPruneNeedsWholeRun"));
+        }
+    }
+    // The environment's install root is read by the analyzers much later,
+    // where a bad value would be blamed on whichever node asked first.
+    if (options.installRoot.empty()) {
+        if (char const* root = std::getenv("DEPATTR_INSTALL_ROOT"); root != nullptr && *root != '\0') {
+            std::error_code error;
+            if (!std::filesystem::is_directory(root, error)) {
+                throw UsageError(text("ErrorNoSuchFolder", {"DEPATTR_INSTALL_ROOT", escapeControls(root)}));
+            }
         }
     }
     if (!options.installRoot.empty()) {

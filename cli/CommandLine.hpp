@@ -12,7 +12,7 @@ namespace depattr::cli {
 
 // What the command line said, before it is laid over the configuration.
 struct CommandLine {
-    std::string graph;  // the program puts its example graph here before parsing
+    std::string graph;  // empty: graph.json in the current folder
     // `depattr scan`: set by the program when that command runs; the folder
     // (default: the current folder) and --write-graph.
     bool scanning = false;

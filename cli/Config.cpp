@@ -102,6 +102,12 @@ public:
         auto const folder = std::filesystem::absolute(file_).parent_path();
         for (auto&& [key, node] : table) {
             std::string_view const name = key.str();
+            // An empty list would select nothing, yet reads as "all" once
+            // merged; it is refused so that neither is assumed.
+            if ((name == "analyzers" || name == "select") && node.is_array() && node.as_array()->empty()) {
+                fail(node, "\"" + std::string(name) +
+                               "\" is an empty list, which selects nothing; leave the key out to select all");
+            }
             if (name == "analyzers") {
                 config.analyzers = strings(node, name);
                 for (std::size_t i = 0; i < config.analyzers->size(); ++i) {

@@ -21,6 +21,8 @@
 #include <boost/locale/generator.hpp>
 
 #include <algorithm>
+#include <array>
+#include <csignal>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
@@ -149,11 +151,36 @@ void checkResourcesOverride() {
 
 namespace {
 
+// Set by Ctrl-C while the built-in analyzers run; asked before each node.
+volatile std::sig_atomic_t interruptRequested = 0;
+
+extern "C" void onProgramInterrupt(int) {
+    interruptRequested = 1;
+    // A second Ctrl-C ends the program at once.
+    std::signal(SIGINT, SIG_DFL);
+}
+
+// Ctrl-C stops the analysis between two nodes, so that the program can say
+// so; the handler before it is back once the analysis is over. A session with
+// host analyzers puts its own handler in place while the host code runs.
+class ProgramInterrupts {
+public:
+    ProgramInterrupts() : previous_(std::signal(SIGINT, onProgramInterrupt)) { interruptRequested = 0; }
+    ~ProgramInterrupts() { std::signal(SIGINT, previous_); }
+    ProgramInterrupts(ProgramInterrupts const&) = delete;
+    ProgramInterrupts& operator=(ProgramInterrupts const&) = delete;
+
+private:
+    void (*previous_)(int);
+};
+
 // What the program hears of an analysis: each node moves the progress bar on,
 // and each finding is recorded under the analyzer that made it.
 class ProgramObserver final : public dependency::services::AnalysisObserver {
 public:
     ProgramObserver(FindingSources& sources, ProgressMeter* progress) : sources_(sources), progress_(progress) {}
+
+    bool stopRequested() override { return interruptRequested != 0; }
 
     void startingNode(dependency::graph::Node const& /*node*/) override {
         if (progress_ != nullptr) {
@@ -246,6 +273,7 @@ int analyzeAndReport(ProgramOptions const& options, dependency::services::Analys
     }
     std::shared_ptr<dependency::attribute::GraphAttributes> result;
     try {
+        ProgramInterrupts interrupts;
         ProgramObserver observer(*sources, progress.get());
         result = session.analyze(graph, observer);
     } catch (AnalyzerFailure const& failure) {
@@ -360,18 +388,114 @@ std::string shownPath(std::filesystem::path const& path) {
 
 }  // namespace
 
+namespace {
+
+// The graph reader's reasons that a user meets most, each with the catalog
+// text that says it in the user's language; {0} and {1} stand for the parts
+// that come from the file (names, versions) or the system, which stay as they
+// are. A reason not listed here stays as the reader wrote it.
+struct GraphReason {
+    std::string_view pattern;
+    char const* key;
+};
+constexpr std::array graphReasons{
+    GraphReason{"cannot read the graph file: {0}", "GraphCannotRead"},
+    GraphReason{"the text ends before the graph is complete", "GraphEndsEarly"},
+    GraphReason{"the text ends inside a string", "GraphEndsInString"},
+    GraphReason{"the file is empty: a graph file holds one JSON object", "GraphEmpty"},
+    GraphReason{"a graph file must hold one JSON object", "GraphNotObject"},
+    GraphReason{"unexpected text after the graph", "GraphTextAfter"},
+    GraphReason{"the graph has no \"nodes\" member", "GraphNoNodes"},
+    GraphReason{"unknown member \"{0}\" in the graph", "GraphUnknownMember"},
+    GraphReason{"unknown member \"{0}\" in a node", "GraphUnknownNodeMember"},
+    GraphReason{"unknown member \"{0}\" in an edge", "GraphUnknownEdgeMember"},
+    GraphReason{"a node needs a non-empty \"id\"", "GraphNodeNeedsId"},
+    GraphReason{"a node needs a \"type\"", "GraphNodeNeedsType"},
+    GraphReason{"edge end \"{0}\" is not a node of the graph", "GraphUnknownEdgeEnd"},
+    GraphReason{"an edge needs \"from\", \"to\" and \"type\"", "GraphEdgeNeedsEnds"},
+    GraphReason{"unsupported graph-file version {0} (expected 1)", "GraphUnsupportedVersion"},
+};
+
+// The parts of `reason` that stand for {0}, {1}, ... of `pattern`, or
+// nothing when it does not have the pattern's form.
+std::optional<std::vector<std::string>> matchReason(std::string_view pattern, std::string_view reason) {
+    std::vector<std::string> parts;
+    while (true) {
+        auto const hole = pattern.find('{');
+        if (hole == std::string_view::npos) {
+            return pattern == reason ? std::optional(parts) : std::nullopt;
+        }
+        if (reason.substr(0, hole) != pattern.substr(0, hole)) {
+            return std::nullopt;
+        }
+        reason.remove_prefix(hole);
+        pattern.remove_prefix(hole + 3);  // "{0}"
+        // A part runs to the text that follows it in the pattern, found from
+        // the end so that a part may hold that text itself.
+        auto const next = pattern.find('{');
+        auto const literal = pattern.substr(0, next);
+        auto const end = next == std::string_view::npos
+                             ? (reason.ends_with(literal) ? reason.size() - literal.size() : std::string_view::npos)
+                             : reason.find(literal);
+        if (end == std::string_view::npos) {
+            return std::nullopt;
+        }
+        parts.emplace_back(reason.substr(0, end));
+        reason.remove_prefix(end);
+    }
+}
+
+// A graph-file error in the user's language, where the catalog has its reason.
+dependency::graph::GraphFileError localised(dependency::graph::GraphFileError const& error) {
+    for (auto const& known : graphReasons) {
+        if (auto const parts = matchReason(known.pattern, error.reason())) {
+            std::vector<resource_core::MessageArgument> arguments(parts->begin(), parts->end());
+            return {error.file(), error.position(), text(known.key, arguments)};
+        }
+    }
+    return error;
+}
+
+}  // namespace
+
 int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
     auto session = openSession(options);
     auto progress = progressMeter();
     dependency::graph::NodePositions positions;
     dependency::graph::GraphFileOptions loadOptions;
     loadOptions.positions = &positions;
+    // A few warnings say what is wrong; a file full of the same mistake
+    // does not bury the report under them.
+    constexpr std::size_t shownWarnings = 20;
+    std::size_t warnings = 0;
+    loadOptions.warning = [&](std::size_t line, std::size_t column, std::string const& message) {
+        if (++warnings > shownWarnings) {
+            return;
+        }
+        if (progress) {
+            progress->finish();
+        }
+        std::cerr << "depattr: "
+                  << text("WarningScan", {escapeControls(options.graph.string()) + ":" + std::to_string(line) + ":" +
+                                          std::to_string(column) + ": " + message})
+                  << '\n';
+    };
     if (progress) {
         loadOptions.progress = [&](std::size_t done, std::size_t total) { progress->loading(done, total); };
     }
     std::shared_ptr<dependency::graph::Graph const> graph;
     try {
         graph = dependency::graph::loadGraphFile(options.graph, loadOptions);
+        if (warnings > shownWarnings) {
+            std::cerr << "depattr: "
+                      << text("WarningScan", {std::to_string(warnings - shownWarnings) + " more such warnings"})
+                      << '\n';
+        }
+    } catch (dependency::graph::GraphFileError const& error) {
+        if (progress) {
+            progress->finish();
+        }
+        throw localised(error);
     } catch (...) {
         if (progress) {
             progress->finish();

@@ -407,11 +407,22 @@ void writeAnalyzerList(std::ostream& out, bool json) {
         out << "\n  ]\n}\n";
         return;
     }
+    // The columns are as wide as their widest entry, so that no ID runs
+    // into its severity whatever the IDs and the locale's words.
+    auto const shownId = [](auto const& kind) { return std::string(kind.id) + (kind.idIsPrefix ? "<code>" : ""); };
+    std::size_t idWidth = 0;
+    std::size_t severityWidth = 0;
+    for (auto const* entry : builtInAnalyzers()) {
+        for (auto const& kind : entry->findings) {
+            idWidth = std::max(idWidth, displayWidth(shownId(kind)));
+            severityWidth = std::max(severityWidth, displayWidth(severityWord(kind.severity)));
+        }
+    }
     for (auto const* entry : builtInAnalyzers()) {
         out << entry->name << "  " << text(std::string(entry->descriptionKey).c_str()) << '\n';
         for (auto const& kind : entry->findings) {
-            std::string const id = std::string(kind.id) + (kind.idIsPrefix ? "<code>" : "");
-            out << "    " << padded(id, 20) << padded(severityWord(kind.severity), 12)
+            out << "    " << padded(shownId(kind), idWidth + 2)
+                << padded(severityWord(kind.severity), severityWidth + 2)
                 << text((std::string(kind.name) + "Short").c_str()) << '\n';
         }
     }

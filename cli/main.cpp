@@ -122,6 +122,39 @@ std::string unexpectedArguments(CLI::App const& app, std::initializer_list<CLI::
     return message;
 }
 
+// A completion script for `shell` (bash or zsh), made from the commands and
+// options as they are defined, so that it never lags behind them. zsh runs
+// the bash script through its bash-completion layer.
+std::string completionScript(std::string_view shell, CLI::App const& app) {
+    std::string script = shell == "zsh" ? "#compdef depattr\nautoload -U +X bashcompinit && bashcompinit\n" : "";
+    script +=
+        "_depattr() {\n"
+        "  local cur=${COMP_WORDS[COMP_CWORD]} command= word\n"
+        "  for word in \"${COMP_WORDS[@]:1:COMP_CWORD-1}\"; do\n"
+        "    case ${word} in -*) ;; *) command=${word}; break ;; esac\n"
+        "  done\n"
+        "  case ${command} in\n";
+    std::string commands;
+    for (auto const* command : app.get_subcommands({})) {
+        commands += (commands.empty() ? "" : " ") + command->get_name();
+        std::string options;
+        for (auto const& option : longOptionNames(*command)) {
+            options += (options.empty() ? "" : " ") + option;
+        }
+        std::string const words = command->get_name() == "completion" ? "bash zsh" : "";
+        script += "    " + command->get_name() + ")\n" +
+                  "      if [[ ${cur} == -* ]]; then COMPREPLY=($(compgen -W \"" + options + "\" -- \"${cur}\"))\n" +
+                  (words.empty() ? "      else COMPREPLY=($(compgen -f -- \"${cur}\")); fi ;;\n"
+                                 : "      else COMPREPLY=($(compgen -W \"" + words + "\" -- \"${cur}\")); fi ;;\n");
+    }
+    script += "    *) COMPREPLY=($(compgen -W \"" + commands +
+              " --help --version\" -- \"${cur}\")) ;;\n"
+              "  esac\n"
+              "}\n"
+              "complete -o filenames -F _depattr depattr\n";
+    return script;
+}
+
 int run(int argc, char** argv) {
     checkResourcesOverride();
     try {
@@ -132,17 +165,18 @@ int run(int argc, char** argv) {
     }
 
     CommandLine line;
-    line.graph = DEPATTR_EXAMPLE_GRAPH;
     CLI::App app{text("HelpProgram")};
     CLI::App* analyze = nullptr;
     CLI::App* scan = nullptr;
     CLI::App* list = nullptr;
+    CLI::App* completion = nullptr;
+    std::string completionShell;
     try {
         localiseHelp(app);
         // Subcommands copy these defaults, so every option group is headed in the locale's language.
         app.option_defaults()->group(text("HelpLabelOptions"));
         app.set_help_flag("-h,--help", text("HelpHelp"));
-        app.set_version_flag("--version", "depattr " DEPATTR_VERSION, text("HelpVersion"));
+        app.set_version_flag("-V,--version", "depattr " DEPATTR_VERSION, text("HelpVersion"));
         app.require_subcommand(1);
 
         analyze = app.add_subcommand("analyze", text("HelpAnalyze"));
@@ -163,6 +197,13 @@ int run(int argc, char** argv) {
         list->set_help_flag("-h,--help", text("HelpHelp"));
         list->add_option("-f,--format", line.listFormat, text("HelpListFormat"))->option_text("FORMAT");
         list->add_option("-l,--locale", line.locale, text("HelpLocale"))->option_text("NAME");
+
+        completion = app.add_subcommand("completion", text("HelpCompletion"));
+        completion->group(text("HelpLabelSubcommands"));
+        completion->set_help_flag("-h,--help", text("HelpHelp"));
+        completion->add_option("shell", completionShell, text("HelpCompletionShell"))->option_text("SHELL")->required();
+
+        app.footer(text("HelpFooter"));
     } catch (std::exception const& error) {
         std::cerr << "depattr: " << error.what() << '\n';
         return exitBadInput;
@@ -170,9 +211,10 @@ int run(int argc, char** argv) {
 
     // An unknown command is named as such, not reported as a missing one.
     if (argc > 1 && argv[1][0] != '-' && std::string_view(argv[1]) != "analyze" &&
-        std::string_view(argv[1]) != "scan" && std::string_view(argv[1]) != "analyzers") {
+        std::string_view(argv[1]) != "scan" && std::string_view(argv[1]) != "analyzers" &&
+        std::string_view(argv[1]) != "completion") {
         std::cerr << "depattr: " << text("ErrorPrefix") << text("ErrorUnknownCommand", {escapeControls(argv[1])})
-                  << suggestionFor(argv[1], {"analyze", "scan", "analyzers"}) << '\n'
+                  << suggestionFor(argv[1], {"analyze", "scan", "analyzers", "completion"}) << '\n'
                   << text("HintHelp") << '\n';
         return exitBadInput;
     }
@@ -202,10 +244,11 @@ int run(int argc, char** argv) {
         }
         std::string reason = escapeControls(error.what());
         if (dynamic_cast<CLI::RequiredError const*>(&error) != nullptr && !analyze->parsed() && !scan->parsed() &&
-            !list->parsed()) {
+            !list->parsed() && !completion->parsed()) {
             reason = text("ErrorNoCommand");
         } else if (dynamic_cast<CLI::ExtrasError const*>(&error) != nullptr) {
-            if (auto const unexpected = unexpectedArguments(app, {analyze, scan, list}); !unexpected.empty()) {
+            if (auto const unexpected = unexpectedArguments(app, {analyze, scan, list, completion});
+                !unexpected.empty()) {
                 reason = unexpected;
             }
         }
@@ -214,6 +257,11 @@ int run(int argc, char** argv) {
     }
 
     try {
+        if (completion->parsed()) {
+            checkChoice("shell", completionShell, {"bash", "zsh"});
+            writeStandardOutput(completionScript(completionShell, app));
+            return exitClean;
+        }
         if (list->parsed()) {
             checkChoice("--format", line.listFormat, {"text", "json"});
             return runListAnalyzers(line.listFormat);

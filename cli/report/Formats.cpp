@@ -15,6 +15,8 @@ std::span<ReportFormat const> reportFormats() {
         ReportFormat{"sarif", "FormatSarif", &writeSarifReport},
         ReportFormat{"github", "FormatGithub", &writeGithubReport},
         ReportFormat{"dot", "FormatDot", &writeDotReport},
+        ReportFormat{"svg", "FormatSvg", &writeSvgReport},
+        ReportFormat{"png", "FormatPng", &writePngReport},
     };
     return formats;
 }

@@ -9,6 +9,7 @@
 #include "cli/Report.hpp"
 
 #include <filesystem>
+#include <optional>
 #include <ostream>
 #include <span>
 #include <string>
@@ -51,5 +52,12 @@ void writeJsonReport(std::ostream& out, ReportContext const& context);
 void writeSarifReport(std::ostream& out, ReportContext const& context);
 void writeGithubReport(std::ostream& out, ReportContext const& context);
 void writeDotReport(std::ostream& out, ReportContext const& context);
+// The DOT report drawn by Graphviz's dot program as SVG or PNG; an error
+// naming the program when it is not on PATH.
+void writeSvgReport(std::ostream& out, ReportContext const& context);
+void writePngReport(std::ostream& out, ReportContext const& context);
+
+// Graphviz's dot program as found on PATH, or nothing.
+std::optional<std::filesystem::path> graphvizProgram();
 
 }  // namespace depattr::cli

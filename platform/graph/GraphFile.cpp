@@ -2,6 +2,7 @@
 
 #include "platform/fl/FileSystem.hpp"
 #include "platform/foundation/JsonReaderErrors.hpp"
+#include "platform/foundation/Printable.hpp"
 #include "platform/foundation/SourceText.hpp"
 #include "platform/graph/GraphBuilder.hpp"
 
@@ -557,6 +558,12 @@ private:
         }
     }
 
+    // The properties that the analyzers read as flags: set only by the exact
+    // text "true".
+    static bool isFlag(std::string_view key) {
+        return key == "futureRelease" || key == "invalidFormat" || key == "syntaxError" || key == "isModelInPackage";
+    }
+
     // Property values are text. true and false are taken as the words; arrays
     // and objects are kept as their JSON text (for properties holding JSON).
     void readProperties(od::value& value, Properties& properties) {
@@ -578,9 +585,18 @@ private:
             }
             std::u16string text;
             switch (kind) {
-            case od::json_type::string:
-                text = toUtf16(readString(property, key));
+            case od::json_type::string: {
+                auto const value = readString(property, key);
+                if (options_.warning && isFlag(key) && value != "true" && value != "false") {
+                    auto const [line, column] = position(property.raw_json_token().data());
+                    options_.warning(line, column,
+                                     "property \"" + std::string(key) + "\" is \"" +
+                                         foundation::printable::escapeControls(value) +
+                                         "\", which counts as not set: a flag is \"true\" or \"false\"");
+                }
+                text = toUtf16(value);
                 break;
+            }
             case od::json_type::boolean:
                 text = readBool(property, key) ? u"true" : u"false";
                 break;

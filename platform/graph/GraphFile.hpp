@@ -52,6 +52,11 @@ struct GraphFileOptions {
     // When set, called now and then while the file is read with the bytes read
     // so far and the file's size.
     std::function<void(std::size_t done, std::size_t total)> progress{};
+    // When set, called with the line, column and text of what the file may
+    // hold but is likely a mistake: a flag property ("syntaxError" and the
+    // others of docs/graph-format.md) whose text is neither "true" nor
+    // "false", which the analyzers count as not set.
+    std::function<void(std::size_t line, std::size_t column, std::string const& message)> warning{};
 };
 
 // The largest graph file the reader takes (4 GiB less one byte); a larger one

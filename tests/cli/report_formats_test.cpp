@@ -193,21 +193,96 @@ TEST_F(TrackedAnalysis, DotFillsNodesByGravestFindingAndEscapesNames) {
     EXPECT_NE(dot.find("\"src/a.qx\" [shape=box, style=\"filled,rounded\", fillcolor=\"#ffd98a\""), std::string::npos)
         << dot;
     EXPECT_NE(dot.find("\"product:p\" [shape=component, style=\"filled,rounded\", fillcolor=\"#f4a3a3\", "
-                       "tooltip=\"product \\\"product:p\\\"\\nProblem Broken: Broken \\\"badly\\\"\"]"),
+                       "tooltip=\"product \\\"product:p\\\"\\nProblem Broken: Broken \\\"badly\\\"\", "
+                       "label=\"product:p\\n[1 finding]\"]"),
               std::string::npos)
         << dot;
     EXPECT_NE(dot.find("\"odd \\\"name\\\"\\\\x\" [shape=box, style=\"filled,rounded\", fillcolor=\"#d6eaf8\""),
               std::string::npos)
         << dot;
+    // Only edges that are not calls are named.
     EXPECT_NE(dot.find("\"src/a.qx\" -> \"product:p\" [label=\"requirement\"];"), std::string::npos);
     EXPECT_NE(dot.find("\"odd \\\"name\\\"\\\\x\" -> \"src/a.qx\" [label=\"derived\"];"), std::string::npos);
+    // The title counts nodes and findings; the legend shows each fill.
+    EXPECT_NE(dot.find("label=\"g.json\\n"), std::string::npos) << dot;
+    for (auto const* fill : {"#f4a3a3", "#ffd98a", "#d6eaf8"}) {
+        EXPECT_NE(dot.find(std::string("fillcolor=\"") + fill + "\", label="), std::string::npos) << fill;
+    }
+    EXPECT_NE(dot.find("subgraph cluster_legend {"), std::string::npos);
 
     // Above the threshold only the product keeps a fill.
     auto const problems = makeReport(*graph, *result, {.minimum = Severity::Problem, .sources = sources.get()});
     std::ostringstream filtered;
     writeDot(filtered, *graph, problems);
-    EXPECT_NE(filtered.str().find("  \"src/a.qx\" [shape=box];\n"), std::string::npos) << filtered.str();
+    EXPECT_NE(filtered.str().find("\"src/a.qx\" [shape=box, label=\"src/a.qx\"];\n"), std::string::npos)
+        << filtered.str();
     EXPECT_NE(filtered.str().find("fillcolor=\"#f4a3a3\""), std::string::npos);
+}
+
+// The picture's layout: functions inside their file's cluster with the file,
+// calls unnamed; a graph over 300 nodes reduced to the nodes with findings and
+// their neighbours, as its title says.
+TEST(DotPicture, GroupsFunctionsInTheirFileAndReducesLargeGraphs) {
+    for (int const extra : {200, 400}) {
+        GraphBuilder builder;
+        builder.addNode(NodeData{.id = u"src/f.qx", .type = Type::FILE(), .path = u"/p/src/f.qx", .isFile = true});
+        builder.addNode(NodeData{.id = u"f", .type = Type::FUNCTION(), .path = u"/p/src/f.qx"});
+        builder.addNode(NodeData{.id = u"g", .type = Type::FUNCTION(), .path = u"/p/src/f.qx"});
+        builder.addNode(NodeData{.id = u"lone", .type = Type::FUNCTION(), .path = u"/p/src/other.qx"});
+        builder.addDependency(u"f", u"g", Type::CALL());
+        builder.addDependency(u"src/f.qx", u"lone", Type::REFERENCE());
+        for (int i = 0; i < extra; ++i) {
+            auto const digits = std::to_string(i);
+            auto const id = u"n" + std::u16string(digits.begin(), digits.end());
+            builder.addNode(NodeData{.id = id, .type = Type::FILE(), .isFile = true});
+            if (i > 0) {
+                auto const before = std::to_string(i - 1);
+                builder.addDependency(id, u"n" + std::u16string(before.begin(), before.end()), Type::CALL());
+            }
+        }
+        auto const graph = builder.build();
+        auto const missing = finding(u"Missing", u"Function not found", Severity::Warning);
+        AnalysisSession session;
+        session.select(std::vector<AnalysisSession::NamedAnalyzer>{
+            {"functions", std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const& node) {
+                 return node.getID() == u"g" ? std::vector{missing} : std::vector<std::shared_ptr<Attribute>>{};
+             })}});
+        FindingSources sources;
+        Recorder recorder(sources);
+        auto const result = session.analyze(graph, recorder);
+        auto report = makeReport(*graph, *result, {.sources = &sources});
+        report.graphName = "big.json";
+        std::ostringstream out;
+        writeDot(out, *graph, report);
+        auto const dot = out.str();
+
+        // The file and its two functions share one cluster; the other file's
+        // function has its own, without a file node.
+        auto const cluster = dot.find("label=\"/p/src/f.qx\"");
+        ASSERT_NE(cluster, std::string::npos) << dot;
+        auto const clusterEnd = dot.find("  }\n", cluster);
+        bool const reduced = extra > 300;
+        for (auto const* member : {"\"f\" [", "\"g\" [", reduced ? "\"g\" [" : "\"src/f.qx\" ["}) {
+            auto const at = dot.find(member);
+            EXPECT_TRUE(at > cluster && at < clusterEnd) << member << "\n" << dot;
+        }
+        EXPECT_NE(dot.find("\"g\" [shape=ellipse, style=\"filled,rounded\""), std::string::npos) << dot;
+        EXPECT_NE(dot.find("  \"f\" -> \"g\";\n"), std::string::npos) << dot;
+        if (!reduced) {
+            EXPECT_NE(dot.find("label=\"/p/src/other.qx\""), std::string::npos) << dot;
+            EXPECT_NE(dot.find("\"src/f.qx\" -> \"lone\" [label=\"reference\"];"), std::string::npos) << dot;
+        }
+
+        EXPECT_EQ(dot.find("only the") != std::string::npos, reduced) << dot;
+        EXPECT_EQ(dot.find("\"n5\" [") != std::string::npos, !reduced) << dot;
+        if (reduced) {
+            // g has the finding; f calls it; nothing else touches g.
+            EXPECT_NE(dot.find("only the 2 nodes with findings and their neighbours, of 404"), std::string::npos)
+                << dot;
+            EXPECT_EQ(dot.find("\"src/f.qx\" ["), std::string::npos) << dot;
+            EXPECT_EQ(dot.find("\"lone\""), std::string::npos) << dot;
+        }
+    }
 }
 
 TEST(ProgressMeterTest, DrawsOnlyAfterItsDelayNeverPastFullAndErasesItself) {

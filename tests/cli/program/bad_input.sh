@@ -27,7 +27,7 @@ check_error "a misspelt option" 'unexpected argument "--fromat=json"; did you me
 check_error "a second graph" 'unexpected argument "other.json"' "${depattr}" analyze project/graph.json other.json
 check_error "several unexpected arguments" 'unexpected arguments "other.json", "--statistcs"; did you mean --statistics?' \
   "${depattr}" analyze project/graph.json other.json --statistcs
-check_error "a misspelt command" 'unknown command "analyse" (the commands are analyze, scan and analyzers); did you mean analyze?' \
+check_error "a misspelt command" 'unknown command "analyse" (the commands are analyze, scan, analyzers and completion); did you mean analyze?' \
   "${depattr}" analyse
 check_error "an option far from any" 'unexpected argument "--frobnicate"' "${depattr}" analyze --frobnicate
 expect "no suggestion when nothing is close" lacks 'did you mean' "$("${depattr}" analyze --frobnicate 2>&1)"
@@ -75,4 +75,42 @@ for args in "analyze project/graph.json --format ${evil}" "analyze project/graph
   expect "escaped error for '${args}': no raw ESC or BEL (got: ${err})" test "$(tr -d -c '\033\007' <<<"${err}" | wc -c)" -eq 0
   expect "escaped error for '${args}': the value shown (got: ${err})" has 'x\x1b[31m\x07' "${err}"
 done
+
+# Usage mistakes that used to pass unnoticed: each is refused before anything runs.
+mkdir -p nograph
+check_error "analyze without a graph, where there is no graph.json" 'no graph given: name a graph file' \
+  bash -c 'cd nograph && exec "$0" analyze' "${depattr}"
+expect "analyze without a graph reads graph.json of the current folder" \
+  test "$(cd project && status_of "${depattr}" analyze -a invalid-format)" -eq 1
+check_error "an empty -a" '--analyzers: an empty list selects nothing' "${depattr}" analyze project/graph.json -a ""
+check_error "a -a of commas" '--analyzers: an empty list selects nothing' "${depattr}" analyze project/graph.json -a ,
+check_error "an empty --select" '--select: an empty list selects nothing' "${depattr}" analyze project/graph.json --select ""
+check_error "an install root from the environment that is a file" 'DEPATTR_INSTALL_ROOT: no such folder: project/graph.json' \
+  env DEPATTR_INSTALL_ROOT=project/graph.json "${depattr}" analyze project/graph.json
+check_error "an install root from the environment that is absent" 'DEPATTR_INSTALL_ROOT: no such folder: /nonexistent' \
+  env DEPATTR_INSTALL_ROOT=/nonexistent "${depattr}" scan project
+for option in "-f json" "--output out.txt"; do
+  long=${option% *}
+  [ "${long}" = -f ] && long=--format
+  check_error "--write-baseline with ${option}" "${long} cannot be given with --write-baseline" \
+    "${depattr}" analyze project/graph.json --write-baseline base.json ${option}
+done
+expect "a refused --write-baseline writes nothing" test ! -e base.json -a ! -e out.txt
+
+# A flag property spelt otherwise than "true" counts as not set, and the program says where it is.
+printf '{"nodes": [\n {"id": "a", "type": "file", "properties": {"syntaxError": "TRUE", "futureRelease": "true", "note": "X"}},\n {"id": "b", "type": "file", "properties": {"invalidFormat": "false"}}]}' >flags.json
+out=$("${depattr}" analyze flags.json -a invalid-format -f concise 2>flags.err)
+expect "a flag spelt TRUE is placed (got: $(cat flags.err))" \
+  has 'warning: flags.json:2:60: property "syntaxError" is "TRUE", which counts as not set' "$(cat flags.err)"
+expect "only the misspelt flag is warned about" test "$(grep -c warning flags.err)" -eq 1
+expect "a flag spelt TRUE is still not set" lacks 'SyntaxError' "${out}"
+expect "the exact spelling still counts" has 'FutureRelease' "${out}"
+"${python}" -c '
+import json, sys
+nodes = [{"id": "n%d" % i, "type": "file", "properties": {"syntaxError": "1"}} for i in range(25)]
+json.dump({"nodes": nodes}, open(sys.argv[1], "w"))
+' many.json
+"${depattr}" analyze many.json -a invalid-format -o /dev/null 2>many.err
+expect "warnings stop after twenty" test "$(grep -c 'is "1"' many.err)" -eq 20
+expect "and say how many more there were" has '5 more such warnings' "$(cat many.err)"
 finish

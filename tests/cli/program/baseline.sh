@@ -79,4 +79,15 @@ out=$("${depattr}" analyze project/ignored.json --install-root install -a missin
 expect "depattr-ignore hides the named findings of its node" test -z "${out}"
 out=$("${depattr}" analyze project/graph.json --install-root install -a missing-file -f concise 2>/dev/null)
 expect "without it they are reported" has 'Exists' "${out}"
+
+# A baseline cut short is told as such, placed at its end, whatever point it was cut at.
+"${depattr}" analyze project/graph.json -a missing-file,missing-function --write-baseline whole.json
+for cut in 30 60 "$(($(wc -c <whole.json) - 3))"; do
+  head -c "${cut}" whole.json >cut.json
+  lines=$(wc -l <cut.json)
+  err=$("${depattr}" analyze project/graph.json --baseline cut.json 2>&1 >/dev/null)
+  expect "a baseline cut at ${cut} exits 2" test $? -eq 2
+  expect "a baseline cut at ${cut} ends early (got: ${err})" has 'the file ends early' "${err}"
+  expect "a baseline cut at ${cut} is placed on its last line (got: ${err})" has "cut.json:$((lines + 1)):" "${err}"
+done
 finish

@@ -53,4 +53,12 @@ err=$("${depattr}" analyze project/graph.json --config absent.toml 2>&1 >/dev/nu
 expect "an absent --config names the reason" has 'absent.toml: cannot read the configuration file: No such file' "${err}"
 expect "--config with --no-config is a usage error" \
   test "$(status_of "${depattr}" analyze project/graph.json --config x --no-config)" -eq 2
+
+# An empty list would select nothing: it is refused with its place, not read as "all".
+for key in analyzers select; do
+  printf '# empty\n%s = []\n' "${key}" >empty.toml
+  err=$("${depattr}" analyze project/graph.json --config empty.toml 2>&1 >/dev/null)
+  expect "an empty ${key} list exits 2" test $? -eq 2
+  expect "an empty ${key} list is placed (got: ${err})" has "empty.toml:2:$((${#key} + 4)): \"${key}\" is an empty list" "${err}"
+done
 finish

@@ -46,4 +46,50 @@ expect "--exit-zero still exits 2 for a bad graph" \
   test "$(status_of "${depattr}" analyze /nonexistent.json --exit-zero)" -eq 2
 expect "--help exits 0" test "$(status_of "${depattr}" --help)" -eq 0
 expect "analyze --help exits 0" test "$(status_of "${depattr}" analyze --help)" -eq 0
+for flag in -V --version; do
+  expect "${flag} exits 0" test "$(status_of "${depattr}" ${flag})" -eq 0
+  expect "${flag} prints the version" has 'depattr ' "$("${depattr}" ${flag} 2>&1)"
+done
+
+# Ctrl-C during the built-in analysis says so and exits 130. The graph is
+# large enough for the analysis to outlast the first signals; a signal that
+# comes while the graph is still read is ignored, as for any background job.
+"${python}" -c '
+import json, sys
+nodes = [{"id": "f%d" % i, "type": "file", "path": "/nonexistent/f%d.qx" % i} for i in range(400000)]
+json.dump({"format": "depattr-graph", "version": 1, "nodes": nodes}, open(sys.argv[1], "w"))
+' big.json
+"${depattr}" analyze big.json -a missing-file -o big.txt 2>interrupted.txt &
+pid=$!
+for _ in $(seq 100); do
+  sleep 0.2
+  kill -INT "${pid}" 2>/dev/null || break
+done
+wait "${pid}"
+status=$?
+expect "Ctrl-C exits 130 (got ${status})" test "${status}" -eq 130
+expect "Ctrl-C says the analysis was stopped (got: $(cat interrupted.txt))" has 'interrupted (Ctrl-C)' "$(cat interrupted.txt)"
+
+# --help ends with examples, the exit statuses and the environment it reads.
+help=$("${depattr}" --help)
+for part in 'Examples:' 'depattr analyze graph.json' 'Exit status: 0' '130 interrupted' 'DEPATTR_INSTALL_ROOT' 'NO_COLOR'; do
+  expect "--help shows ${part}" has "${part}" "${help}"
+done
+expect "--help in Japanese too" has '終了ステータス' "$("${depattr}" --locale ja --help)"
+
+# Completion scripts: bash completes commands, options of the command given, and the shells.
+"${depattr}" completion bash >completion.bash
+expect "completion bash exits 0" test $? -eq 0
+completes() {  # completes <words...>: what the script offers for the last word
+  bash -c 'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _depattr; echo "${COMPREPLY[*]}"' _ completion.bash "$@"
+}
+expect "bash completes a command" test "$(completes depattr ana)" = "analyze analyzers"
+expect "bash completes an option of scan" test "$(completes depattr scan --write-g)" = "--write-graph"
+expect "bash completes only that command's options" test -z "$(completes depattr analyze --write-g)"
+expect "bash completes the shells" test "$(completes depattr completion z)" = "zsh"
+zsh=$("${depattr}" completion zsh)
+expect "completion zsh is a zsh completion" has '#compdef depattr' "${zsh}"
+expect "completion zsh defines the same function" has 'complete -o filenames -F _depattr depattr' "${zsh}"
+expect "another shell is a usage error" test "$(status_of "${depattr}" completion fish)" -eq 2
+expect "completion needs a shell" test "$(status_of "${depattr}" completion)" -eq 2
 finish

@@ -74,7 +74,9 @@ expect "an analyzer named twice runs once" \
   test "$("${depattr}" analyze project/graph.json -a missing-file,missing-file -f concise | sort | uniq -d | wc -l)" -eq 0
 
 list=$("${depattr}" analyzers)
-expect "analyzers: IDs and severities" has 'Exists              Information File exists' "${list}"
+expect "analyzers: IDs and severities" has 'Exists                Information  File exists' "${list}"
+expect "analyzers: the widest ID keeps a gap" has 'MissingProduct<code>  Warning' "${list}"
+expect "analyzers: every severity starts in one column" test "$(grep '^    ' <<<"${list}" | awk '{ print index($0, $2) }' | sort -u | wc -l)" -eq 1
 expect "analyzers: json" "${python}" -c '
 import json, sys
 listing = json.loads(sys.argv[1])
@@ -82,4 +84,27 @@ kinds = {a["name"]: [(k["id"], k["severity"]) for k in a["findings"]] for a in l
 assert kinds["missing-file"] == [("Exists", "Information"), ("Missing", "Warning")], kinds
 assert len(kinds) == 8 and len(kinds["invalid-format"]) == 4
 ' "$("${depattr}" analyzers --format json)"
+
+# Pictures: the DOT text drawn by Graphviz's dot program on PATH (a stand-in
+# here, which shows what it was given), or a usage error naming the program.
+mkdir -p fakebin
+printf '#!/bin/sh\necho "drawn as $1"\ngrep -c "label=" "$2"\n' >fakebin/dot
+chmod +x fakebin/dot
+drawn=$(PATH="${work}/fakebin:${PATH}" "${depattr}" analyze project/graph.json -f svg)
+expect "svg: dot is asked for svg (got: ${drawn})" has 'drawn as -Tsvg' "${drawn}"
+expect "svg: dot is given the DOT report" test "$(sed -n 2p <<<"${drawn}")" -gt 20
+PATH="${work}/fakebin:${PATH}" "${depattr}" analyze project/graph.json -f png -o picture.png
+expect "png: written to -o" has 'drawn as -Tpng' "$(cat picture.png)"
+err=$(PATH=/nonexistent "${depattr}" analyze project/graph.json -f png 2>&1 >/dev/null)
+expect "png without Graphviz exits 2" test $? -eq 2
+expect "png without Graphviz names the program (got: ${err})" has "Graphviz's \"dot\" program, which is not on PATH" "${err}"
+printf '#!/bin/sh\necho "syntax error in line 1" >&2\nexit 1\n' >fakebin/dot
+err=$(PATH="${work}/fakebin:${PATH}" "${depattr}" analyze project/graph.json -f svg 2>&1 >/dev/null)
+expect "a failing dot exits 2" test $? -eq 2
+expect "a failing dot is quoted (got: ${err})" has 'could not draw the picture: syntax error in line 1' "${err}"
+if command -v script >/dev/null; then
+  # On a terminal a PNG would be garbage: refused, with the way out.
+  shown=$(PATH="${work}/fakebin:${PATH}" script -qec "'${depattr}' analyze project/graph.json -f png" /dev/null)
+  expect "png to a terminal is refused (got: ${shown})" has 'give -o FILE, or redirect the output' "${shown}"
+fi
 finish

@@ -25,4 +25,19 @@ expect "de: the fallback is said once" test "$(grep -c 'using English' err)" -eq
 expect "de: named" grep -qF 'locale "de_DE.UTF-8"' err
 "${depattr}" analyze project/graph.json -a missing-file -l C 2>err >/dev/null
 expect "C needs no fallback note" test ! -s err
+
+# Graph-file errors in the locale's language: the place stays, the names from the file stay as they are.
+printf '{"nodes": [\n  {"id": "a", "type": "file"}' >cut.json
+printf '{"nodes": [{"id": "a", "type": "file", "colour": 1}]}' >member.json
+printf '{"nodes": "none"}' >odd.json
+for case in "cut.json:2:30: グラフが完結する前にテキストが終わっています" \
+            'member.json:1:50: ノードに不明なメンバー "colour" があります' \
+            "absent.json: グラフファイルを読み込めません: No such file or directory" \
+            'odd.json:1:11: "nodes" must be an array'; do
+  file=${case%%:*}
+  err=$("${depattr}" analyze --locale ja "${file}" 2>&1 >/dev/null)
+  expect "a graph error of ${file} under ja (got: ${err})" has "${case}" "${err}"
+done
+expect "the same errors stay English by default" \
+  has 'member.json:1:50: unknown member "colour" in a node' "$("${depattr}" analyze member.json 2>&1)"
 finish
