@@ -122,7 +122,7 @@ TEST(ScanBadInputTest, EachBadInputAloneIsExactlyOneDiagnostic) {
          [](ScratchFolder const& s) {
              s.write("bin.qx", std::string("\x7f"
                                            "ELF\x02\x01\x01\0\0\0\xff\xfe\x00\x01",
-                                           16));
+                                           14));
          },
          "bin.qx:1:"},
         {"code that is not UTF-8",
