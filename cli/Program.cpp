@@ -560,7 +560,7 @@ int runScan(ProgramOptions const& options, std::string_view toolVersion) {
         dependency::graph::writeGraphFile(options.writeGraph, *scanned.graph);
         std::cerr << "depattr: "
                   << text("NoteGraphWritten",
-                          {shownPath(options.scanFolder), escapeControls(options.writeGraph.string())})
+                          {escapeControls(shownPath(options.scanFolder)), escapeControls(options.writeGraph.string())})
                   << '\n';
     }
     auto const placeOf = [](dependency::graph::Node const& node) {
