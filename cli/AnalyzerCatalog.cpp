@@ -93,7 +93,9 @@ FindingSelector splitSelector(std::string_view selector) {
 }
 
 bool isKnownFindingSelector(std::string_view selector) {
-    auto const [analyzer, id] = splitSelector(selector);
+    auto const parts = splitSelector(selector);
+    std::string_view const analyzer = parts.first;
+    std::string_view const id = parts.second;
     if (analyzer.empty()) {
         return !id.empty() && selector.find('/') == std::string_view::npos && isKnownFindingId(id);
     }
