@@ -94,8 +94,8 @@ FindingSelector splitSelector(std::string_view selector) {
 
 bool isKnownFindingSelector(std::string_view selector) {
     auto const parts = splitSelector(selector);
-    std::string_view const analyzer = parts.first;
-    std::string_view const id = parts.second;
+    std::string_view const analyzer = parts.analyzer;
+    std::string_view const id = parts.id;
     if (analyzer.empty()) {
         return !id.empty() && selector.find('/') == std::string_view::npos && isKnownFindingId(id);
     }
