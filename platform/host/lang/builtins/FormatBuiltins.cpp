@@ -105,7 +105,12 @@ public:
     std::u16string run() {
         std::u16string out;
         // The format is used again while items remain, and at least once.
+        // Each pass counts as a step of the host code, so that formatting a
+        // huge array stops on Ctrl-C or when a step budget runs out.
         for (bool first = true; first || !items_.empty(); first = false) {
+            if (qvm::isInterruptRequested()) {
+                throw qcos::HostError("qlang:interrupted", "Interrupted (Ctrl-C): the host code was stopped.");
+            }
             bool converted = false;
             if (!pass(out, converted) || !converted) {
                 break;
