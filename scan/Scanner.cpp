@@ -2,6 +2,7 @@
 
 #include "platform/codeanalysis/CodeAnalysis.hpp"
 #include "platform/graph/GraphBuilder.hpp"
+#include "platform/graph/GraphWriter.hpp"
 #include "platform/packages/PackageDescriptor.hpp"
 #include "platform/toolbox/ToolboxFinder.hpp"
 #include "scan/BuiltinNames.hpp"
@@ -52,39 +53,11 @@ std::string u8(std::u16string const& text) {
     return fs::path(text).string();
 }
 
-std::string jsonString(std::string const& text) {
-    std::string out = "\"";
-    for (char c : text) {
-        switch (c) {
-        case '"':
-            out += "\\\"";
-            break;
-        case '\\':
-            out += "\\\\";
-            break;
-        case '\n':
-            out += "\\n";
-            break;
-        case '\t':
-            out += "\\t";
-            break;
-        default:
-            if (static_cast<unsigned char>(c) < 0x20) {
-                char buffer[8];
-                std::snprintf(buffer, sizeof buffer, "\\u%04x", c);
-                out += buffer;
-            } else {
-                out += c;
-            }
-        }
-    }
-    return out + "\"";
-}
-
 std::string jsonArray(std::vector<std::string> const& items) {
     std::string out = "[";
     for (std::size_t i = 0; i < items.size(); ++i) {
-        out += (i == 0 ? "" : ",") + jsonString(items[i]);
+        out += i == 0 ? "" : ",";
+        graph::appendJsonString(out, items[i]);
     }
     return out + "]";
 }
