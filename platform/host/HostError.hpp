@@ -24,10 +24,16 @@ struct HostErrorFrame {
     friend bool operator==(HostErrorFrame const&, HostErrorFrame const&) = default;
 };
 
+// The message is kept in a string of its own rather than in the base class:
+// the base class shares one reference-counted buffer between copies, and an
+// error passes from the command thread to the thread that waits for it as
+// copies, so each copy owns its text outright.
 class HostError : public std::runtime_error {
 public:
-    HostError(std::string identifier, std::string const& message)
-        : std::runtime_error(message), identifier_(std::move(identifier)) {}
+    HostError(std::string identifier, std::string message)
+        : std::runtime_error(std::string()), message_(std::move(message)), identifier_(std::move(identifier)) {}
+
+    char const* what() const noexcept override { return message_.c_str(); }
 
     // Names the error independently of its text, e.g. "qcos:method:undefined".
     std::string const& identifier() const noexcept { return identifier_; }
@@ -53,6 +59,7 @@ public:
     }
 
 private:
+    std::string message_;
     std::string identifier_;
     std::string context_;
     std::vector<HostErrorFrame> stack_;

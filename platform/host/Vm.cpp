@@ -46,7 +46,7 @@ bool OutputSink::write(std::u16string_view text) const {
 
 RuntimeException::RuntimeException(int executionStatus, std::string message, std::string stack,
                                    std::vector<std::string> causes)
-    : std::runtime_error(message),
+    : std::runtime_error(std::string()),
       status_(executionStatus),
       message_(std::move(message)),
       stack_(std::move(stack)),

@@ -80,10 +80,14 @@ private:
 
 // A failed execution on the command thread. Execution statuses used by the
 // runtime: 1 host code failed, 2 no command distributor, 3 distributor shut down.
+// Like HostError it keeps its text in its own string, so that the copies that
+// pass between threads share no buffer.
 class RuntimeException : public std::runtime_error {
 public:
     RuntimeException(int executionStatus, std::string message, std::string stack = {},
                      std::vector<std::string> causes = {});
+
+    char const* what() const noexcept override { return message_.c_str(); }
 
     int getExecutionStatus() const noexcept { return status_; }
     std::string const& getMessage() const noexcept { return message_; }

@@ -112,7 +112,8 @@ unsupported="${work}/unsupported"
 mkdir -p "${unsupported}"
 printf 'function helperWithGlobal()\n    global counter\nend\n' >"${unsupported}/helperWithGlobal.qx"
 "${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${unsupported}" >/dev/null 2>"${work}/err"
-expect "an unsupported construct gives exit status 2" test $? -eq 2
+status=$?
+expect "an unsupported construct gives exit status 2 (got ${status}: $(head -c 2000 "${work}/err"))" test "${status}" -eq 2
 expect "the error names the construct and its place" \
   grep -qF 'helperWithGlobal.qx:2:5: A global declaration is not supported. [qlang:unsupported]' "${work}/err"
 
