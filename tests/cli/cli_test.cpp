@@ -245,8 +245,8 @@ analyzer-paths = ["analyzers"]
              {"[per-path-ignores]\n\"x\" = \"Missing\"\n", "depattr.toml:2:7: \"x\" must be an array of strings"},
              {"select = [\n", "depattr.toml:1:12: "},
          }) {
-        auto const what =
-            depattr_test::whatOf<ConfigError>([&] { readConfigFile(scratch.write("depattr.toml", content)); });
+        auto const what = depattr_test::whatOf<ConfigError>(
+            [&, &content = content] { readConfigFile(scratch.write("depattr.toml", content)); });
         EXPECT_NE(what.find(expected), std::string::npos) << content << " -> " << what;
     }
 }
@@ -300,8 +300,8 @@ TEST(BaselineTest, EachRecordedFindingHidesOneAndBadFilesAreNamed) {
              {"{\"depattrBaseline\": 2, \"findings\": []}", "bad.json:1:21: unsupported baseline version"},
              {"{\"depattrBaseline\": 1,\n \"findings\": [{\"node\": \"a\"}]}", "bad.json:2:15: a baseline entry needs"},
          }) {
-        auto const what =
-            depattr_test::whatOf<BaselineError>([&] { Baseline::read(scratch.write("bad.json", content)); });
+        auto const what = depattr_test::whatOf<BaselineError>(
+            [&, &content = content] { Baseline::read(scratch.write("bad.json", content)); });
         EXPECT_NE(what.find(expected), std::string::npos) << what;
     }
     EXPECT_THROW(Baseline::write(scratch.path() / "no" / "such.json", first), BaselineError);

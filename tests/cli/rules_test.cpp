@@ -100,7 +100,8 @@ TEST(FindingSelectors, TheConfigurationTakesThemAndPlacesBadGlobs) {
              {"[per-path-ignores]\n\"[[:alpha]\" = [\"Missing\"]\n", "depattr.toml:2:1: invalid glob"},
              {"[per-path-ignores]\n\"\" = [\"Missing\"]\n", "depattr.toml:2:1: invalid glob \"\": it is empty"},
          }) {
-        auto const what = whatOf<ConfigError>([&] { readConfigFile(scratch.write("depattr.toml", content)); });
+        auto const what =
+            whatOf<ConfigError>([&, &content = content] { readConfigFile(scratch.write("depattr.toml", content)); });
         EXPECT_NE(what.find(expected), std::string::npos) << content << " -> " << what;
     }
 }
