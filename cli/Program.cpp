@@ -210,9 +210,10 @@ void resolveHostNames(std::vector<UnresolvedName> const& names, dependency::serv
             if (name.isAnalyzer) {
                 return host.name == name.name;
             }
-            // A finding ID, or "Analyzer/ID" for one analyzer's.
+            // A finding ID or a prefix of some, or "Analyzer/ID" for one analyzer's.
             return (selector.analyzer.empty() || host.name == selector.analyzer) &&
-                   std::find(host.findingIds.begin(), host.findingIds.end(), selector.id) != host.findingIds.end();
+                   std::any_of(host.findingIds.begin(), host.findingIds.end(),
+                               [&](auto const& id) { return selectorIdMatches(selector, id); });
         });
         if (!known) {
             std::rethrow_exception(name.error);

@@ -67,6 +67,15 @@ expect "--select FunctionName shows nothing else" lacks 'DependsOnUnresolved' "$
 qualified=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
   --analyzer-path "${analyzers}" --select FunctionNaming/FunctionName -f concise)
 expect "--select Analyzer/ID takes a host analyzer's finding" test "${qualified}" = "${selected}"
+for prefix in 'Function*' 'FunctionNaming/*' 'FunctionNaming/Func*'; do
+  prefixed=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
+    --analyzer-path "${analyzers}" --select "${prefix}" -f concise)
+  expect "--select ${prefix} takes the host analyzer's findings by prefix" test "${prefixed}" = "${selected}"
+done
+"${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${analyzers}" --ignore 'FunctionNaming/Zz*' \
+  >/dev/null 2>"${work}/err"
+expect "a host prefix that begins no ID is an error (exit 2)" test $? -eq 2
+expect "the prefix is named" grep -qF 'unknown finding ID "FunctionNaming/Zz*"' "${work}/err"
 "${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${analyzers}" --select OtherClass/FunctionName \
   >/dev/null 2>"${work}/err"
 expect "an ID of another analyzer is an error (exit 2)" test $? -eq 2
