@@ -270,6 +270,53 @@ std::string placeLine(CodePlace const& place) {
     return text("PlaceSyntaxError", {placeText(place), place.detail});
 }
 
+std::vector<std::uint64_t> distinguishFingerprints(std::vector<Finding>& findings) {
+    std::vector<std::uint64_t> shared;
+    shared.reserve(findings.size());
+    for (auto const& finding : findings) {
+        shared.push_back(finding.fingerprint);
+    }
+    // Nearly every node has one finding per fingerprint: nothing to do.
+    auto sorted = shared;
+    std::sort(sorted.begin(), sorted.end());
+    if (std::adjacent_find(sorted.begin(), sorted.end()) == sorted.end()) {
+        return shared;
+    }
+    auto const detailsOf = [](Finding const& finding) {
+        return std::string(dependency::attribute::toString(finding.attribute->getSeverity())) +
+               (finding.attribute->hasFix() ? "+fix" : "");
+    };
+    for (std::size_t i = 0; i < findings.size(); ++i) {
+        // The shared fingerprint stays with the first finding of the gravest
+        // severity among those that share it: a higher --min-severity drops
+        // the others first, so the one that keeps it does not change.
+        std::optional<std::size_t> keeper;
+        for (std::size_t j = 0; j < findings.size(); ++j) {
+            if (shared[j] == shared[i] &&
+                (!keeper || findings[j].attribute->getSeverity() > findings[*keeper].attribute->getSeverity())) {
+                keeper = j;
+            }
+        }
+        if (*keeper == i) {
+            continue;
+        }
+        // The others: the shared fingerprint with their details (severity,
+        // whether a fix is offered) and, for equal details, their number among
+        // those before them.
+        auto const details = detailsOf(findings[i]);
+        std::size_t ordinal = 0;
+        for (std::size_t j = 0; j < i; ++j) {
+            ordinal += shared[j] == shared[i] && detailsOf(findings[j]) == details ? 1 : 0;
+        }
+        // The keeper counts as the first of its details wherever it stands.
+        if (*keeper > i && detailsOf(findings[*keeper]) == details) {
+            ++ordinal;
+        }
+        findings[i].fingerprint = fingerprintValueOf(shared[i], details, ordinal);
+    }
+    return shared;
+}
+
 Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::GraphAttributes const& result,
                   ReportSettings const& settings) {
     Report report;
@@ -321,11 +368,21 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
                 finding.kind = kindOf(finding.analyzer, *attribute);
             }
             finding.fingerprint = fingerprintValueOf(node->getID(), attribute->getID(), englishName(finding));
-            if (settings.baseline != nullptr && settings.baseline->take(fingerprintText(finding.fingerprint))) {
+            entry.findings.push_back(std::move(finding));
+        }
+        // Findings of one node with the same ID and name share that
+        // fingerprint: each but one gets one of its own from its details.
+        std::vector<std::uint64_t> const shared = distinguishFingerprints(entry.findings);
+        for (std::size_t i = 0; i < entry.findings.size(); ++i) {
+            auto& finding = entry.findings[i];
+            // A baseline written before fingerprints were told apart holds
+            // the shared one for each of them.
+            if (settings.baseline != nullptr &&
+                (settings.baseline->take(fingerprintText(finding.fingerprint)) ||
+                 (shared[i] != finding.fingerprint && settings.baseline->take(fingerprintText(shared[i]))))) {
                 finding.suppressed = true;
                 ++report.hiddenByBaseline;
             }
-            entry.findings.push_back(std::move(finding));
         }
         if (!entry.findings.empty()) {
             entry.places = placesOf(*node, entry.path, settings.placesFolder, [&](std::u16string const& path) {

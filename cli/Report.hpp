@@ -92,6 +92,13 @@ struct ReportSettings {
 Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::GraphAttributes const& result,
                   ReportSettings const& settings);
 
+// Gives each finding of one node a fingerprint of its own: of the findings
+// that share one (same ID and English name), the first of the gravest
+// severity keeps it and each other gets it with its details (severity,
+// whether it offers a fix) and its number among equal ones folded in.
+// Returns the shared fingerprints, in the order of `findings`.
+std::vector<std::uint64_t> distinguishFingerprints(std::vector<Finding>& findings);
+
 // "file:line:column" of a place, "file" when it has no line.
 std::string placeText(CodePlace const& place);
 // "definition", "call", "reference", "syntaxError": the role's name in JSON.
