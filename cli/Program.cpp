@@ -11,9 +11,11 @@
 #include "cli/Statistics.hpp"
 #include "cli/Texts.hpp"
 #include "cli/report/Formats.hpp"
+#include "platform/fl/FileSystem.hpp"
 #include "platform/fl/MessageCatalog.hpp"
 #include "platform/graph/GraphFile.hpp"
 #include "platform/graph/GraphWriter.hpp"
+#include "platform/host/lang/Language.hpp"
 #include "platform/toolbox/ToolboxFinder.hpp"
 #include "scan/Scanner.hpp"
 #include "services/AnalysisSession.hpp"
@@ -26,6 +28,7 @@
 #include <cstdlib>
 #include <functional>
 #include <iostream>
+#include <map>
 #include <optional>
 #include <sstream>
 #include <thread>
@@ -225,6 +228,39 @@ void resolveHostNames(std::vector<UnresolvedName> const& names, dependency::serv
 
 namespace {
 
+// A class file larger than this is not read for its help (the loader would
+// have refused it anyway).
+constexpr std::size_t maxClassFileBytes = std::size_t{256} << 20;
+
+// The class file and help text of each host-language analyzer loaded, found
+// as the session found them: the first folder's class of a name wins. A file
+// that cannot be read again gives no help text, never an error.
+std::map<std::string, HostClassHelp, std::less<>> hostClassHelp(dependency::services::AnalysisSession const& session,
+                                                                std::vector<std::filesystem::path> const& folders) {
+    std::map<std::string, HostClassHelp, std::less<>> help;
+    if (session.hostAnalyzers().empty()) {
+        return help;
+    }
+    for (auto const& folder : folders) {
+        for (auto const& file : qlang::listCodeFiles(folder)) {
+            auto const& hosts = session.hostAnalyzers();
+            if (help.contains(file.qualifiedName) || std::none_of(hosts.begin(), hosts.end(), [&](auto const& host) {
+                    return host.name == file.qualifiedName;
+                })) {
+                continue;
+            }
+            HostClassHelp entry{std::filesystem::absolute(file.path).lexically_normal(), {}};
+            try {
+                entry.text = classHelpText(fl::filesystem::read_file(file.path.string(), maxClassFileBytes));
+            } catch (std::exception const&) {
+                // Only the rule's help is lost.
+            }
+            help.emplace(file.qualifiedName, std::move(entry));
+        }
+    }
+    return help;
+}
+
 // The analyzers of a run, host-language ones loaded (and their errors
 // reported) before any graph is read or anything runs.
 std::unique_ptr<dependency::services::AnalysisSession> openSession(ProgramOptions const& options) {
@@ -319,6 +355,8 @@ int analyzeAndReport(ProgramOptions const& options, dependency::services::Analys
     sources.reset();
     report.graphName = graphName;
     report.analyzers = session.selected();
+    report.hostHelp = hostClassHelp(session, options.analyzerPaths);
+    report.exitZero = options.exitZero;
 
     if (baseline) {
         // Entries no finding took are fixed or gone: say so, or drop them.
@@ -424,12 +462,19 @@ constexpr std::array graphReasons{
     GraphReason{"unmatched '{0}'", "GraphUnmatched"},
     GraphReason{"\"nodes\" must be an array", "GraphNodesNotArray"},
     GraphReason{"a node must be an object", "GraphNodeNotObject"},
-    GraphReason{"unknown node type \"{0}\" (expected file, function, package, product, project or derived)", "GraphUnknownNodeType"},
+    GraphReason{"unknown node type \"{0}\" (expected file, function, package, product, project or derived)",
+                "GraphUnknownNodeType"},
     GraphReason{"duplicate node ID \"{0}\" (first defined at line {1}, column {2})", "GraphDuplicateNode"},
-    GraphReason{"a function node needs a \"location\" whose first two entries are the path of its file and the function's name, neither empty", "GraphFunctionNeedsLocation"},
-    GraphReason{"a package node needs a \"location\" of four entries, the fourth its unique ID", "GraphPackageNeedsLocation"},
-    GraphReason{"the fourth \"location\" entry of a package node must be a UUID such as \"0f8fad5b-d9cb-469f-a165-70867728950e\", not \"{0}\"", "GraphPackageNeedsUuid"},
-    GraphReason{"a derived node needs a \"path\" (or a \"location\" whose first entry is one)", "GraphDerivedNeedsPath"},
+    GraphReason{"a function node needs a \"location\" whose first two entries are the path of its file and the "
+                "function's name, neither empty",
+                "GraphFunctionNeedsLocation"},
+    GraphReason{"a package node needs a \"location\" of four entries, the fourth its unique ID",
+                "GraphPackageNeedsLocation"},
+    GraphReason{"the fourth \"location\" entry of a package node must be a UUID such as "
+                "\"0f8fad5b-d9cb-469f-a165-70867728950e\", not \"{0}\"",
+                "GraphPackageNeedsUuid"},
+    GraphReason{"a derived node needs a \"path\" (or a \"location\" whose first entry is one)",
+                "GraphDerivedNeedsPath"},
     GraphReason{"\"location\" must be an array of strings", "GraphLocationNotStrings"},
     GraphReason{"\"properties\" must be an object", "GraphPropertiesNotObject"},
     GraphReason{"property \"circularReferences\" must be an array of strings", "GraphCyclesNotStrings"},
@@ -437,10 +482,12 @@ constexpr std::array graphReasons{
     GraphReason{"property \"{0}\" must be a string, true, false, an array or an object", "GraphPropertyBadValue"},
     GraphReason{"\"edges\" must be an array", "GraphEdgesNotArray"},
     GraphReason{"an edge must be an object", "GraphEdgeNotObject"},
-    GraphReason{"unknown relationship type \"{0}\" (expected derived, call, inheritance, reference or requirement)", "GraphUnknownRelationship"},
+    GraphReason{"unknown relationship type \"{0}\" (expected derived, call, inheritance, reference or requirement)",
+                "GraphUnknownRelationship"},
     GraphReason{"\"{0}\" must be a string", "GraphMustBeString"},
     GraphReason{"\"{0}\" must be true or false", "GraphMustBeBool"},
-    GraphReason{"property \"{0}\" is \"{1}\", which counts as not set: a flag is \"true\" or \"false\"", "GraphFlagNotSet"},
+    GraphReason{"property \"{0}\" is \"{1}\", which counts as not set: a flag is \"true\" or \"false\"",
+                "GraphFlagNotSet"},
     GraphReason{"{0} has the wrong type", "GraphWrongType"},
     GraphReason{"{0}: {1}", "GraphReaderError"},
 };
@@ -464,7 +511,8 @@ constexpr std::array graphReasonParts{
     GraphReason{"a number out of range", "JsonNumberRange"},
     GraphReason{"the text is not valid UTF-8", "JsonNotUtf8"},
     GraphReason{"the text is empty", "JsonEmpty"},
-    GraphReason{"a string holds a control character (such as NUL or a line break) that must be escaped", "JsonControlCharacter"},
+    GraphReason{"a string holds a control character (such as NUL or a line break) that must be escaped",
+                "JsonControlCharacter"},
     GraphReason{"a string is not closed", "JsonUnclosedString"},
     GraphReason{"a value of the wrong type", "JsonWrongType"},
     GraphReason{"the text ends before an array or object is complete", "JsonIncomplete"},

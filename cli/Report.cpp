@@ -394,6 +394,60 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
     return report;
 }
 
+std::string classHelpText(std::string_view code) {
+    std::vector<std::string_view> lines;
+    while (!code.empty()) {
+        auto const end = code.find('\n');
+        auto line = code.substr(0, end);
+        if (line.ends_with('\r')) {
+            line.remove_suffix(1);
+        }
+        lines.push_back(line);
+        code = end == std::string_view::npos ? std::string_view() : code.substr(end + 1);
+    }
+    auto const trimmed = [](std::string_view line) {
+        auto const start = line.find_first_not_of(" \t");
+        return start == std::string_view::npos ? std::string_view() : line.substr(start);
+    };
+    // A line comment; a block comment's "%{" opens no help.
+    auto const isComment = [&](std::string_view line) {
+        auto const text = trimmed(line);
+        return text.starts_with('%') && !text.starts_with("%{") && !text.starts_with("%}");
+    };
+    auto const classLine = std::find_if(lines.begin(), lines.end(), [&](auto line) {
+        auto const text = trimmed(line);
+        return text.starts_with("classdef") &&
+               (text.size() == 8 || text[8] == ' ' || text[8] == '\t' || text[8] == '(');
+    });
+    if (classLine == lines.end()) {
+        return {};
+    }
+    auto first = std::next(classLine);
+    auto last = first;
+    while (last != lines.end() && isComment(*last)) {
+        ++last;
+    }
+    if (first == last) {
+        last = classLine;
+        first = last;
+        while (first != lines.begin() && isComment(*std::prev(first))) {
+            --first;
+        }
+    }
+    std::string help;
+    for (auto line = first; line != last; ++line) {
+        auto text = trimmed(*line).substr(1);
+        if (text.starts_with(' ')) {
+            text.remove_prefix(1);
+        }
+        while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) {
+            text.remove_suffix(1);
+        }
+        help += (help.empty() ? "" : "\n") + std::string(text);
+    }
+    return help;
+}
+
 std::string jsonString(std::string_view text) {
     std::string out = "\"";
     for (char const c : text) {

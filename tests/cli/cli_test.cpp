@@ -291,9 +291,8 @@ TEST(FingerprintTest, TheSameInEveryLanguageAndDifferentForEachPart) {
     // The gravest keeps the shared fingerprint, so that it stays when a
     // higher threshold drops the others.
     auto const& findings = all.nodes[0].findings;
-    auto const gravest = std::find_if(findings.begin(), findings.end(), [](auto const& f) {
-        return f.attribute->getSeverity() == Severity::Problem;
-    });
+    auto const gravest = std::find_if(findings.begin(), findings.end(),
+                                      [](auto const& f) { return f.attribute->getSeverity() == Severity::Problem; });
     ASSERT_NE(gravest, findings.end());
     EXPECT_EQ(gravest->fingerprint, shared);
     auto const problemsOnly = makeReport(*graph, *result, {.minimum = Severity::Problem});
@@ -357,6 +356,26 @@ TEST(BaselineTest, EachRecordedFindingHidesOneAndBadFilesAreNamed) {
         EXPECT_NE(what.find(expected), std::string::npos) << what;
     }
     EXPECT_THROW(Baseline::write(scratch.path() / "no" / "such.json", first), BaselineError);
+}
+
+TEST(HostClassHelp, TheCommentBlockThatOpensTheClass) {
+    struct Case {
+        std::string_view code;
+        std::string_view help;
+    };
+    for (auto const& c : std::vector<Case>{
+             {"classdef A < B\n    % First line.\n    %   indented\n    %\n    % Last.\n\n    % not help\nend\n",
+              "First line.\n  indented\n\nLast."},
+             {"% Before the class.\r\n%More\r\nclassdef (Abstract) A\r\n    properties\r\n", "Before the class.\nMore"},
+             {"% header\n\nclassdef A\n  % after wins\nend\n", "after wins"},
+             {"classdef A\n    %{\n    block\n    %}\nend\n", ""},
+             {"classdef A\n    properties % a trailing comment\n", ""},
+             {"function f\n% a function file\n", ""},
+             {"classdefinition = 1;\n% no class\n", ""},
+             {"", ""},
+         }) {
+        EXPECT_EQ(classHelpText(c.code), c.help) << c.code;
+    }
 }
 
 TEST(TextReport, ACleanRunIsOneLineAndFindingsAreGroupedByFileSortedByPath) {

@@ -105,6 +105,11 @@ expect "depattr.toml: the error names file, line and column" \
 sarif=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
   --analyzer-path "${analyzers}" --format sarif)
 expect "sarif: a rule for the host analyzer" has '"ruleId": "FunctionNaming/FunctionName"' "${sarif}"
+rule=$(grep '"id": "FunctionNaming/FunctionName"' <<<"${sarif}")
+expect "sarif: the host rule's description is its class's help" \
+  has '"fullDescription": {"text": "Reports function nodes whose name breaks the naming rule: function\nnames are lowerCamelCase' "${rule}"
+expect "sarif: the host rule points at its class file" has "\"helpUri\": \"file://${analyzers}/FunctionNaming.qx\"" "${rule}"
+expect "sarif: built-in rules point into findings.md" has 'findings.md#MissingFile"' "${sarif}"
 
 # A syntax error in an analyzer file: file, line and column, exit status 2, no report.
 broken="${work}/broken"

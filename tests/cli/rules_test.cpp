@@ -71,7 +71,7 @@ TEST(FindingSelectors, AnAnalyzerAndIdNameOnlyThatAnalyzersFindings) {
              {"missing-file/*", true},
              {"invalid-format/Syntax*", true},
              {"missing-product/MissingProductO*", true},  // the codes of a prefix kind may begin so
-             {"missing-file/Out*", false},                 // that analyzer has no such ID
+             {"missing-file/Out*", false},                // that analyzer has no such ID
              {"Zzz*", false},
              {"Mis*ing", false},
              {"Missing**", false},
