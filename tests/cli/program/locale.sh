@@ -41,17 +41,20 @@ for case in "cut.json:2:30: グラフが完結する前にテキストが終わ�
             'member.json:1:50: ノードに不明なメンバー "colour" があります' \
             "absent.json: グラフファイルを読み込めません: No such file or directory" \
             'odd.json:1:11: "nodes" は配列でなければなりません' \
-            'kind.json:1:33: 不明なノードの種類 "folder" です' \
+            'kind.json:1:32: 不明なノードの種類 "folder" です' \
             'twice.json:2:2: ノード ID "a" が重複しています（最初の定義は 1 行 12 列）' \
-            'property.json:1:57: プロパティ "x" は文字列、true、false、配列、オブジェクトのいずれかでなければなりません' \
-            'edge.json:1:84: 不明な関係の種類 "uses" です' \
-            'bytes.json:1:19: テキストが正しい UTF-8 ではありません' \
-            'number.json:1:20: "id" は文字列でなければなりません' \
-            'function.json:1:55: 関数ノードには'; do
+            'property.json:1:60: プロパティ "x" は文字列、true、false、配列、オブジェクトのいずれかでなければなりません' \
+            'edge.json:1:85: 不明な関係の種類 "uses" です' \
+            'bytes.json:1:21: テキストが正しい UTF-8 ではありません' \
+            'number.json:1:19: "id" は文字列でなければなりません' \
+            'function.json:1:56: 関数ノードには'; do
   file=${case%%:*}
   err=$("${depattr}" analyze --locale ja "${file}" 2>&1 >/dev/null)
   expect "a graph error of ${file} under ja (got: ${err})" has "${case}" "${err}"
 done
+printf '{"nodes": [{"id": "a", "type": "file", "properties": {"syntaxError": "yes"}}]}' >flag.json
+err=$("${depattr}" analyze --locale ja flag.json 2>&1 >/dev/null)
+expect "a graph warning under ja (got: ${err})" has 'flag.json:1:70: プロパティ "syntaxError" の値 "yes" は未設定とみなされます' "${err}"
 expect "the same errors stay English by default" \
   has 'member.json:1:50: unknown member "colour" in a node' "$("${depattr}" analyze member.json 2>&1)"
 finish
