@@ -13,6 +13,7 @@
 #include <array>
 #include <charconv>
 #include <functional>
+#include <map>
 #include <optional>
 #include <unordered_map>
 
@@ -286,32 +287,29 @@ std::vector<std::uint64_t> distinguishFingerprints(std::vector<Finding>& finding
         return std::string(dependency::attribute::toString(finding.attribute->getSeverity())) +
                (finding.attribute->hasFix() ? "+fix" : "");
     };
+    // The shared fingerprint stays with the first finding of the gravest
+    // severity among those that share it: a higher --min-severity drops the
+    // others first, so the one that keeps it does not change.
+    std::unordered_map<std::uint64_t, std::size_t> keepers;
     for (std::size_t i = 0; i < findings.size(); ++i) {
-        // The shared fingerprint stays with the first finding of the gravest
-        // severity among those that share it: a higher --min-severity drops
-        // the others first, so the one that keeps it does not change.
-        std::optional<std::size_t> keeper;
-        for (std::size_t j = 0; j < findings.size(); ++j) {
-            if (shared[j] == shared[i] &&
-                (!keeper || findings[j].attribute->getSeverity() > findings[*keeper].attribute->getSeverity())) {
-                keeper = j;
-            }
+        auto const [keeper, first] = keepers.try_emplace(shared[i], i);
+        if (!first && findings[i].attribute->getSeverity() > findings[keeper->second].attribute->getSeverity()) {
+            keeper->second = i;
         }
-        if (*keeper == i) {
+    }
+    // The others: the shared fingerprint with their details (severity,
+    // whether a fix is offered) and their number among those of equal
+    // details, the keeper counted first wherever it stands.
+    std::map<std::pair<std::uint64_t, std::string>, std::size_t> counts;
+    for (auto const& [fingerprint, keeper] : keepers) {
+        counts[{fingerprint, detailsOf(findings[keeper])}] = 1;
+    }
+    for (std::size_t i = 0; i < findings.size(); ++i) {
+        if (keepers.at(shared[i]) == i) {
             continue;
         }
-        // The others: the shared fingerprint with their details (severity,
-        // whether a fix is offered) and, for equal details, their number among
-        // those before them.
-        auto const details = detailsOf(findings[i]);
-        std::size_t ordinal = 0;
-        for (std::size_t j = 0; j < i; ++j) {
-            ordinal += shared[j] == shared[i] && detailsOf(findings[j]) == details ? 1 : 0;
-        }
-        // The keeper counts as the first of its details wherever it stands.
-        if (*keeper > i && detailsOf(findings[*keeper]) == details) {
-            ++ordinal;
-        }
+        auto details = detailsOf(findings[i]);
+        auto const ordinal = counts[{shared[i], details}]++;
         findings[i].fingerprint = fingerprintValueOf(shared[i], details, ordinal);
     }
     return shared;
