@@ -85,23 +85,55 @@ bool isKnownFindingId(std::string_view id) {
 FindingSelector splitSelector(std::string_view selector) {
     // Analyzer names hold no '/', and a finding ID is a name of the host
     // language: the first '/' parts the two.
-    auto const slash = selector.find('/');
-    if (slash == std::string_view::npos) {
-        return {{}, selector};
+    FindingSelector parts{{}, selector};
+    if (auto const slash = selector.find('/'); slash != std::string_view::npos) {
+        parts = {selector.substr(0, slash), selector.substr(slash + 1)};
     }
-    return {selector.substr(0, slash), selector.substr(slash + 1)};
+    if (parts.id.ends_with('*')) {
+        parts.id.remove_suffix(1);
+        parts.isPrefix = true;
+    }
+    return parts;
 }
+
+bool selectorIdMatches(FindingSelector const& selector, std::string_view id) {
+    return selector.isPrefix ? id.starts_with(selector.id) : id == selector.id;
+}
+
+namespace {
+
+// Whether a kind of finding has an ID that the selector's ID part selects.
+bool selectsKind(FindingSelector const& selector, FindingKind const& kind) {
+    if (!selector.isPrefix) {
+        return kind.matches(selector.id);
+    }
+    // "MissingProductO*" may select "MissingProductOK": a kind whose IDs go on
+    // with more text has an ID with any start that begins with its own.
+    return kind.id.starts_with(selector.id) || (kind.idIsPrefix && selector.id.starts_with(kind.id));
+}
+
+}  // namespace
 
 bool isKnownFindingSelector(std::string_view selector) {
     auto const parts = splitSelector(selector);
-    std::string_view const analyzer = parts.analyzer;
-    std::string_view const id = parts.id;
-    if (analyzer.empty()) {
-        return !id.empty() && selector.find('/') == std::string_view::npos && isKnownFindingId(id);
+    // An ID with a '*' inside it, or a second '/', names nothing.
+    if (parts.id.find('*') != std::string_view::npos || parts.id.find('/') != std::string_view::npos ||
+        (parts.id.empty() && !parts.isPrefix)) {
+        return false;
     }
-    auto const* entry = findAnalyzer(analyzer);
+    if (parts.analyzer.empty()) {
+        if (selector.find('/') != std::string_view::npos) {
+            return false;  // "/Missing"
+        }
+        auto const all = builtInAnalyzers();
+        return std::any_of(all.begin(), all.end(), [&](auto const* entry) {
+            return std::any_of(entry->findings.begin(), entry->findings.end(),
+                               [&](auto const& kind) { return selectsKind(parts, kind); });
+        });
+    }
+    auto const* entry = findAnalyzer(parts.analyzer);
     return entry != nullptr && std::any_of(entry->findings.begin(), entry->findings.end(),
-                                           [&](auto const& kind) { return kind.matches(id); });
+                                           [&](auto const& kind) { return selectsKind(parts, kind); });
 }
 
 std::string knownFindingIds() {

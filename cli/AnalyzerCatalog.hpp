@@ -45,17 +45,27 @@ FindingKind const* kindOf(std::string_view analyzer, dependency::attribute::Attr
 // counts with nothing after it: "MissingProduct").
 bool isKnownFindingId(std::string_view id);
 
-// A finding selector as --select, --ignore and per-path-ignores take it: a
-// finding ID ("Missing"), or an analyzer's name and one of its IDs
-// ("missing-function/Missing"), the form rules have in SARIF.
+// A finding selector as --select, --ignore, per-path-ignores and the node
+// property depattr-ignore take it: a finding ID ("Missing"), or an analyzer's
+// name and one of its IDs ("missing-function/Missing"), the form rules have in
+// SARIF. Either ID may end with '*' to stand for every ID that begins with the
+// text before it: "Missing*" (Missing, MissingProduct<code>, ...),
+// "missing-file/*" (every finding of that analyzer), "*" (every finding).
 struct FindingSelector {
     std::string_view analyzer;  // empty: any analyzer
-    std::string_view id;
+    std::string_view id;        // without the '*' of a prefix
+    bool isPrefix = false;      // `id` is the start of the IDs selected
 };
 FindingSelector splitSelector(std::string_view selector);
 
+// Whether a selector's ID part selects the finding ID `id`: the same ID, or a
+// prefix of it. Kinds whose IDs go on with more text ("MissingProduct" +
+// code) are matched by the analyzer catalogue, not here.
+bool selectorIdMatches(FindingSelector const& selector, std::string_view id);
+
 // Whether `selector` names a kind of finding of the built-in analyzers: a
-// known ID, or a built-in analyzer's name with one of its IDs.
+// known ID, or a built-in analyzer's name with one of its IDs; for a prefix,
+// at least one such ID begins with it.
 bool isKnownFindingSelector(std::string_view selector);
 
 // Every known finding ID, once each, for messages.

@@ -61,6 +61,14 @@ std::uint64_t fingerprintValueOf(std::u16string const& nodeId, std::u16string co
     return hash;
 }
 
+std::uint64_t fingerprintValueOf(std::uint64_t shared, std::string_view details, std::size_t ordinal) {
+    std::uint64_t hash = fnv1a(0xcbf29ce484222325ULL, fingerprintText(shared));
+    hash = fnv1a(hash, std::string_view("\0", 1));
+    hash = fnv1a(hash, details);
+    hash = fnv1a(hash, std::string_view("\0", 1));
+    return fnv1a(hash, std::to_string(ordinal));
+}
+
 std::string fingerprintText(std::uint64_t fingerprint) {
     return fmt::format("{:016x}", fingerprint);
 }

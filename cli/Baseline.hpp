@@ -23,6 +23,10 @@ struct Report;
 // same on every machine and in every locale.
 std::uint64_t fingerprintValueOf(std::u16string const& nodeId, std::u16string const& findingId,
                                  std::string const& englishName);
+// The fingerprint of a finding that shares `shared` with another finding of
+// its node (same ID and name): that one with the finding's details and its
+// number among those with the same details folded in.
+std::uint64_t fingerprintValueOf(std::uint64_t shared, std::string_view details, std::size_t ordinal);
 // A fingerprint as it is written: 16 lower-case hexadecimal digits.
 std::string fingerprintText(std::uint64_t fingerprint);
 // The same as its text.

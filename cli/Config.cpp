@@ -311,20 +311,23 @@ std::optional<Severity> parseSeverity(std::string_view text) {
 }
 
 bool selectorMatches(std::string_view selector, std::string_view id, std::string_view analyzer) {
-    auto const [selectedAnalyzer, selectedId] = splitSelector(selector);
-    if (!selectedAnalyzer.empty() && selectedAnalyzer != analyzer) {
+    auto const parts = splitSelector(selector);
+    if (!parts.analyzer.empty() && parts.analyzer != analyzer) {
         return false;
     }
-    if (selectedId == id) {
+    if (selectorIdMatches(parts, id)) {
         return true;
     }
-    // Only a kind whose IDs carry more text matches by prefix.
+    if (parts.isPrefix) {
+        return false;
+    }
+    // Only a kind whose IDs carry more text matches by its own ID.
     for (auto const* entry : builtInAnalyzers()) {
-        if (!selectedAnalyzer.empty() && entry->name != selectedAnalyzer) {
+        if (!parts.analyzer.empty() && entry->name != parts.analyzer) {
             continue;
         }
         for (auto const& kind : entry->findings) {
-            if (kind.idIsPrefix && kind.id == selectedId && id.starts_with(selectedId)) {
+            if (kind.idIsPrefix && kind.id == parts.id && id.starts_with(parts.id)) {
                 return true;
             }
         }

@@ -30,6 +30,15 @@ foreach(section "DESCRIPTION;" "ANALYZE;analyze" "SCAN;scan" "ANALYZERS;analyzer
   if(NOT status EQUAL 0)
     message(FATAL_ERROR "${DEPATTR} ${command} --help failed (${status})")
   endif()
+  # Every command's help ends with the exit statuses and the environment:
+  # the page gives them once, at the end of the program's own section.
+  if(NOT command STREQUAL "")
+    string(FIND "${help}" "\nExit status:" status_at)
+    if(status_at GREATER -1)
+      string(SUBSTRING "${help}" 0 ${status_at} help)
+      string(APPEND help "\n")
+    endif()
+  endif()
   # The program as users call it, not where the build put it.
   string(REPLACE "${DEPATTR}" "depattr" help "${help}")
   roff_text("${help}" help)

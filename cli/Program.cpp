@@ -11,9 +11,11 @@
 #include "cli/Statistics.hpp"
 #include "cli/Texts.hpp"
 #include "cli/report/Formats.hpp"
+#include "platform/fl/FileSystem.hpp"
 #include "platform/fl/MessageCatalog.hpp"
 #include "platform/graph/GraphFile.hpp"
 #include "platform/graph/GraphWriter.hpp"
+#include "platform/host/lang/Language.hpp"
 #include "platform/toolbox/ToolboxFinder.hpp"
 #include "scan/Scanner.hpp"
 #include "services/AnalysisSession.hpp"
@@ -26,6 +28,7 @@
 #include <cstdlib>
 #include <functional>
 #include <iostream>
+#include <map>
 #include <optional>
 #include <sstream>
 #include <thread>
@@ -210,9 +213,10 @@ void resolveHostNames(std::vector<UnresolvedName> const& names, dependency::serv
             if (name.isAnalyzer) {
                 return host.name == name.name;
             }
-            // A finding ID, or "Analyzer/ID" for one analyzer's.
+            // A finding ID or a prefix of some, or "Analyzer/ID" for one analyzer's.
             return (selector.analyzer.empty() || host.name == selector.analyzer) &&
-                   std::find(host.findingIds.begin(), host.findingIds.end(), selector.id) != host.findingIds.end();
+                   std::any_of(host.findingIds.begin(), host.findingIds.end(),
+                               [&](auto const& id) { return selectorIdMatches(selector, id); });
         });
         if (!known) {
             std::rethrow_exception(name.error);
@@ -223,6 +227,39 @@ void resolveHostNames(std::vector<UnresolvedName> const& names, dependency::serv
 }  // namespace
 
 namespace {
+
+// A class file larger than this is not read for its help (the loader would
+// have refused it anyway).
+constexpr std::size_t maxClassFileBytes = std::size_t{256} << 20;
+
+// The class file and help text of each host-language analyzer loaded, found
+// as the session found them: the first folder's class of a name wins. A file
+// that cannot be read again gives no help text, never an error.
+std::map<std::string, HostClassHelp, std::less<>> hostClassHelp(dependency::services::AnalysisSession const& session,
+                                                                std::vector<std::filesystem::path> const& folders) {
+    std::map<std::string, HostClassHelp, std::less<>> help;
+    if (session.hostAnalyzers().empty()) {
+        return help;
+    }
+    for (auto const& folder : folders) {
+        for (auto const& file : qlang::listCodeFiles(folder)) {
+            auto const& hosts = session.hostAnalyzers();
+            if (help.contains(file.qualifiedName) || std::none_of(hosts.begin(), hosts.end(), [&](auto const& host) {
+                    return host.name == file.qualifiedName;
+                })) {
+                continue;
+            }
+            HostClassHelp entry{std::filesystem::absolute(file.path).lexically_normal(), {}};
+            try {
+                entry.text = classHelpText(fl::filesystem::read_file(file.path.string(), maxClassFileBytes));
+            } catch (std::exception const&) {
+                // Only the rule's help is lost.
+            }
+            help.emplace(file.qualifiedName, std::move(entry));
+        }
+    }
+    return help;
+}
 
 // The analyzers of a run, host-language ones loaded (and their errors
 // reported) before any graph is read or anything runs.
@@ -318,6 +355,8 @@ int analyzeAndReport(ProgramOptions const& options, dependency::services::Analys
     sources.reset();
     report.graphName = graphName;
     report.analyzers = session.selected();
+    report.hostHelp = hostClassHelp(session, options.analyzerPaths);
+    report.exitZero = options.exitZero;
 
     if (baseline) {
         // Entries no finding took are fixed or gone: say so, or drop them.
@@ -390,10 +429,12 @@ std::string shownPath(std::filesystem::path const& path) {
 
 namespace {
 
-// The graph reader's reasons that a user meets most, each with the catalog
-// text that says it in the user's language; {0} and {1} stand for the parts
-// that come from the file (names, versions) or the system, which stay as they
-// are. A reason not listed here stays as the reader wrote it.
+// The graph reader's reasons, each with the catalog text that says it in the
+// user's language; {0}, {1}, ... stand for the parts that come from the file
+// (names, versions) or the system, which stay as they are, or that name what
+// the reason is about or what the JSON reader found (graphReasonParts). The
+// first pattern that fits is taken, so the catch-all "{0}: {1}" comes last. A
+// reason not listed here stays as the reader wrote it.
 struct GraphReason {
     std::string_view pattern;
     char const* key;
@@ -414,6 +455,70 @@ constexpr std::array graphReasons{
     GraphReason{"edge end \"{0}\" is not a node of the graph", "GraphUnknownEdgeEnd"},
     GraphReason{"an edge needs \"from\", \"to\" and \"type\"", "GraphEdgeNeedsEnds"},
     GraphReason{"unsupported graph-file version {0} (expected 1)", "GraphUnsupportedVersion"},
+    GraphReason{"not a JSON document: {0}", "GraphNotJson"},
+    GraphReason{"the graph has two \"nodes\" members", "GraphTwoNodes"},
+    GraphReason{"\"format\" must be \"depattr-graph\"", "GraphBadFormat"},
+    GraphReason{"\"version\" must be the number 1", "GraphBadVersion"},
+    GraphReason{"unmatched '{0}'", "GraphUnmatched"},
+    GraphReason{"\"nodes\" must be an array", "GraphNodesNotArray"},
+    GraphReason{"a node must be an object", "GraphNodeNotObject"},
+    GraphReason{"unknown node type \"{0}\" (expected file, function, package, product, project or derived)",
+                "GraphUnknownNodeType"},
+    GraphReason{"duplicate node ID \"{0}\" (first defined at line {1}, column {2})", "GraphDuplicateNode"},
+    GraphReason{"a function node needs a \"location\" whose first two entries are the path of its file and the "
+                "function's name, neither empty",
+                "GraphFunctionNeedsLocation"},
+    GraphReason{"a package node needs a \"location\" of four entries, the fourth its unique ID",
+                "GraphPackageNeedsLocation"},
+    GraphReason{"the fourth \"location\" entry of a package node must be a UUID such as "
+                "\"0f8fad5b-d9cb-469f-a165-70867728950e\", not \"{0}\"",
+                "GraphPackageNeedsUuid"},
+    GraphReason{"a derived node needs a \"path\" (or a \"location\" whose first entry is one)",
+                "GraphDerivedNeedsPath"},
+    GraphReason{"\"location\" must be an array of strings", "GraphLocationNotStrings"},
+    GraphReason{"\"properties\" must be an object", "GraphPropertiesNotObject"},
+    GraphReason{"property \"circularReferences\" must be an array of strings", "GraphCyclesNotStrings"},
+    GraphReason{"each element of \"circularReferences\" must be a string describing one cycle", "GraphCycleNotString"},
+    GraphReason{"property \"{0}\" must be a string, true, false, an array or an object", "GraphPropertyBadValue"},
+    GraphReason{"\"edges\" must be an array", "GraphEdgesNotArray"},
+    GraphReason{"an edge must be an object", "GraphEdgeNotObject"},
+    GraphReason{"unknown relationship type \"{0}\" (expected derived, call, inheritance, reference or requirement)",
+                "GraphUnknownRelationship"},
+    GraphReason{"\"{0}\" must be a string", "GraphMustBeString"},
+    GraphReason{"\"{0}\" must be true or false", "GraphMustBeBool"},
+    GraphReason{"property \"{0}\" is \"{1}\", which counts as not set: a flag is \"true\" or \"false\"",
+                "GraphFlagNotSet"},
+    GraphReason{"{0} has the wrong type", "GraphWrongType"},
+    GraphReason{"{0}: {1}", "GraphReaderError"},
+};
+// The texts that stand in the parts of a reason: what it is about ("a node"),
+// and what the JSON reader found (foundation/JsonReaderErrors.hpp).
+constexpr std::array graphReasonParts{
+    GraphReason{"the graph", "GraphPartGraph"},
+    GraphReason{"a member of the graph", "GraphPartGraphMember"},
+    GraphReason{"a node", "GraphPartNode"},
+    GraphReason{"a member of a node", "GraphPartNodeMember"},
+    GraphReason{"a location entry", "GraphPartLocationEntry"},
+    GraphReason{"a property", "GraphPartProperty"},
+    GraphReason{"an edge", "GraphPartEdge"},
+    GraphReason{"a member of an edge", "GraphPartEdgeMember"},
+    GraphReason{"the text is larger than the 4 GiB the JSON reader can hold", "JsonCapacity"},
+    GraphReason{"not enough memory to read the text", "JsonMemory"},
+    GraphReason{"arrays and objects are nested more than 1024 levels deep", "JsonDepth"},
+    GraphReason{"a string holds a bad escape sequence (or a \\u escape of a lone surrogate)", "JsonBadEscape"},
+    GraphReason{"a word that is not true, false or null", "JsonBadWord"},
+    GraphReason{"a malformed number", "JsonBadNumber"},
+    GraphReason{"a number out of range", "JsonNumberRange"},
+    GraphReason{"the text is not valid UTF-8", "JsonNotUtf8"},
+    GraphReason{"the text is empty", "JsonEmpty"},
+    GraphReason{"a string holds a control character (such as NUL or a line break) that must be escaped",
+                "JsonControlCharacter"},
+    GraphReason{"a string is not closed", "JsonUnclosedString"},
+    GraphReason{"a value of the wrong type", "JsonWrongType"},
+    GraphReason{"the text ends before an array or object is complete", "JsonIncomplete"},
+    GraphReason{"unexpected text after the JSON value", "JsonTrailing"},
+    GraphReason{"the file cannot be read", "JsonCannotRead"},
+    GraphReason{"the text is not well-formed JSON", "JsonNotWellFormed"},
 };
 
 // The parts of `reason` that stand for {0}, {1}, ... of `pattern`, or
@@ -445,15 +550,35 @@ std::optional<std::vector<std::string>> matchReason(std::string_view pattern, st
     }
 }
 
-// A graph-file error in the user's language, where the catalog has its reason.
-dependency::graph::GraphFileError localised(dependency::graph::GraphFileError const& error) {
-    for (auto const& known : graphReasons) {
-        if (auto const parts = matchReason(known.pattern, error.reason())) {
-            std::vector<resource_core::MessageArgument> arguments(parts->begin(), parts->end());
-            return {error.file(), error.position(), text(known.key, arguments)};
+// A reason of the graph reader in the user's language, where the catalog has it.
+std::string localisedGraphReason(std::string const& reason) {
+    // The JSON reader's description alone, where it points at the place itself.
+    for (auto const& part : graphReasonParts) {
+        if (part.pattern == reason) {
+            return text(part.key);
         }
     }
-    return error;
+    for (auto const& known : graphReasons) {
+        if (auto const parts = matchReason(known.pattern, reason)) {
+            std::vector<resource_core::MessageArgument> arguments;
+            for (auto const& part : *parts) {
+                auto const common = std::find_if(graphReasonParts.begin(), graphReasonParts.end(),
+                                                 [&](auto const& p) { return p.pattern == part; });
+                arguments.emplace_back(common != graphReasonParts.end() ? text(common->key) : part);
+            }
+            return text(known.key, arguments);
+        }
+    }
+    return reason;
+}
+
+// A graph-file error in the user's language, where the catalog has its reason.
+dependency::graph::GraphFileError localised(dependency::graph::GraphFileError const& error) {
+    auto reason = localisedGraphReason(error.reason());
+    if (reason == error.reason()) {
+        return error;
+    }
+    return {error.file(), error.position(), std::move(reason)};
 }
 
 }  // namespace
@@ -477,7 +602,7 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
         }
         std::cerr << "depattr: "
                   << text("WarningScan", {escapeControls(options.graph.string()) + ":" + std::to_string(line) + ":" +
-                                          std::to_string(column) + ": " + message})
+                                          std::to_string(column) + ": " + localisedGraphReason(message)})
                   << '\n';
     };
     if (progress) {
@@ -488,7 +613,7 @@ int runAnalyze(ProgramOptions const& options, std::string_view toolVersion) {
         graph = dependency::graph::loadGraphFile(options.graph, loadOptions);
         if (warnings > shownWarnings) {
             std::cerr << "depattr: "
-                      << text("WarningScan", {std::to_string(warnings - shownWarnings) + " more such warnings"})
+                      << text("WarningScan", {text("GraphMoreWarnings", {std::to_string(warnings - shownWarnings)})})
                       << '\n';
         }
     } catch (dependency::graph::GraphFileError const& error) {

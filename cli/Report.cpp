@@ -13,6 +13,7 @@
 #include <array>
 #include <charconv>
 #include <functional>
+#include <map>
 #include <optional>
 #include <unordered_map>
 
@@ -270,6 +271,50 @@ std::string placeLine(CodePlace const& place) {
     return text("PlaceSyntaxError", {placeText(place), place.detail});
 }
 
+std::vector<std::uint64_t> distinguishFingerprints(std::vector<Finding>& findings) {
+    std::vector<std::uint64_t> shared;
+    shared.reserve(findings.size());
+    for (auto const& finding : findings) {
+        shared.push_back(finding.fingerprint);
+    }
+    // Nearly every node has one finding per fingerprint: nothing to do.
+    auto sorted = shared;
+    std::sort(sorted.begin(), sorted.end());
+    if (std::adjacent_find(sorted.begin(), sorted.end()) == sorted.end()) {
+        return shared;
+    }
+    auto const detailsOf = [](Finding const& finding) {
+        return std::string(dependency::attribute::toString(finding.attribute->getSeverity())) +
+               (finding.attribute->hasFix() ? "+fix" : "");
+    };
+    // The shared fingerprint stays with the first finding of the gravest
+    // severity among those that share it: a higher --min-severity drops the
+    // others first, so the one that keeps it does not change.
+    std::unordered_map<std::uint64_t, std::size_t> keepers;
+    for (std::size_t i = 0; i < findings.size(); ++i) {
+        auto const [keeper, first] = keepers.try_emplace(shared[i], i);
+        if (!first && findings[i].attribute->getSeverity() > findings[keeper->second].attribute->getSeverity()) {
+            keeper->second = i;
+        }
+    }
+    // The others: the shared fingerprint with their details (severity,
+    // whether a fix is offered) and their number among those of equal
+    // details, the keeper counted first wherever it stands.
+    std::map<std::pair<std::uint64_t, std::string>, std::size_t> counts;
+    for (auto const& [fingerprint, keeper] : keepers) {
+        counts[{fingerprint, detailsOf(findings[keeper])}] = 1;
+    }
+    for (std::size_t i = 0; i < findings.size(); ++i) {
+        if (keepers.at(shared[i]) == i) {
+            continue;
+        }
+        auto details = detailsOf(findings[i]);
+        auto const ordinal = counts[{shared[i], details}]++;
+        findings[i].fingerprint = fingerprintValueOf(shared[i], details, ordinal);
+    }
+    return shared;
+}
+
 Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::GraphAttributes const& result,
                   ReportSettings const& settings) {
     Report report;
@@ -321,11 +366,21 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
                 finding.kind = kindOf(finding.analyzer, *attribute);
             }
             finding.fingerprint = fingerprintValueOf(node->getID(), attribute->getID(), englishName(finding));
-            if (settings.baseline != nullptr && settings.baseline->take(fingerprintText(finding.fingerprint))) {
+            entry.findings.push_back(std::move(finding));
+        }
+        // Findings of one node with the same ID and name share that
+        // fingerprint: each but one gets one of its own from its details.
+        std::vector<std::uint64_t> const shared = distinguishFingerprints(entry.findings);
+        for (std::size_t i = 0; i < entry.findings.size(); ++i) {
+            auto& finding = entry.findings[i];
+            // A baseline written before fingerprints were told apart holds
+            // the shared one for each of them.
+            if (settings.baseline != nullptr &&
+                (settings.baseline->take(fingerprintText(finding.fingerprint)) ||
+                 (shared[i] != finding.fingerprint && settings.baseline->take(fingerprintText(shared[i]))))) {
                 finding.suppressed = true;
                 ++report.hiddenByBaseline;
             }
-            entry.findings.push_back(std::move(finding));
         }
         if (!entry.findings.empty()) {
             entry.places = placesOf(*node, entry.path, settings.placesFolder, [&](std::u16string const& path) {
@@ -335,6 +390,60 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
         }
     }
     return report;
+}
+
+std::string classHelpText(std::string_view code) {
+    std::vector<std::string_view> lines;
+    while (!code.empty()) {
+        auto const end = code.find('\n');
+        auto line = code.substr(0, end);
+        if (line.ends_with('\r')) {
+            line.remove_suffix(1);
+        }
+        lines.push_back(line);
+        code = end == std::string_view::npos ? std::string_view() : code.substr(end + 1);
+    }
+    auto const trimmed = [](std::string_view line) {
+        auto const start = line.find_first_not_of(" \t");
+        return start == std::string_view::npos ? std::string_view() : line.substr(start);
+    };
+    // A line comment; a block comment's "%{" opens no help.
+    auto const isComment = [&](std::string_view line) {
+        auto const text = trimmed(line);
+        return text.starts_with('%') && !text.starts_with("%{") && !text.starts_with("%}");
+    };
+    auto const classLine = std::find_if(lines.begin(), lines.end(), [&](auto line) {
+        auto const text = trimmed(line);
+        return text.starts_with("classdef") &&
+               (text.size() == 8 || text[8] == ' ' || text[8] == '\t' || text[8] == '(');
+    });
+    if (classLine == lines.end()) {
+        return {};
+    }
+    auto first = std::next(classLine);
+    auto last = first;
+    while (last != lines.end() && isComment(*last)) {
+        ++last;
+    }
+    if (first == last) {
+        last = classLine;
+        first = last;
+        while (first != lines.begin() && isComment(*std::prev(first))) {
+            --first;
+        }
+    }
+    std::string help;
+    for (auto line = first; line != last; ++line) {
+        auto text = trimmed(*line).substr(1);
+        if (text.starts_with(' ')) {
+            text.remove_prefix(1);
+        }
+        while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) {
+            text.remove_suffix(1);
+        }
+        help += (help.empty() ? "" : "\n") + std::string(text);
+    }
+    return help;
 }
 
 std::string jsonString(std::string_view text) {

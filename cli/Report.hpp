@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <ostream>
 #include <stdexcept>
@@ -56,14 +57,24 @@ struct NodeFindings {
     std::string where() const;
 };
 
+// A host-language analyzer's class file and the class's help text: the
+// comment lines that open the class (docs/host-language.md).
+struct HostClassHelp {
+    std::filesystem::path file;  // absolute
+    std::string text;            // empty when the class has no comment block
+};
+
 struct Report {
     std::string graphName;
+    // The host-language analyzers of the run by class name, for the rules of SARIF.
+    std::map<std::string, HostClassHelp, std::less<>> hostHelp;
     std::size_t nodeCount = 0;
     std::size_t dependencyCount = 0;
     std::vector<std::string> analyzers;  // the analyzers run, in order
     dependency::attribute::Severity minimum = dependency::attribute::Severity::Information;
     dependency::attribute::Severity failOn = dependency::attribute::Severity::Warning;
     std::size_t hiddenByBaseline = 0;
+    bool exitZero = false;            // --exit-zero: the run exits 0 even when it fails
     std::vector<NodeFindings> nodes;  // in node order (by ID), nodes without findings left out
 
     // Findings of this severity that are reported (not hidden by the baseline).
@@ -91,6 +102,19 @@ struct ReportSettings {
 // those the baseline holds are marked suppressed.
 Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::GraphAttributes const& result,
                   ReportSettings const& settings);
+
+// Gives each finding of one node a fingerprint of its own: of the findings
+// that share one (same ID and English name), the first of the gravest
+// severity keeps it and each other gets it with its details (severity,
+// whether it offers a fix) and its number among equal ones folded in.
+// Returns the shared fingerprints, in the order of `findings`.
+std::vector<std::uint64_t> distinguishFingerprints(std::vector<Finding>& findings);
+
+// The help text of a class of the host language, from its file's code: the
+// block of comment lines right after the classdef line, else the one right
+// before it; each line without its '%' and the one space after it. Empty when
+// there is neither.
+std::string classHelpText(std::string_view code);
 
 // "file:line:column" of a place, "file" when it has no line.
 std::string placeText(CodePlace const& place);

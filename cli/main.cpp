@@ -203,7 +203,14 @@ int run(int argc, char** argv) {
         completion->set_help_flag("-h,--help", text("HelpHelp"));
         completion->add_option("shell", completionShell, text("HelpCompletionShell"))->option_text("SHELL")->required();
 
-        app.footer(text("HelpFooter"));
+        // Every command's help ends as the program's does: examples (its
+        // own), then the exit statuses and the environment.
+        auto const status = text("HelpFooterStatus");
+        app.footer(text("HelpFooter") + "\n\n" + status);
+        analyze->footer(text("HelpExamplesAnalyze") + "\n\n" + status);
+        scan->footer(text("HelpExamplesScan") + "\n\n" + status);
+        list->footer(text("HelpExamplesAnalyzers") + "\n\n" + status);
+        completion->footer(text("HelpExamplesCompletion") + "\n\n" + status);
     } catch (std::exception const& error) {
         std::cerr << "depattr: " << error.what() << '\n';
         return exitBadInput;

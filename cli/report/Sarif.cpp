@@ -92,16 +92,41 @@ std::string message(std::string_view text) {
     return "{\"text\": " + jsonString(text) + "}";
 }
 
+// Where the documentation of the findings lies: the build gives the folder
+// of findings.md (installed with the program, unless the packager points at
+// where it is published).
+#ifndef DEPATTR_DOCS_URL
+#define DEPATTR_DOCS_URL "file:///usr/local/share/doc/depattr/"
+#endif
+
 // The rule's descriptions: generic texts of the kind from the program's
-// catalog, never one finding's text; an unknown kind only has its name.
-std::string ruleObject(std::string const& id, Finding const& finding) {
+// catalog, never one finding's text, and its section of docs/findings.md; a
+// host-language analyzer's rule takes its class's help text and points at its
+// class file; an unknown kind only has its name.
+std::string ruleObject(std::string const& id, Finding const& finding, Report const& report) {
     auto const level = jsonString(levelOf(finding.attribute->getSeverity()));
     if (finding.kind == nullptr) {
         auto const name = toUtf8(finding.attribute->getName());
+        auto const findingId = toUtf8(finding.attribute->getID());
+        auto const host = report.hostHelp.find(finding.analyzer);
+        std::string full = name;
+        std::string markdown = "**" + name + "**";
+        std::string helpUri = std::string(DEPATTR_DOCS_URL) + "findings.md";
+        if (host != report.hostHelp.end()) {
+            if (!host->second.text.empty()) {
+                full = host->second.text;
+                markdown += "\n\n" + host->second.text;
+            }
+            helpUri = "file://" + uriPath(host->second.file.generic_string());
+            markdown += "\n\n" + text("SarifHostRuleSource",
+                                      {std::string(finding.analyzer), host->second.file.generic_string()});
+        }
         return fmt::format(
-            "{{\"id\": {}, \"name\": {}, \"shortDescription\": {}, \"defaultConfiguration\": "
-            "{{\"level\": {}}}}}",
-            jsonString(id), jsonString(toUtf8(finding.attribute->getID())), message(name), level);
+            "{{\"id\": {}, \"name\": {}, \"shortDescription\": {}, \"fullDescription\": {}, \"help\": "
+            "{{\"text\": {}, \"markdown\": {}}}, \"helpUri\": {}, \"defaultConfiguration\": {{\"level\": {}}}, "
+            "\"properties\": {{\"analyzer\": {}, \"findingId\": {}}}}}",
+            jsonString(id), jsonString(findingId), message(name), message(full), jsonString(full), jsonString(markdown),
+            jsonString(helpUri), level, jsonString(finding.analyzer), jsonString(findingId));
     }
     auto const& kind = *finding.kind;
     std::string const stem(kind.name);
@@ -112,10 +137,11 @@ std::string ruleObject(std::string const& id, Finding const& finding) {
                                  fixText + "\n\n" + text("SarifSeeDocs", {"docs/findings.md#" + stem});
     return fmt::format(
         "{{\"id\": {}, \"name\": {}, \"shortDescription\": {}, \"fullDescription\": {}, \"help\": {{\"text\": "
-        "{}, \"markdown\": {}}}, \"defaultConfiguration\": {{\"level\": {}}}, \"properties\": {{\"analyzer\": "
-        "{}, \"findingId\": {}}}}}",
+        "{}, \"markdown\": {}}}, \"helpUri\": {}, \"defaultConfiguration\": {{\"level\": {}}}, \"properties\": "
+        "{{\"analyzer\": {}, \"findingId\": {}}}}}",
         jsonString(id), jsonString(kind.name), message(shortText), message(fullText),
-        jsonString(fullText + " " + fixText), jsonString(markdown), level, jsonString(finding.analyzer),
+        jsonString(fullText + " " + fixText), jsonString(markdown),
+        jsonString(std::string(DEPATTR_DOCS_URL) + "findings.md#" + stem), level, jsonString(finding.analyzer),
         jsonString(kind.id));
 }
 
@@ -132,7 +158,7 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
         for (auto const& finding : entry.findings) {
             auto const id = ruleIdOf(finding);
             if (ruleIndex.try_emplace(id, rules.size()).second) {
-                rules.push_back(ruleObject(id, finding));
+                rules.push_back(ruleObject(id, finding, report));
             }
         }
     }
@@ -143,9 +169,10 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
         out << (i == 0 ? "\n" : ",\n") << "        " << rules[i];
     }
     out << (rules.empty() ? "]}},\n" : "\n      ]}},\n");
-    // The run's exit status: 1 when a reported finding reaches the fail threshold.
-    out << "      \"invocations\": [{\"executionSuccessful\": true, \"exitCode\": " << (report.fails() ? 1 : 0)
-        << "}],\n";
+    // The run's exit status: 1 when a reported finding reaches the fail
+    // threshold, unless --exit-zero made it 0.
+    out << "      \"invocations\": [{\"executionSuccessful\": true, \"exitCode\": "
+        << (report.fails() && !report.exitZero ? 1 : 0) << "}],\n";
     out << "      \"originalUriBaseIds\": {" << jsonString(baseUriId) << ": {\"uri\": " << jsonString(folderUri(base))
         << "}},\n";
     out << "      \"results\": [";

@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <set>
 #include <sstream>
 
 using namespace depattr::cli;
@@ -266,6 +267,56 @@ TEST(FingerprintTest, TheSameInEveryLanguageAndDifferentForEachPart) {
     std::locale::global(std::locale::classic());
     EXPECT_EQ(japanese, "Required product is not installed: Optim Kit");
     EXPECT_EQ(foreign, "not a catalog text");
+
+    // Findings of one node with the same ID and name get fingerprints of their
+    // own, whatever differs: severity, a fix, or nothing (then their number).
+    GraphBuilder builder;
+    builder.addNode(u"a", Type::FILE());
+    auto const graph = builder.build();
+    auto const warning = make(u"Odd", u"Odd file", Severity::Warning);
+    auto const problem = make(u"Odd", u"Odd file", Severity::Problem);
+    auto const fixable = std::make_shared<Attribute>(warning->getIdentity(), [] {});
+    auto const analyzer = std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const&) {
+        return std::vector{warning, problem, fixable, warning};
+    });
+    auto const result = analyzeGraph(graph, {analyzer});
+    auto const all = makeReport(*graph, *result, {});
+    ASSERT_EQ(all.nodes.at(0).findings.size(), 4u);
+    std::set<std::uint64_t> distinct;
+    for (auto const& finding : all.nodes[0].findings) {
+        distinct.insert(finding.fingerprint);
+    }
+    EXPECT_EQ(distinct.size(), 4u);
+    auto const shared = fingerprintValueOf(u"a", u"Odd", "Odd file");
+    // The gravest keeps the shared fingerprint, so that it stays when a
+    // higher threshold drops the others.
+    auto const& findings = all.nodes[0].findings;
+    auto const gravest = std::find_if(findings.begin(), findings.end(),
+                                      [](auto const& f) { return f.attribute->getSeverity() == Severity::Problem; });
+    ASSERT_NE(gravest, findings.end());
+    EXPECT_EQ(gravest->fingerprint, shared);
+    auto const problemsOnly = makeReport(*graph, *result, {.minimum = Severity::Problem});
+    ASSERT_EQ(problemsOnly.nodes.at(0).findings.size(), 1u);
+    EXPECT_EQ(problemsOnly.nodes[0].findings[0].fingerprint, shared);
+    // The same run again gives the same fingerprints.
+    auto const again = makeReport(*graph, *result, {});
+    for (std::size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(again.nodes[0].findings[i].fingerprint, all.nodes[0].findings[i].fingerprint) << i;
+    }
+
+    // A baseline from before, which held the shared fingerprint once per
+    // finding, still hides all of them; one written now does too.
+    ScratchFolder const scratch;
+    std::string entries;
+    for (int i = 0; i < 4; ++i) {
+        entries += std::string(i == 0 ? "" : ", ") + "{\"fingerprint\": \"" + fingerprintText(shared) + "\"}";
+    }
+    auto old = Baseline::read(scratch.write("old.json", "{\"depattrBaseline\": 1, \"findings\": [" + entries + "]}"));
+    EXPECT_EQ(makeReport(*graph, *result, {.baseline = &old}).hiddenByBaseline, 4u);
+    Baseline::write(scratch.path() / "new.json", all);
+    auto fresh = Baseline::read(scratch.path() / "new.json");
+    EXPECT_EQ(makeReport(*graph, *result, {.baseline = &fresh}).hiddenByBaseline, 4u);
+    EXPECT_EQ(fresh.stale(), 0u);
 }
 
 TEST(BaselineTest, EachRecordedFindingHidesOneAndBadFilesAreNamed) {
@@ -305,6 +356,26 @@ TEST(BaselineTest, EachRecordedFindingHidesOneAndBadFilesAreNamed) {
         EXPECT_NE(what.find(expected), std::string::npos) << what;
     }
     EXPECT_THROW(Baseline::write(scratch.path() / "no" / "such.json", first), BaselineError);
+}
+
+TEST(HostClassHelp, TheCommentBlockThatOpensTheClass) {
+    struct Case {
+        std::string_view code;
+        std::string_view help;
+    };
+    for (auto const& c : std::vector<Case>{
+             {"classdef A < B\n    % First line.\n    %   indented\n    %\n    % Last.\n\n    % not help\nend\n",
+              "First line.\n  indented\n\nLast."},
+             {"% Before the class.\r\n%More\r\nclassdef (Abstract) A\r\n    properties\r\n", "Before the class.\nMore"},
+             {"% header\n\nclassdef A\n  % after wins\nend\n", "after wins"},
+             {"classdef A\n    %{\n    block\n    %}\nend\n", ""},
+             {"classdef A\n    properties % a trailing comment\n", ""},
+             {"function f\n% a function file\n", ""},
+             {"classdefinition = 1;\n% no class\n", ""},
+             {"", ""},
+         }) {
+        EXPECT_EQ(classHelpText(c.code), c.help) << c.code;
+    }
 }
 
 TEST(TextReport, ACleanRunIsOneLineAndFindingsAreGroupedByFileSortedByPath) {

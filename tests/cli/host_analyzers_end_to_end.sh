@@ -67,6 +67,15 @@ expect "--select FunctionName shows nothing else" lacks 'DependsOnUnresolved' "$
 qualified=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
   --analyzer-path "${analyzers}" --select FunctionNaming/FunctionName -f concise)
 expect "--select Analyzer/ID takes a host analyzer's finding" test "${qualified}" = "${selected}"
+for prefix in 'Function*' 'FunctionNaming/*' 'FunctionNaming/Func*'; do
+  prefixed=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
+    --analyzer-path "${analyzers}" --select "${prefix}" -f concise)
+  expect "--select ${prefix} takes the host analyzer's findings by prefix" test "${prefixed}" = "${selected}"
+done
+"${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${analyzers}" --ignore 'FunctionNaming/Zz*' \
+  >/dev/null 2>"${work}/err"
+expect "a host prefix that begins no ID is an error (exit 2)" test $? -eq 2
+expect "the prefix is named" grep -qF 'unknown finding ID "FunctionNaming/Zz*"' "${work}/err"
 "${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${analyzers}" --select OtherClass/FunctionName \
   >/dev/null 2>"${work}/err"
 expect "an ID of another analyzer is an error (exit 2)" test $? -eq 2
@@ -96,6 +105,11 @@ expect "depattr.toml: the error names file, line and column" \
 sarif=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
   --analyzer-path "${analyzers}" --format sarif)
 expect "sarif: a rule for the host analyzer" has '"ruleId": "FunctionNaming/FunctionName"' "${sarif}"
+rule=$(grep '"id": "FunctionNaming/FunctionName"' <<<"${sarif}")
+expect "sarif: the host rule's description is its class's help" \
+  has '"fullDescription": {"text": "Reports function nodes whose name breaks the naming rule: function\nnames are lowerCamelCase' "${rule}"
+expect "sarif: the host rule points at its class file" has "\"helpUri\": \"file://${analyzers}/FunctionNaming.qx\"" "${rule}"
+expect "sarif: built-in rules point into findings.md" has 'findings.md#MissingFile"' "${sarif}"
 
 # A syntax error in an analyzer file: file, line and column, exit status 2, no report.
 broken="${work}/broken"

@@ -174,6 +174,37 @@ TEST_F(TrackedAnalysis, SarifIsValidJsonWithOneRulePerAnalyzerAndIdAndFileOrLogi
     EXPECT_EQ(std::string_view(log["runs"].at(0)["results"].at(0)["suppressions"].at(0)["kind"]), "external");
     EXPECT_EQ(log["runs"].at(0)["results"].at(1)["suppressions"].error(), simdjson::NO_SUCH_FIELD);
 
+    // Every rule points at help; a host-language analyzer's rule takes its
+    // class's help text and points at its class file. The run says how it exited.
+    report.hostHelp["functions"] = {"/work/proj/rules/My Functions.qx", "Reports broken products.\nSee the guide."};
+    for (bool const exitZero : {false, true}) {
+        report.exitZero = exitZero;
+        std::ostringstream helped;
+        writeSarif(helped, report, "9.9.9", "/work/proj");
+        simdjson::padded_string helpedText(helped.str());
+        ASSERT_EQ(parser.parse(helpedText).get(log), simdjson::SUCCESS) << helped.str();
+        auto const helpedRun = log["runs"].at(0);
+        EXPECT_EQ(std::int64_t(helpedRun["invocations"].at(0)["exitCode"]), exitZero ? 0 : 1);
+        for (auto const rule : helpedRun["tool"]["driver"]["rules"].get_array()) {
+            std::string_view const id(rule["id"]);
+            std::string_view const uri(rule["helpUri"]);
+            std::string_view const full(rule["fullDescription"]["text"]);
+            std::string_view const markdown(rule["help"]["markdown"]);
+            if (id.starts_with("functions/")) {  // "functions/Broken" and "functions/Missing"
+                EXPECT_EQ(uri, "file:///work/proj/rules/My%20Functions.qx");
+                EXPECT_EQ(full, "Reports broken products.\nSee the guide.");
+                EXPECT_NE(markdown.find("Reports broken products."), std::string_view::npos) << markdown;
+                EXPECT_NE(markdown.find("/work/proj/rules/My Functions.qx"), std::string_view::npos) << markdown;
+            } else {
+                // An analyzer of no known kind and no class: its name, and the findings document.
+                EXPECT_TRUE(uri.starts_with("file://") || uri.starts_with("http")) << uri;
+                EXPECT_TRUE(uri.ends_with("findings.md")) << uri;
+                EXPECT_EQ(full, std::string_view(rule["shortDescription"]["text"]));
+            }
+        }
+    }
+    report.exitZero = false;
+
     // An analysis without findings is still a complete log.
     report.nodes.clear();
     std::ostringstream empty;

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
 
 using namespace depattr::cli;
@@ -37,6 +38,19 @@ TEST(FindingSelectors, AnAnalyzerAndIdNameOnlyThatAnalyzersFindings) {
              {"missing-product/Missing", "MissingProductOK", "missing-product", false},
              {"FunctionNaming/FunctionName", "FunctionName", "FunctionNaming", true},
              {"FunctionNaming/FunctionName", "FunctionName", "OtherClass", false},
+             // A trailing '*' selects every ID that begins with the text before it.
+             {"Missing*", "Missing", "missing-file", true},
+             {"Missing*", "MissingProductOK", "missing-product", true},
+             {"Missing*", "OutOfDate", "derived-file", false},
+             {"Missing", "MissingProductOK", "missing-product", false},  // without '*' an ID is exact
+             {"missing-file/*", "Exists", "missing-file", true},
+             {"missing-file/*", "Missing", "missing-function", false},
+             {"missing-product/MissingProductO*", "MissingProductOK", "missing-product", true},
+             {"missing-product/MissingProductO*", "MissingProductX", "missing-product", false},
+             {"*", "CircularDependency", "circular-project-reference", true},
+             {"FunctionNaming/Func*", "FunctionName", "FunctionNaming", true},
+             {"Func*", "FunctionName", "FunctionNaming", true},
+             {"Mis*ing", "Missing", "missing-file", false},  // '*' only at the end
          }) {
         EXPECT_EQ(selectorMatches(c.selector, c.id, c.analyzer), c.matches)
             << c.selector << " on " << c.analyzer << "/" << c.id;
@@ -52,6 +66,19 @@ TEST(FindingSelectors, AnAnalyzerAndIdNameOnlyThatAnalyzersFindings) {
              {"missing-function/", false},
              {"/Missing", false},
              {"", false},
+             {"Missing*", true},
+             {"Mis*", true},
+             {"*", true},
+             {"missing-file/*", true},
+             {"invalid-format/Syntax*", true},
+             {"missing-product/MissingProductO*", true},  // the codes of a prefix kind may begin so
+             {"missing-file/Out*", false},                // that analyzer has no such ID
+             {"Zzz*", false},
+             {"Mis*ing", false},
+             {"Missing**", false},
+             {"no-such/*", false},
+             {"/*", false},
+             {"missing-file/a/*", false},
          }) {
         EXPECT_EQ(isKnownFindingSelector(selector), known) << selector;
     }
@@ -71,6 +98,17 @@ TEST(FindingSelectors, AnAnalyzerAndIdNameOnlyThatAnalyzersFindings) {
     EXPECT_TRUE(select.keeps("Missing", "missing-file", ""));
     EXPECT_TRUE(select.keeps("Exists", "missing-file", ""));
     EXPECT_FALSE(select.keeps("Missing", "missing-function", ""));
+
+    // Prefixes in select, ignore and per-path-ignores alike.
+    options = {};
+    options.select = {"Missing*"};
+    options.ignore = {"missing-product/*"};
+    options.pathIgnores = {{"vendor/*", {"missing-f*"}, "/p"}};
+    FindingFilter const prefixes(options);
+    EXPECT_TRUE(prefixes.keeps("Missing", "missing-file", "/p/src/a.qx"));
+    EXPECT_FALSE(prefixes.keeps("MissingProductOK", "missing-product", "/p/src/a.qx"));
+    EXPECT_FALSE(prefixes.keeps("OutOfDate", "derived-file", "/p/src/a.qx"));
+    EXPECT_TRUE(prefixes.keeps("Missing", "missing-file", "/p/vendor/a.qx"));  // "missing-f*" is an ID prefix
 }
 
 TEST(FindingSelectors, TheConfigurationTakesThemAndPlacesBadGlobs) {
@@ -80,9 +118,14 @@ TEST(FindingSelectors, TheConfigurationTakesThemAndPlacesBadGlobs) {
 "src/[ab]*.qx" = ["missing-file/Missing"]
 "lib/[!x]/[[:alpha:]]?" = ["Missing"]
 "odd/[]]\\*" = ["Exists"]
+"gen/*" = ["invalid-format/*", "Missing*"]
 )"));
     EXPECT_EQ(config.select, (std::vector<std::string>{"missing-function/Missing", "Exists"}));
-    ASSERT_EQ(config.pathIgnores.size(), 3u);
+    ASSERT_EQ(config.pathIgnores.size(), 4u);
+    auto const generated = std::find_if(config.pathIgnores.begin(), config.pathIgnores.end(),
+                                        [](auto const& ignore) { return ignore.glob == "gen/*"; });
+    ASSERT_NE(generated, config.pathIgnores.end());
+    EXPECT_EQ(generated->ids, (std::vector<std::string>{"invalid-format/*", "Missing*"}));
 
     struct Case {
         std::string content;
@@ -91,6 +134,8 @@ TEST(FindingSelectors, TheConfigurationTakesThemAndPlacesBadGlobs) {
     for (auto const& [content, expected] : std::vector<Case>{
              {"ignore = [\"missing-product/Missing\"]\n", "depattr.toml:1:11: unknown finding ID"},
              {"[per-path-ignores]\n\"x\" = [\"nope/Missing\"]\n", "depattr.toml:2:8: unknown finding ID"},
+             {"select = [\"Exists\", \"Zzz*\"]\n", "depattr.toml:1:21: unknown finding ID \"Zzz*\""},
+             {"[per-path-ignores]\n\"x\" = [\"derived-file/Missing*\"]\n", "depattr.toml:2:8: unknown finding ID"},
              {"[per-path-ignores]\n\"src/[ab\" = [\"Missing\"]\n",
               "depattr.toml:2:1: invalid glob \"src/[ab\": the '[' at character 5 is not closed by ']'"},
              {"[per-path-ignores]\n\"ok/*\" = [\"Missing\"]\n  \"a\\\\\" = [\"Missing\"]\n",
@@ -117,9 +162,14 @@ TEST(FindingSelectors, TheCommandLineTakesThemAndRunsEachAnalyzerOnce) {
     EXPECT_EQ(options.select, (std::vector<std::string>{"missing-function/Missing", "Exists"}));
     EXPECT_EQ(options.analyzers, (std::vector<std::string>{"missing-file", "derived-file", "missing-function"}));
 
-    line.select = {"missing-file/OutOfDate"};
-    EXPECT_NE(whatOf<UsageError>([&] { programOptions(line); }).find("unknown finding ID \"missing-file/OutOfDate\""),
-              std::string::npos);
+    for (std::string const selector : {"missing-file/OutOfDate", "Zzz*", "missing-file/Out*", "Mis*ing"}) {
+        line.select = {selector};
+        EXPECT_NE(whatOf<UsageError>([&] { programOptions(line); }).find("unknown finding ID \"" + selector + "\""),
+                  std::string::npos)
+            << selector;
+    }
+    line.select = {"Missing*,missing-file/*"};
+    EXPECT_EQ(programOptions(line).select, (std::vector<std::string>{"Missing*", "missing-file/*"}));
 }
 
 namespace {

@@ -79,6 +79,9 @@ out=$("${depattr}" analyze project/ignored.json --install-root install -a missin
 expect "depattr-ignore hides the named findings of its node" test -z "${out}"
 out=$("${depattr}" analyze project/graph.json --install-root install -a missing-file -f concise 2>/dev/null)
 expect "without it they are reported" has 'Exists' "${out}"
+sed 's|"missing-file/Exists", "Missing"|"missing-file/*"|g' project/ignored.json >project/prefixed.json
+out=$("${depattr}" analyze project/prefixed.json --install-root install -a missing-file -f concise 2>/dev/null)
+expect "depattr-ignore takes a prefix" test -z "${out}"
 
 # A baseline cut short is told as such, placed at its end, whatever point it was cut at.
 "${depattr}" analyze project/graph.json -a missing-file,missing-function --write-baseline whole.json

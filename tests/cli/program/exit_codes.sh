@@ -76,6 +76,15 @@ for part in 'Examples:' 'depattr analyze graph.json' 'Exit status: 0' '130 inter
   expect "--help shows ${part}" has "${part}" "${help}"
 done
 expect "--help in Japanese too" has '終了ステータス' "$("${depattr}" --locale ja --help)"
+# Each command's help ends the same way, with examples of that command.
+for command in analyze scan analyzers completion; do
+  help=$("${depattr}" "${command}" --help)
+  for part in 'Examples:' "depattr ${command}" 'Exit status: 0' '130 interrupted' 'DEPATTR_INSTALL_ROOT' 'NO_COLOR'; do
+    expect "${command} --help shows ${part}" has "${part}" "${help}"
+  done
+  expect "${command} --help in Japanese too" has '終了ステータス' "$("${depattr}" --locale ja "${command}" --help)"
+done
+expect "scan --help gives scan's examples, not analyze's" lacks 'depattr analyze' "$("${depattr}" scan --help)"
 
 # Completion scripts: bash completes commands, options of the command given, and the shells.
 "${depattr}" completion bash >completion.bash

@@ -30,14 +30,31 @@ expect "C needs no fallback note" test ! -s err
 printf '{"nodes": [\n  {"id": "a", "type": "file"}' >cut.json
 printf '{"nodes": [{"id": "a", "type": "file", "colour": 1}]}' >member.json
 printf '{"nodes": "none"}' >odd.json
+printf '{"nodes": [{"id": "a", "type": "folder"}]}' >kind.json
+printf '{"nodes": [{"id": "a", "type": "file"},\n {"id": "a", "type": "file"}]}' >twice.json
+printf '{"nodes": [{"id": "a", "type": "file", "properties": {"x": 1}}]}' >property.json
+printf '{"nodes": [{"id": "a", "type": "file"}], "edges": [{"from": "a", "to": "a", "type": "uses"}]}' >edge.json
+printf '{"nodes": [{"id": "a\xff", "type": "file"}]}' >bytes.json
+printf '{"nodes": [{"id": 7, "type": "file"}]}' >number.json
+printf '{"nodes": [{"id": "f", "type": "function", "location": ["a.qx"]}]}' >function.json
 for case in "cut.json:2:30: グラフが完結する前にテキストが終わっています" \
             'member.json:1:50: ノードに不明なメンバー "colour" があります' \
             "absent.json: グラフファイルを読み込めません: No such file or directory" \
-            'odd.json:1:11: "nodes" must be an array'; do
+            'odd.json:1:11: "nodes" は配列でなければなりません' \
+            'kind.json:1:32: 不明なノードの種類 "folder" です' \
+            'twice.json:2:2: ノード ID "a" が重複しています（最初の定義は 1 行 12 列）' \
+            'property.json:1:60: プロパティ "x" は文字列、true、false、配列、オブジェクトのいずれかでなければなりません' \
+            'edge.json:1:85: 不明な関係の種類 "uses" です' \
+            'bytes.json:1:21: テキストが正しい UTF-8 ではありません' \
+            'number.json:1:19: "id" は文字列でなければなりません' \
+            'function.json:1:56: 関数ノードには'; do
   file=${case%%:*}
   err=$("${depattr}" analyze --locale ja "${file}" 2>&1 >/dev/null)
   expect "a graph error of ${file} under ja (got: ${err})" has "${case}" "${err}"
 done
+printf '{"nodes": [{"id": "a", "type": "file", "properties": {"syntaxError": "yes"}}]}' >flag.json
+err=$("${depattr}" analyze --locale ja flag.json 2>&1 >/dev/null)
+expect "a graph warning under ja (got: ${err})" has 'flag.json:1:70: プロパティ "syntaxError" の値 "yes" は未設定とみなされます' "${err}"
 expect "the same errors stay English by default" \
   has 'member.json:1:50: unknown member "colour" in a node' "$("${depattr}" analyze member.json 2>&1)"
 finish

@@ -23,6 +23,8 @@ if command -v man >/dev/null; then
   warnings=$(MANWIDTH=100 man --warnings -l "${page}" 2>&1 >/dev/null)
   expect "man reads it without warnings (got: ${warnings})" test -z "${warnings}"
   expect "man shows the exit statuses" grep -q 'Exit status' <(MANWIDTH=100 man -l "${page}" 2>/dev/null)
+  expect "man shows the exit statuses once" \
+    test "$(MANWIDTH=100 man -l "${page}" 2>/dev/null | grep -c 'Exit status')" -eq 1
 fi
 if [ "${failures}" -ne 0 ]; then echo "${failures} failed"; exit 1; fi
 echo "all checks passed"
