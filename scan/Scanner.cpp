@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <charconv>
 #include <climits>
 #include <condition_variable>
 #include <cstdio>
@@ -60,6 +61,12 @@ std::string jsonArray(std::vector<std::string> const& items) {
         graph::appendJsonString(out, items[i]);
     }
     return out + "]";
+}
+
+void appendNumber(std::u16string& out, std::uint32_t value) {
+    char digits[16];
+    auto const end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+    out.append(digits, end);
 }
 
 std::string place(std::uint32_t line, std::uint32_t column) {
@@ -1214,39 +1221,58 @@ void Scan::buildGraph() {
         referencedNode.push_back(addNode(std::move(data)));
         nodeById.emplace(id, referencedNode.back());
     }
-    // "file:line:column" texts as a JSON array, written as jsonArray writes them.
-    auto sitesJson = [&](std::vector<Site> const& sites) {
-        std::u16string out = u"[";
-        char number[32];
-        for (std::size_t i = 0; i < sites.size(); ++i) {
-            out += i == 0 ? u"\"" : u",\"";
-            for (char16_t const c : relIds_[sites[i].file]) {
-                switch (c) {
-                case u'"':
-                    out += u"\\\"";
-                    break;
-                case u'\\':
-                    out += u"\\\\";
-                    break;
-                case u'\n':
-                    out += u"\\n";
-                    break;
-                case u'\t':
-                    out += u"\\t";
-                    break;
-                default:
-                    if (c < 0x20) {
-                        std::snprintf(number, sizeof number, "\\u%04x", static_cast<unsigned>(c));
-                        out.append(number, number + std::strlen(number));
-                    } else {
-                        out += c;
-                    }
+    // "file:line:column" texts as a JSON array, written as jsonArray writes them. Each file's name is escaped
+    // once, however many sites it holds.
+    std::vector<std::u16string> escapedRel(files.size());
+    for (std::size_t f = 0; f < files.size(); ++f) {
+        if (!files[f].code) {
+            continue;
+        }
+        auto& out = escapedRel[f];
+        char number[16];
+        for (char16_t const c : relIds_[f]) {
+            switch (c) {
+            case u'"':
+                out += u"\\\"";
+                break;
+            case u'\\':
+                out += u"\\\\";
+                break;
+            case u'\n':
+                out += u"\\n";
+                break;
+            case u'\t':
+                out += u"\\t";
+                break;
+            default:
+                if (c < 0x20) {
+                    std::snprintf(number, sizeof number, "\\u%04x", static_cast<unsigned>(c));
+                    out.append(number, number + std::strlen(number));
+                } else {
+                    out += c;
                 }
             }
-            int const length = std::snprintf(number, sizeof number, ":%u:%u\"", sites[i].at.line, sites[i].at.column);
-            out.append(number, number + length);
         }
-        return out + u"]";
+    }
+    auto sitesJson = [&](std::vector<Site> const& sites) {
+        std::size_t size = 2;
+        for (auto const& site : sites) {
+            size += escapedRel[site.file].size() + 25;
+        }
+        std::u16string out;
+        out.reserve(size);
+        out += u'[';
+        for (std::size_t i = 0; i < sites.size(); ++i) {
+            out += i == 0 ? u"\"" : u",\"";
+            out += escapedRel[sites[i].file];
+            out += u':';
+            appendNumber(out, sites[i].at.line);
+            out += u':';
+            appendNumber(out, sites[i].at.column);
+            out += u'"';
+        }
+        out += u']';
+        return out;
     };
     // The call-site texts are written on all threads; the nodes are then added in order.
     {
