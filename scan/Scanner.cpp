@@ -8,6 +8,7 @@
 #include "scan/BuiltinNames.hpp"
 #include "scan/ProjectFile.hpp"
 #include "scan/detail/FileFacts.hpp"
+#include "scan/detail/NameTable.hpp"
 #include "scan/detail/Walk.hpp"
 
 #include <boost/uuid/uuid_io.hpp>
@@ -1026,7 +1027,7 @@ void Scan::buildGraph() {
     {
         std::atomic<std::size_t> next{0};
         auto work = [&] {
-            std::unordered_map<std::u16string_view, std::uint32_t> seen;
+            detail::NameTable seen;
             std::vector<NameUse const*> firstUses;
             std::vector<std::uint32_t> ofUse;
             std::vector<unsigned char> edgeSeen;
@@ -1040,11 +1041,11 @@ void Scan::buildGraph() {
                 firstUses.clear();
                 ofUse.clear();
                 auto add = [&](NameUse const& use) {
-                    auto const [it, fresh] = seen.try_emplace(use.name, static_cast<std::uint32_t>(firstUses.size()));
+                    auto const [k, fresh] = seen.emplace(use.name, static_cast<std::uint32_t>(firstUses.size()));
                     if (fresh) {
                         firstUses.push_back(&use);
                     }
-                    ofUse.push_back(it->second);
+                    ofUse.push_back(k);
                 };
                 for (auto const& super : facts.superclasses) {
                     add(super);

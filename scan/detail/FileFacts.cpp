@@ -1,5 +1,7 @@
 #include "scan/detail/FileFacts.hpp"
 
+#include "scan/detail/NameTable.hpp"
+
 #include <algorithm>
 #include <array>
 #include <string_view>
@@ -54,76 +56,7 @@ Node const* targetBase(Node const* target) noexcept {
     return nullptr;
 }
 
-// A set of names with open addressing: a function's variables are few and short, so a cheap hash over the
-// code units and a flat table cost much less than a node-based set.
-class Names {
-public:
-    Names() : slots_(32) {}
-
-    void insert(std::u16string_view name) {
-        if (name.empty()) {
-            hasEmpty_ = true;
-            return;
-        }
-        if ((count_ + 1) * 2 > slots_.size()) {
-            grow();
-        }
-        if (place(name)) {
-            ++count_;
-        }
-    }
-    bool contains(std::u16string_view name) const noexcept {
-        if (name.empty()) {
-            return hasEmpty_;
-        }
-        auto const mask = slots_.size() - 1;
-        for (auto i = hash(name) & mask;; i = (i + 1) & mask) {
-            auto const& slot = slots_[i];
-            if (slot.data() == nullptr) {
-                return false;
-            }
-            if (slot.size() == name.size() && slot == name) {
-                return true;
-            }
-        }
-    }
-
-private:
-    static std::size_t hash(std::u16string_view name) noexcept {
-        std::uint64_t h = 0xcbf29ce484222325ull;
-        for (char16_t const c : name) {
-            h = (h ^ c) * 0x100000001b3ull;
-        }
-        return static_cast<std::size_t>(h ^ (h >> 32));
-    }
-    // Puts a name in its slot; false when it is there already.
-    bool place(std::u16string_view name) noexcept {
-        auto const mask = slots_.size() - 1;
-        for (auto i = hash(name) & mask;; i = (i + 1) & mask) {
-            auto& slot = slots_[i];
-            if (slot.data() == nullptr) {
-                slot = name;
-                return true;
-            }
-            if (slot == name) {
-                return false;
-            }
-        }
-    }
-    void grow() {
-        std::vector<std::u16string_view> old(slots_.size() * 2);
-        old.swap(slots_);
-        for (auto const& name : old) {
-            if (name.data() != nullptr) {
-                place(name);
-            }
-        }
-    }
-
-    std::vector<std::u16string_view> slots_;  // a power of two; an empty view (null data) marks a free slot
-    std::size_t count_ = 0;
-    bool hasEmpty_ = false;
-};
+using Names = NameTable;
 
 // Whether the node calls a built-in that makes variables the code cannot show (eval, load, ...).
 bool makesHiddenVariablesHere(Node const& node) noexcept {
