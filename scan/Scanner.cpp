@@ -48,8 +48,15 @@ using detail::UseKind;
 
 namespace {
 
+// UTF-8 to UTF-16; names and paths are nearly always ASCII, which is widened without the locale's converter.
 std::u16string u16(std::string const& text) {
+    if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+        return std::u16string(text.begin(), text.end());
+    }
     return fs::path(text).u16string();
+}
+std::u16string u16(fs::path const& path) {
+    return u16(path.native());
 }
 std::string u8(std::u16string const& text) {
     return fs::path(text).string();
@@ -266,7 +273,7 @@ void Scan::parseAll() {
             try {
                 auto const& path = walk_.files[file].path;
                 auto const analysis =
-                    path.native().size() < PATH_MAX ? analyzer->analyze(path.u16string()) : analyzeLongPath(path);
+                    path.native().size() < PATH_MAX ? analyzer->analyze(u16(path)) : analyzeLongPath(path);
                 out.readable = true;
                 out.owner = analysis->getOwnerName();
                 if (analysis->hasErrors()) {
@@ -367,7 +374,7 @@ void Scan::buildIndex() {
     folderFunctions_.resize(folders.size());
     for (std::size_t f = 0; f < folders.size(); ++f) {
         for (int file : folders[f].codeFiles) {
-            folderFunctions_[f].emplace(walk_.files[file].path.stem().u16string(), file);
+            folderFunctions_[f].emplace(u16(walk_.files[file].path.stem()), file);
         }
     }
 
@@ -455,7 +462,7 @@ void Scan::buildIndex() {
                 info.folder = f;
                 auto const simple = fs::path(folder.name.substr(1)).u16string();
                 for (int file : folder.codeFiles) {
-                    auto const stem = walk_.files[file].path.stem().u16string();
+                    auto const stem = u16(walk_.files[file].path.stem());
                     if (stem == simple) {
                         info.constructorFile = file;
                         if (parsed_[file].facts.isClass) {
@@ -472,7 +479,7 @@ void Scan::buildIndex() {
                 if (!parsed_[file].facts.isClass) {
                     continue;
                 }
-                auto const stem = walk_.files[file].path.stem().u16string();
+                auto const stem = u16(walk_.files[file].path.stem());
                 auto const qualified = folder.kind == FolderKind::Package ? folder.qualified + u"." + stem : stem;
                 auto& info = classes_[qualified];
                 if (info.classdefFile < 0 && info.constructorFile < 0) {
@@ -519,10 +526,10 @@ void Scan::buildIndex() {
             }
         }
         for (int file : folders[f].codeFiles) {
-            pathFunctions_.try_emplace(walk_.files[file].path.stem().u16string(), file);
+            pathFunctions_.try_emplace(u16(walk_.files[file].path.stem()), file);
         }
         for (int file : folders[f].codeFiles) {
-            auto const stem = walk_.files[file].path.stem().u16string();
+            auto const stem = u16(walk_.files[file].path.stem());
             auto const [it, fresh] = firstOnPath.emplace(stem, file);
             if (!fresh) {
                 result_.diagnostics.push_back({walk_.files[file].path, 0, 0,
@@ -780,7 +787,7 @@ void Scan::buildGraph() {
         data.id = u"project:" + relOf(projectFiles_[p]);
         data.name = u16(projects_[p].name);
         data.type = graph::Type::PROJECT();
-        data.path = files[projectFiles_[p]].path.u16string();
+        data.path = u16(files[projectFiles_[p]].path);
         if (p < cycles.size() && cycles[p]) {
             data.properties[u"circularReferences"] = u16(*cycles[p]);
         }
@@ -830,7 +837,7 @@ void Scan::buildGraph() {
         data.id = relOf(static_cast<int>(f));
         data.type = graph::Type::FILE();
         data.isFile = true;
-        data.location = {files[f].path.u16string()};
+        data.location = {u16(files[f].path)};
         data.pathIsFirstLocation = true;
         auto const& p = parsed_[f];
         if (p.syntaxError) {
@@ -916,7 +923,7 @@ void Scan::buildGraph() {
         data.type = type;
         data.isFile = true;
         data.resolved = resolved;
-        data.location = {path.u16string()};
+        data.location = {u16(path)};
         data.pathIsFirstLocation = true;
         auto const index = addNode(std::move(data));
         nodeById.emplace(id, index);
@@ -999,11 +1006,11 @@ void Scan::buildGraph() {
         graph::NodeData data;
         data.type = graph::Type::FUNCTION();
         if (target.kind == Target::Tree) {
-            data.location = {files[target.file].path.u16string(), target.entry};
+            data.location = {u16(files[target.file].path), target.entry};
         } else if (target.kind == Target::Product) {
             data.location = {target.productFile.u16string(), target.entry};
         } else {
-            data.location = {files[callerFile].path.u16string(), d.unresolved};
+            data.location = {u16(files[callerFile].path), d.unresolved};
             data.resolved = false;
         }
         data.id = d.id;
@@ -1216,7 +1223,7 @@ void Scan::buildGraph() {
         data.type = graph::Type::FILE();
         data.isFile = true;
         data.resolved = info.found;
-        data.location = {path.u16string()};
+        data.location = {u16(path)};
         data.pathIsFirstLocation = true;
         data.properties[u"referencedAt"] = u16(jsonArray(info.sites));
         referencedNode.push_back(addNode(std::move(data)));

@@ -560,6 +560,24 @@ private:
 }  // namespace
 
 bool isFileReader(std::u16string_view name) noexcept {
+    // Most callees are none of them: the first letter rules out nearly all quickly.
+    if (name.size() < 4) {
+        return false;
+    }
+    switch (name.front()) {
+    case u'a':
+    case u'c':
+    case u'd':
+    case u'f':
+    case u'i':
+    case u'l':
+    case u'r':
+    case u't':
+    case u'x':
+        break;
+    default:
+        return false;
+    }
     return std::find(fileReaders.begin(), fileReaders.end(), name) != fileReaders.end();
 }
 
