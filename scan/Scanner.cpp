@@ -967,13 +967,18 @@ void Scan::buildGraph() {
     auto definitionPlace = [&](int file, std::u16string const& entry) -> std::string {
         auto const& facts = parsed_[file].facts;
         auto const slash = entry.find(u'/');
-        auto const sought = slash == std::u16string::npos ? entry : entry.substr(slash + 1);
+        auto const sought =
+            slash == std::u16string::npos ? std::u16string_view(entry) : std::u16string_view(entry).substr(slash + 1);
         if (facts.isClass && (sought == facts.className)) {
             return place(facts.classAt.line, facts.classAt.column);
         }
+        auto const& owner = parsed_[file].owner;
         for (auto const& definition : facts.functions) {
-            auto const candidate = definition.isStatic ? parsed_[file].owner + u"." + definition.name : definition.name;
-            if (candidate == sought || definition.name == sought) {
+            // A static method is sought as Owner.name.
+            bool const asStatic = definition.isStatic && sought.size() == owner.size() + 1 + definition.name.size() &&
+                                  sought.starts_with(owner) && sought[owner.size()] == u'.' &&
+                                  sought.ends_with(definition.name);
+            if (asStatic || definition.name == sought) {
                 return place(definition.at.line, definition.at.column);
             }
         }

@@ -365,7 +365,8 @@ private:
 
     // a.b.c: a variable's fields, or a package function, class, static method or a function's result.
     void dotted(Node const& node) {
-        std::vector<std::u16string_view> fields;
+        auto& fields = fields_;  // no walk below runs while the fields are still needed
+        fields.clear();
         Node const* base = &node;
         while (base->kind() == NodeKind::FieldAccess) {
             auto const* field = base->child(1);
@@ -553,6 +554,7 @@ private:
 
     FileFacts& facts_;
     Names const* vars_ = nullptr;
+    std::vector<std::u16string_view> fields_;
     bool reportable_ = true;
     bool hidden_ = false;
 };
@@ -583,6 +585,7 @@ bool isFileReader(std::u16string_view name) noexcept {
 
 FileFacts extractFacts(Node const& root) {
     FileFacts facts;
+    facts.uses.reserve(64);
     Extractor(facts).run(root);
     return facts;
 }
