@@ -8,6 +8,7 @@
 #include "scan/BuiltinNames.hpp"
 #include "scan/ProjectFile.hpp"
 #include "scan/detail/FileFacts.hpp"
+#include "scan/detail/NameTable.hpp"
 #include "scan/detail/Walk.hpp"
 
 #include <boost/uuid/uuid_io.hpp>
@@ -18,6 +19,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <charconv>
 #include <climits>
 #include <condition_variable>
 #include <cstdio>
@@ -46,8 +48,15 @@ using detail::UseKind;
 
 namespace {
 
+// UTF-8 to UTF-16; names and paths are nearly always ASCII, which is widened without the locale's converter.
 std::u16string u16(std::string const& text) {
+    if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+        return std::u16string(text.begin(), text.end());
+    }
     return fs::path(text).u16string();
+}
+std::u16string u16(fs::path const& path) {
+    return u16(path.native());
 }
 std::string u8(std::u16string const& text) {
     return fs::path(text).string();
@@ -60,6 +69,12 @@ std::string jsonArray(std::vector<std::string> const& items) {
         graph::appendJsonString(out, items[i]);
     }
     return out + "]";
+}
+
+void appendNumber(std::u16string& out, std::uint32_t value) {
+    char digits[16];
+    auto const end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+    out.append(digits, end);
 }
 
 std::string place(std::uint32_t line, std::uint32_t column) {
@@ -258,7 +273,7 @@ void Scan::parseAll() {
             try {
                 auto const& path = walk_.files[file].path;
                 auto const analysis =
-                    path.native().size() < PATH_MAX ? analyzer->analyze(path.u16string()) : analyzeLongPath(path);
+                    path.native().size() < PATH_MAX ? analyzer->analyze(u16(path)) : analyzeLongPath(path);
                 out.readable = true;
                 out.owner = analysis->getOwnerName();
                 if (analysis->hasErrors()) {
@@ -359,7 +374,7 @@ void Scan::buildIndex() {
     folderFunctions_.resize(folders.size());
     for (std::size_t f = 0; f < folders.size(); ++f) {
         for (int file : folders[f].codeFiles) {
-            folderFunctions_[f].emplace(walk_.files[file].path.stem().u16string(), file);
+            folderFunctions_[f].emplace(u16(walk_.files[file].path.stem()), file);
         }
     }
 
@@ -447,7 +462,7 @@ void Scan::buildIndex() {
                 info.folder = f;
                 auto const simple = fs::path(folder.name.substr(1)).u16string();
                 for (int file : folder.codeFiles) {
-                    auto const stem = walk_.files[file].path.stem().u16string();
+                    auto const stem = u16(walk_.files[file].path.stem());
                     if (stem == simple) {
                         info.constructorFile = file;
                         if (parsed_[file].facts.isClass) {
@@ -464,7 +479,7 @@ void Scan::buildIndex() {
                 if (!parsed_[file].facts.isClass) {
                     continue;
                 }
-                auto const stem = walk_.files[file].path.stem().u16string();
+                auto const stem = u16(walk_.files[file].path.stem());
                 auto const qualified = folder.kind == FolderKind::Package ? folder.qualified + u"." + stem : stem;
                 auto& info = classes_[qualified];
                 if (info.classdefFile < 0 && info.constructorFile < 0) {
@@ -511,10 +526,10 @@ void Scan::buildIndex() {
             }
         }
         for (int file : folders[f].codeFiles) {
-            pathFunctions_.try_emplace(walk_.files[file].path.stem().u16string(), file);
+            pathFunctions_.try_emplace(u16(walk_.files[file].path.stem()), file);
         }
         for (int file : folders[f].codeFiles) {
-            auto const stem = walk_.files[file].path.stem().u16string();
+            auto const stem = u16(walk_.files[file].path.stem());
             auto const [it, fresh] = firstOnPath.emplace(stem, file);
             if (!fresh) {
                 result_.diagnostics.push_back({walk_.files[file].path, 0, 0,
@@ -772,7 +787,7 @@ void Scan::buildGraph() {
         data.id = u"project:" + relOf(projectFiles_[p]);
         data.name = u16(projects_[p].name);
         data.type = graph::Type::PROJECT();
-        data.path = files[projectFiles_[p]].path.u16string();
+        data.path = u16(files[projectFiles_[p]].path);
         if (p < cycles.size() && cycles[p]) {
             data.properties[u"circularReferences"] = u16(*cycles[p]);
         }
@@ -822,7 +837,7 @@ void Scan::buildGraph() {
         data.id = relOf(static_cast<int>(f));
         data.type = graph::Type::FILE();
         data.isFile = true;
-        data.location = {files[f].path.u16string()};
+        data.location = {u16(files[f].path)};
         data.pathIsFirstLocation = true;
         auto const& p = parsed_[f];
         if (p.syntaxError) {
@@ -908,7 +923,7 @@ void Scan::buildGraph() {
         data.type = type;
         data.isFile = true;
         data.resolved = resolved;
-        data.location = {path.u16string()};
+        data.location = {u16(path)};
         data.pathIsFirstLocation = true;
         auto const index = addNode(std::move(data));
         nodeById.emplace(id, index);
@@ -952,13 +967,18 @@ void Scan::buildGraph() {
     auto definitionPlace = [&](int file, std::u16string const& entry) -> std::string {
         auto const& facts = parsed_[file].facts;
         auto const slash = entry.find(u'/');
-        auto const sought = slash == std::u16string::npos ? entry : entry.substr(slash + 1);
+        auto const sought =
+            slash == std::u16string::npos ? std::u16string_view(entry) : std::u16string_view(entry).substr(slash + 1);
         if (facts.isClass && (sought == facts.className)) {
             return place(facts.classAt.line, facts.classAt.column);
         }
+        auto const& owner = parsed_[file].owner;
         for (auto const& definition : facts.functions) {
-            auto const candidate = definition.isStatic ? parsed_[file].owner + u"." + definition.name : definition.name;
-            if (candidate == sought || definition.name == sought) {
+            // A static method is sought as Owner.name.
+            bool const asStatic = definition.isStatic && sought.size() == owner.size() + 1 + definition.name.size() &&
+                                  sought.starts_with(owner) && sought[owner.size()] == u'.' &&
+                                  sought.ends_with(definition.name);
+            if (asStatic || definition.name == sought) {
                 return place(definition.at.line, definition.at.column);
             }
         }
@@ -991,11 +1011,11 @@ void Scan::buildGraph() {
         graph::NodeData data;
         data.type = graph::Type::FUNCTION();
         if (target.kind == Target::Tree) {
-            data.location = {files[target.file].path.u16string(), target.entry};
+            data.location = {u16(files[target.file].path), target.entry};
         } else if (target.kind == Target::Product) {
             data.location = {target.productFile.u16string(), target.entry};
         } else {
-            data.location = {files[callerFile].path.u16string(), d.unresolved};
+            data.location = {u16(files[callerFile].path), d.unresolved};
             data.resolved = false;
         }
         data.id = d.id;
@@ -1019,7 +1039,7 @@ void Scan::buildGraph() {
     {
         std::atomic<std::size_t> next{0};
         auto work = [&] {
-            std::unordered_map<std::u16string_view, std::uint32_t> seen;
+            detail::NameTable seen;
             std::vector<NameUse const*> firstUses;
             std::vector<std::uint32_t> ofUse;
             std::vector<unsigned char> edgeSeen;
@@ -1033,11 +1053,11 @@ void Scan::buildGraph() {
                 firstUses.clear();
                 ofUse.clear();
                 auto add = [&](NameUse const& use) {
-                    auto const [it, fresh] = seen.try_emplace(use.name, static_cast<std::uint32_t>(firstUses.size()));
+                    auto const [k, fresh] = seen.emplace(use.name, static_cast<std::uint32_t>(firstUses.size()));
                     if (fresh) {
                         firstUses.push_back(&use);
                     }
-                    ofUse.push_back(it->second);
+                    ofUse.push_back(k);
                 };
                 for (auto const& super : facts.superclasses) {
                     add(super);
@@ -1208,45 +1228,64 @@ void Scan::buildGraph() {
         data.type = graph::Type::FILE();
         data.isFile = true;
         data.resolved = info.found;
-        data.location = {path.u16string()};
+        data.location = {u16(path)};
         data.pathIsFirstLocation = true;
         data.properties[u"referencedAt"] = u16(jsonArray(info.sites));
         referencedNode.push_back(addNode(std::move(data)));
         nodeById.emplace(id, referencedNode.back());
     }
-    // "file:line:column" texts as a JSON array, written as jsonArray writes them.
-    auto sitesJson = [&](std::vector<Site> const& sites) {
-        std::u16string out = u"[";
-        char number[32];
-        for (std::size_t i = 0; i < sites.size(); ++i) {
-            out += i == 0 ? u"\"" : u",\"";
-            for (char16_t const c : relIds_[sites[i].file]) {
-                switch (c) {
-                case u'"':
-                    out += u"\\\"";
-                    break;
-                case u'\\':
-                    out += u"\\\\";
-                    break;
-                case u'\n':
-                    out += u"\\n";
-                    break;
-                case u'\t':
-                    out += u"\\t";
-                    break;
-                default:
-                    if (c < 0x20) {
-                        std::snprintf(number, sizeof number, "\\u%04x", static_cast<unsigned>(c));
-                        out.append(number, number + std::strlen(number));
-                    } else {
-                        out += c;
-                    }
+    // "file:line:column" texts as a JSON array, written as jsonArray writes them. Each file's name is escaped
+    // once, however many sites it holds.
+    std::vector<std::u16string> escapedRel(files.size());
+    for (std::size_t f = 0; f < files.size(); ++f) {
+        if (!files[f].code) {
+            continue;
+        }
+        auto& out = escapedRel[f];
+        char number[16];
+        for (char16_t const c : relIds_[f]) {
+            switch (c) {
+            case u'"':
+                out += u"\\\"";
+                break;
+            case u'\\':
+                out += u"\\\\";
+                break;
+            case u'\n':
+                out += u"\\n";
+                break;
+            case u'\t':
+                out += u"\\t";
+                break;
+            default:
+                if (c < 0x20) {
+                    std::snprintf(number, sizeof number, "\\u%04x", static_cast<unsigned>(c));
+                    out.append(number, number + std::strlen(number));
+                } else {
+                    out += c;
                 }
             }
-            int const length = std::snprintf(number, sizeof number, ":%u:%u\"", sites[i].at.line, sites[i].at.column);
-            out.append(number, number + length);
         }
-        return out + u"]";
+    }
+    auto sitesJson = [&](std::vector<Site> const& sites) {
+        std::size_t size = 2;
+        for (auto const& site : sites) {
+            size += escapedRel[site.file].size() + 25;
+        }
+        std::u16string out;
+        out.reserve(size);
+        out += u'[';
+        for (std::size_t i = 0; i < sites.size(); ++i) {
+            out += i == 0 ? u"\"" : u",\"";
+            out += escapedRel[sites[i].file];
+            out += u':';
+            appendNumber(out, sites[i].at.line);
+            out += u':';
+            appendNumber(out, sites[i].at.column);
+            out += u'"';
+        }
+        out += u']';
+        return out;
     };
     // The call-site texts are written on all threads; the nodes are then added in order.
     {

@@ -24,19 +24,6 @@ std::ostream& operator<<(std::ostream& out, NodeKind kind) {
     return out << code;
 }
 
-StringId const& Node::identifier() const noexcept {
-    static constexpr StringId none;
-    return (flags_ & textFlag) != 0 ? *reinterpret_cast<StringId const*>(trailer()) : none;
-}
-
-Node const* Node::child(unsigned slot) const noexcept {
-    if (slot >= slotCount_ || (singleSlotMask_ & (1u << slot)) == 0) {
-        return nullptr;
-    }
-    auto const value = slotValues()[slot];
-    return value == absent ? nullptr : items()[value];
-}
-
 bool Node::hasLayoutOfItsKind() const noexcept {
     if (static_cast<int>(kind_) > lastNodeKind) {
         return false;
@@ -49,14 +36,6 @@ bool Node::hasLayoutOfItsKind() const noexcept {
         slotCount = slot.first + (single ? 1 : 2);
     }
     return slotCount == slotCount_ && singleMask == singleSlotMask_;
-}
-
-std::span<Node const* const> Node::list(unsigned first, unsigned last) const noexcept {
-    if (last != first + 1 || last >= slotCount_ || (singleSlotMask_ & (3u << first)) != 0) {
-        return {};
-    }
-    auto const* values = slotValues();
-    return {items() + values[first], items() + values[last]};
 }
 
 // The first block holds what the parser expects the whole tree to take; later ones grow with the tree, so that

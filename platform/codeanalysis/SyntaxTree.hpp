@@ -204,17 +204,31 @@ public:
     Operator op() const noexcept { return op_; }
 
     // Child in single slot `slot`; nullptr when the slot is empty or is not a single slot of this node.
-    Node const* child(unsigned slot) const noexcept;
+    Node const* child(unsigned slot) const noexcept {
+        if (slot >= slotCount_ || (singleSlotMask_ & (1u << slot)) == 0) {
+            return nullptr;
+        }
+        auto const value = slotValues()[slot];
+        return value == absent ? nullptr : items()[value];
+    }
     Node const* child(SingleSlot slot) const noexcept { return child(slot.number); }
     // Children of the list held by slots first and last (last == first + 1); empty when there is no such list.
-    std::span<Node const* const> list(unsigned first, unsigned last) const noexcept;
+    std::span<Node const* const> list(unsigned first, unsigned last) const noexcept {
+        if (last != first + 1 || last >= slotCount_ || (singleSlotMask_ & (3u << first)) != 0) {
+            return {};
+        }
+        auto const* values = slotValues();
+        return {items() + values[first], items() + values[last]};
+    }
     std::span<Node const* const> list(ListSlot slot) const noexcept { return list(slot.first, slot.first + 1); }
     // Every child that is part of this node's sub-tree, in slot order (a list's children in source order).
     std::span<Node const* const> children() const noexcept { return {items(), subtreeCount_}; }
 
     // Text of Identifier, DottedName, MetaclassQuery, Number, ImaginaryNumber, CharacterString, String,
     // CommandArgument and ShellEscape nodes; empty for other kinds.
-    StringId const& identifier() const noexcept;
+    StringId const& identifier() const noexcept {
+        return (flags_ & textFlag) != 0 ? *reinterpret_cast<StringId const*>(trailer()) : noText;
+    }
 
     // Attribute nodes only: the logical value a flag attribute holds (see lf::astapi::NodeCustomization).
     bool logicalValue() const noexcept { return (flags_ & logicalValueFlag) != 0; }
@@ -227,6 +241,7 @@ private:
     Node() = default;
 
     static constexpr std::uint32_t absent = 0xFFFFFFFFu;
+    static constexpr StringId noText{};
     static constexpr std::uint8_t logicalValueFlag = 1;
     static constexpr std::uint8_t textFlag = 2;
 

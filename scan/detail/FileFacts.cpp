@@ -1,9 +1,11 @@
 #include "scan/detail/FileFacts.hpp"
 
+#include "scan/detail/NameTable.hpp"
+
 #include <algorithm>
 #include <array>
 #include <string_view>
-#include <unordered_set>
+#include <vector>
 
 namespace depattr::scan::detail {
 
@@ -54,15 +56,62 @@ Node const* targetBase(Node const* target) noexcept {
     return nullptr;
 }
 
-using Names = std::unordered_set<std::u16string_view>;
+using Names = NameTable;
 
-// Every name a function (with the functions nested in it) assigns or declares.
-void collectVariables(Node const& node, Names& vars) {
+// Whether the node calls a built-in that makes variables the code cannot show (eval, load, ...).
+bool makesHiddenVariablesHere(Node const& node) noexcept {
+    switch (node.kind()) {
+    case NodeKind::CommandStatement:
+        return node.child(0) != nullptr && makesHiddenVariables(node.child(0)->identifier().getString());
+    case NodeKind::ExpressionStatement: {
+        Node const* e = node.child(0);
+        if (e != nullptr && e->kind() == NodeKind::ParenIndex) {
+            e = e->child(0);
+        }
+        return e != nullptr && e->kind() == NodeKind::Identifier && makesHiddenVariables(e->identifier().getString());
+    }
+    case NodeKind::ParenIndex: {
+        if (node.child(0) == nullptr || node.child(0)->kind() != NodeKind::Identifier) {
+            return false;
+        }
+        auto const n = node.child(0)->identifier().getString();
+        return n == u"eval" || n == u"evalin" || n == u"evalc" || n == u"assignin";
+    }
+    default:
+        return false;
+    }
+}
+
+// Whether any node of the sub-tree makes hidden variables.
+bool anyHidden(Node const& node) noexcept {
+    if (makesHiddenVariablesHere(node)) {
+        return true;
+    }
+    for (auto const* c : node.children()) {
+        if (anyHidden(*c)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Every name a function (with the functions nested in it) assigns or declares, and whether any of its nodes calls
+// a built-in that makes variables it cannot show: one walk of the tree for both.
+void collectVariables(Node const& node, Names& vars, bool& hidden) {
     auto addName = [&](Node const* n) {
         if (n != nullptr && n->kind() == NodeKind::Identifier) {
             vars.insert(n->identifier().getString());
         }
     };
+    // The parts of the tree the variables skip still count for hidden variables.
+    auto skipped = [&](Node const* n) {
+        if (!hidden && n != nullptr && n->kind() != NodeKind::Identifier) {
+            hidden = anyHidden(*n);
+        }
+    };
+    if (!hidden) {
+        hidden = makesHiddenVariablesHere(node);
+    }
     switch (node.kind()) {
     case NodeKind::FunctionDefinition:
     case NodeKind::MethodDefinition:
@@ -73,24 +122,26 @@ void collectVariables(Node const& node, Names& vars) {
             addName(in->child(0));
         }
         for (auto const* s : node.list(11, 12)) {
-            collectVariables(*s, vars);
+            collectVariables(*s, vars, hidden);
         }
         for (auto const* s : node.list(13, 14)) {
-            collectVariables(*s, vars);
+            collectVariables(*s, vars, hidden);
         }
         return;
     case NodeKind::Assignment:
         addName(targetBase(node.child(0)));
+        skipped(node.child(0));
         if (node.child(1) != nullptr) {
-            collectVariables(*node.child(1), vars);
+            collectVariables(*node.child(1), vars, hidden);
         }
         return;
     case NodeKind::MultipleAssignment:
         for (auto const* t : node.list(0, 1)) {
             addName(targetBase(t));
+            skipped(t);
         }
         if (node.child(2) != nullptr) {
-            collectVariables(*node.child(2), vars);
+            collectVariables(*node.child(2), vars, hidden);
         }
         return;
     case NodeKind::ForStatement:
@@ -101,6 +152,7 @@ void collectVariables(Node const& node, Names& vars) {
     case NodeKind::PersistentStatement:
         for (auto const* n : node.list(0, 1)) {
             addName(n);
+            skipped(n);
         }
         return;
     case NodeKind::CatchClause:
@@ -114,17 +166,22 @@ void collectVariables(Node const& node, Names& vars) {
     case NodeKind::ParenIndex:
         // Name=value arguments name no variable.
         if (node.child(0) != nullptr) {
-            collectVariables(*node.child(0), vars);
+            collectVariables(*node.child(0), vars, hidden);
         }
         for (auto const* a : node.list(1, 2)) {
-            collectVariables(a->kind() == NodeKind::Assignment && a->child(1) != nullptr ? *a->child(1) : *a, vars);
+            if (a->kind() == NodeKind::Assignment && a->child(1) != nullptr) {
+                skipped(a->child(0));
+                collectVariables(*a->child(1), vars, hidden);
+            } else {
+                collectVariables(*a, vars, hidden);
+            }
         }
         return;
     default:
         break;
     }
     for (auto const* c : node.children()) {
-        collectVariables(*c, vars);
+        collectVariables(*c, vars, hidden);
     }
 }
 
@@ -160,8 +217,7 @@ public:
             vars.insert(u"ans");
             hidden_ = false;
             for (auto const* s : script) {
-                collectVariables(*s, vars);
-                scanHidden(*s);
+                collectVariables(*s, vars, hidden_);
             }
             vars_ = &vars;
             // A script runs in its caller's workspace: a name it does not define may be the caller's variable.
@@ -193,47 +249,12 @@ private:
         defineNested(fn);
         Names vars;
         vars.insert(u"ans");
-        collectVariables(fn, vars);
         hidden_ = false;
-        scanHidden(fn);
+        collectVariables(fn, vars, hidden_);
         vars_ = &vars;
         reportable_ = !hidden_;
         walkFunction(fn);
         vars_ = nullptr;
-    }
-
-    // Whether the function calls a built-in that makes variables it cannot show.
-    void scanHidden(Node const& node) {
-        if (hidden_) {
-            return;
-        }
-        if (node.kind() == NodeKind::CommandStatement && node.child(0) != nullptr &&
-            makesHiddenVariables(node.child(0)->identifier().getString())) {
-            hidden_ = true;
-            return;
-        }
-        if (node.kind() == NodeKind::ExpressionStatement && node.child(0) != nullptr) {
-            Node const* e = node.child(0);
-            if (e->kind() == NodeKind::ParenIndex) {
-                e = e->child(0);
-            }
-            if (e != nullptr && e->kind() == NodeKind::Identifier &&
-                makesHiddenVariables(e->identifier().getString())) {
-                hidden_ = true;
-                return;
-            }
-        }
-        if (node.kind() == NodeKind::ParenIndex && node.child(0) != nullptr &&
-            node.child(0)->kind() == NodeKind::Identifier) {
-            auto const n = node.child(0)->identifier().getString();
-            if (n == u"eval" || n == u"evalin" || n == u"evalc" || n == u"assignin") {
-                hidden_ = true;
-                return;
-            }
-        }
-        for (auto const* c : node.children()) {
-            scanHidden(*c);
-        }
     }
 
     void walkFunction(Node const& fn) {
@@ -344,7 +365,8 @@ private:
 
     // a.b.c: a variable's fields, or a package function, class, static method or a function's result.
     void dotted(Node const& node) {
-        std::vector<std::u16string_view> fields;
+        auto& fields = fields_;  // no walk below runs while the fields are still needed
+        fields.clear();
         Node const* base = &node;
         while (base->kind() == NodeKind::FieldAccess) {
             auto const* field = base->child(1);
@@ -532,6 +554,7 @@ private:
 
     FileFacts& facts_;
     Names const* vars_ = nullptr;
+    std::vector<std::u16string_view> fields_;
     bool reportable_ = true;
     bool hidden_ = false;
 };
@@ -539,11 +562,30 @@ private:
 }  // namespace
 
 bool isFileReader(std::u16string_view name) noexcept {
+    // Most callees are none of them: the first letter rules out nearly all quickly.
+    if (name.size() < 4) {
+        return false;
+    }
+    switch (name.front()) {
+    case u'a':
+    case u'c':
+    case u'd':
+    case u'f':
+    case u'i':
+    case u'l':
+    case u'r':
+    case u't':
+    case u'x':
+        break;
+    default:
+        return false;
+    }
     return std::find(fileReaders.begin(), fileReaders.end(), name) != fileReaders.end();
 }
 
 FileFacts extractFacts(Node const& root) {
     FileFacts facts;
+    facts.uses.reserve(64);
     Extractor(facts).run(root);
     return facts;
 }
