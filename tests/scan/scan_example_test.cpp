@@ -4,6 +4,7 @@
 #include "attribute/GraphAttributes.hpp"
 #include "attribute/analyzers/Analyzers.hpp"
 #include "platform/toolbox/ToolboxFinder.hpp"
+#include "support/Scratch.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,7 +21,11 @@ using dependency::toolbox::ToolboxFinder;
 using testing::IsSupersetOf;
 
 TEST(ScanExampleTest, EveryBuiltInAnalyzerReportsSomethingFromTheExampleFolder) {
-    fs::path const project = fs::path(DEPATTR_SOURCE_DIR) / "examples" / "project";
+    // A copy of the example, so that setting a file's time leaves the source tree alone.
+    depattr_test::ScratchFolder scratch("depattr-example");
+    fs::path const project = scratch.path() / "project";
+    fs::copy(fs::path(DEPATTR_SOURCE_DIR) / "examples" / "project", project,
+             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
     ToolboxFinder::setInstallRoot(project / "install");
     // A checkout gives files arbitrary times: the compiled file is made older than its source, as after an edit.
     auto const sourceTime = fs::last_write_time(project / "lib/src/filtered.qx");
