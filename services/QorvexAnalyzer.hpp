@@ -5,6 +5,7 @@
 // command distributor and the caller blocks until the host code has finished.
 
 #include "attribute/AttributeAnalyzer.hpp"
+#include "platform/host/HostClasses.hpp"
 #include "platform/host/Qcos.hpp"
 
 #include <memory>
@@ -38,6 +39,7 @@ private:
         std::mutex mutex;
         std::shared_ptr<dependency::graph::Graph const> graph;
         qcos::COSInterfacePtr object;
+        std::shared_ptr<services::NodeObjects> nodes;
     };
 
     qcos::COSInterfacePtr analyzerObject_;

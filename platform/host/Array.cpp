@@ -86,6 +86,14 @@ qxArray::qxArray(Dimensions dims, std::size_t count, std::string const* classNam
       classID_(static_cast<qxClassID>(storage.index())),
       storage_(std::move(storage)) {}
 
+qxArray::qxArray(qxArray const& other)
+    : dims_(other.dims_),
+      count_(other.count_),
+      className_(other.className_),
+      classID_(other.classID_),
+      heterogeneous_(other.heterogeneous_),
+      storage_(other.storage_) {}
+
 qxArray::~qxArray() = default;
 
 void qxArray::setElementLimit(std::size_t limit) noexcept {
@@ -95,19 +103,19 @@ void qxArray::setElementLimit(std::size_t limit) noexcept {
 qxArrayPtr qxArray::createDouble(Dimensions dims) {
     dims = normalised(std::move(dims));
     auto const count = elementCount(dims);
-    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, Doubles(count)));
+    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, std::in_place_type<Doubles>, count));
 }
 
 qxArrayPtr qxArray::createLogical(Dimensions dims) {
     dims = normalised(std::move(dims));
     auto const count = elementCount(dims);
-    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, Logicals(count)));
+    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, std::in_place_type<Logicals>, count));
 }
 
 qxArrayPtr qxArray::createChar(Dimensions dims) {
     dims = normalised(std::move(dims));
     auto const count = elementCount(dims);
-    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, std::u16string(count, u'\0')));
+    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, std::in_place_type<std::u16string>, count, u'\0'));
 }
 
 qxArrayPtr qxArray::createObjects(Dimensions dims, std::string_view className) {
@@ -116,7 +124,8 @@ qxArrayPtr qxArray::createObjects(Dimensions dims, std::string_view className) {
     }
     dims = normalised(std::move(dims));
     auto const count = elementCount(dims);
-    return qxArrayPtr(new qxArray(std::move(dims), count, &qxInternName(className), Objects(count)));
+    return qxArrayPtr(
+        new qxArray(std::move(dims), count, &qxInternName(className), std::in_place_type<Objects>, count));
 }
 
 qxArrayPtr qxArray::createObjectsWithStableName(Dimensions dims, std::string const& className) {
@@ -125,13 +134,13 @@ qxArrayPtr qxArray::createObjectsWithStableName(Dimensions dims, std::string con
     }
     dims = normalised(std::move(dims));
     auto const count = elementCount(dims);
-    return qxArrayPtr(new qxArray(std::move(dims), count, &className, Objects(count)));
+    return qxArrayPtr(new qxArray(std::move(dims), count, &className, std::in_place_type<Objects>, count));
 }
 
 qxArrayPtr qxArray::createCell(Dimensions dims) {
     dims = normalised(std::move(dims));
     auto const count = elementCount(dims);
-    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, Cells(count, emptyValue())));
+    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, std::in_place_type<Cells>, count, emptyValue()));
 }
 
 qxArrayPtr qxArray::createStruct(Dimensions dims, std::vector<std::string> fieldNames) {
@@ -146,19 +155,20 @@ qxArrayPtr qxArray::createStruct(Dimensions dims, std::vector<std::string> field
 qxArrayPtr qxArray::createStrings(Dimensions dims) {
     dims = normalised(std::move(dims));
     auto const count = elementCount(dims);
-    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, Strings(count)));
+    return qxArrayPtr(new qxArray(std::move(dims), count, nullptr, std::in_place_type<Strings>, count));
 }
 
 qxArrayPtr qxArray::createScalar(double value) {
-    return qxArrayPtr(new qxArray({1, 1}, 1, nullptr, Doubles(1, value)));
+    return qxArrayPtr(new qxArray({1, 1}, 1, nullptr, std::in_place_type<Doubles>, 1, value));
 }
 
 qxArrayPtr qxArray::createLogicalScalar(bool value) {
-    return qxArrayPtr(new qxArray({1, 1}, 1, nullptr, Logicals(1, value ? 1 : 0)));
+    return qxArrayPtr(
+        new qxArray({1, 1}, 1, nullptr, std::in_place_type<Logicals>, 1, static_cast<std::uint8_t>(value)));
 }
 
 qxArrayPtr qxArray::createString(std::u16string_view text) {
-    return qxArrayPtr(new qxArray({1, text.size()}, text.size(), nullptr, std::u16string(text)));
+    return qxArrayPtr(new qxArray({1, text.size()}, text.size(), nullptr, std::in_place_type<std::u16string>, text));
 }
 
 qxArrayPtr qxArray::createStringScalar(std::u16string_view text) {
@@ -166,7 +176,7 @@ qxArrayPtr qxArray::createStringScalar(std::u16string_view text) {
 }
 
 qxArrayPtr qxArray::createEmpty() {
-    return qxArrayPtr(new qxArray({1, 0}, 0, nullptr, Doubles()));
+    return qxArrayPtr(new qxArray({1, 0}, 0, nullptr, std::in_place_type<Doubles>));
 }
 
 qxArrayPtr qxArray::createFunctionHandle(std::shared_ptr<qvm::FunctionHandle const> handle) {
@@ -176,10 +186,12 @@ qxArrayPtr qxArray::createFunctionHandle(std::shared_ptr<qvm::FunctionHandle con
     return qxArrayPtr(new qxArray({1, 1}, 1, nullptr, Handles{std::move(handle)}));
 }
 
+qxArrayPtr qxArray::createObjectScalar(qcos::COSInterfacePtr object, std::string const& className) {
+    return qxArrayPtr(new qxArray({1, 1}, 1, &className, std::in_place_type<Objects>, 1, std::move(object)));
+}
+
 qxArrayPtr qxArray::clone() const {
-    auto copy = qxArrayPtr(new qxArray(dims_, count_, className_, storage_));
-    copy->heterogeneous_ = heterogeneous_;
-    return copy;
+    return qxArrayPtr(new qxArray(*this));
 }
 
 qxArrayShared qxArray::share(qxArrayPtr array) noexcept {

@@ -172,6 +172,9 @@ public:
     static qxArrayPtr createEmpty();
     // A scalar of class "function_handle".
     static qxArrayPtr createFunctionHandle(std::shared_ptr<qvm::FunctionHandle const> handle);
+    // A 1-by-1 object array holding `object` (not null), of `className`,
+    // which must live for the process like createObjectsWithStableName's.
+    static qxArrayPtr createObjectScalar(qcos::COSInterfacePtr object, std::string const& className);
 
     // A copy of the array. Object elements are shared, not copied (host
     // objects are handles); cell elements and field values are shared too,
@@ -282,6 +285,20 @@ private:
     friend void intrusive_ptr_release(qxArray const* array) noexcept;
 
     qxArray(Dimensions dims, std::size_t count, std::string const* className, Storage storage);
+    // Builds the storage in place from `args`: making an array moves no
+    // temporary storage, which matters for the many scalars host code makes.
+    template <class Kind, class... Args>
+    qxArray(Dimensions dims, std::size_t count, std::string const* className, std::in_place_type_t<Kind> kind,
+            Args&&... args)
+        : dims_(std::move(dims)),
+          count_(count),
+          className_(className),
+          classID_(qxClassID::Double),
+          storage_(kind, std::forward<Args>(args)...) {
+        classID_ = static_cast<qxClassID>(storage_.index());
+    }
+    // For clone(): the same dimensions, class and elements, not shared.
+    qxArray(qxArray const& other);
     void checkIndex(std::size_t index) const;
     template <class Vector>
     Vector& storageAs(char const* kind);

@@ -44,11 +44,11 @@ qcos::COSInterfacePtr toHeldObject(char const* className, std::shared_ptr<T> con
 // made the first time, so host code may compare nodes by object and keep them
 // in sets. Node objects do not refer back to the graph object, so the cache
 // makes no cycle; it goes with the graph object.
-class NodeObjectCache final : public ImmutableGraph {
+class NodeObjectCache final : public ImmutableGraph, public NodeObjects {
 public:
     using ImmutableGraph::ImmutableGraph;
 
-    qcos::COSInterfacePtr objectOf(std::shared_ptr<Node> const& node) {
+    qcos::COSInterfacePtr objectOf(std::shared_ptr<Node> const& node) override {
         std::lock_guard lock(mutex_);
         auto& slot = objects_[node.get()];
         if (!slot) {
@@ -115,7 +115,17 @@ std::shared_ptr<NodeObjectCache> nodeCacheOf(std::shared_ptr<ImmutableGraph> con
 
 std::shared_ptr<qcos::COSClassInfo> makeNodeClass() {
     auto info = std::make_shared<qcos::QcosFactoryClassInfo>(NodeClassName);
-    auto node = [](qcos::COSInterface const& object) { return fromNodeObject(object); };
+    // Checked like fromNodeObject; the getters read the node while the object
+    // they are called on holds it, so no shared pointer to it is copied.
+    auto node = [](qcos::COSInterface const& object) -> Node const* {
+        (void)qcos::factory::impl::validateSelfPointer(object);
+        auto const* holder = dynamic_cast<Holder<Node> const*>(object.getNative().get());
+        if (holder == nullptr) {
+            throw qcos::HostError("qcos:binding:wrongNativeClass", "The object of class '" + object.getClassName() +
+                                                                       "' wraps a native object of another class.");
+        }
+        return holder->held().get();
+    };
     info->addProperty(
         qcos::QcosProperty::withGetter("ID", "char", [=](auto const& o) { return text(node(o)->getID()); }));
     info->addProperty(
@@ -270,6 +280,12 @@ void const* nativeIdentity(Shareable const& native) noexcept {
         return dependency->held().get();
     }
     return &native;
+}
+
+NodeObjects::~NodeObjects() = default;
+
+std::shared_ptr<NodeObjects> nodeObjectsOf(qcos::COSInterface const& graphObject) {
+    return nodeCacheOf(fromGraphObject(graphObject));
 }
 
 qcos::COSInterfacePtr nodeObjectIn(qcos::COSInterface const& graphObject, std::shared_ptr<Node> const& node) {

@@ -40,6 +40,18 @@ qcos::COSInterfacePtr toNodeCachingGraphObject(std::shared_ptr<dependency::graph
 qcos::COSInterfacePtr nodeObjectIn(qcos::COSInterface const& graphObject,
                                    std::shared_ptr<dependency::graph::Node> const& node);
 
+// The node objects that a graph object made by toNodeCachingGraphObject keeps,
+// for a caller that asks for nodes of one graph object again and again (an
+// analysis, node after node): objectOf gives what nodeObjectIn gives, without
+// looking the graph object up in the binding registry each time.
+class NodeObjects {
+public:
+    virtual ~NodeObjects();
+    virtual qcos::COSInterfacePtr objectOf(std::shared_ptr<dependency::graph::Node> const& node) = 0;
+};
+// Null when the graph object keeps no node objects.
+std::shared_ptr<NodeObjects> nodeObjectsOf(qcos::COSInterface const& graphObject);
+
 // What a native object stands for: the graph of a graph wrapper, the node or
 // dependency of a node or dependency object's holder, else the object itself.
 // Host objects whose natives stand for the same thing are the same object to

@@ -7,7 +7,10 @@
 
 #include <fmt/format.h>
 
+#include <array>
+#include <cstdint>
 #include <stdexcept>
+#include <string>
 
 namespace qcos {
 
@@ -183,11 +186,50 @@ std::string const& classOfSelf(std::string_view methodName, int nrhs, qxArray co
     return self.isEmpty() ? self.getClassName() : cosiGetArrayElement(self, 0)->getClassName();
 }
 
+// The method `methodName` of `className` or of a superclass, or null. A
+// thread calls the same few methods again and again (an analyzer's "analyze",
+// node after node): the last ones it found are kept until another class is
+// registered, so a repeated call neither looks up the class nor walks its
+// superclasses. An unregistered class is a HostError.
+QcosMethod const* lookUpMethod(std::string_view className, std::string_view methodName) {
+    struct Found {
+        std::string className;
+        std::string methodName;
+        QcosMethod const* method = nullptr;
+    };
+    struct Cache {
+        std::uint64_t generation = ~std::uint64_t{0};
+        std::array<Found, 4> entries;
+        std::size_t next = 0;
+    };
+    thread_local Cache cache;
+    auto const generation = detail::currentClassGeneration();
+    if (cache.generation != generation) {
+        cache = Cache{};
+        cache.generation = generation;
+    }
+    for (auto const& entry : cache.entries) {
+        if (entry.method != nullptr && entry.className == className && entry.methodName == methodName) {
+            return entry.method;
+        }
+    }
+    detail::requireClass(className);
+    auto const* method = detail::findMethod(className, methodName);
+    if (method != nullptr) {
+        // Registered classes are never taken out, so the method stays where it is.
+        auto& entry = cache.entries[cache.next];
+        cache.next = (cache.next + 1) % cache.entries.size();
+        entry.className.assign(className);
+        entry.methodName.assign(methodName);
+        entry.method = method;
+    }
+    return method;
+}
+
 // Finds `methodName` in `className` (and its superclasses) and invokes it.
 void findAndInvoke(COSClient const& client, std::string_view className, std::string_view methodName, bool onlyStatic,
                    int nlhs, qxArrayPtr* plhs, int nrhs, qxArray const* const* prhs) {
-    detail::requireClass(className);
-    auto const* method = detail::findMethod(className, methodName);
+    auto const* method = lookUpMethod(className, methodName);
     if (method == nullptr || (onlyStatic && !method->getAttributes().isStatic)) {
         throw HostError("qcos:method:undefined", fmt::format("No {}method '{}' for class '{}'.",
                                                              onlyStatic ? "static " : "", methodName, className));

@@ -361,6 +361,10 @@ std::shared_ptr<COSClassInfo const> detail::requireClass(std::string_view qualif
     return classInfo;
 }
 
+std::uint64_t detail::currentClassGeneration() noexcept {
+    return qcos::classGeneration().load(std::memory_order_acquire);
+}
+
 QcosMethod const* detail::findMethod(std::string_view className, std::string_view name) {
     QcosMethod const* method = nullptr;
     visitClassChain(className, [&](COSClassInfo const& info) {
@@ -569,9 +573,7 @@ qxArrayPtr omCreateQCOSScalar(COSInterfacePtr const& object) {
     if (!object) {
         throw HostError("qcos:array:nullObject", "Cannot make a host array of a null object.");
     }
-    auto array = qxArray::createObjectsWithStableName({1, 1}, object->getClassName());
-    array->setObject(0, object);
-    return array;
+    return qxArray::createObjectScalar(object, object->getClassName());
 }
 
 qxArrayPtr omCreateQCOSMatrix(std::size_t m, std::size_t n, std::string className) {

@@ -33,6 +33,10 @@ std::shared_ptr<COSClassInfo const> requireClass(std::string_view qualifiedName)
 // superclasses; null when there is none.
 QcosMethod const* findMethod(std::string_view className, std::string_view name);
 
+// Counts the classes registered so far: what was looked up under one count
+// holds until the count changes (classes are never taken out).
+std::uint64_t currentClassGeneration() noexcept;
+
 // Adds a class to the process-wide class table without triggering the
 // platform's own class registration (which itself uses this). With
 // skipIfPresent a class of that name already registered is left alone.

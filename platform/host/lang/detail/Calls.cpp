@@ -52,10 +52,6 @@ public:
     FrameScope& operator=(FrameScope const&) = delete;
 };
 
-qxArrayPtr asArray(Value const& value) {
-    return qxArray::unshare(value);
-}
-
 }  // namespace
 
 void checkStack() {
@@ -123,7 +119,8 @@ std::vector<qxArrayPtr> arraysOf(Values values) {
     std::vector<qxArrayPtr> arrays;
     arrays.reserve(values.size());
     for (auto& value : values) {
-        arrays.push_back(asArray(std::move(value)));
+        // Moved, so that a value nobody else holds is handed over without a copy.
+        arrays.push_back(qxArray::unshare(std::move(value)));
     }
     return arrays;
 }

@@ -2,6 +2,7 @@
 // are found in classes and their superclasses; objects are constructed; methods, properties and superclass members
 // are reached from the evaluator; and caught errors become error objects.
 
+#include "platform/host/detail/Runtime.hpp"
 #include "platform/host/lang/detail/Evaluation.hpp"
 #include "platform/host/lang/detail/Indexing.hpp"
 #include "platform/host/lang/detail/Operations.hpp"
@@ -365,18 +366,18 @@ struct MemberKeyEqual {
 Member const& findMember(std::string const& className, std::string_view name) {
     thread_local std::unordered_map<MemberKey, Member, MemberKeyHash, MemberKeyEqual> cache;
     auto const generation = CodeRuntime::get().generation();
+    // A class may gain a member when a superclass is registered later, so what
+    // was found (or not found) holds while no class file is compiled and no
+    // class registered.
+    auto const classGeneration = qcos::detail::currentClassGeneration();
     auto found = cache.find(MemberKeyView{className, name});
-    if (found != cache.end() && found->second.generation == generation) {
+    if (found != cache.end() && found->second.generation == generation &&
+        found->second.classGeneration == classGeneration) {
         return found->second;
     }
     auto member = lookUpMember(className, name);
     member.generation = generation;
-    if (member.kind == Member::Kind::None) {
-        // Not kept: the class may gain a superclass registered later.
-        thread_local Member none;
-        none = member;
-        return none;
-    }
+    member.classGeneration = classGeneration;
     if (found != cache.end()) {
         found->second = std::move(member);
         return found->second;

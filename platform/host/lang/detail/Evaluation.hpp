@@ -127,7 +127,8 @@ struct Member {
     qcos::QcosProperty const* boundProperty{};
     qcos::QcosMethod const* boundMethod{};
     bool isStatic = false;
-    std::uint64_t generation = 0;
+    std::uint64_t generation = 0;       // of the code runtime when it was looked up
+    std::uint64_t classGeneration = 0;  // of the class-object system's classes then
 };
 
 // The member of that name of the class or its superclasses (kind None when there is none); kept per thread.
