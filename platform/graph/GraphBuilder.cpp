@@ -14,7 +14,7 @@ std::shared_ptr<Node> GraphBuilder::addNode(NodeData data) {
     return addNode(std::move(data), hash);
 }
 
-// The blocks grow from 4,096 nodes to 32,768 (a few megabytes, asked for in
+// The blocks grow from 4,096 nodes to 8 MiB of them (asked for in
 // huge pages where the system offers them: a million nodes in small pages
 // are tens of thousands of page faults), so that a small graph stays small.
 class GraphBuilder::NodeArena {
@@ -54,7 +54,10 @@ public:
 
 private:
     static constexpr std::size_t firstBlockNodes = 4096;
-    static constexpr std::size_t largestBlockNodes = 32768;
+    // As many nodes as fill 8 MiB, four huge pages: a block in huge pages
+    // takes whole pages, so one that filled a page only in part would waste
+    // the rest of it.
+    static constexpr std::size_t largestBlockNodes = (std::size_t{8} << 20) / sizeof(Node);
     static_assert(alignof(Node) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
     struct Block {
         char* bytes;
