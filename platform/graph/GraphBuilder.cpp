@@ -2,6 +2,7 @@
 
 #include "platform/graph/detail/GraphStore.hpp"
 
+#include <algorithm>
 #include <limits>
 #include <new>
 #include <stdexcept>
@@ -13,6 +14,9 @@ std::shared_ptr<Node> GraphBuilder::addNode(NodeData data) {
     return addNode(std::move(data), hash);
 }
 
+// The blocks grow from 4,096 nodes to 8 MiB of them (asked for in
+// huge pages where the system offers them: a million nodes in small pages
+// are tens of thousands of page faults), so that a small graph stays small.
 class GraphBuilder::NodeArena {
 public:
     NodeArena() = default;
@@ -20,19 +24,24 @@ public:
     NodeArena& operator=(NodeArena const&) = delete;
     ~NodeArena() {
         for (std::size_t block = 0; block < blocks_.size(); ++block) {
-            std::size_t const count = block + 1 == blocks_.size() ? used_ : nodesPerBlock;
+            std::size_t const count = block + 1 == blocks_.size() ? used_ : blocks_[block].capacity;
             for (std::size_t i = 0; i < count; ++i) {
                 at(block, i)->~Node();
             }
+            detail::LargeArrayAllocator<char>().deallocate(blocks_[block].bytes,
+                                                           blocks_[block].capacity * sizeof(Node));
         }
     }
 
     Node* add(NodeData&& data) {
-        if (blocks_.empty() || used_ == nodesPerBlock) {
-            blocks_.push_back(std::make_unique_for_overwrite<Storage[]>(nodesPerBlock));
+        if (blocks_.empty() || used_ == blocks_.back().capacity) {
+            std::size_t const capacity =
+                blocks_.empty() ? firstBlockNodes : std::min(blocks_.back().capacity * 2, largestBlockNodes);
+            blocks_.reserve(blocks_.size() + 1);
+            blocks_.push_back({detail::LargeArrayAllocator<char>().allocate(capacity * sizeof(Node)), capacity});
             used_ = 0;
         }
-        Node* const node = new (blocks_.back()[used_].bytes) Node(std::move(data));
+        Node* const node = new (blocks_.back().bytes + used_ * sizeof(Node)) Node(std::move(data));
         ++used_;
         return node;
     }
@@ -44,14 +53,20 @@ public:
     }
 
 private:
-    static constexpr std::size_t nodesPerBlock = 4096;
-    struct Storage {
-        alignas(Node) unsigned char bytes[sizeof(Node)];
+    static constexpr std::size_t firstBlockNodes = 4096;
+    // As many nodes as fill 8 MiB, four huge pages: a block in huge pages
+    // takes whole pages, so one that filled a page only in part would waste
+    // the rest of it.
+    static constexpr std::size_t largestBlockNodes = (std::size_t{8} << 20) / sizeof(Node);
+    static_assert(alignof(Node) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+    struct Block {
+        char* bytes;
+        std::size_t capacity;  // in nodes
     };
     Node* at(std::size_t block, std::size_t index) const noexcept {
-        return std::launder(reinterpret_cast<Node*>(blocks_[block][index].bytes));
+        return std::launder(reinterpret_cast<Node*>(blocks_[block].bytes + index * sizeof(Node)));
     }
-    std::vector<std::unique_ptr<Storage[]>> blocks_;
+    std::vector<Block> blocks_;
     std::size_t used_ = 0;  // nodes in the last block
 };
 

@@ -12,7 +12,9 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
+#include <new>
 #include <unordered_map>
+#include <utility>
 
 namespace dependency::graph {
 
@@ -33,11 +35,58 @@ std::u16string toUtf16(std::string_view utf8) {
     return result;
 }
 
+// A graph file's text with the zeroed padding the JSON reader reads past its
+// end. A large file is read into huge pages where the system offers them:
+// every page of it is touched, and a quarter of a gigabyte in small pages is
+// tens of thousands of page faults, which cost more than the reading.
+class GraphText {
+public:
+    GraphText() = default;
+    explicit GraphText(std::size_t size) : size_(size), capacity_(size + simdjson::SIMDJSON_PADDING) {
+        data_ = detail::LargeArrayAllocator<char>().allocate(capacity_);
+        std::fill_n(data_ + size_, capacity_ - size_, '\0');
+    }
+    explicit GraphText(std::string_view text) : GraphText(text.size()) { std::copy(text.begin(), text.end(), data_); }
+    GraphText(GraphText&& other) noexcept
+        : data_(std::exchange(other.data_, nullptr)),
+          size_(std::exchange(other.size_, 0)),
+          capacity_(std::exchange(other.capacity_, 0)) {}
+    GraphText& operator=(GraphText&& other) noexcept {
+        if (this != &other) {
+            release();
+            data_ = std::exchange(other.data_, nullptr);
+            size_ = std::exchange(other.size_, 0);
+            capacity_ = std::exchange(other.capacity_, 0);
+        }
+        return *this;
+    }
+    ~GraphText() { release(); }
+
+    char* data() noexcept { return data_; }
+    char const* data() const noexcept { return data_; }
+    std::size_t size() const noexcept { return size_; }
+    simdjson::padded_string_view view() const noexcept {
+        return data_ == nullptr ? simdjson::padded_string_view("", 0, simdjson::SIMDJSON_PADDING)
+                                : simdjson::padded_string_view(data_, size_, capacity_);
+    }
+
+private:
+    void release() noexcept {
+        if (data_ != nullptr) {
+            detail::LargeArrayAllocator<char>().deallocate(data_, capacity_);
+            data_ = nullptr;
+        }
+    }
+    char* data_ = nullptr;
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;
+};
+
 // Reads one graph document. Every error is raised at the place it is found,
 // with the line and column of the offending text.
 class GraphReader {
 public:
-    GraphReader(simdjson::padded_string text, std::string const& fileName, std::filesystem::path const& baseFolder,
+    GraphReader(GraphText text, std::string const& fileName, std::filesystem::path const& baseFolder,
                 GraphFileOptions const& options = {})
         : text_(std::move(text)), fileName_(fileName), baseFolder_(baseFolder), options_(options) {
         if (!baseFolder_.empty()) {
@@ -55,7 +104,7 @@ public:
         // size) are let go before the graph's edges are made, so that the
         // two never take memory at the same time.
         document_ = nullptr;
-        text_ = simdjson::padded_string();
+        text_ = GraphText();
         cycleParser_ = od::parser();
         std::vector<char const*>().swap(nodeStarts_);
         std::vector<PendingEdge>().swap(pendingEdges_);
@@ -72,7 +121,7 @@ private:
         }
         od::parser parser;
         od::document document;
-        if (auto const error = parser.iterate(text_).get(document)) {
+        if (auto const error = parser.iterate(text_.view()).get(document)) {
             auto const reason = std::string(foundation::json::describeReaderError(error));
             // Bytes that are not UTF-8 and unescaped control characters are
             // found where they are; a text that ends early is explained by its structure.
@@ -815,7 +864,7 @@ private:
 
     static constexpr std::size_t elementsPerProgressReport = 4096;
 
-    simdjson::padded_string text_;
+    GraphText text_;
     std::string const& fileName_;
     std::filesystem::path const& baseFolder_;
     GraphFileOptions options_;
@@ -840,16 +889,17 @@ private:
 
 std::shared_ptr<Graph const> parseGraph(std::string_view text, std::string const& fileName,
                                         std::filesystem::path const& baseFolder) {
-    return GraphReader(simdjson::padded_string(text), fileName, baseFolder).read();
+    return GraphReader(GraphText(text), fileName, baseFolder).read();
 }
 
 std::shared_ptr<Graph const> loadGraphFile(std::filesystem::path const& path, GraphFileOptions const& options) {
     std::string const fileName = path.string();
-    simdjson::padded_string content;
+    GraphText content;
     try {
         fl::filesystem::RegularFile const file(fileName, maxGraphFileBytes);
-        content = simdjson::padded_string(file.size());
-        if (content.data() == nullptr) {
+        try {
+            content = GraphText(file.size());
+        } catch (std::bad_alloc const&) {
             throw GraphFileError(fileName, 0, 0, "cannot read the graph file: not enough memory");
         }
         file.read(content.data());

@@ -13,7 +13,8 @@ namespace dependency::graph::detail {
 
 struct GraphStore {
     std::vector<std::shared_ptr<Node>> nodes;
-    std::vector<Dependency> dependencies;  // made by a builder; grouped by upstream node
+    // Made by a builder, grouped by upstream node; large, so in huge pages where the system offers them.
+    std::vector<Dependency, LargeArrayAllocator<Dependency>> dependencies;
 };
 
 }  // namespace dependency::graph::detail

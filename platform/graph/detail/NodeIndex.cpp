@@ -1,5 +1,7 @@
 #include "platform/graph/detail/NodeIndex.hpp"
 
+#include "platform/graph/Graph.hpp"
+
 #include <sys/mman.h>
 
 #include <algorithm>
@@ -177,6 +179,9 @@ void LargeArrayAllocator<T>::deallocate(T* pointer, std::size_t count) noexcept 
     }
 }
 
+// The node blocks, the file's text and the edge store are large arrays too.
+template struct LargeArrayAllocator<char>;
+template struct LargeArrayAllocator<Dependency>;
 template struct LargeArrayAllocator<std::uint64_t>;
 template struct LargeArrayAllocator<std::u16string_view>;
 

@@ -116,17 +116,33 @@ TEST(GraphTest, BuilderRejectsDuplicateIdsAndDanglingEdges) {
     EXPECT_THROW(builder.addNode(u"a", Type::FUNCTION()), std::invalid_argument);
     EXPECT_THROW(builder.addDependency(u"a", u"nowhere", Type::CALL()), std::invalid_argument);
     EXPECT_THROW(builder.addDependency(u"nowhere", u"a", Type::CALL()), std::invalid_argument);
-    // The refused node is taken back: the next one takes its place, and nodes
-    // (more than one block of them) outlive the builder and the graph.
+    // The refused node is taken back: the next one takes its place, also
+    // when it was the first of a new block, and nodes (blocks of several
+    // sizes, the largest ones in huge pages) outlive the builder and the graph.
+    auto const idOf = [](int i) {
+        return u"n" + std::u16string(1, static_cast<char16_t>(0x100 + i % 0xd000)) +
+               std::u16string(1, static_cast<char16_t>(0x100 + i / 0xd000));
+    };
     std::vector<std::shared_ptr<Node>> kept;
-    for (int i = 0; i < 5000; ++i) {
-        kept.push_back(builder.addNode(u"n" + std::u16string(1, static_cast<char16_t>(0x100 + i)), Type::FUNCTION()));
+    int const count = 70000;
+    for (int i = 0; i < count; ++i) {
+        if (i == 4095 || i == 4096 + 8191) {  // the first and the second block are full
+            EXPECT_THROW(builder.addNode(u"a", Type::FUNCTION()), DuplicateNodeError);
+        }
+        kept.push_back(builder.addNode(idOf(i), Type::FUNCTION()));
     }
     auto graph = builder.build();
-    EXPECT_EQ(graph->nodeCount(), 5001u);
+    EXPECT_EQ(graph->nodeCount(), count + 1u);
     EXPECT_EQ(graph->findNode(u"a")->getType(), Type::FILE());
+    int position = -1;
+    for (auto const& node : graph->getNodes()) {
+        ASSERT_EQ(node->getID(), position < 0 ? u"a" : idOf(position)) << position;
+        ++position;
+    }
     graph.reset();
-    EXPECT_EQ(kept.back()->getID(), u"n" + std::u16string(1, static_cast<char16_t>(0x100 + 4999)));
+    for (int i = 0; i < count; ++i) {
+        ASSERT_EQ(kept[static_cast<std::size_t>(i)]->getID(), idOf(i)) << i;
+    }
     EXPECT_EQ(kept.front()->getType(), Type::FUNCTION());
 }
 
