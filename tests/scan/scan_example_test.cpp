@@ -21,11 +21,14 @@ using dependency::toolbox::ToolboxFinder;
 using testing::IsSupersetOf;
 
 TEST(ScanExampleTest, EveryBuiltInAnalyzerReportsSomethingFromTheExampleFolder) {
-    // A copy of the example, so that setting a file's time leaves the source tree alone.
+    // A copy of the example, so that setting a file's time leaves the source tree alone; the installation
+    // beside it comes too, because the example's product descriptors name their folders relative to it.
     depattr_test::ScratchFolder scratch("depattr-example");
+    for (auto const* folder : {"project", "install"}) {
+        fs::copy(fs::path(DEPATTR_SOURCE_DIR) / "examples" / folder, scratch.path() / folder,
+                 fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    }
     fs::path const project = scratch.path() / "project";
-    fs::copy(fs::path(DEPATTR_SOURCE_DIR) / "examples" / "project", project,
-             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
     ToolboxFinder::setInstallRoot(project / "install");
     // A checkout gives files arbitrary times: the compiled file is made older than its source, as after an edit.
     auto const sourceTime = fs::last_write_time(project / "lib/src/filtered.qx");
