@@ -55,13 +55,13 @@ run_one() {
     -rss_limit_mb=2048 -max_len=8192 -dict="$root/fuzz/dict/$(dictionary "$target").dict" -print_final_stats=1 \
     -artifact_prefix="$findings/" "$work" >"$log" 2>&1 || status=$?
   local runs cov
-  runs=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$log" | grep -o '[0-9]*$' || echo "?")
-  cov=$(grep -o 'cov: [0-9]*' "$log" | tail -1 | grep -o '[0-9]*' || echo "?")
+  runs=$(grep -ao 'stat::number_of_executed_units: *[0-9]*' "$log" | grep -o '[0-9]*$' || echo "?")
+  cov=$(grep -ao 'cov: [0-9]*' "$log" | tail -1 | grep -o '[0-9]*' || echo "?")
   if [ "$status" -eq 0 ]; then
     echo "fuzz: $target: ok, $runs runs in ${seconds} s, coverage $cov"
   else
     echo "fuzz: $target: FAILED (status $status) after $runs runs; findings in $findings, log $log"
-    grep -E '^(==[0-9]+==ERROR|SUMMARY|.*runtime error|terminate called|ALARM)' "$log" | head -5 || true
+    grep -aE '^(==[0-9]+==ERROR|SUMMARY|.*runtime error|terminate called|ALARM)' "$log" | head -5 || true
     return 1
   fi
 }
