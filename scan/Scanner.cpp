@@ -1234,38 +1234,16 @@ void Scan::buildGraph() {
         referencedNode.push_back(addNode(std::move(data)));
         nodeById.emplace(id, referencedNode.back());
     }
-    // "file:line:column" texts as a JSON array, written as jsonArray writes them. Each file's name is escaped
+    // "file:line:column" texts as a JSON array, escaped as jsonArray escapes them. Each file's name is escaped
     // once, however many sites it holds.
     std::vector<std::u16string> escapedRel(files.size());
     for (std::size_t f = 0; f < files.size(); ++f) {
         if (!files[f].code) {
             continue;
         }
-        auto& out = escapedRel[f];
-        char number[16];
-        for (char16_t const c : relIds_[f]) {
-            switch (c) {
-            case u'"':
-                out += u"\\\"";
-                break;
-            case u'\\':
-                out += u"\\\\";
-                break;
-            case u'\n':
-                out += u"\\n";
-                break;
-            case u'\t':
-                out += u"\\t";
-                break;
-            default:
-                if (c < 0x20) {
-                    std::snprintf(number, sizeof number, "\\u%04x", static_cast<unsigned>(c));
-                    out.append(number, number + std::strlen(number));
-                } else {
-                    out += c;
-                }
-            }
-        }
+        std::string quoted;
+        graph::appendJsonString(quoted, files[f].rel);
+        escapedRel[f] = u16(quoted.substr(1, quoted.size() - 2));
     }
     auto sitesJson = [&](std::vector<Site> const& sites) {
         std::size_t size = 2;
