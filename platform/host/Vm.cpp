@@ -5,6 +5,7 @@
 #include "platform/host/Qcos.hpp"
 
 #include <boost/locale/encoding_utf.hpp>
+#include <boost/shared_ptr.hpp>
 #include <fmt/format.h>
 
 #include <atomic>
@@ -14,7 +15,7 @@
 #include <mutex>
 #include <random>
 #include <thread>
-#include <typeinfo>
+#include <utility>
 
 namespace cmddistributor {
 
@@ -70,45 +71,41 @@ SinkScope::~SinkScope() {
 
 namespace detail {
 
-boost::exception_ptr toBoostExceptionPtr(std::exception_ptr error) {
-    // boost::current_exception() would slice standard exceptions to their std
-    // base class (a qcos::HostError would arrive as a plain std::runtime_error).
-    // The common types are stored as exact copies instead: every read of the
-    // future then throws a fresh copy made on the reading thread, so no
-    // exception object is shared between the threads.
-    try {
-        std::rethrow_exception(error);
-    } catch (qcos::HostError const& e) {
-        if (typeid(e) == typeid(qcos::HostError)) {
-            return boost::copy_exception(e);
+namespace {
+
+// Holds the exception of a request until its future is read, then hands the
+// exception itself to the reading thread and keeps no reference to it. The
+// reader is then the last owner and destroys it, whatever the command thread
+// does with the request afterwards. A shared exception would be destroyed by
+// whichever thread let go last, and its reference count (and the message
+// buffer a standard exception shares with its copies) lives inside the C++
+// runtime, where no happens-before between the reader's last use and the
+// command thread's delete is visible to a race detector.
+class HandedOverException : public boost::exception_detail::clone_base {
+public:
+    explicit HandedOverException(std::exception_ptr error) : error_(std::move(error)) {}
+
+    clone_base const* clone() const override { return new HandedOverException(error_); }
+
+    // A future is read once, under its state's lock; a second read finds
+    // the exception already handed over.
+    [[noreturn]] void rethrow() const override {
+        auto error = std::exchange(error_, nullptr);
+        if (!error) {
+            throw RuntimeException(1, "The result of this request has already been read.");
         }
-    } catch (RuntimeException const& e) {
-        if (typeid(e) == typeid(RuntimeException)) {
-            return boost::copy_exception(e);
-        }
-    } catch (std::invalid_argument const& e) {
-        if (typeid(e) == typeid(std::invalid_argument)) {
-            return boost::copy_exception(e);
-        }
-    } catch (std::out_of_range const& e) {
-        if (typeid(e) == typeid(std::out_of_range)) {
-            return boost::copy_exception(e);
-        }
-    } catch (std::logic_error const& e) {
-        if (typeid(e) == typeid(std::logic_error)) {
-            return boost::copy_exception(e);
-        }
-    } catch (std::runtime_error const& e) {
-        if (typeid(e) == typeid(std::runtime_error)) {
-            return boost::copy_exception(e);
-        }
-    } catch (...) {
+        std::rethrow_exception(std::move(error));
     }
-    // Any other exception travels as itself, inside the wrapper that Boost
-    // uses for exceptions it does not know: boost::rethrow_exception (and so
-    // every future's get) unwraps it with std::rethrow_exception, keeping its
-    // dynamic type.
-    return boost::copy_exception(boost::exception_detail::std_exception_ptr_wrapper(std::move(error)));
+
+private:
+    mutable std::exception_ptr error_;
+};
+
+}  // namespace
+
+boost::exception_ptr toBoostExceptionPtr(std::exception_ptr error) {
+    return boost::exception_ptr(
+        boost::shared_ptr<boost::exception_detail::clone_base const>(new HandedOverException(std::move(error))));
 }
 
 bool spinUntil(std::function<bool()> const& ready) {

@@ -103,7 +103,7 @@ private:
 
 namespace detail {
 // A Boost exception pointer that rethrows exactly `error` (its dynamic type
-// included) when a Boost future is read.
+// included) when a Boost future is read, handing it over to the reader.
 boost::exception_ptr toBoostExceptionPtr(std::exception_ptr error);
 
 // How long each side of a handoff polls before it goes to sleep. A caller
@@ -158,6 +158,9 @@ public:
     boost::future<R> getFuture() { return promise_.get_future(); }
 
     void run() noexcept override {
+        // The exception is set after its catch block has ended, so the
+        // command thread holds no reference to it once a reader can see it.
+        std::exception_ptr error;
         try {
             if constexpr (std::is_void_v<R>) {
                 func_();
@@ -166,7 +169,10 @@ public:
                 promise_.set_value(func_());
             }
         } catch (...) {
-            promise_.set_exception(detail::toBoostExceptionPtr(std::current_exception()));
+            error = std::current_exception();
+        }
+        if (error) {
+            promise_.set_exception(detail::toBoostExceptionPtr(std::move(error)));
         }
         markFinished();
     }

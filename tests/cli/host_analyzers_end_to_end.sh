@@ -15,6 +15,15 @@ expect() {  # expect <what> <condition...>
   local what=$1; shift
   if ! "$@"; then echo "FAILED: ${what}"; failures=$((failures + 1)); fi
 }
+# expect_status <what> <expected status> <status> [stderr file]: on a mismatch
+# prints the status and what the program wrote to stderr.
+expect_status() {
+  if [ "$3" -ne "$2" ]; then
+    echo "FAILED: $1 (exit status $3, expected $2)"
+    if [ -n "${4:-}" ]; then head -c 4000 "$4"; echo; fi
+    failures=$((failures + 1))
+  fi
+}
 has() { grep -qF "$1" <<<"$2"; }
 lacks() { ! grep -qF "$1" <<<"$2"; }
 
@@ -74,19 +83,19 @@ for prefix in 'Function*' 'FunctionNaming/*' 'FunctionNaming/Func*'; do
 done
 "${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${analyzers}" --ignore 'FunctionNaming/Zz*' \
   >/dev/null 2>"${work}/err"
-expect "a host prefix that begins no ID is an error (exit 2)" test $? -eq 2
+expect_status "a host prefix that begins no ID is an error (exit 2)" 2 $? "${work}/err"
 expect "the prefix is named" grep -qF 'unknown finding ID "FunctionNaming/Zz*"' "${work}/err"
 "${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${analyzers}" --select OtherClass/FunctionName \
   >/dev/null 2>"${work}/err"
-expect "an ID of another analyzer is an error (exit 2)" test $? -eq 2
+expect_status "an ID of another analyzer is an error (exit 2)" 2 $? "${work}/err"
 expect "the qualified ID is named" grep -qF 'OtherClass/FunctionName' "${work}/err"
 "${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${analyzers}" --ignore NoSuchFinding \
   >/dev/null 2>"${work}/err"
-expect "an ID no analyzer knows is still an error (exit 2)" test $? -eq 2
+expect_status "an ID no analyzer knows is still an error (exit 2)" 2 $? "${work}/err"
 expect "the unknown ID is named" grep -qF 'NoSuchFinding' "${work}/err"
 "${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${analyzers}" -a NoSuchAnalyzer \
   >/dev/null 2>"${work}/err"
-expect "an unknown analyzer is still an error (exit 2)" test $? -eq 2
+expect_status "an unknown analyzer is still an error (exit 2)" 2 $? "${work}/err"
 expect "the known analyzers include the host ones" grep -qF 'FunctionNaming' "${work}/err"
 mkdir -p "${work}/configured"
 cp "${work}/project/graph.json" "${work}/configured/graph.json"
@@ -99,7 +108,7 @@ expect "depattr.toml chooses the host analyzer" has '"analyzers": ["FunctionNami
 expect "per-path-ignores hides its findings" lacks '"FunctionName"' "${configured}"
 printf 'analyzer-paths = ["%s"]\nselect = ["NoSuchFinding"]\n' "${analyzers}" >"${work}/configured/depattr.toml"
 "${depattr}" analyze "${work}/configured/graph.json" >/dev/null 2>"${work}/err"
-expect "depattr.toml: an ID no analyzer knows is an error (exit 2)" test $? -eq 2
+expect_status "depattr.toml: an ID no analyzer knows is an error (exit 2)" 2 $? "${work}/err"
 expect "depattr.toml: the error names file, line and column" \
   grep -qF 'depattr.toml:2:11: unknown finding ID "NoSuchFinding"' "${work}/err"
 sarif=$("${depattr}" analyze "${work}/project/graph.json" --install-root "${work}/install" \
@@ -117,7 +126,7 @@ mkdir -p "${broken}"
 printf 'classdef Broken < dependencies.internal.attribute.AttributeAnalyzer\n    methods\n        function a = analyze(obj, node, graph)\n            a = [1, 2;\n        end\n    end\nend\n' \
   >"${broken}/Broken.qx"
 "${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${broken}" >"${work}/out" 2>"${work}/err"
-expect "a broken analyzer file gives exit status 2" test $? -eq 2
+expect_status "a broken analyzer file gives exit status 2" 2 $? "${work}/err"
 expect "the error names file, line and column" grep -qF "Broken.qx:5:9: unexpected keyword 'end' in an expression [qlang:syntax]" "${work}/err"
 expect "nothing is reported before the error" test ! -s "${work}/out"
 
@@ -137,7 +146,7 @@ mkdir -p "${failing}"
 printf 'classdef Failing < dependencies.internal.attribute.AttributeAnalyzer\n    methods\n        function a = analyze(~, node, ~)\n            a = node.NoSuchProperty;\n        end\n    end\nend\n' \
   >"${failing}/Failing.qx"
 "${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${failing}" >/dev/null 2>"${work}/err"
-expect "a failing analyzer gives exit status 2" test $? -eq 2
+expect_status "a failing analyzer gives exit status 2" 2 $? "${work}/err"
 expect "the error names the analyzer's method and line" \
   grep -qF 'AttributeAnalyzer.analyze: ' "${work}/err"
 expect "the error gives file, line and column" grep -qE 'failing/Failing.qx:4:13: No property or method' "${work}/err"
@@ -162,7 +171,7 @@ function r = descend(n)
 end
 QX
 "${depattr}" analyze "${work}/project/graph.json" --analyzer-path "${recursive}" >/dev/null 2>"${work}/err"
-expect "a failing recursive analyzer gives exit status 2" test $? -eq 2
+expect_status "a failing recursive analyzer gives exit status 2" 2 $? "${work}/err"
 expect "the message keeps its tab escaped" grep -qF 'bottom\treached' "${work}/err"
 expect "each call is a line of its own" grep -qE '^    called from descend at .*Recur.qx:12:5$' "${work}/err"
 expect "identical calls are folded" grep -qxF '    ... 29 more calls of descend' "${work}/err"

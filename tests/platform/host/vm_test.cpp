@@ -24,10 +24,10 @@ RunOptions nullOptions() {
 }
 
 template <class R>
-boost::future<R> post(qvm::QVM& vm, std::function<R()> work) {
+boost::future<R> post(qvm::QVM& vm, std::function<R()> work, RunOptions const& options = nullOptions()) {
     auto iip = std::make_shared<PackagedTaskIIP<R>>(std::move(work), "test");
     return vm.getCmdDistributor()->enqueueWithFuture(std::make_shared<Request<R>>(qvm::detail::createID(), iip),
-                                                     nullOptions());
+                                                     options);
 }
 
 // "test.vm.Config.Settings" is a settings object with "Depth" and a "Child"
@@ -129,6 +129,37 @@ TEST(HostVm, FuturesCarryTheExactExceptionAcrossThreads) {
     };
     auto odd = post<void>(*vm, [] { throw NotStandard{7}; });
     EXPECT_EQ(thrown<NotStandard>([&] { odd.get(); }).value_or(NotStandard{0}).code, 7);
+}
+
+TEST(HostVm, TheReaderOwnsTheExceptionItReads) {
+    // The command thread lets go of a request (its options, then its
+    // procedure) after it has run. A sink that is slow to destroy holds it
+    // there while this thread reads the exception: the reader must be its
+    // last owner, or the thread sanitizer sees the command thread delete an
+    // exception whose message this thread has read. The exception's type is
+    // one the runtime does not know.
+    struct SlowToLetGo : std::basic_streambuf<char16_t> {
+        ~SlowToLetGo() override { std::this_thread::sleep_for(std::chrono::milliseconds(2)); }
+    };
+    struct Unknown : std::runtime_error {
+        using std::runtime_error::runtime_error;
+    };
+    auto const vm = qvm::QVM::create();
+    for (int i = 0; i < 20; ++i) {
+        std::string message;
+        try {
+            auto sink = std::make_shared<SlowToLetGo>();
+            auto failing = post<void>(
+                *vm, [i] { throw Unknown("failure " + std::to_string(i)); }, RunOptions(sink, sink, {}, {}));
+            sink.reset();
+            failing.get();
+        } catch (Unknown const& e) {
+            // The future is gone by now: only the exception links this thread
+            // to the request.
+            message = e.what();
+        }
+        ASSERT_EQ(message, "failure " + std::to_string(i));
+    }
 }
 
 TEST(HostVm, ARequestFromTheCommandThreadRunsAtOnce) {
