@@ -1,6 +1,8 @@
 # Writes the manual page depattr.1 from the program's own help texts, so that
 # the page never lags behind the options. Run by the build with
 #   cmake -DDEPATTR=<program> -DVERSION=<version> -DOUTPUT=<file> -P ManPage.cmake
+# A script has no project to set its policies: lists keep empty elements.
+cmake_policy(SET CMP0007 NEW)
 set(ENV{LC_ALL} C)
 unset(ENV{LANG})
 unset(ENV{LC_MESSAGES})
