@@ -101,7 +101,7 @@ Values mapElements(std::string_view function, Args args, int nargout, bool overC
                 array->logicals()[i] = number != 0 ? 1 : 0;
                 break;
             case qxClassID::Char:
-                array->chars()[i] = static_cast<char16_t>(number);
+                array->chars()[i] = charCode(number);
                 break;
             default:
                 array->doubles()[i] = number;
@@ -190,7 +190,7 @@ Value keysValue(Keys const& keys, std::vector<std::size_t> const& order, Dims di
         double const number = keys.numbers[order[i]];
         switch (keys.kind) {
         case qxClassID::Char:
-            array->chars()[i] = static_cast<char16_t>(number);
+            array->chars()[i] = charCode(number);
             break;
         case qxClassID::Logical:
             array->logicals()[i] = number != 0 ? 1 : 0;

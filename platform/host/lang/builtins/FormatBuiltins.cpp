@@ -176,7 +176,8 @@ private:
                     if (!value) {
                         return false;
                     }
-                    target = static_cast<int>(*value);
+                    // A width or precision beyond any text's length is held to one.
+                    target = std::isnan(*value) ? 0 : static_cast<int>(std::clamp(*value, -1e6, 1e6));
                     return true;
                 }
                 bool any = false;

@@ -93,6 +93,9 @@ Dims sizeArguments(std::string_view function, Args args) {
             if (!(value >= 0) || value != std::floor(value)) {
                 badArgument(function, "sizes must be non-negative whole numbers.");
             }
+            if (value > 1e15) {
+                raise("qx:array:tooLarge", "The array has too many elements.");
+            }
             dims.push_back(static_cast<std::size_t>(value));
         }
         return dims;

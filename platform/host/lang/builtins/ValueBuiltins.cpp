@@ -147,7 +147,7 @@ Value toChar(Args args) {
     case qxClassID::Logical: {
         auto result = qxArray::createChar(value.getDimensions());
         for (std::size_t i = 0; i < value.getNumberOfElements(); ++i) {
-            result->chars()[i] = static_cast<char16_t>(numberAt(value, i));
+            result->chars()[i] = charCode(numberAt(value, i));
         }
         return share(std::move(result));
     }

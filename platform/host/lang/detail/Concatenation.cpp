@@ -83,7 +83,7 @@ Value convertForConcatenation(Value const& value, Family family, qxClassID numer
     case qxClassID::Char:
         converted = qxArray::createChar(value->getDimensions());
         for (std::size_t i = 0; i < count; ++i) {
-            converted->chars()[i] = static_cast<char16_t>(numberAt(*value, i));
+            converted->chars()[i] = charCode(numberAt(*value, i));
         }
         break;
     default:

@@ -161,7 +161,7 @@ Value convertForStore(Value const& value, qxArray const& target) {
             double const number = numberAt(*value, i);
             switch (targetKind) {
             case qxClassID::Char:
-                converted->chars()[i] = static_cast<char16_t>(number);
+                converted->chars()[i] = charCode(number);
                 break;
             case qxClassID::Logical:
                 converted->logicals()[i] = number != 0 ? 1 : 0;

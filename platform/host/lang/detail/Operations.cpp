@@ -499,7 +499,7 @@ Value range(qxArray const& start, qxArray const* step, qxArray const& stop) {
     if (start.classID() == qxClassID::Char && stop.classID() == qxClassID::Char) {
         auto result = qxArray::createChar({1, steps.count});
         for (std::size_t i = 0; i < steps.count; ++i) {
-            result->chars()[i] = static_cast<char16_t>(steps.first + static_cast<double>(i) * steps.increment);
+            result->chars()[i] = charCode(steps.first + static_cast<double>(i) * steps.increment);
         }
         return share(std::move(result));
     }

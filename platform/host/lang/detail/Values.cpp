@@ -81,6 +81,16 @@ double numberAt(qxArray const& array, std::size_t index) {
     }
 }
 
+char16_t charCode(double number) noexcept {
+    if (!(number > 0)) {
+        return 0;  // negative, zero or NaN
+    }
+    if (number >= 0xFFFF) {
+        return 0xFFFF;
+    }
+    return static_cast<char16_t>(std::round(number));
+}
+
 bool isText(qxArray const& array) noexcept {
     if (array.classID() == qxClassID::Char) {
         return array.getDimensions().size() == 2 && (array.getM() == 1 || array.isEmpty());

@@ -38,6 +38,9 @@ qxArray& mutate(Value& value);
 // double, logical and char arrays take part in arithmetic.
 bool isNumeric(qxArray const& array) noexcept;
 double numberAt(qxArray const& array, std::size_t index);
+// The character of a number: its code rounded to the nearest whole number
+// (halves away from zero) and held to 0..65535; NaN is code 0.
+char16_t charCode(double number) noexcept;
 // Text: a char row (or empty char array) or a string scalar.
 bool isText(qxArray const& array) noexcept;
 std::u16string textOf(qxArray const& array, std::string_view what);

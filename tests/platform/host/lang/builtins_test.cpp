@@ -31,6 +31,9 @@ TEST(LangBuiltins, SizesAndMakingArrays) {
         {"[a, b] = deal(7); x = [a b];", "x", "[7 7]"},
         {"x = [isscalar(5) isvector([1 2]) isrow([1;2]) iscolumn([1;2])];", "x", "[true true false true]"},
     });
+    expectErrors({{"z = zeros(1e308);", "qlang:type:notCount", "non-negative whole number", ""},
+                  {"z = zeros([1e308 1]);", "qx:array:tooLarge", "too many elements", ""},
+                  {"z = ones([2 -1]);", "qlang:ones:badArgument", "non-negative whole numbers", ""}});
 }
 
 TEST(LangBuiltins, ClassesAndConversions) {
@@ -49,6 +52,11 @@ TEST(LangBuiltins, ClassesAndConversions) {
         {"x = char([72 105]);", "x", "'Hi'"},
         {"x = char({'a', 'bcd'});", "x", "['a  ';'bcd']"},
         {"x = char(\"str\");", "x", "'str'"},
+        // A number's character: its code rounded and held to 0..65535, NaN
+        // code 0, wherever a number becomes a character.
+        {"x = double(char([65.6 -3 1e308 NaN]));", "x", "[66 0 65535 0]"},
+        {"x = double([1e308 'a' -Inf]);", "x", "[65535 97 0]"},
+        {"s = 'ab'; s(2) = 1e308; x = double(s);", "x", "[97 65535]"},
         {"x = string('abc');", "x", "\"abc\""},
         {"x = string(42);", "x", "\"42\""},
         {"x = string({'a', 'b'});", "x", "[\"a\" \"b\"]"},
