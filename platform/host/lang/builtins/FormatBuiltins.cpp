@@ -176,7 +176,7 @@ private:
                     if (!value) {
                         return false;
                     }
-                    // A width or precision beyond any text's length is held to one.
+                    // A width or precision is held to a million characters either way; NaN is none.
                     target = std::isnan(*value) ? 0 : static_cast<int>(std::clamp(*value, -1e6, 1e6));
                     return true;
                 }
