@@ -135,7 +135,7 @@ COSInterfacePtr acquireReference(std::shared_ptr<dependency::services::Shareable
 
 namespace factory::impl {
 
-std::shared_ptr<dependency::services::Shareable> validateSelfPointer(COSInterface const& object) {
+dependency::services::Shareable const& validateSelf(COSInterface const& object) {
     auto const& native = object.getNative();
     if (!native) {
         throw HostError("qcos:binding:invalidSelf",
@@ -152,7 +152,17 @@ std::shared_ptr<dependency::services::Shareable> validateSelfPointer(COSInterfac
                         fmt::format("The native object of this '{}' object is not known to the binding registry.",
                                     object.getClassName()));
     }
-    return native;
+    return *native;
+}
+
+std::shared_ptr<dependency::services::Shareable> validateSelfPointer(COSInterface const& object) {
+    (void)validateSelf(object);
+    return object.getNative();
+}
+
+void throwWrongNativeClass(COSInterface const& object) {
+    throw HostError("qcos:binding:wrongNativeClass",
+                    "The object of class '" + object.getClassName() + "' wraps a native object of another class.");
 }
 
 }  // namespace factory::impl

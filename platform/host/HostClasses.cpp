@@ -118,13 +118,7 @@ std::shared_ptr<qcos::COSClassInfo> makeNodeClass() {
     // Checked like fromNodeObject; the getters read the node while the object
     // they are called on holds it, so no shared pointer to it is copied.
     auto node = [](qcos::COSInterface const& object) -> Node const* {
-        (void)qcos::factory::impl::validateSelfPointer(object);
-        auto const* holder = dynamic_cast<Holder<Node> const*>(object.getNative().get());
-        if (holder == nullptr) {
-            throw qcos::HostError("qcos:binding:wrongNativeClass", "The object of class '" + object.getClassName() +
-                                                                       "' wraps a native object of another class.");
-        }
-        return holder->held().get();
+        return qcos::factory::impl::validateSelf<Holder<Node>>(object).held().get();
     };
     info->addProperty(
         qcos::QcosProperty::withGetter("ID", "char", [=](auto const& o) { return text(node(o)->getID()); }));

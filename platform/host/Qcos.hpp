@@ -409,17 +409,30 @@ COSInterfacePtr acquireReference(std::shared_ptr<dependency::services::Shareable
 namespace factory::impl {
 
 // The native object of a binding object, checked: it must wrap a native object
-// that is still announced (HostError "qcos:binding:invalidSelf").
+// that is still announced (HostError "qcos:binding:invalidSelf"). The
+// reference holds while the object does; no shared pointer is copied.
+dependency::services::Shareable const& validateSelf(COSInterface const& object);
+// The same as a shared pointer.
 std::shared_ptr<dependency::services::Shareable> validateSelfPointer(COSInterface const& object);
+
+// HostError "qcos:binding:wrongNativeClass" for `object`.
+[[noreturn]] void throwWrongNativeClass(COSInterface const& object);
 
 // The same, viewed as T; a native object of another class is a HostError
 // ("qcos:binding:wrongNativeClass").
 template <class T>
+T const& validateSelf(COSInterface const& object) {
+    auto const* typed = dynamic_cast<T const*>(&validateSelf(object));
+    if (typed == nullptr) {
+        throwWrongNativeClass(object);
+    }
+    return *typed;
+}
+template <class T>
 std::shared_ptr<T> validateSelfPointer(COSInterface const& object) {
     auto typed = std::dynamic_pointer_cast<T>(validateSelfPointer(object));
     if (!typed) {
-        throw HostError("qcos:binding:wrongNativeClass",
-                        "The object of class '" + object.getClassName() + "' wraps a native object of another class.");
+        throwWrongNativeClass(object);
     }
     return typed;
 }
