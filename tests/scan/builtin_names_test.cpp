@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -16,7 +17,7 @@ std::u16string wide(std::string const& ascii) {
 }
 
 std::string fileText(std::string const& relative) {
-    std::ifstream in(std::string(DEPATTR_SOURCE_DIR) + "/" + relative, std::ios::binary);
+    std::ifstream in(std::filesystem::path(DEPATTR_SOURCE_DIR) / relative, std::ios::binary);
     std::ostringstream text;
     text << in.rdbuf();
     return text.str();

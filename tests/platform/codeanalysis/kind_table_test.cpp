@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <regex>
@@ -57,7 +58,7 @@ std::string slotsColumn(KindDescription const& row) {
 }
 
 TEST(KindTable, TheDocumentedKindsAreTheTable) {
-    std::ifstream file(std::string(DEPATTR_SOURCE_DIR) + "/docs/syntax-tree.md");
+    std::ifstream file(std::filesystem::path(DEPATTR_SOURCE_DIR) / "docs" / "syntax-tree.md");
     ASSERT_TRUE(file) << "docs/syntax-tree.md not found";
     std::regex const rowPattern(R"(^\| (\d+) \| (\w+) \| (.*?) \|.*\|$)");
     std::map<int, std::pair<std::string, std::string>> documented;
