@@ -183,12 +183,12 @@ bool lacksDefinition(Node const& root, std::u16string_view soughtName, std::u16s
 
 namespace {
 
-constexpr std::array<FindingDescription, 1> kinds{{
+constexpr std::array<FindingDescription, 1> missingFunctionKinds{{
     {"Missing", false, "MissingFunction", "MissingFunctionProblem", Severity::Warning},
 }};
 
 std::shared_ptr<AttributeIdentity> const& missingFunctionIdentity() {
-    static auto const identity = makeIdentity(kinds[0]);
+    static auto const identity = makeIdentity(missingFunctionKinds[0]);
     return identity;
 }
 
@@ -233,7 +233,7 @@ public:
 
 private:
     static bool isMissing(graph::Node const& node, std::u16string const& soughtName) {
-        if (!node.isResolved() || !fl::filesystem::exists(node.getLocation().at(0))) {
+        if (!node.isResolved() || !fl::filesystem::shared_exists(node.getLocation().at(0))) {
             return true;
         }
         auto const& path = node.getPath();
@@ -259,6 +259,6 @@ std::shared_ptr<AttributeAnalyzer> createMissingFunctionAnalyzer() {
     return std::make_shared<MissingFunctionAnalyzer>();
 }
 
-DEPATTR_DESCRIBE_ANALYZER(MissingFunction, "missing-function", "AnalyzerMissingFunction", kinds)
+DEPATTR_DESCRIBE_ANALYZER(MissingFunction, "missing-function", "AnalyzerMissingFunction", missingFunctionKinds)
 
 }  // namespace dependency::attribute

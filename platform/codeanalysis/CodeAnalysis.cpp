@@ -2,6 +2,7 @@
 
 #include "platform/codeanalysis/detail/Parser.hpp"
 #include "platform/codeanalysis/detail/ResultCache.hpp"
+#include "platform/fl/FileSystem.hpp"
 #include "platform/fl/MessageCatalog.hpp"
 
 #include <fcntl.h>
@@ -118,9 +119,10 @@ public:
             throw FileReadError("cannot read the code file '" + fl::i18n::to_string(path.substr(0, path.find(u'\0'))) +
                                 "...': the path contains a NUL character");
         }
+        // Within one analysis every node of a file asks the system once (fl::filesystem::SharedStatus).
         struct stat status {};
-        if (::stat(nativePath.c_str(), &status) != 0) {
-            throwUnreadable(nativePath, errno);
+        if (int const error = fl::filesystem::shared_stat(nativePath, status); error != 0) {
+            throwUnreadable(nativePath, error);
         }
         auto& cache = detail::ResultCache::instance();
         if (auto cached = cache.find(path, FileVersion::of(status))) {

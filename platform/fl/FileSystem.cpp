@@ -12,7 +12,9 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
+#include <unordered_map>
 
 namespace fl::filesystem {
 
@@ -133,6 +135,70 @@ void RegularFile::read(char* buffer) const {
         }
         done += static_cast<std::size_t>(got);
     }
+}
+
+namespace {
+
+struct SharedAnswer {
+    int error = 0;
+    struct ::stat info {};
+};
+
+// Paths are looked up as views, so that a question answered before costs no copy.
+struct PathHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view path) const noexcept { return std::hash<std::string_view>{}(path); }
+};
+
+struct SharedAnswers {
+    int depth = 0;
+    std::unordered_map<std::string, SharedAnswer, PathHash, std::equal_to<>> byPath;
+};
+
+thread_local SharedAnswers sharedAnswers;
+
+int askSystem(std::string const& nativePath, struct ::stat& info) {
+    if (nativePath.find('\0') != std::string::npos) {
+        return ENOENT;
+    }
+    return ::stat(nativePath.c_str(), &info) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+SharedStatus::SharedStatus() {
+    ++sharedAnswers.depth;
+}
+
+SharedStatus::~SharedStatus() {
+    if (--sharedAnswers.depth == 0) {
+        // Swapped out rather than cleared, so that the memory of a large analysis goes with it.
+        std::unordered_map<std::string, SharedAnswer, PathHash, std::equal_to<>>().swap(sharedAnswers.byPath);
+    }
+}
+
+int shared_stat(std::string const& nativePath, struct ::stat& info) {
+    if (sharedAnswers.depth == 0) {
+        return askSystem(nativePath, info);
+    }
+    auto found = sharedAnswers.byPath.find(std::string_view(nativePath));
+    if (found == sharedAnswers.byPath.end()) {
+        if (sharedAnswers.byPath.size() >= sharedStatusPaths) {
+            // A graph's file nodes name each path once: rather than hold them
+            // all, start again; the few files that many nodes share come back.
+            sharedAnswers.byPath.clear();
+        }
+        SharedAnswer answer;
+        answer.error = askSystem(nativePath, answer.info);
+        found = sharedAnswers.byPath.emplace(nativePath, answer).first;
+    }
+    info = found->second.info;
+    return found->second.error;
+}
+
+bool shared_exists(std::u16string const& path) {
+    struct ::stat info {};
+    return shared_stat(narrowPath(path), info) == 0;
 }
 
 std::string read_file(std::string const& nativePath, std::size_t maxBytes) {

@@ -3,6 +3,8 @@
 
 #include <boost/date_time/posix_time/ptime.hpp>
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
@@ -41,6 +43,32 @@ struct Status {
 // Status of what the path names (symbolic links followed). Throws
 // std::invalid_argument for a rejected path and FileSystemError when the path cannot be stat'ed.
 Status status_express_light(std::u16string const& path);
+
+// The answers of stat(2) shared by one analysis. Many nodes of a graph name
+// the same file: every function a code file defines, and each file node is
+// asked about by both file analyzers. While a SharedStatus is open on a
+// thread, shared_stat and shared_exists on that thread ask the system once per
+// path and answer later questions about it from memory, so the analysis sees
+// each file as it was when first asked. The memory is bounded: past
+// sharedStatusPaths answers they are all forgotten and asked again when next
+// needed. Scopes nest (the outermost owns the answers); without one open, both
+// ask the system every time, as the other queries of this header always do.
+inline constexpr std::size_t sharedStatusPaths = 1U << 16U;
+
+class SharedStatus {
+public:
+    SharedStatus();
+    ~SharedStatus();
+    SharedStatus(SharedStatus const&) = delete;
+    SharedStatus& operator=(SharedStatus const&) = delete;
+};
+
+// stat(2) of a native path, symbolic links followed: 0 with `info` filled, or
+// the system's error number (ENOENT for a path with a NUL, which names no file).
+int shared_stat(std::string const& nativePath, struct ::stat& info);
+
+// exists() through shared_stat, with the same rejections.
+bool shared_exists(std::u16string const& path);
 
 // A regular file opened to be read whole: checked and measured before a
 // byte is read. The constructor throws FileSystemError, whose reason() is the

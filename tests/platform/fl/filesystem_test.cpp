@@ -5,9 +5,14 @@
 
 #include <boost/date_time/posix_time/posix_time.hpp>
 
+#include <sys/stat.h>
+
+#include <cerrno>
+
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 namespace {
 
@@ -67,6 +72,55 @@ TEST_F(FileSystemTest, StatusOfAnAbsentPathThrowsNamingThePath) {
     ASSERT_TRUE(error);
     EXPECT_EQ(error->path(), absent);
     EXPECT_NE(std::string(error->what()).find("absent.qx"), std::string::npos);
+}
+
+TEST_F(FileSystemTest, SharedStatusAnswersEachPathOnceWhileItIsOpenOnThisThread) {
+    using fl::filesystem::shared_exists;
+    std::u16string const later = (folder_ / "later.qx").u16string();
+    std::string const native = (folder_ / "later.qx").string();
+    struct stat info {};
+    // Without a scope every question goes to the system.
+    EXPECT_EQ(fl::filesystem::shared_stat(native, info), ENOENT);
+    EXPECT_FALSE(shared_exists(later));
+    {
+        fl::filesystem::SharedStatus const outer;
+        EXPECT_FALSE(shared_exists(later));
+        touch("later.qx");
+        {
+            fl::filesystem::SharedStatus const inner;
+            EXPECT_EQ(fl::filesystem::shared_stat(native, info), ENOENT) << "the first answer stands";
+        }
+        EXPECT_FALSE(shared_exists(later)) << "an inner scope's end keeps the outer scope's answers";
+        // The unshared query and another thread ask the system.
+        EXPECT_TRUE(fl::filesystem::exists(later));
+        bool seenElsewhere = false;
+        std::thread([&] { seenElsewhere = shared_exists(later); }).join();
+        EXPECT_TRUE(seenElsewhere);
+        // A path first asked while present keeps its status, size included.
+        std::string const grown = scratch_.write("grown.qx", "abc").string();
+        ASSERT_EQ(fl::filesystem::shared_stat(grown, info), 0);
+        std::ofstream(grown, std::ios::app) << "def";
+        ASSERT_EQ(fl::filesystem::shared_stat(grown, info), 0);
+        EXPECT_EQ(info.st_size, 3);
+    }
+    EXPECT_TRUE(shared_exists(later)) << "the answers go with the outermost scope";
+    {
+        // Past its bound the scope forgets every answer and asks again.
+        fl::filesystem::SharedStatus const scope;
+        std::string const comes = (folder_ / "comes.qx").string();
+        EXPECT_EQ(fl::filesystem::shared_stat(comes, info), ENOENT);
+        touch("comes.qx");
+        EXPECT_EQ(fl::filesystem::shared_stat(comes, info), ENOENT);
+        for (std::size_t i = 1; i < fl::filesystem::sharedStatusPaths; ++i) {
+            fl::filesystem::shared_stat((folder_ / ("absent" + std::to_string(i))).string(), info);
+        }
+        EXPECT_EQ(fl::filesystem::shared_stat(comes, info), ENOENT) << "still within the bound";
+        fl::filesystem::shared_stat((folder_ / "one-more").string(), info);
+        EXPECT_EQ(fl::filesystem::shared_stat(comes, info), 0);
+    }
+    EXPECT_EQ(fl::filesystem::shared_stat(native + std::string(1, '\0') + "x", info), ENOENT);
+    EXPECT_THROW(shared_exists(u""), std::invalid_argument);
+    EXPECT_THROW(shared_exists(u"a\0b"s), std::invalid_argument);
 }
 
 TEST(MakeNativeForm, RemovesRedundantPartsAndMakesAbsoluteOnRequest) {
