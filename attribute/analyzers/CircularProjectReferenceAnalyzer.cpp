@@ -13,7 +13,7 @@ namespace dependency::attribute {
 
 namespace {
 
-constexpr std::array<FindingDescription, 1> kinds{{
+constexpr std::array<FindingDescription, 1> circularProjectReferenceKinds{{
     {"CircularDependency", false, "CircularProjectReference", "CircularDependency", Severity::Warning},
 }};
 
@@ -43,7 +43,7 @@ public:
         for (auto const& cycle : cycles) {
             // A cycle that is not a string throws the conversion error.
             std::u16string const cycleText = fl::i18n::to_ustring(cycle.asString());
-            auto identity = makeIdentity(kinds[0], {cycleText});
+            auto identity = makeIdentity(circularProjectReferenceKinds[0], {cycleText});
             findings.push_back(std::make_shared<Attribute>(identity, nullptr));
         }
         return findings;
@@ -57,6 +57,6 @@ std::shared_ptr<AttributeAnalyzer> createCircularProjectReferenceAnalyzer() {
 }
 
 DEPATTR_DESCRIBE_ANALYZER(CircularProjectReference, "circular-project-reference", "AnalyzerCircularProjectReference",
-                          kinds)
+                          circularProjectReferenceKinds)
 
 }  // namespace dependency::attribute

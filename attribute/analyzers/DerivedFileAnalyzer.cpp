@@ -16,12 +16,12 @@ namespace dependency::attribute {
 
 namespace {
 
-constexpr std::array<FindingDescription, 1> kinds{{
+constexpr std::array<FindingDescription, 1> derivedFileKinds{{
     {"OutOfDate", false, "DerivedFileOutOfDate", "DerivedFileProblem", Severity::Warning},
 }};
 
 std::shared_ptr<AttributeIdentity> const& outOfDateIdentity() {
-    static auto const identity = makeIdentity(kinds[0]);
+    static auto const identity = makeIdentity(derivedFileKinds[0]);
     return identity;
 }
 
@@ -90,6 +90,6 @@ std::shared_ptr<AttributeAnalyzer> createDerivedFileAnalyzer() {
     return std::make_shared<DerivedFileAnalyzer>();
 }
 
-DEPATTR_DESCRIBE_ANALYZER(DerivedFile, "derived-file", "AnalyzerDerivedFile", kinds)
+DEPATTR_DESCRIBE_ANALYZER(DerivedFile, "derived-file", "AnalyzerDerivedFile", derivedFileKinds)
 
 }  // namespace dependency::attribute

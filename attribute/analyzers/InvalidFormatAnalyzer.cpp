@@ -16,7 +16,7 @@ struct FormatFinding {
 // In priority order: a node flagged several ways gets only the first.
 using FormatFindings = std::array<FormatFinding, 4>;
 
-constexpr std::array<FindingDescription, 4> kinds{{
+constexpr std::array<FindingDescription, 4> invalidFormatKinds{{
     {"FutureRelease", false, "FutureRelease", "FutureReleaseProblem", Severity::Warning},
     {"InvalidFormat", false, "InvalidFormat", "InvalidFormatProblem", Severity::Warning},
     {"SyntaxError", false, "SyntaxError", "SyntaxErrorProblem", Severity::Warning},
@@ -31,10 +31,10 @@ FormatFinding makeFinding(char16_t const* property, FindingDescription const& ki
 // very same object, so callers must treat findings as immutable.
 FormatFindings const& formatFindings() {
     static FormatFindings const findings{
-        makeFinding(u"futureRelease", kinds[0]),
-        makeFinding(u"invalidFormat", kinds[1]),
-        makeFinding(u"syntaxError", kinds[2]),
-        makeFinding(u"isModelInPackage", kinds[3]),
+        makeFinding(u"futureRelease", invalidFormatKinds[0]),
+        makeFinding(u"invalidFormat", invalidFormatKinds[1]),
+        makeFinding(u"syntaxError", invalidFormatKinds[2]),
+        makeFinding(u"isModelInPackage", invalidFormatKinds[3]),
     };
     return findings;
 }
@@ -62,6 +62,6 @@ std::shared_ptr<AttributeAnalyzer> createInvalidFormatAnalyzer() {
     return std::make_shared<InvalidFormatAnalyzer>();
 }
 
-DEPATTR_DESCRIBE_ANALYZER(InvalidFormat, "invalid-format", "AnalyzerInvalidFormat", kinds)
+DEPATTR_DESCRIBE_ANALYZER(InvalidFormat, "invalid-format", "AnalyzerInvalidFormat", invalidFormatKinds)
 
 }  // namespace dependency::attribute

@@ -9,7 +9,7 @@ namespace dependency::attribute {
 
 namespace {
 
-constexpr std::array<FindingDescription, 2> kinds{{
+constexpr std::array<FindingDescription, 2> missingFileKinds{{
     {"Exists", false, "FileExists", "FileExistsAttribute", Severity::Information},
     {"Missing", false, "MissingFile", "MissingFileProblem", Severity::Warning},
 }};
@@ -17,12 +17,12 @@ constexpr std::array<FindingDescription, 2> kinds{{
 // Process-wide identities, made on first use; a failed lookup leaves them
 // unmade so that the next call tries again.
 std::shared_ptr<AttributeIdentity> const& presentFileIdentity() {
-    static auto const identity = makeIdentity(kinds[0]);
+    static auto const identity = makeIdentity(missingFileKinds[0]);
     return identity;
 }
 
 std::shared_ptr<AttributeIdentity> const& missingFileIdentity() {
-    static auto const identity = makeIdentity(kinds[1]);
+    static auto const identity = makeIdentity(missingFileKinds[1]);
     return identity;
 }
 
@@ -51,6 +51,6 @@ std::shared_ptr<AttributeAnalyzer> createMissingFileAnalyzer() {
     return std::make_shared<MissingFileAnalyzer>();
 }
 
-DEPATTR_DESCRIBE_ANALYZER(MissingFile, "missing-file", "AnalyzerMissingFile", kinds)
+DEPATTR_DESCRIBE_ANALYZER(MissingFile, "missing-file", "AnalyzerMissingFile", missingFileKinds)
 
 }  // namespace dependency::attribute

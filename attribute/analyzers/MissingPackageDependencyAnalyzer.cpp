@@ -20,7 +20,7 @@ namespace dependency::attribute {
 
 namespace {
 
-constexpr std::array<FindingDescription, 1> kinds{{
+constexpr std::array<FindingDescription, 1> missingPackageDependencyKinds{{
     {"Missing", false, "MissingPackageDependency", "MissingPackageDependencyProblem", Severity::Warning},
 }};
 
@@ -42,7 +42,7 @@ struct PackageReference {
 // Made on the first call of analyze; a failed message lookup leaves it unmade so
 // that the next call tries again.
 std::shared_ptr<AttributeIdentity> const& missingPackageDependencyIdentity() {
-    static auto const identity = makeIdentity(kinds[0]);
+    static auto const identity = makeIdentity(missingPackageDependencyKinds[0]);
     return identity;
 }
 
@@ -130,6 +130,6 @@ std::shared_ptr<AttributeAnalyzer> createMissingPackageDependencyAnalyzer() {
 }
 
 DEPATTR_DESCRIBE_ANALYZER(MissingPackageDependency, "missing-package-dependency", "AnalyzerMissingPackageDependency",
-                          kinds)
+                          missingPackageDependencyKinds)
 
 }  // namespace dependency::attribute

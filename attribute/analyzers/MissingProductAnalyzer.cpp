@@ -14,7 +14,7 @@ namespace dependency::attribute {
 
 namespace {
 
-constexpr std::array<FindingDescription, 1> kinds{{
+constexpr std::array<FindingDescription, 1> missingProductKinds{{
     {"MissingProduct", true, "MissingProduct", "MissingProductProblem", Severity::Warning},
 }};
 
@@ -37,7 +37,7 @@ using ProductNodeSet = std::unordered_set<std::shared_ptr<Node>, NodeIdHash, Nod
 // Each finding names its product in both ID and Name, so every finding gets an
 // identity of its own rather than a shared one.
 std::shared_ptr<Attribute> missingProductFinding(ProductInfo const& product) {
-    auto identity = makeIdentity(kinds[0], {product.getName()}, product.getBaseCode());
+    auto identity = makeIdentity(missingProductKinds[0], {product.getName()}, product.getBaseCode());
     return std::make_shared<Attribute>(identity, nullptr);
 }
 
@@ -88,6 +88,6 @@ std::shared_ptr<AttributeAnalyzer> createMissingProductAnalyzer() {
     return std::make_shared<MissingProductsAnalyzer>();
 }
 
-DEPATTR_DESCRIBE_ANALYZER(MissingProduct, "missing-product", "AnalyzerMissingProduct", kinds)
+DEPATTR_DESCRIBE_ANALYZER(MissingProduct, "missing-product", "AnalyzerMissingProduct", missingProductKinds)
 
 }  // namespace dependency::attribute

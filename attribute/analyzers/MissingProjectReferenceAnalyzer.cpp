@@ -8,7 +8,7 @@ namespace dependency::attribute {
 
 namespace {
 
-constexpr std::array<FindingDescription, 1> kinds{{
+constexpr std::array<FindingDescription, 1> missingProjectReferenceKinds{{
     {"Missing", false, "MissingProjectReference", "MissingProjectReferenceProblem", Severity::Warning},
 }};
 
@@ -24,7 +24,7 @@ public:
         }
         // A fresh identity per finding, its Name in the locale current now. It
         // shares the ID "Missing" with the missing-file finding; the Names differ.
-        auto identity = makeIdentity(kinds[0]);
+        auto identity = makeIdentity(missingProjectReferenceKinds[0]);
         return {std::make_shared<Attribute>(identity, nullptr)};
     }
 };
@@ -36,6 +36,6 @@ std::shared_ptr<AttributeAnalyzer> createMissingProjectReferenceAnalyzer() {
 }
 
 DEPATTR_DESCRIBE_ANALYZER(MissingProjectReference, "missing-project-reference", "AnalyzerMissingProjectReference",
-                          kinds)
+                          missingProjectReferenceKinds)
 
 }  // namespace dependency::attribute

@@ -2,6 +2,7 @@
 #include "cli/ProgressMeter.hpp"
 #include "cli/Report.hpp"
 #include "platform/graph/GraphBuilder.hpp"
+#include "support/FindingRecorder.hpp"
 #include "support/TestGraphs.hpp"
 
 #include <gtest/gtest.h>
@@ -22,20 +23,6 @@ std::shared_ptr<Attribute> finding(std::u16string id, std::u16string name, Sever
     return std::make_shared<Attribute>(std::make_shared<AttributeIdentity>(id, name, severity),
                                        std::function<void()>{});
 }
-
-// Records each finding under its analyzer, as the program does.
-class Recorder final : public dependency::services::AnalysisObserver {
-public:
-    explicit Recorder(FindingSources& sources) : sources_(sources) {}
-    void reported(std::string_view analyzer, std::vector<std::shared_ptr<Attribute>> const& findings) override {
-        for (auto const& finding : findings) {
-            sources_.record(finding, analyzer);
-        }
-    }
-
-private:
-    FindingSources& sources_;
-};
 
 // Two analyzers that share the ID "Missing", as the built-in ones do, plus a
 // third whose one attribute object is handed to every node it reports.
@@ -70,7 +57,7 @@ struct TrackedAnalysis : ::testing::Test {
         sources = std::make_shared<FindingSources>();
         session.select(std::vector<AnalysisSession::NamedAnalyzer>{
             {"files", files}, {"functions", functions}, {"shared", shared}});
-        Recorder recorder(*sources);
+        depattr_test::FindingRecorder recorder(*sources);
         result = session.analyze(graph, recorder);
         report = makeReport(*graph, *result, {.sources = sources.get()});
         report.graphName = "g.json";
@@ -279,7 +266,7 @@ TEST(DotPicture, GroupsFunctionsInTheirFileAndReducesLargeGraphs) {
                  return node.getID() == u"g" ? std::vector{missing} : std::vector<std::shared_ptr<Attribute>>{};
              })}});
         FindingSources sources;
-        Recorder recorder(sources);
+        depattr_test::FindingRecorder recorder(sources);
         auto const result = session.analyze(graph, recorder);
         auto report = makeReport(*graph, *result, {.sources = &sources});
         report.graphName = "big.json";

@@ -6,6 +6,7 @@
 #include "cli/Report.hpp"
 #include "cli/report/Formats.hpp"
 #include "platform/graph/GraphBuilder.hpp"
+#include "support/FindingRecorder.hpp"
 #include "support/TestGraphs.hpp"
 
 #include <gtest/gtest.h>
@@ -20,19 +21,6 @@ using dependency::graph::Type;
 using dependency::services::AnalysisSession;
 
 namespace {
-
-class Recorder final : public dependency::services::AnalysisObserver {
-public:
-    explicit Recorder(FindingSources& sources) : sources_(sources) {}
-    void reported(std::string_view analyzer, std::vector<std::shared_ptr<Attribute>> const& findings) override {
-        for (auto const& finding : findings) {
-            sources_.record(finding, analyzer);
-        }
-    }
-
-private:
-    FindingSources& sources_;
-};
 
 // The first byte below 0x20 (or DEL) other than a line break; -1 when there
 // is none. No format keeps a tab from outside either.
@@ -78,7 +66,7 @@ TEST(TerminalSafety, NoFormatPrintsRawControlBytesFromOutsideTexts) {
     AnalysisSession session;
     session.select(std::vector<AnalysisSession::NamedAnalyzer>{{"host\x1b[7manalyzer", analyzer}});
     FindingSources sources;
-    Recorder recorder(sources);
+    depattr_test::FindingRecorder recorder(sources);
     auto const result = session.analyze(graph, recorder);
     auto report = makeReport(*graph, *result, {.sources = &sources, .workingFolder = "/work"});
     report.graphName = "graph\x1b[31m.json";

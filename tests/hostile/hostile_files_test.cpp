@@ -12,6 +12,7 @@
 #include "platform/packages/PackageDescriptor.hpp"
 #include "platform/toolbox/ToolboxFinder.hpp"
 #include "platform/toolbox/detail/DescriptorReader.hpp"
+#include "support/Scratch.hpp"
 
 #include <gtest/gtest.h>
 
@@ -133,10 +134,6 @@ struct Hostility {
     std::function<void(Reader const&, fs::path const& file)> make;
 };
 
-void write(fs::path const& file, std::string const& bytes) {
-    std::ofstream(file, std::ios::binary) << bytes;
-}
-
 std::string nested(Format format) {
     constexpr int depth = 100'000;
     switch (format) {
@@ -164,22 +161,29 @@ std::vector<Hostility> const& hostilities() {
         {"truncated",
          [](Reader const& reader, fs::path const& file) {
              auto const text = reader.valid("x");
-             write(file, text.substr(0, text.size() / 2));
+             depattr_test::writeBytes(file, text.substr(0, text.size() / 2));
          }},
-        {"empty", [](Reader const&, fs::path const& file) { write(file, ""); }},
+        {"empty", [](Reader const&, fs::path const& file) { depattr_test::writeBytes(file, ""); }},
         {"huge",
          [](Reader const& reader, fs::path const& file) {
              // A sparse file one byte beyond the limit: no disk space, and never read.
-             write(file, "");
+             depattr_test::writeBytes(file, "");
              fs::resize_file(file, reader.maxBytes + 1);
          }},
-        {"deeply nested", [](Reader const& reader, fs::path const& file) { write(file, nested(reader.format)); }},
-        {"invalid UTF-8", [](Reader const& reader, fs::path const& file) { write(file, reader.valid("a\xff\xfe")); }},
+        {"deeply nested",
+         [](Reader const& reader, fs::path const& file) { depattr_test::writeBytes(file, nested(reader.format)); }},
+        {"invalid UTF-8",
+         [](Reader const& reader, fs::path const& file) { depattr_test::writeBytes(file, reader.valid("a\xff\xfe")); }},
         {"encoded lone surrogate",
-         [](Reader const& reader, fs::path const& file) { write(file, reader.valid("a\xed\xa0\x80")); }},
+         [](Reader const& reader, fs::path const& file) {
+             depattr_test::writeBytes(file, reader.valid("a\xed\xa0\x80"));
+         }},
         {"escaped lone surrogate",
-         [](Reader const& reader, fs::path const& file) { write(file, reader.valid(loneSurrogate(reader.format))); }},
-        {"NUL byte", [](Reader const& reader, fs::path const& file) { write(file, reader.valid("a\0b"s)); }},
+         [](Reader const& reader, fs::path const& file) {
+             depattr_test::writeBytes(file, reader.valid(loneSurrogate(reader.format)));
+         }},
+        {"NUL byte",
+         [](Reader const& reader, fs::path const& file) { depattr_test::writeBytes(file, reader.valid("a\0b"s)); }},
         {"symbolic-link loop", [](Reader const&, fs::path const& file) { fs::create_symlink(file.filename(), file); }},
         {"removed after listing",
          // A link to nothing: the folder lists the entry, reading finds no file.
@@ -280,7 +284,7 @@ TEST_F(HostileFiles, UnreadableFilesAreNamedWithTheSystemsReason) {
         fs::remove_all(scratch_);
         fs::path const file = reader.place(scratch_);
         fs::create_directories(file.parent_path());
-        write(file, reader.valid("x"));
+        depattr_test::writeBytes(file, reader.valid("x"));
         fs::permissions(file, fs::perms::none);
         auto const failure = outcome(reader, file, scratch_);
         ASSERT_TRUE(failure.has_value());
@@ -297,7 +301,7 @@ TEST_F(HostileFiles, PathsWithOddCharactersAreRead) {
         fs::path const odd = scratch_ / "sp ace 'q' \"dq\" $(x) \\ \t\n-é😀";
         fs::path const file = reader.place(odd);
         fs::create_directories(file.parent_path());
-        write(file, reader.valid("x"));
+        depattr_test::writeBytes(file, reader.valid("x"));
         EXPECT_EQ(outcome(reader, file, odd), std::nullopt);
     }
 }

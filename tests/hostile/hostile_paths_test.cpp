@@ -8,6 +8,7 @@
 #include "platform/codeanalysis/CodeAnalysis.hpp"
 #include "platform/graph/GraphBuilder.hpp"
 #include "platform/toolbox/ToolboxFinder.hpp"
+#include "support/Scratch.hpp"
 
 #include <gtest/gtest.h>
 
@@ -65,20 +66,16 @@ protected:
     std::shared_ptr<dependency::graph::Graph const> graph_ = dependency::graph::GraphBuilder().build();
 };
 
-void write(fs::path const& file, std::string const& bytes) {
-    std::ofstream(file, std::ios::binary) << bytes;
-}
-
 TEST_F(HostilePaths, PresenceIsAFindingWhateverThePath) {
     auto const analyzer = dependency::attribute::createMissingFileAnalyzer();
     auto const file = scratch_ / "present.qx";
-    write(file, "x");
+    depattr_test::writeBytes(file, "x");
     fs::create_symlink("loop", scratch_ / "loop");
     fs::create_symlink("nowhere", scratch_ / "dangling");
     fs::create_directories(scratch_ / "folder");
     ASSERT_EQ(::mkfifo((scratch_ / "pipe").c_str(), 0600), 0);
     fs::path const odd = scratch_ / "sp ace 'q' \"dq\" \\ \t\n-é😀.qx";
-    write(odd, "x");
+    depattr_test::writeBytes(odd, "x");
 
     struct Case {
         char const* what;
@@ -146,7 +143,7 @@ TEST_F(HostilePaths, InsideAFolderWithoutPermissionAFileIsMissing) {
     }
     auto const folder = scratch_ / "closed";
     fs::create_directories(folder);
-    write(folder / "f.qx", "x");
+    depattr_test::writeBytes(folder / "f.qx", "x");
     fs::permissions(folder, fs::perms::none);
     auto const findings =
         dependency::attribute::createMissingFileAnalyzer()->analyze(fileNode((folder / "f.qx").u16string()), graph_);
@@ -165,21 +162,25 @@ TEST_F(HostilePaths, HostileCodeFilesMakeTheMissingFunctionFinding) {
         bool missing;
     };
     std::vector<Case> const cases{
-        {"valid", [&](fs::path const& p) { write(p, valid); }, false},
-        {"truncated", [&](fs::path const& p) { write(p, valid.substr(0, 9)); }, true},
-        {"empty", [](fs::path const& p) { write(p, ""); }, true},
+        {"valid", [&](fs::path const& p) { depattr_test::writeBytes(p, valid); }, false},
+        {"truncated", [&](fs::path const& p) { depattr_test::writeBytes(p, valid.substr(0, 9)); }, true},
+        {"empty", [](fs::path const& p) { depattr_test::writeBytes(p, ""); }, true},
         {"larger than a code file may be",
          [](fs::path const& p) {
-             write(p, "");
+             depattr_test::writeBytes(p, "");
              fs::resize_file(p, ca::maxCodeFileBytes + 1);
          },
          true},
         {"deeply nested",
-         [](fs::path const& p) { write(p, "function f()\nx = " + std::string(100'000, '(') + "\nend\n"); }, true},
-        {"invalid UTF-8 in a string", [](fs::path const& p) { write(p, "function f()\nx = 'a\xff';\nend\n"); }, false},
+         [](fs::path const& p) {
+             depattr_test::writeBytes(p, "function f()\nx = " + std::string(100'000, '(') + "\nend\n");
+         },
+         true},
+        {"invalid UTF-8 in a string",
+         [](fs::path const& p) { depattr_test::writeBytes(p, "function f()\nx = 'a\xff';\nend\n"); }, false},
         {"an encoded lone surrogate in a comment",
-         [](fs::path const& p) { write(p, "function f()\n% \xed\xa0\x80\nend\n"); }, false},
-        {"a NUL byte", [](fs::path const& p) { write(p, "function f()\nx = 1;\0\nend\n"s); }, true},
+         [](fs::path const& p) { depattr_test::writeBytes(p, "function f()\n% \xed\xa0\x80\nend\n"); }, false},
+        {"a NUL byte", [](fs::path const& p) { depattr_test::writeBytes(p, "function f()\nx = 1;\0\nend\n"s); }, true},
         {"a symbolic-link loop", [](fs::path const& p) { fs::create_symlink(p.filename(), p); }, true},
         {"removed (a link to nothing)", [](fs::path const& p) { fs::create_symlink("gone.qx", p); }, true},
         {"a folder", [](fs::path const& p) { fs::create_directories(p); }, true},
@@ -200,7 +201,7 @@ TEST_F(HostilePaths, HostileCodeFilesMakeTheMissingFunctionFinding) {
 TEST_F(HostilePaths, CodeFilesThatCannotBeReadAreNamed) {
     auto const reader = ca::createSingleFileAnalyzer();
     auto const huge = scratch_ / "huge.qx";
-    write(huge, "");
+    depattr_test::writeBytes(huge, "");
     fs::resize_file(huge, ca::maxCodeFileBytes + 1);
     ASSERT_EQ(::mkfifo((scratch_ / "pipe.qx").c_str(), 0600), 0);
     fs::create_directories(scratch_ / "folder.qx");

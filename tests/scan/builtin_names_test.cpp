@@ -1,5 +1,6 @@
 #include "platform/host/lang/Language.hpp"
 #include "scan/BuiltinNames.hpp"
+#include "support/TestGraphs.hpp"
 
 #include <gtest/gtest.h>
 
@@ -10,11 +11,9 @@
 
 using depattr::scan::BuiltinNames;
 
-namespace {
+using depattr_test::wide;
 
-std::u16string wide(std::string const& ascii) {
-    return {ascii.begin(), ascii.end()};
-}
+namespace {
 
 std::string fileText(std::string const& relative) {
     std::ifstream in(std::filesystem::path(DEPATTR_SOURCE_DIR) / relative, std::ios::binary);

@@ -1,4 +1,5 @@
 #include "scan/detail/NameTable.hpp"
+#include "support/TestGraphs.hpp"
 
 #include <gtest/gtest.h>
 
@@ -8,13 +9,9 @@
 
 using depattr::scan::detail::NameTable;
 
-namespace {
+using depattr_test::wide;
 
-std::u16string wide(std::string const& ascii) {
-    return {ascii.begin(), ascii.end()};
-}
-
-}  // namespace
+namespace {}  // namespace
 
 // Each row is a sequence of names added in order with their position as value: the table must keep the first
 // position of every name, report fresh exactly once per name, and find nothing it was not given.

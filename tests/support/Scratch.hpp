@@ -43,6 +43,11 @@ private:
     std::filesystem::path path_;
 };
 
+// Writes `bytes` to `file`, replacing what it held.
+inline void writeBytes(std::filesystem::path const& file, std::string const& bytes) {
+    std::ofstream(file, std::ios::binary) << bytes;
+}
+
 // The exception of type E that `call` throws; a test failure, and nothing, when it throws none.
 template <class E, class F>
 std::optional<E> thrown(F&& call) {

@@ -8,9 +8,15 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace depattr_test {
+
+// An ASCII text as the UTF-16 text the graph and the code analysis take.
+inline std::u16string wide(std::string const& ascii) {
+    return {ascii.begin(), ascii.end()};
+}
 
 using dependency::attribute::Attribute;
 using dependency::attribute::AttributeAnalyzer;

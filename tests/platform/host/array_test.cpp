@@ -1,19 +1,12 @@
 #include "platform/host/Array.hpp"
 #include "platform/host/Qcos.hpp"
+#include "support/HostCalls.hpp"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-template <class F>
-std::string identifierOf(F&& f) {
-    try {
-        f();
-    } catch (qcos::HostError const& error) {
-        return error.identifier();
-    }
-    return "no error";
-}
+using depattr_test::hostErrorIdentifier;
 
 TEST(HostArray, ElementsAreStoredInColumnMajorOrder) {
     auto array = qxArray::createDouble({2, 3});
@@ -31,10 +24,10 @@ TEST(HostArray, ElementsAreStoredInColumnMajorOrder) {
 
     auto cube = qxArray::createLogical({2, 3, 4});
     EXPECT_EQ(cube->linearIndex({1, 2, 3}), 1u + 2u * 2u + 3u * 6u);
-    EXPECT_EQ(identifierOf([&] { cube->linearIndex({0, 3}); }), "qx:array:subscriptOutOfRange");
+    EXPECT_EQ(hostErrorIdentifier([&] { cube->linearIndex({0, 3}); }), "qx:array:subscriptOutOfRange");
     // Trailing subscripts address singleton dimensions.
     EXPECT_EQ(array->linearIndex({1, 2, 0}), 5u);
-    EXPECT_EQ(identifierOf([&] { array->linearIndex({0, 0, 1}); }), "qx:array:subscriptOutOfRange");
+    EXPECT_EQ(hostErrorIdentifier([&] { array->linearIndex({0, 0, 1}); }), "qx:array:subscriptOutOfRange");
 }
 
 TEST(HostArray, DimensionsAreNormalisedAndEmptiesAreOneByZero) {
@@ -53,7 +46,7 @@ TEST(HostArray, DimensionsAreNormalisedAndEmptiesAreOneByZero) {
     EXPECT_EQ(noText->getClassName(), "char");
 
     std::size_t const huge = std::size_t{1} << 40;
-    EXPECT_EQ(identifierOf([&] { qxArray::createDouble({huge, huge}); }), "qx:array:tooLarge");
+    EXPECT_EQ(hostErrorIdentifier([&] { qxArray::createDouble({huge, huge}); }), "qx:array:tooLarge");
 }
 
 TEST(HostArray, ElementAccessChecksKindAndRange) {
@@ -61,22 +54,22 @@ TEST(HostArray, ElementAccessChecksKindAndRange) {
     EXPECT_EQ(text->getDimensions(), (qxArray::Dimensions{1, 5}));
     EXPECT_EQ(text->getString(), u"héllo");
     EXPECT_EQ(text->getChar(1), u'é');
-    EXPECT_EQ(identifierOf([&] { text->getDouble(0); }), "qx:array:wrongElementType");
-    EXPECT_EQ(identifierOf([&] { text->getChar(5); }), "qx:array:indexOutOfRange");
+    EXPECT_EQ(hostErrorIdentifier([&] { text->getDouble(0); }), "qx:array:wrongElementType");
+    EXPECT_EQ(hostErrorIdentifier([&] { text->getChar(5); }), "qx:array:indexOutOfRange");
 
     auto flag = matrix::to_qorvex(true);
     EXPECT_TRUE(flag->getLogical(0));
     flag->setLogical(0, false);
     EXPECT_FALSE(flag->getLogical(0));
-    EXPECT_EQ(identifierOf([&] { flag->setDouble(0, 1.0); }), "qx:array:wrongElementType");
-    EXPECT_EQ(identifierOf([&] { flag->getObject(0); }), "qx:array:wrongElementType");
-    EXPECT_EQ(identifierOf([] { qxArray::createObjects({1, 1}, ""); }), "qx:array:noClassName");
+    EXPECT_EQ(hostErrorIdentifier([&] { flag->setDouble(0, 1.0); }), "qx:array:wrongElementType");
+    EXPECT_EQ(hostErrorIdentifier([&] { flag->getObject(0); }), "qx:array:wrongElementType");
+    EXPECT_EQ(hostErrorIdentifier([] { qxArray::createObjects({1, 1}, ""); }), "qx:array:noClassName");
 }
 
 TEST(HostArray, ArgumentCountErrorsAreHostErrors) {
-    EXPECT_EQ(identifierOf([] { matrix::detail::error_maxlhs(); }), "qorvex:maxlhs");
-    EXPECT_EQ(identifierOf([] { matrix::detail::error_maxrhs(); }), "qorvex:maxrhs");
-    EXPECT_EQ(identifierOf([] { matrix::detail::error_minrhs(); }), "qorvex:minrhs");
+    EXPECT_EQ(hostErrorIdentifier([] { matrix::detail::error_maxlhs(); }), "qorvex:maxlhs");
+    EXPECT_EQ(hostErrorIdentifier([] { matrix::detail::error_maxrhs(); }), "qorvex:maxrhs");
+    EXPECT_EQ(hostErrorIdentifier([] { matrix::detail::error_minrhs(); }), "qorvex:minrhs");
     try {
         matrix::detail::error_minrhs();
     } catch (qcos::HostError const& error) {
@@ -104,14 +97,14 @@ TEST(HostArray, CellsStructsAndStringsHoldSharedValues) {
     EXPECT_EQ(record->getField(0, 1)->getClassName(), "double");
     record->removeField(0);
     EXPECT_EQ(record->getFieldNames(), (std::vector<std::string>{"b"}));
-    EXPECT_EQ(identifierOf([&] { record->getField(0, 1); }), "qx:array:noSuchField");
+    EXPECT_EQ(hostErrorIdentifier([&] { record->getField(0, 1); }), "qx:array:noSuchField");
 
     auto text = qxArray::createStringScalar(u"two words");
     EXPECT_EQ(text->getClassName(), "string");
     EXPECT_TRUE(text->isScalar());
     // A string scalar reads as its text wherever one string is expected.
     EXPECT_EQ(text->getString(), u"two words");
-    EXPECT_EQ(identifierOf([] { qxArray::createStrings({1, 2})->getString(); }), "qx:array:wrongElementType");
+    EXPECT_EQ(hostErrorIdentifier([] { qxArray::createStrings({1, 2})->getString(); }), "qx:array:wrongElementType");
 }
 
 TEST(HostArray, UnshareGivesTheArrayBackOnlyToItsLastOwner) {
@@ -131,7 +124,7 @@ TEST(HostArray, UnshareGivesTheArrayBackOnlyToItsLastOwner) {
     auto matrix = qxArray::createDouble({2, 3});
     matrix->reshape({3, 2, 1});
     EXPECT_EQ(matrix->getDimensions(), (qxArray::Dimensions{3, 2}));
-    EXPECT_EQ(identifierOf([&] { matrix->reshape({4, 2}); }), "qx:array:reshape");
+    EXPECT_EQ(hostErrorIdentifier([&] { matrix->reshape({4, 2}); }), "qx:array:reshape");
 }
 
 TEST(HostArray, GrowingInPlaceKeepsEveryElementAtItsLinearIndex) {
@@ -168,9 +161,9 @@ TEST(HostArray, GrowingInPlaceKeepsEveryElementAtItsLinearIndex) {
     EXPECT_TRUE(matrix->canGrowInPlace({2, 2, 3}));
     EXPECT_FALSE(matrix->canGrowInPlace({3, 2}));
     EXPECT_FALSE(matrix->canGrowInPlace({2, 1}));
-    EXPECT_EQ(identifierOf([&] { matrix->growInPlace({2, 3, 1}); }), "no error");
+    EXPECT_EQ(hostErrorIdentifier([&] { matrix->growInPlace({2, 3, 1}); }), "no error");
     EXPECT_EQ(matrix->getDouble(3), 4.0);
-    EXPECT_EQ(identifierOf([&] { matrix->growInPlace({3, 3}); }), "qx:array:grow");
+    EXPECT_EQ(hostErrorIdentifier([&] { matrix->growInPlace({3, 3}); }), "qx:array:grow");
     // A column grows down or gains columns, a row only gains columns, a
     // scalar grows either way; an empty array takes any size.
     EXPECT_TRUE(qxArray::createDouble({3, 1})->canGrowInPlace({4, 1}));
@@ -178,7 +171,7 @@ TEST(HostArray, GrowingInPlaceKeepsEveryElementAtItsLinearIndex) {
     EXPECT_FALSE(qxArray::createDouble({1, 3})->canGrowInPlace({2, 3}));
     EXPECT_TRUE(qxArray::createScalar(1)->canGrowInPlace({1, 2}));
     EXPECT_TRUE(qxArray::createDouble({0, 3})->canGrowInPlace({4, 4}));
-    EXPECT_EQ(identifierOf([&] {
+    EXPECT_EQ(hostErrorIdentifier([&] {
                   qxArray::createDouble({1, 1})->growInPlace({1, std::size_t{1} << 50});
               }),
               "qx:array:tooLarge");

@@ -1,6 +1,7 @@
 #include "platform/graph/GraphBuilder.hpp"
 #include "platform/host/HostClasses.hpp"
 #include "platform/host/Vm.hpp"
+#include "support/HostCalls.hpp"
 
 #include <gtest/gtest.h>
 
@@ -10,14 +11,7 @@ using dependency::graph::GraphBuilder;
 using dependency::graph::NodeData;
 using dependency::graph::Type;
 
-qxArrayPtr call(std::string_view method, std::vector<qxArray const*> inputs) {
-    qxArrayPtr out[1];
-    if (!qcos::omCallMethod(qcos::COSGetPublicClient(), method, 1, out, static_cast<int>(inputs.size()),
-                            inputs.data())) {
-        computils::qcos::throwErrorCallingQorvexException(std::string(method));
-    }
-    return std::move(out[0]);
-}
+using depattr_test::callMethod;
 
 qxArrayPtr property(qxArray const& object, std::string_view name) {
     return qcos::omGetProperty(*qcos::cosiGetArrayElement(object, 0), name);
@@ -56,9 +50,9 @@ TEST(HostClasses, NodeObjectsExposeWhatAHostAnalyzerReads) {
 
     auto const second = matrix::to_qorvex(2.0);
     auto const third = matrix::to_qorvex(3.0);
-    EXPECT_EQ(call("getLocation", {node.get(), second.get()})->getString(), u"main.qx");
+    EXPECT_EQ(callMethod("getLocation", {node.get(), second.get()})->getString(), u"main.qx");
     try {
-        call("getLocation", {node.get(), third.get()});
+        callMethod("getLocation", {node.get(), third.get()});
         FAIL() << "no error thrown";
     } catch (qcos::HostError const& error) {
         EXPECT_EQ(error.identifier(), "graph:node:locationIndex");
@@ -67,9 +61,9 @@ TEST(HostClasses, NodeObjectsExposeWhatAHostAnalyzerReads) {
 
     auto const key = matrix::to_qorvex(std::u16string_view(u"syntaxError"));
     auto const absent = matrix::to_qorvex(std::u16string_view(u"futureRelease"));
-    EXPECT_EQ(call("getProperty", {node.get(), key.get()})->getString(), u"true");
-    EXPECT_TRUE(call("getProperty", {node.get(), absent.get()})->isEmpty());
-    EXPECT_FALSE(call("hasProperty", {node.get(), absent.get()})->getLogical(0));
+    EXPECT_EQ(callMethod("getProperty", {node.get(), key.get()})->getString(), u"true");
+    EXPECT_TRUE(callMethod("getProperty", {node.get(), absent.get()})->isEmpty());
+    EXPECT_FALSE(callMethod("hasProperty", {node.get(), absent.get()})->getLogical(0));
 
     // Converting back yields the very same native node.
     EXPECT_EQ(dependency::services::fromScalarNodeQxArray(*node), native);
@@ -82,7 +76,7 @@ TEST(HostClasses, GraphObjectsListNodesAndDownstreamDependencies) {
     EXPECT_EQ(dependency::services::fromScalarGraphQxArray(*object), graph);
     EXPECT_EQ(property(*object, "NodeCount")->getDouble(0), 3.0);
 
-    auto const nodes = call("getNodes", {object.get()});
+    auto const nodes = callMethod("getNodes", {object.get()});
     EXPECT_EQ(nodes->getDimensions(), (qxArray::Dimensions{1, 3}));
     EXPECT_TRUE(nodes->isHeterogeneous());
     std::vector<std::u16string> ids;
@@ -92,7 +86,7 @@ TEST(HostClasses, GraphObjectsListNodesAndDownstreamDependencies) {
     EXPECT_EQ(ids, (std::vector<std::u16string>{u"/p/main.qx", u"helper", u"toolbox"}));
 
     auto const main = qcos::omCreateQCOSScalar(qcos::omGetArrayElement(*nodes, 0));
-    auto const edges = call("getDownstreamDependencies", {object.get(), main.get()});
+    auto const edges = callMethod("getDownstreamDependencies", {object.get(), main.get()});
     ASSERT_EQ(edges->getNumberOfElements(), 2u);
     auto const* requirement = qcos::cosiGetArrayElement(*edges, 1);
     EXPECT_EQ(qcos::omGetProperty(*requirement, "Relationship")->getString(), u"requirement");
@@ -103,11 +97,11 @@ TEST(HostClasses, GraphObjectsListNodesAndDownstreamDependencies) {
 
     // A leaf has no downstream dependencies: a 1-by-0 row.
     auto const leaf = qcos::omCreateQCOSScalar(qcos::omGetArrayElement(*nodes, 2));
-    EXPECT_EQ(call("getDownstreamDependencies", {object.get(), leaf.get()})->getDimensions(),
+    EXPECT_EQ(callMethod("getDownstreamDependencies", {object.get(), leaf.get()})->getDimensions(),
               (qxArray::Dimensions{1, 0}));
     // Arguments of the wrong class are refused by the signature check.
     try {
-        call("getDownstreamDependencies", {object.get(), object.get()});
+        callMethod("getDownstreamDependencies", {object.get(), object.get()});
         FAIL() << "no error thrown";
     } catch (qcos::HostError const& error) {
         EXPECT_EQ(error.identifier(), "qcos:method:wrongArgumentType");

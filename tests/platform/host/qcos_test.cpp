@@ -1,4 +1,5 @@
 #include "platform/host/Qcos.hpp"
+#include "support/HostCalls.hpp"
 #include "support/Scratch.hpp"
 
 #include <gtest/gtest.h>
@@ -10,29 +11,14 @@ namespace {
 using qcos::COSInterfacePtr;
 using qcos::HostError;
 
+using depattr_test::callMethod;
+using depattr_test::hostErrorIdentifier;
 using depattr_test::thrown;
-
-template <class F>
-std::string identifierOf(F&& f) {
-    auto const error = thrown<HostError>(std::forward<F>(f));
-    return error ? error->identifier() : "no error";
-}
 
 std::vector<qxArrayPtr> outputs(qxArrayPtr value) {
     std::vector<qxArrayPtr> result;
     result.push_back(std::move(value));
     return result;
-}
-
-// Calls `method` on the object array and returns output 1, or throws the
-// kept error with context "test".
-qxArrayPtr call(std::string_view method, std::vector<qxArray const*> inputs) {
-    qxArrayPtr out[1];
-    if (!qcos::omCallMethod(qcos::COSGetPublicClient(), method, 1, out, static_cast<int>(inputs.size()),
-                            inputs.data())) {
-        computils::qcos::throwErrorCallingQorvexException("test");
-    }
-    return std::move(out[0]);
 }
 
 // A native object that counts its destructions.
@@ -87,20 +73,22 @@ TEST(Qcos, HeterogeneousArrayOfBaseAndSubclassDispatchesToMostDerived) {
     EXPECT_TRUE(row->isHeterogeneous());
     EXPECT_EQ(row->getClassName(), "test.qcos.Shape");
     EXPECT_NO_THROW(computils::qcos::validateType(*row, "test.qcos.Shape"));
-    EXPECT_EQ(identifierOf([&] { computils::qcos::validateType(*row, "test.qcos.Circle"); }), "qcos:type:wrongClass");
-    EXPECT_EQ(identifierOf([&] { qcos::omSetClassOfHeterogeneousArray(*row, "test.qcos.Circle"); }),
+    EXPECT_EQ(hostErrorIdentifier([&] { computils::qcos::validateType(*row, "test.qcos.Circle"); }),
+              "qcos:type:wrongClass");
+    EXPECT_EQ(hostErrorIdentifier([&] { qcos::omSetClassOfHeterogeneousArray(*row, "test.qcos.Circle"); }),
               "qcos:array:wrongElementClass");
 
     // A circle array only takes circles.
     auto circles = qcos::omCreateQCOSMatrix(1, 1, "test.qcos.Circle");
-    EXPECT_EQ(identifierOf([&] { qcos::omSetArrayElement(*circles, 0, shape); }), "qcos:array:wrongElementClass");
+    EXPECT_EQ(hostErrorIdentifier([&] { qcos::omSetArrayElement(*circles, 0, shape); }),
+              "qcos:array:wrongElementClass");
 
     // Dispatch goes by each element's own class, and falls back to the base.
     std::vector<std::u16string> described;
     for (std::size_t i = 0; i < row->getNumberOfElements(); ++i) {
         auto const element = qcos::omCreateQCOSScalar(qcos::omGetArrayElement(*row, i));
-        described.push_back(call("describe", {element.get()})->getString());
-        EXPECT_EQ(call("kind", {element.get()})->getString(), u"any shape");
+        described.push_back(callMethod("describe", {element.get()})->getString());
+        EXPECT_EQ(callMethod("kind", {element.get()})->getString(), u"any shape");
     }
     EXPECT_EQ(described, (std::vector<std::u16string>{u"shape", u"circle"}));
 
@@ -110,9 +98,9 @@ TEST(Qcos, HeterogeneousArrayOfBaseAndSubclassDispatchesToMostDerived) {
     EXPECT_EQ(qcos::omGetProperty(*circle, "Sides")->getDouble(0), 1.0);
     EXPECT_EQ(qcos::omGetProperty(*shape, "Sides")->getDouble(0), 0.0);
     EXPECT_EQ(qcos::omGetConstantProperty("test.qcos.Circle", "Unit")->getString(), u"cm");
-    EXPECT_EQ(identifierOf([&] { qcos::omSetProperty(*circle, "Unit", matrix::to_qorvex(1.0)); }),
+    EXPECT_EQ(hostErrorIdentifier([&] { qcos::omSetProperty(*circle, "Unit", matrix::to_qorvex(1.0)); }),
               "qcos:property:readOnly");
-    EXPECT_EQ(identifierOf([&] { qcos::omGetProperty(*circle, "Radius"); }), "qcos:property:undefined");
+    EXPECT_EQ(hostErrorIdentifier([&] { qcos::omGetProperty(*circle, "Radius"); }), "qcos:property:undefined");
 }
 
 TEST(Qcos, FailedCallsKeepTheirErrorForTheCaller) {
@@ -131,14 +119,15 @@ TEST(Qcos, FailedCallsKeepTheirErrorForTheCaller) {
 
     // Private methods are closed to the public client only.
     EXPECT_FALSE(qcos::omCallMethod(qcos::COSGetPublicClient(), "secret", 1, out, 1, inputs));
-    EXPECT_EQ(identifierOf([] { computils::qcos::throwErrorCallingQorvexException("x"); }), "qcos:method:noAccess");
+    EXPECT_EQ(hostErrorIdentifier([] { computils::qcos::throwErrorCallingQorvexException("x"); }),
+              "qcos:method:noAccess");
     EXPECT_TRUE(qcos::omCallMethod(qcos::COSGetInternalClient(), "secret", 1, out, 1, inputs));
     EXPECT_TRUE(out[0]->isEmpty());
 
     // Asking for more outputs than a method gives.
     qxArrayPtr two[2];
     EXPECT_FALSE(qcos::omCallMethod(qcos::COSGetPublicClient(), "describe", 2, two, 1, inputs));
-    EXPECT_EQ(identifierOf([] { computils::qcos::throwErrorCallingQorvexException("x"); }),
+    EXPECT_EQ(hostErrorIdentifier([] { computils::qcos::throwErrorCallingQorvexException("x"); }),
               "qcos:method:tooManyOutputs");
 
     // A native exception thrown by a method is reported, with its text, as a host error.
@@ -146,7 +135,7 @@ TEST(Qcos, FailedCallsKeepTheirErrorForTheCaller) {
         .method("run", [](auto, int) -> std::vector<qxArrayPtr> { throw std::out_of_range("index 7"); })
         .define();
     auto const failing = qcos::omCreateQCOSScalar(qcos::omCreateObject("test.qcos.Failing"));
-    auto const native = thrown<HostError>([&] { call("run", {failing.get()}); });
+    auto const native = thrown<HostError>([&] { callMethod("run", {failing.get()}); });
     ASSERT_TRUE(native);
     EXPECT_EQ(native->identifier(), "qcos:call:nativeError");
     EXPECT_STREQ(native->what(), "index 7");
@@ -172,18 +161,21 @@ TEST(Qcos, TypedSignaturesChooseAnOverloadAndRejectWrongTypes) {
     info->addMethod(std::move(constructor));
     EXPECT_THROW(qcos::QcosMethod("m").addSignature(qcos::createUntypedSignature(), {}), std::invalid_argument);
     qcos::omGetInnerNamespace(qcos::omGetInnerNamespace(qcos::omGetNamespace("test"), "qcos"), "typed").addClass(info);
-    EXPECT_EQ(identifierOf([&] { info->addMethod(qcos::QcosMethod("late")); }), "qcos:class:frozen");
+    EXPECT_EQ(hostErrorIdentifier([&] { info->addMethod(qcos::QcosMethod("late")); }), "qcos:class:frozen");
 
     auto const counter = qcos::omCreateQCOSScalar(qcos::omCreateObject("test.qcos.typed.Counter"));
     auto const number = matrix::to_qorvex(4.0);
     auto const text = matrix::to_qorvex(std::u16string_view(u"abc"));
     auto const flag = matrix::to_qorvex(true);
-    EXPECT_EQ(call("add", {counter.get(), number.get()})->getDouble(0), 5.0);
-    EXPECT_EQ(call("add", {counter.get(), text.get()})->getDouble(0), 3.0);
-    EXPECT_EQ(identifierOf([&] { call("add", {counter.get(), flag.get()}); }), "qcos:method:wrongArgumentType");
-    EXPECT_EQ(identifierOf([&] { call("add", {counter.get()}); }), "qcos:method:wrongArgumentCount");
-    EXPECT_EQ(identifierOf([&] {
-                  call("add", {counter.get(), number.get(), number.get()});
+    EXPECT_EQ(callMethod("add", {counter.get(), number.get()})->getDouble(0), 5.0);
+    EXPECT_EQ(callMethod("add", {counter.get(), text.get()})->getDouble(0), 3.0);
+    EXPECT_EQ(hostErrorIdentifier([&] {
+                  callMethod("add", {counter.get(), flag.get()});
+              }),
+              "qcos:method:wrongArgumentType");
+    EXPECT_EQ(hostErrorIdentifier([&] { callMethod("add", {counter.get()}); }), "qcos:method:wrongArgumentCount");
+    EXPECT_EQ(hostErrorIdentifier([&] {
+                  callMethod("add", {counter.get(), number.get(), number.get()});
               }),
               "qcos:method:wrongOutputType");
 
@@ -195,7 +187,8 @@ TEST(Qcos, TypedSignaturesChooseAnOverloadAndRejectWrongTypes) {
     EXPECT_EQ(made[0]->getClassName(), "test.qcos.typed.Counter");
     EXPECT_FALSE(qcos::omCallStaticMethod(qcos::COSGetPublicClient(), "test.qcos.typed.Counter", "add", 1, made, 1,
                                           constructorInputs));
-    EXPECT_EQ(identifierOf([] { computils::qcos::throwErrorCallingQorvexException("x"); }), "qcos:method:undefined");
+    EXPECT_EQ(hostErrorIdentifier([] { computils::qcos::throwErrorCallingQorvexException("x"); }),
+              "qcos:method:undefined");
 }
 
 TEST(Qcos, NamespacesRejectDuplicatesAndForeignClasses) {
@@ -203,23 +196,24 @@ TEST(Qcos, NamespacesRejectDuplicatesAndForeignClasses) {
     EXPECT_EQ(&space, &qcos::omGetInnerNamespace(qcos::omGetNamespace("test"), "ns"));
     EXPECT_EQ(space.getQualifiedName(), "test.ns");
     space.addClass(std::make_shared<qcos::COSClassInfo>("test.ns.Once"));
-    EXPECT_EQ(identifierOf([&] { space.addClass(std::make_shared<qcos::COSClassInfo>("test.ns.Once")); }),
+    EXPECT_EQ(hostErrorIdentifier([&] { space.addClass(std::make_shared<qcos::COSClassInfo>("test.ns.Once")); }),
               "qcos:namespace:duplicateClass");
-    EXPECT_EQ(identifierOf([&] { space.addClass(std::make_shared<qcos::COSClassInfo>("test.other.Elsewhere")); }),
+    EXPECT_EQ(
+        hostErrorIdentifier([&] { space.addClass(std::make_shared<qcos::COSClassInfo>("test.other.Elsewhere")); }),
+        "qcos:namespace:wrongNamespace");
+    EXPECT_EQ(hostErrorIdentifier([&] { space.addClass(std::make_shared<qcos::COSClassInfo>("test.ns.inner.Deep")); }),
               "qcos:namespace:wrongNamespace");
-    EXPECT_EQ(identifierOf([&] { space.addClass(std::make_shared<qcos::COSClassInfo>("test.ns.inner.Deep")); }),
-              "qcos:namespace:wrongNamespace");
-    EXPECT_EQ(identifierOf([] { qcos::omGetNamespace("not valid"); }), "qcos:namespace:invalidName");
+    EXPECT_EQ(hostErrorIdentifier([] { qcos::omGetNamespace("not valid"); }), "qcos:namespace:invalidName");
     EXPECT_EQ(qcos::omFindClass("test.ns.Once")->getName(), "Once");
-    EXPECT_EQ(identifierOf([] { qcos::omCreateObject("test.ns.Missing"); }), "qcos:class:undefined");
+    EXPECT_EQ(hostErrorIdentifier([] { qcos::omCreateObject("test.ns.Missing"); }), "qcos:class:undefined");
 
     // Class files at the top of a folder define classes outside every namespace.
     qcos::ScriptClassBuilder("QcosTestTopLevel").superclass("handle").define();
     EXPECT_EQ(qcos::omFindClass("QcosTestTopLevel")->getName(), "QcosTestTopLevel");
     EXPECT_TRUE(qcos::omIsA("QcosTestTopLevel", "handle"));
-    EXPECT_EQ(identifierOf([] { qcos::ScriptClassBuilder("QcosTestTopLevel").define(); }),
+    EXPECT_EQ(hostErrorIdentifier([] { qcos::ScriptClassBuilder("QcosTestTopLevel").define(); }),
               "qcos:namespace:duplicateClass");
-    EXPECT_EQ(identifierOf([] { qcos::ScriptClassBuilder("test..Gap").define(); }), "qcos:class:invalidName");
+    EXPECT_EQ(hostErrorIdentifier([] { qcos::ScriptClassBuilder("test..Gap").define(); }), "qcos:class:invalidName");
 }
 
 TEST(Qcos, SuperclassImplementationsAndValueCopies) {
@@ -235,7 +229,8 @@ TEST(Qcos, SuperclassImplementationsAndValueCopies) {
     qxArray const* shapeInputs[] = {shape.get()};
     EXPECT_FALSE(
         qcos::omCallMethodOfClass(qcos::COSGetPublicClient(), "test.qcos.Circle", "describe", 1, out, 1, shapeInputs));
-    EXPECT_EQ(identifierOf([] { computils::qcos::throwErrorCallingQorvexException("x"); }), "qcos:method:notSubclass");
+    EXPECT_EQ(hostErrorIdentifier([] { computils::qcos::throwErrorCallingQorvexException("x"); }),
+              "qcos:method:notSubclass");
 
     // A copied object starts with the original's values and then goes its own way.
     auto const original = qcos::omCreateObject("test.qcos.Circle");
@@ -258,10 +253,10 @@ TEST(Qcos, ErrorsRethrownForACallerKeepTheirHostLanguageStack) {
                 })
         .define();
     auto const thrower = qcos::omCreateQCOSScalar(qcos::omCreateObject("test.qcos.Thrower"));
-    auto const error = thrown<HostError>([&] { call("run", {thrower.get()}); });
+    auto const error = thrown<HostError>([&] { callMethod("run", {thrower.get()}); });
     ASSERT_TRUE(error);
     EXPECT_EQ(error->identifier(), "user:failed");
-    EXPECT_EQ(error->context(), "test");
+    EXPECT_EQ(error->context(), "run");
     ASSERT_EQ(error->stack().size(), 2u);
     EXPECT_EQ(error->location(), "Thrower.qx:12:5");
     EXPECT_EQ(error->stack()[1].function, "caller");
@@ -271,7 +266,7 @@ TEST(Qcos, NativeObjectLivesExactlyAsLongAsItsLastOwner) {
     std::atomic<int> destroyed{0};
     auto native = std::make_shared<Probe>(destroyed);
     Probe const* const address = native.get();
-    EXPECT_EQ(identifierOf([&] { qcos::factory::full::acquireReference(native); }), "qcos:binding:notAnnounced");
+    EXPECT_EQ(hostErrorIdentifier([&] { qcos::factory::full::acquireReference(native); }), "qcos:binding:notAnnounced");
 
     qcos::factory::basic::BindingRegistry::announce(native, qcos::internal::makeInterned("test.qcos.Probe"));
     EXPECT_TRUE(native->isPublished());
@@ -284,7 +279,7 @@ TEST(Qcos, NativeObjectLivesExactlyAsLongAsItsLastOwner) {
     EXPECT_EQ(copy->getObject(0), object);
     EXPECT_EQ(object->referenceCount(), 3u);
     EXPECT_EQ(matrix::from_qorvex<Probe>(*copy), native);
-    EXPECT_EQ(identifierOf([&] { matrix::from_qorvex<OtherNative>(*copy); }), "qcos:binding:wrongNativeClass");
+    EXPECT_EQ(hostErrorIdentifier([&] { matrix::from_qorvex<OtherNative>(*copy); }), "qcos:binding:wrongNativeClass");
 
     native.reset();
     object.reset();
@@ -309,8 +304,9 @@ TEST(Qcos, BindingRegistryAnnouncementsAndSelfChecks) {
     // Script objects wrap nothing native: the self check rejects them.
     defineShapes();
     auto const shape = qcos::omCreateObject("test.qcos.Shape");
-    EXPECT_EQ(identifierOf([&] { qcos::factory::impl::validateSelfPointer(*shape); }), "qcos:binding:invalidSelf");
-    EXPECT_EQ(identifierOf([] { qcos::factory::basic::BindingRegistry::announce(nullptr, "x.Y"); }),
+    EXPECT_EQ(hostErrorIdentifier([&] { qcos::factory::impl::validateSelfPointer(*shape); }),
+              "qcos:binding:invalidSelf");
+    EXPECT_EQ(hostErrorIdentifier([] { qcos::factory::basic::BindingRegistry::announce(nullptr, "x.Y"); }),
               "qcos:binding:nullObject");
     native.reset();
     EXPECT_EQ(destroyed, 1);
@@ -325,15 +321,16 @@ TEST(Qcos, EnumerationMembersAndObjectArrayAccess) {
 
     auto const high = qcos::omGetConstantProperty("test.qcos.Level", "High");
     EXPECT_EQ(qcos::cosiGetArrayElement(*high, 0)->getEnumerationValue(), 5);
-    EXPECT_EQ(identifierOf([] { qcos::omCreateEnumeration("test.qcos.Level", 3); }), "qcos:enumeration:noSuchMember");
-    EXPECT_EQ(identifierOf([] { qcos::omCreateObject("test.qcos.Level"); }), "qcos:object:notConstructible");
+    EXPECT_EQ(hostErrorIdentifier([] { qcos::omCreateEnumeration("test.qcos.Level", 3); }),
+              "qcos:enumeration:noSuchMember");
+    EXPECT_EQ(hostErrorIdentifier([] { qcos::omCreateObject("test.qcos.Level"); }), "qcos:object:notConstructible");
 
     auto const slots = qcos::omCreateQCOSMatrix(2, 1, "test.qcos.Level");
-    EXPECT_EQ(identifierOf([&] { qcos::omGetArrayElement(*slots, 1); }), "qcos:array:emptySlot");
-    EXPECT_EQ(identifierOf([&] { qcos::omGetArrayElement(*slots, 2); }), "qx:array:indexOutOfRange");
+    EXPECT_EQ(hostErrorIdentifier([&] { qcos::omGetArrayElement(*slots, 1); }), "qcos:array:emptySlot");
+    EXPECT_EQ(hostErrorIdentifier([&] { qcos::omGetArrayElement(*slots, 2); }), "qx:array:indexOutOfRange");
     auto const numbers = qxArray::createDouble({1, 1});
-    EXPECT_EQ(identifierOf([&] { qcos::omGetArrayElement(*numbers, 0); }), "qcos:array:notObjectArray");
-    EXPECT_EQ(identifierOf([&] { computils::qcos::validateType(*numbers, "test.qcos.Level"); }),
+    EXPECT_EQ(hostErrorIdentifier([&] { qcos::omGetArrayElement(*numbers, 0); }), "qcos:array:notObjectArray");
+    EXPECT_EQ(hostErrorIdentifier([&] { computils::qcos::validateType(*numbers, "test.qcos.Level"); }),
               "qcos:type:wrongClass");
 }
 
