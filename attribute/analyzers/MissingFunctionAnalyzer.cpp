@@ -8,11 +8,16 @@
 
 #include <algorithm>
 #include <array>
+#include <memory>
+#include <mutex>
+#include <optional>
 #include <ostream>
 #include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace dependency::attribute {
@@ -23,23 +28,23 @@ using ca::astapi::Node;
 using ca::astapi::NodeKind;
 namespace slot = ca::astapi::slot;
 
-// Searches a syntax tree for a definition of one name. The walk is depth first and always runs to the end, so a
-// tree it cannot handle (a kind outside the numbering, an input argument without a name) throws even after a
-// match; the caller counts that as missing. Iterative, so that no tree is too deep for it.
+// Searches a syntax tree for the names it defines. The walk is depth first and always runs to the end, so a tree
+// it cannot handle (a kind outside the numbering, an input argument without a name) throws whatever it found; the
+// caller counts every name of it as missing. Iterative, so that no tree is too deep for it.
 class DefinitionSearch {
 public:
-    DefinitionSearch(std::u16string_view soughtName, std::u16string_view ownerName, std::ostream& diagnostics)
-        : soughtName_(soughtName), ownerName_(ownerName), diagnostics_(diagnostics) {}
+    DefinitionSearch(std::u16string_view ownerName, std::ostream& diagnostics)
+        : ownerName_(ownerName), diagnostics_(diagnostics) {}
 
-    // True when no definition of the sought name was found.
-    bool run(Node const& root) {
+    // Every name defined in the tree under root.
+    std::unordered_set<std::u16string> run(Node const& root) {
         pending_.push_back(&root);
         while (!pending_.empty()) {
             auto const* node = pending_.back();
             pending_.pop_back();
             visit(*node);
         }
-        return missing_;
+        return std::move(names_);
     }
 
 private:
@@ -87,11 +92,7 @@ private:
         visits.list(definition.list(Function::nestedFunctions));
     }
 
-    void found(std::u16string_view candidate) noexcept {
-        if (candidate == soughtName_) {
-            missing_ = false;
-        }
-    }
+    void found(std::u16string_view candidate) { names_.emplace(candidate); }
 
     static bool isStaticMethod(Node const& method) {
         using AttributeQueries = lf::astapi::NodeCustomization<lf::astapi::Attribute<ca::astapi::CA>>;
@@ -165,18 +166,23 @@ private:
         }
     }
 
-    std::u16string_view soughtName_;
     std::u16string_view ownerName_;
     std::ostream& diagnostics_;
-    bool missing_ = true;
+    std::unordered_set<std::u16string> names_;
     std::vector<Node const*> pending_;
 };
 
-// Whether the tree under root lacks a definition of soughtName; throws std::logic_error for a tree the search
-// cannot handle, after writing a diagnostic for an unknown node kind. Used by the analyzer and by its tests.
+// Every name whose definition the search finds in the tree under root; throws std::logic_error for a tree the
+// search cannot handle, after writing a diagnostic for an unknown node kind.
+std::unordered_set<std::u16string> definedNames(Node const& root, std::u16string_view ownerName,
+                                                std::ostream& diagnostics) {
+    return DefinitionSearch(ownerName, diagnostics).run(root);
+}
+
+// Whether the tree under root lacks a definition of soughtName, as definedNames finds them. Used by the tests.
 bool lacksDefinition(Node const& root, std::u16string_view soughtName, std::u16string_view ownerName,
                      std::ostream& diagnostics) {
-    return DefinitionSearch(soughtName, ownerName, diagnostics).run(root);
+    return !definedNames(root, ownerName, diagnostics).contains(std::u16string(soughtName));
 }
 
 }  // namespace missing_function
@@ -232,7 +238,7 @@ public:
     }
 
 private:
-    static bool isMissing(graph::Node const& node, std::u16string const& soughtName) {
+    bool isMissing(graph::Node const& node, std::u16string const& soughtName) const {
         if (!node.isResolved() || !fl::filesystem::shared_exists(node.getLocation().at(0))) {
             return true;
         }
@@ -247,10 +253,41 @@ private:
         if (result->hasErrors()) {
             QORVEX::dependency::analysis::throwAnalysisParsingError();
         }
-        DiscardingStream diagnostics;
-        return missing_function::lacksDefinition(result->getRootNode(), soughtName, result->getOwnerName(),
-                                                 diagnostics);
+        return !defines(result, soughtName);
     }
+
+    // A file defines many functions, and the graph has a node for each: the tree of one analysis result is
+    // searched once for all the names it defines. A result stands for one content of its file for as long as it
+    // lives, so its names hold while it does; they are kept by the result's identity without keeping it alive.
+    struct KnownTree {
+        std::weak_ptr<ca::AnalysisResult const> result;
+        std::optional<std::unordered_set<std::u16string>> names;  // none: the search cannot handle the tree
+    };
+    static constexpr std::size_t maxKnownTrees = 1024;
+
+    bool defines(std::shared_ptr<ca::AnalysisResult const> const& result, std::u16string const& name) const {
+        std::lock_guard const lock(knownMutex_);
+        auto known = knownTrees_.find(result.get());
+        bool const current = known != knownTrees_.end() && !known->second.result.owner_before(result) &&
+                             !result.owner_before(known->second.result);
+        if (!current) {
+            KnownTree tree{result, std::nullopt};
+            try {
+                DiscardingStream diagnostics;
+                tree.names = missing_function::definedNames(result->getRootNode(), result->getOwnerName(), diagnostics);
+            } catch (std::logic_error const&) {
+                // A tree the search cannot handle defines nothing it can show.
+            }
+            if (knownTrees_.size() >= maxKnownTrees) {
+                knownTrees_.clear();
+            }
+            known = knownTrees_.insert_or_assign(result.get(), std::move(tree)).first;
+        }
+        return known->second.names && known->second.names->contains(name);
+    }
+
+    mutable std::mutex knownMutex_;
+    mutable std::unordered_map<ca::AnalysisResult const*, KnownTree> knownTrees_;
 };
 
 }  // namespace

@@ -105,6 +105,24 @@ TEST_F(MissingFunctionAnalyzerTest, DefinitionsAnywhereInAFunctionFileCount) {
     EXPECT_FALSE(reported(functionIn("x = 1;\nfunction y = local(v)\n  y = v;\nend\n", u"local")));  // a script
 }
 
+TEST_F(MissingFunctionAnalyzerTest, OneAnalyzerSeesAFileChangeAndEachFileOfItsOwn) {
+    // The analyzer remembers the names a file's tree defines; a new content of the file is another tree.
+    auto const path = folder_.write("changing.qx", "function first\nend\n").u16string();
+    auto const other = folder_.write("other.qx", "function second\nend\n").u16string();
+    EXPECT_FALSE(reported(functionAt(path, u"first")));
+    EXPECT_TRUE(reported(functionAt(path, u"second")));
+    EXPECT_FALSE(reported(functionAt(other, u"second")));
+    folder_.write("changing.qx", "function second\nend\nfunction third\nend\n");
+    EXPECT_TRUE(reported(functionAt(path, u"first")));
+    EXPECT_FALSE(reported(functionAt(path, u"second")));
+    EXPECT_FALSE(reported(functionAt(path, u"third")));
+    // A file the search cannot use counts every name as missing, and its repair is seen.
+    folder_.write("changing.qx", "function broken(\n");
+    EXPECT_TRUE(reported(functionAt(path, u"broken")));
+    folder_.write("changing.qx", "function broken\nend\n");
+    EXPECT_FALSE(reported(functionAt(path, u"broken")));
+}
+
 TEST_F(MissingFunctionAnalyzerTest, StaticMethodsAreQualifiedByTheirClass) {
     EXPECT_FALSE(reported(functionIn(classFile, u"Shape")));
     EXPECT_FALSE(reported(functionIn(classFile, u"area")));
