@@ -31,6 +31,44 @@ std::string narrowPath(std::u16string const& path) {
     return i18n::to_string(path);
 }
 
+// A path as the system takes it. Most paths are ASCII and short: they are
+// narrowed into a buffer on the stack, so that a query costs the system call
+// and little else. Any other path (non-ASCII, a NUL, empty, long) takes the
+// general conversion, with its rejections.
+class NativePath {
+public:
+    explicit NativePath(std::u16string const& path) {
+        std::size_t const size = path.size();
+        if (size > 0 && size < sizeof buffer_) {
+            // One pass without early exits, which the compiler vectorises: narrow
+            // every unit and gather their bits; then check for NULs and non-ASCII.
+            char16_t bits = 0;
+            for (std::size_t i = 0; i < size; ++i) {
+                bits |= path[i];
+                buffer_[i] = static_cast<char>(path[i]);
+            }
+            if (bits < 0x80 && std::memchr(buffer_, '\0', size) == nullptr) {
+                buffer_[size] = '\0';
+                text_ = std::string_view(buffer_, size);
+                return;
+            }
+        }
+        general_ = narrowPath(path);
+        text_ = general_;
+    }
+    NativePath(NativePath const&) = delete;
+    NativePath& operator=(NativePath const&) = delete;
+
+    // Terminated by a NUL, and without one inside.
+    char const* c_str() const noexcept { return text_.data(); }
+    std::string_view view() const noexcept { return text_; }
+
+private:
+    char buffer_[512];
+    std::string general_;
+    std::string_view text_;
+};
+
 boost::posix_time::ptime toPtime(struct timespec const& when) {
     // from_time_t covers whole seconds; the sub-second part is kept to the
     // microsecond, the resolution of the default ptime configuration.
@@ -46,27 +84,9 @@ FileSystemError::FileSystemError(std::u16string const& path, std::string const& 
       errorNumber_(errorNumber) {}
 
 bool exists(std::u16string const& path) {
-    // Most paths are ASCII and short: they are narrowed into a buffer on the
-    // stack, so that the query costs the system call and little else. Any
-    // other path (non-ASCII, a NUL, empty, long) takes the general conversion.
-    char buffer[512];
-    std::size_t const size = path.size();
+    NativePath const native(path);
     struct stat info {};
-    if (size > 0 && size < sizeof buffer) {
-        // One pass without early exits, which the compiler vectorises: narrow
-        // every unit and gather their bits; then check for NULs and non-ASCII.
-        char16_t bits = 0;
-        for (std::size_t i = 0; i < size; ++i) {
-            bits |= path[i];
-            buffer[i] = static_cast<char>(path[i]);
-        }
-        if (bits >= 0x80 || std::memchr(buffer, '\0', size) != nullptr) {
-            return ::stat(narrowPath(path).c_str(), &info) == 0;
-        }
-        buffer[size] = '\0';
-        return ::stat(buffer, &info) == 0;
-    }
-    return ::stat(narrowPath(path).c_str(), &info) == 0;
+    return ::stat(native.c_str(), &info) == 0;
 }
 
 Status status_express_light(std::u16string const& path) {
@@ -157,11 +177,28 @@ struct SharedAnswers {
 
 thread_local SharedAnswers sharedAnswers;
 
-int askSystem(std::string const& nativePath, struct ::stat& info) {
-    if (nativePath.find('\0') != std::string::npos) {
-        return ENOENT;
+// `path` ends in a NUL and holds none.
+int askSystem(std::string_view path, struct ::stat& info) {
+    return ::stat(path.data(), &info) == 0 ? 0 : errno;
+}
+
+int sharedStat(std::string_view path, struct ::stat& info) {
+    if (sharedAnswers.depth == 0) {
+        return askSystem(path, info);
     }
-    return ::stat(nativePath.c_str(), &info) == 0 ? 0 : errno;
+    auto found = sharedAnswers.byPath.find(path);
+    if (found == sharedAnswers.byPath.end()) {
+        if (sharedAnswers.byPath.size() >= sharedStatusPaths) {
+            // A graph's file nodes name each path once: rather than hold them
+            // all, start again; the few files that many nodes share come back.
+            sharedAnswers.byPath.clear();
+        }
+        SharedAnswer answer;
+        answer.error = askSystem(path, answer.info);
+        found = sharedAnswers.byPath.emplace(std::string(path), answer).first;
+    }
+    info = found->second.info;
+    return found->second.error;
 }
 
 }  // namespace
@@ -178,27 +215,16 @@ SharedStatus::~SharedStatus() {
 }
 
 int shared_stat(std::string const& nativePath, struct ::stat& info) {
-    if (sharedAnswers.depth == 0) {
-        return askSystem(nativePath, info);
+    if (nativePath.find('\0') != std::string::npos) {
+        return ENOENT;
     }
-    auto found = sharedAnswers.byPath.find(std::string_view(nativePath));
-    if (found == sharedAnswers.byPath.end()) {
-        if (sharedAnswers.byPath.size() >= sharedStatusPaths) {
-            // A graph's file nodes name each path once: rather than hold them
-            // all, start again; the few files that many nodes share come back.
-            sharedAnswers.byPath.clear();
-        }
-        SharedAnswer answer;
-        answer.error = askSystem(nativePath, answer.info);
-        found = sharedAnswers.byPath.emplace(nativePath, answer).first;
-    }
-    info = found->second.info;
-    return found->second.error;
+    return sharedStat(nativePath, info);
 }
 
 bool shared_exists(std::u16string const& path) {
+    NativePath const native(path);
     struct ::stat info {};
-    return shared_stat(narrowPath(path), info) == 0;
+    return sharedStat(native.view(), info) == 0;
 }
 
 std::string read_file(std::string const& nativePath, std::size_t maxBytes) {
