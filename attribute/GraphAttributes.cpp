@@ -191,8 +191,8 @@ GraphAttributes::~GraphAttributes() = default;
 std::shared_ptr<GraphAttributes> analyzeGraph(std::shared_ptr<Graph const> const& graph,
                                               std::vector<std::shared_ptr<AttributeAnalyzer>> const& analyzers) {
     auto result = std::make_shared<GraphAttributesImpl>();
-    // The analyzers that look into code files ask the system about each file
-    // once in this walk, however many of the graph's nodes it defines.
+    // The analyzers ask the system about each file once in this walk, however
+    // many of the graph's nodes name it.
     fl::filesystem::SharedStatus const sharedStatus;
     // A graph that yields its stored nodes yields them in position order,
     // each once: an entry's position is then the count of nodes before it.
