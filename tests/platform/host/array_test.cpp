@@ -1,6 +1,7 @@
 #include "platform/host/Array.hpp"
 #include "platform/host/Qcos.hpp"
 #include "support/HostCalls.hpp"
+#include "support/Scratch.hpp"
 
 #include <gtest/gtest.h>
 
@@ -70,11 +71,8 @@ TEST(HostArray, ArgumentCountErrorsAreHostErrors) {
     EXPECT_EQ(hostErrorIdentifier([] { matrix::detail::error_maxlhs(); }), "qorvex:maxlhs");
     EXPECT_EQ(hostErrorIdentifier([] { matrix::detail::error_maxrhs(); }), "qorvex:maxrhs");
     EXPECT_EQ(hostErrorIdentifier([] { matrix::detail::error_minrhs(); }), "qorvex:minrhs");
-    try {
-        matrix::detail::error_minrhs();
-    } catch (qcos::HostError const& error) {
-        EXPECT_STREQ(error.what(), "Not enough input arguments.");
-    }
+    EXPECT_EQ(depattr_test::whatOf<qcos::HostError>([] { matrix::detail::error_minrhs(); }),
+              "Not enough input arguments.");
 }
 
 TEST(HostArray, CellsStructsAndStringsHoldSharedValues) {
