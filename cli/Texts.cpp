@@ -11,6 +11,42 @@ std::string text(char const* key, std::vector<resource_core::MessageArgument> ar
         fl::i18n::MessageCatalog::get_message(resource_core::BaseMsgID(programCatalog, key, std::move(args))));
 }
 
+TextPattern::TextPattern(char const* key, std::size_t arity) : arity_(arity) {
+    // Without arguments the catalog leaves every placeholder as it stands;
+    // they are found here by the catalog's own rule: "{", one to four digits,
+    // "}", and a number below the count of arguments.
+    std::string const raw = text(key);
+    std::string literal;
+    std::size_t pos = 0;
+    while (pos < raw.size()) {
+        if (raw[pos] == '{') {
+            std::size_t end = pos + 1;
+            std::size_t index = 0;
+            while (end < raw.size() && raw[end] >= '0' && raw[end] <= '9' && end - pos <= 4) {
+                index = index * 10 + static_cast<std::size_t>(raw[end] - '0');
+                ++end;
+            }
+            if (end > pos + 1 && end < raw.size() && raw[end] == '}' && index < arity_) {
+                pieces_.push_back({std::move(literal), index});
+                literal.clear();
+                pos = end + 1;
+                continue;
+            }
+        }
+        literal.push_back(raw[pos++]);
+    }
+    pieces_.push_back({std::move(literal), arity_});
+}
+
+void TextPattern::write(std::ostream& out, std::initializer_list<std::string_view> args) const {
+    for (auto const& piece : pieces_) {
+        out << piece.literal;
+        if (piece.argument < arity_) {
+            out << (piece.argument < args.size() ? *(args.begin() + piece.argument) : std::string_view());
+        }
+    }
+}
+
 std::string counted(char const* key, std::size_t count) {
     std::string const full = std::string(key) + (count == 1 ? "One" : "Many");
     return text(full.c_str(), {static_cast<long>(count)});

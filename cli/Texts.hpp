@@ -8,7 +8,10 @@
 #include "platform/graph/Graph.hpp"
 
 #include <cstddef>
+#include <initializer_list>
+#include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace depattr::cli {
@@ -17,6 +20,24 @@ inline constexpr char const* programCatalog = "depattr:cli";
 
 // The text of `key`, placeholders {0}, {1}... filled from `args`, as UTF-8.
 std::string text(char const* key, std::vector<resource_core::MessageArgument> args = {});
+
+// A text written many times with different arguments (the report's heading
+// of every node): looked up once, in the language `text` would use, and kept
+// as its literal pieces and placeholders, so that writing it converts nothing.
+// `write` gives what `text(key, args)` gives for the same string arguments.
+class TextPattern {
+public:
+    TextPattern(char const* key, std::size_t arity);
+    void write(std::ostream& out, std::initializer_list<std::string_view> args) const;
+
+private:
+    struct Piece {
+        std::string literal;
+        std::size_t argument;  // the placeholder after the literal; `arity_` for none
+    };
+    std::size_t arity_;
+    std::vector<Piece> pieces_;
+};
 
 // "1 node", "3 nodes": the text of `key` + "One" for one, of `key` + "Many"
 // otherwise, with the count as {0}.

@@ -87,6 +87,7 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
                                                : padded(severityWord(severity), severityWidth);
     };
     std::unordered_map<int, std::string> kindWords;
+    TextPattern const heading("TextNodeHeading", 4);
     // Grouped by where they are: the nodes (listed by ID) sorted by path, the
     // nodes of one file kept in ID order.
     std::vector<std::pair<std::string, NodeFindings const*>> byPlace;
@@ -104,10 +105,10 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
         if (newKind) {
             kind->second = kindWord(node.getType());
         }
-        out << '\n'
-            << text("TextNodeHeading", {escapeControls(where), kind->second, escapeControls(displayNameOf(node)),
-                                        escapeControls(toUtf8(node.getID()))})
-            << '\n';
+        out << '\n';
+        heading.write(out, {escapeControls(where), kind->second, escapeControls(displayNameOf(node)),
+                            escapeControls(toUtf8(node.getID()))});
+        out << '\n';
         for (auto const& finding : entry.findings) {
             if (finding.suppressed) {
                 continue;

@@ -1,10 +1,12 @@
 #include "cli/FindingSources.hpp"
 #include "cli/ProgressMeter.hpp"
 #include "cli/Report.hpp"
+#include "cli/Texts.hpp"
 #include "platform/graph/GraphBuilder.hpp"
 #include "support/FindingRecorder.hpp"
 #include "support/TestGraphs.hpp"
 
+#include <boost/locale.hpp>
 #include <gtest/gtest.h>
 #include <simdjson.h>
 
@@ -240,6 +242,37 @@ TEST_F(TrackedAnalysis, DotFillsNodesByGravestFindingAndEscapesNames) {
 // The picture's layout: functions inside their file's cluster with the file,
 // calls unnamed; a graph over 300 nodes reduced to the nodes with findings and
 // their neighbours, as its title says.
+// The report writes each node's heading from a pattern split once; it must
+// give what the catalog gives for the same arguments, in every language and
+// whatever the arguments hold (braces, placeholders of their own, a node ID
+// with a lone surrogate after its conversion).
+TEST(TextPatternTest, WritesWhatTheCatalogFillsInEveryLanguage) {
+    std::vector<std::vector<std::string>> const argumentSets{
+        {"/work/a.qx", "file", "a", "a.qx"},
+        {"{1}", "{0}{", "}{2}", "{99999}"},
+        {"", "", "", ""},
+        {"名前", "関数", toUtf8(std::u16string(u"x\xD800y")), "\\x1b"},
+    };
+    for (char const* locale : {"C", "ja_JP.UTF-8"}) {
+        std::locale::global(boost::locale::generator()(locale));
+        TextPattern const heading("TextNodeHeading", 4);
+        TextPattern const fewer("TextNodeHeading", 2);
+        for (auto const& args : argumentSets) {
+            std::ostringstream written;
+            heading.write(written, {args[0], args[1], args[2], args[3]});
+            EXPECT_EQ(written.str(), text("TextNodeHeading", {args[0], args[1], args[2], args[3]})) << locale;
+            // Placeholders beyond the pattern's arity stay as the catalog leaves them.
+            std::ostringstream partly;
+            fewer.write(partly, {args[0], args[1]});
+            EXPECT_EQ(partly.str(), text("TextNodeHeading", {args[0], args[1]})) << locale;
+        }
+    }
+    std::locale::global(std::locale::classic());
+    std::ostringstream english;
+    TextPattern("TextNodeHeading", 4).write(english, {"p", "file", "n", "i"});
+    EXPECT_EQ(english.str(), "p  (file \"n\", ID \"i\")");
+}
+
 TEST(DotPicture, GroupsFunctionsInTheirFileAndReducesLargeGraphs) {
     for (int const extra : {200, 400}) {
         GraphBuilder builder;
