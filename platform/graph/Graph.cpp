@@ -179,8 +179,16 @@ NodeRange Graph::getNodes() const {
     return NodeRange(store_->nodes);
 }
 
+std::optional<std::size_t> Graph::positionOf(Node const& node) const {
+    auto const& nodes = store_->nodes;
+    if (node.builtPosition_ < nodes.size() && nodes[node.builtPosition_].get() == &node) {
+        return node.builtPosition_;
+    }
+    return indexById_.find(node.getID());
+}
+
 DependencyRange Graph::getDownstreamDependencies(Node const& node) const {
-    auto const position = indexById_.find(node.getID());
+    auto const position = positionOf(node);
     if (!position) {
         return {};
     }

@@ -7,6 +7,7 @@
 #include <boost/range/any_range.hpp>
 
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -103,6 +104,8 @@ public:
     Properties const& getProperties() const noexcept;
 
 private:
+    friend class Graph;
+    friend class GraphBuilder;
     std::u16string id_;
     std::u16string name_;  // empty when it is the ID
     std::u16string path_;  // empty when it is the first location entry
@@ -113,6 +116,10 @@ private:
     bool resolved_;
     bool nameIsId_;
     bool pathIsFirstLocation_;
+    // Where the builder that made the node put it, so that its graph finds
+    // the node's edges without looking its ID up; a graph checks that the
+    // node is really the one at that place before it trusts it.
+    std::uint32_t builtPosition_ = std::numeric_limits<std::uint32_t>::max();
 };
 
 // Ordering by ID compared as unsigned UTF-16 code units; equality by ID.
@@ -192,6 +199,8 @@ protected:
 
 private:
     friend class GraphBuilder;
+    // The place of `node` among the stored nodes, if it is one of them.
+    std::optional<std::size_t> positionOf(Node const& node) const;
     // Takes over what a builder has made: the store with the nodes (and the
     // edges it made), the edges grouped by upstream node, where each node's
     // group begins, and the ID index, whose keys view the node IDs.

@@ -80,6 +80,7 @@ std::shared_ptr<Node> GraphBuilder::addNode(NodeData data, std::uint64_t idHash)
         arena_->removeLast();
         throw DuplicateNodeError(*existing);
     }
+    added->builtPosition_ = static_cast<std::uint32_t>(nodes_.size());
     nodes_.emplace_back(arena_, added);
     return nodes_.back();
 }

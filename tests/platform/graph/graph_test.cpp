@@ -104,6 +104,19 @@ TEST(GraphTest, NodesInInsertionOrderAndEdgesPerNodeInOrder) {
 
     auto const leaf = graph->getDownstreamDependencies(*graph->findNode(u"b"));
     EXPECT_TRUE(leaf.begin() == leaf.end());
+
+    // The graph's own node objects, and the same objects in another graph
+    // that holds them elsewhere: each graph answers with its own edges.
+    auto const c = graph->findNode(u"c");
+    auto const a = graph->findNode(u"a");
+    EXPECT_EQ(std::distance(graph->getDownstreamDependencies(*c).begin(), graph->getDownstreamDependencies(*c).end()),
+              2);
+    Graph const other({c, graph->findNode(u"b"), a}, {std::make_shared<Dependency>(a, c, Type::CALL())});
+    auto const fromA = other.getDownstreamDependencies(*a);
+    ASSERT_EQ(std::distance(fromA.begin(), fromA.end()), 1);
+    EXPECT_EQ((*fromA.begin())->getDownstreamNode()->getID(), u"c");
+    auto const fromC = other.getDownstreamDependencies(*c);
+    EXPECT_TRUE(fromC.begin() == fromC.end());
     probe.id = u"stranger";
     auto const unknown = graph->getDownstreamDependencies(Node(probe));
     EXPECT_TRUE(unknown.begin() == unknown.end());
