@@ -1,10 +1,12 @@
 #include "platform/fl/FileSystem.hpp"
 
 #include "platform/fl/MessageCatalog.hpp"
+#include "platform/fl/detail/FolderListings.hpp"
 
 #include <boost/date_time/posix_time/conversion.hpp>
 #include <boost/date_time/posix_time/posix_time_duration.hpp>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -164,15 +166,11 @@ struct SharedAnswer {
     struct ::stat info {};
 };
 
-// Paths are looked up as views, so that a question answered before costs no copy.
-struct PathHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view path) const noexcept { return std::hash<std::string_view>{}(path); }
-};
 
 struct SharedAnswers {
     int depth = 0;
-    std::unordered_map<std::string, SharedAnswer, PathHash, std::equal_to<>> byPath;
+    std::unordered_map<std::string, SharedAnswer, detail::PathHash, std::equal_to<>> byPath;
+    detail::FolderListings folders;
 };
 
 thread_local SharedAnswers sharedAnswers;
@@ -182,23 +180,70 @@ int askSystem(std::string_view path, struct ::stat& info) {
     return ::stat(path.data(), &info) == 0 ? 0 : errno;
 }
 
-int sharedStat(std::string_view path, struct ::stat& info) {
+// The answer remembered for `path`, asking the system once; null when no
+// scope is open. `folderAnswer` gets what the folders read tell of a path
+// asked about for the first time (Unknown otherwise); the system is not asked
+// when they tell it is absent.
+SharedAnswer const* sharedAnswer(std::string_view path, detail::FolderListings::Answer& folderAnswer) {
     if (sharedAnswers.depth == 0) {
-        return askSystem(path, info);
+        return nullptr;
     }
     auto found = sharedAnswers.byPath.find(path);
-    if (found == sharedAnswers.byPath.end()) {
-        if (sharedAnswers.byPath.size() >= sharedStatusPaths) {
-            // A graph's file nodes name each path once: rather than hold them
-            // all, start again; the few files that many nodes share come back.
-            sharedAnswers.byPath.clear();
-        }
-        SharedAnswer answer;
-        answer.error = askSystem(path, answer.info);
-        found = sharedAnswers.byPath.emplace(std::string(path), answer).first;
+    if (found != sharedAnswers.byPath.end()) {
+        return &found->second;
     }
-    info = found->second.info;
-    return found->second.error;
+    if (sharedAnswers.byPath.size() + sharedAnswers.folders.size() >= sharedStatusPaths) {
+        // A graph's file nodes name each path once: rather than hold them
+        // all, start again; the few files that many nodes share come back.
+        sharedAnswers.byPath.clear();
+        sharedAnswers.folders.clear();
+    }
+    folderAnswer = sharedAnswers.folders.ask(path);
+    return nullptr;
+}
+
+SharedAnswer const& remembered(std::string_view path) {
+    SharedAnswer answer;
+    answer.error = askSystem(path, answer.info);
+    return sharedAnswers.byPath.emplace(std::string(path), answer).first->second;
+}
+
+int sharedStat(std::string_view path, struct ::stat& info) {
+    using Known = detail::FolderListings::Answer::Known;
+    detail::FolderListings::Answer folderAnswer;
+    SharedAnswer const* answer = sharedAnswer(path, folderAnswer);
+    if (answer == nullptr) {
+        if (sharedAnswers.depth == 0) {
+            return askSystem(path, info);
+        }
+        if (folderAnswer.known == Known::Absent) {
+            return folderAnswer.error;
+        }
+        answer = &remembered(path);
+    }
+    info = answer->info;
+    return answer->error;
+}
+
+bool sharedExists(std::string_view path) {
+    using Known = detail::FolderListings::Answer::Known;
+    detail::FolderListings::Answer folderAnswer;
+    SharedAnswer const* answer = sharedAnswer(path, folderAnswer);
+    if (answer == nullptr) {
+        if (sharedAnswers.depth == 0) {
+            struct ::stat info {};
+            return askSystem(path, info) == 0;
+        }
+        if (folderAnswer.known == Known::Absent) {
+            return false;
+        }
+        // An entry that is no link is there; a link may lead nowhere.
+        if (folderAnswer.known == Known::Present && folderAnswer.type != DT_LNK && folderAnswer.type != DT_UNKNOWN) {
+            return true;
+        }
+        answer = &remembered(path);
+    }
+    return answer->error == 0;
 }
 
 }  // namespace
@@ -210,7 +255,8 @@ SharedStatus::SharedStatus() {
 SharedStatus::~SharedStatus() {
     if (--sharedAnswers.depth == 0) {
         // Swapped out rather than cleared, so that the memory of a large analysis goes with it.
-        std::unordered_map<std::string, SharedAnswer, PathHash, std::equal_to<>>().swap(sharedAnswers.byPath);
+        std::unordered_map<std::string, SharedAnswer, detail::PathHash, std::equal_to<>>().swap(sharedAnswers.byPath);
+        sharedAnswers.folders = detail::FolderListings();
     }
 }
 
@@ -223,8 +269,7 @@ int shared_stat(std::string const& nativePath, struct ::stat& info) {
 
 bool shared_exists(std::u16string const& path) {
     NativePath const native(path);
-    struct ::stat info {};
-    return sharedStat(native.view(), info) == 0;
+    return sharedExists(native.view());
 }
 
 std::string read_file(std::string const& nativePath, std::size_t maxBytes) {

@@ -49,9 +49,12 @@ Status status_express_light(std::u16string const& path);
 // asked about by both file analyzers. While a SharedStatus is open on a
 // thread, shared_stat and shared_exists on that thread ask the system once per
 // path and answer later questions about it from memory, so the analysis sees
-// each file as it was when first asked. The memory is bounded: past
-// sharedStatusPaths answers they are all forgotten and asked again when next
-// needed. Scopes nest (the outermost owns the answers); without one open, both
+// each file as it was when first asked. A folder that many questions fall
+// under is read whole once (on local file systems that list names exactly):
+// a path whose name it lacks, or under a subfolder it lacks, is then absent
+// without a system call, as it was when the folder was read. The memory is
+// bounded: past sharedStatusPaths answers, folders and names they are all
+// forgotten and asked again when next needed. Scopes nest (the outermost owns the answers); without one open, both
 // ask the system every time, as the other queries of this header always do.
 inline constexpr std::size_t sharedStatusPaths = 1U << 16U;
 

@@ -1,4 +1,5 @@
 #include "platform/fl/FileSystem.hpp"
+#include "platform/fl/detail/FolderListings.hpp"
 #include "support/Scratch.hpp"
 
 #include <gtest/gtest.h>
@@ -111,16 +112,62 @@ TEST_F(FileSystemTest, SharedStatusAnswersEachPathOnceWhileItIsOpenOnThisThread)
         EXPECT_EQ(fl::filesystem::shared_stat(comes, info), ENOENT);
         touch("comes.qx");
         EXPECT_EQ(fl::filesystem::shared_stat(comes, info), ENOENT);
-        for (std::size_t i = 1; i < fl::filesystem::sharedStatusPaths; ++i) {
-            fl::filesystem::shared_stat((folder_ / ("absent" + std::to_string(i))).string(), info);
-        }
+        // Each path lies in a folder of its own, which the scope remembers too.
+        auto const askAbout = [&](std::size_t from, std::size_t to) {
+            for (std::size_t i = from; i < to; ++i) {
+                fl::filesystem::shared_stat((folder_ / ("absent" + std::to_string(i)) / "x").string(), info);
+            }
+        };
+        std::size_t const half = fl::filesystem::sharedStatusPaths / 2;
+        askAbout(0, half);
         EXPECT_EQ(fl::filesystem::shared_stat(comes, info), ENOENT) << "still within the bound";
-        fl::filesystem::shared_stat((folder_ / "one-more").string(), info);
+        askAbout(half, 2 * half);
         EXPECT_EQ(fl::filesystem::shared_stat(comes, info), 0);
     }
     EXPECT_EQ(fl::filesystem::shared_stat(native + std::string(1, '\0') + "x", info), ENOENT);
     EXPECT_THROW(shared_exists(u""), std::invalid_argument);
     EXPECT_THROW(shared_exists(u"a\0b"s), std::invalid_argument);
+}
+
+// A folder that enough questions fell under is read once; what it lacks is
+// absent from then on without asking the system (seen here through files
+// made after the reading), what it holds is asked as before.
+TEST_F(FileSystemTest, SharedStatusReadsABusyFolderOnceAndAnswersFromItsNames) {
+    using fl::filesystem::shared_exists;
+    using fl::filesystem::detail::FolderListings;
+    if (!FolderListings::readable(folder_.c_str())) {
+        GTEST_SKIP() << folder_ << " is on a file system whose folders are not read for the shared answers";
+    }
+    auto const at = [&](std::string const& relative) { return (folder_ / relative).u16string(); };
+    touch("a.qx");
+    fs::create_directory(folder_ / "sub");
+    fs::create_symlink(folder_ / "a.qx", folder_ / "link.qx");
+    fs::create_symlink(folder_ / "nowhere", folder_ / "dangling.qx");
+    struct stat info {};
+    fl::filesystem::SharedStatus const scope;
+    for (std::uint32_t i = 0; i < FolderListings::questionsBeforeReading; ++i) {
+        EXPECT_FALSE(shared_exists(at("absent" + std::to_string(i))));
+    }
+    touch("late.qx");
+    fs::create_directories(folder_ / "made" / "deeper");
+    touch("made/deeper/x.qx");
+    EXPECT_FALSE(shared_exists(at("late.qx"))) << "as when the folder was read";
+    EXPECT_FALSE(shared_exists(at("made/deeper/x.qx"))) << "a folder the reading lacks holds nothing";
+    EXPECT_EQ(fl::filesystem::shared_stat((folder_ / "made/deeper/x.qx").string(), info), ENOENT);
+    EXPECT_TRUE(fl::filesystem::exists(at("made/deeper/x.qx")));
+    EXPECT_TRUE(shared_exists(at("a.qx")));
+    EXPECT_TRUE(shared_exists(at("sub")));
+    EXPECT_TRUE(shared_exists(at("link.qx")));
+    EXPECT_FALSE(shared_exists(at("dangling.qx"))) << "a link is followed";
+    EXPECT_EQ(fl::filesystem::shared_stat((folder_ / "a.qx/inner").string(), info), ENOTDIR);
+    ASSERT_EQ(fl::filesystem::shared_stat((folder_ / "a.qx").string(), info), 0);
+    EXPECT_EQ(info.st_size, 1);
+    // Paths that are not plain (a "..", a separator at the end) go to the system.
+    EXPECT_TRUE(shared_exists(at("made/../late.qx")));
+    EXPECT_EQ(fl::filesystem::shared_stat((folder_ / "late.qx").string() + "/", info), ENOTDIR);
+    // A file in a folder that is not read yet is asked about as before.
+    touch("sub/s.qx");
+    EXPECT_TRUE(shared_exists(at("sub/s.qx")));
 }
 
 TEST(MakeNativeForm, RemovesRedundantPartsAndMakesAbsoluteOnRequest) {
