@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build needs (clang, its sanitizer and
+# Installs the Debian packages the build needs (jemalloc is the program's
+# allocator; clang, its sanitizer and
 # fuzzer runtimes and llvm's symbolizer are for the fuzz targets; clang-format-14
 # checks the layout of the code). Idempotent: packages already
 # present are skipped, and apt is not touched at all when nothing is missing.
@@ -8,7 +9,7 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config
   libboost-dev libboost-thread-dev libboost-date-time-dev libboost-locale-dev libboost-regex-dev
-  libsimdjson-dev libpugixml-dev libcli11-dev libfmt-dev libtomlplusplus-dev
+  libsimdjson-dev libpugixml-dev libcli11-dev libfmt-dev libtomlplusplus-dev libjemalloc-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   python3 python3-jsonschema
   clang libclang-rt-14-dev llvm clang-format-14
