@@ -166,7 +166,6 @@ struct SharedAnswer {
     struct ::stat info {};
 };
 
-
 struct SharedAnswers {
     int depth = 0;
     std::unordered_map<std::string, SharedAnswer, detail::PathHash, std::equal_to<>> byPath;
