@@ -139,7 +139,9 @@ void FolderListings::read(char const* path, Folder& folder) {
         folder.error = errno;
         return;
     }
-    if (!listsExactly(fd)) {
+    // A folder that can be listed but not searched (read permission without
+    // execute) names files that stat(2) cannot reach: the system answers.
+    if (!listsExactly(fd) || ::faccessat(fd, ".", X_OK, AT_EACCESS) != 0) {
         ::close(fd);
         folder.state = State::Unreadable;
         return;

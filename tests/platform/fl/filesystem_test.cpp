@@ -143,6 +143,8 @@ TEST_F(FileSystemTest, SharedStatusReadsABusyFolderOnceAndAnswersFromItsNames) {
     fs::create_directory(folder_ / "sub");
     fs::create_symlink(folder_ / "a.qx", folder_ / "link.qx");
     fs::create_symlink(folder_ / "nowhere", folder_ / "dangling.qx");
+    fs::create_directory(folder_ / "closed");
+    touch("closed/c.qx");
     struct stat info {};
     fl::filesystem::SharedStatus const scope;
     for (std::uint32_t i = 0; i < FolderListings::questionsBeforeReading; ++i) {
@@ -168,6 +170,15 @@ TEST_F(FileSystemTest, SharedStatusReadsABusyFolderOnceAndAnswersFromItsNames) {
     // A file in a folder that is not read yet is asked about as before.
     touch("sub/s.qx");
     EXPECT_TRUE(shared_exists(at("sub/s.qx")));
+    // A folder that may be listed but not searched is not read: its files
+    // are as unreachable as stat(2) finds them (the superuser reaches them all).
+    fs::permissions(folder_ / "closed", fs::perms::owner_read);
+    bool const reachable = fl::filesystem::exists(at("closed/c.qx"));
+    for (std::uint32_t i = 0; i < FolderListings::questionsBeforeReading; ++i) {
+        EXPECT_FALSE(shared_exists(at("closed/absent" + std::to_string(i))));
+    }
+    EXPECT_EQ(shared_exists(at("closed/c.qx")), reachable);
+    fs::permissions(folder_ / "closed", fs::perms::owner_all);
 }
 
 TEST(MakeNativeForm, RemovesRedundantPartsAndMakesAbsoluteOnRequest) {
