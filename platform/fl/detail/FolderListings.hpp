@@ -8,7 +8,7 @@
 //
 // A folder is read only where every name it can open is among its entries,
 // spelled exactly: on the local file systems listed in the source, and not in
-// a folder that compares names without case. Elsewhere (network and user
+// a folder that compares names without case or may not be searched. Elsewhere (network and user
 // space file systems, mounts made on access) the system is asked as before.
 
 #include <cstddef>
