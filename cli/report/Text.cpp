@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <deque>
 #include <unordered_map>
 
 namespace depattr::cli {
@@ -90,16 +91,34 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
     TextPattern const heading("TextNodeHeading", 4);
     // Grouped by where they are: the nodes (listed by ID) sorted by path, the
     // nodes of one file kept in ID order.
-    std::vector<std::pair<std::string, NodeFindings const*>> byPlace;
+    // A node with a path is placed by a view of it; only the others have
+    // their ID converted, once, into `converted`.
+    std::vector<std::pair<std::string_view, NodeFindings const*>> byPlace;
+    std::deque<std::string> converted;
     byPlace.reserve(report.nodes.size());
     for (auto const& entry : report.nodes) {
         if (std::any_of(entry.findings.begin(), entry.findings.end(), [](auto const& f) { return !f.suppressed; })) {
-            byPlace.emplace_back(entry.where(), &entry);
+            byPlace.emplace_back(entry.path.empty() ? std::string_view(converted.emplace_back(entry.where()))
+                                                    : std::string_view(entry.path),
+                                 &entry);
         }
     }
     std::stable_sort(byPlace.begin(), byPlace.end(), [](auto const& a, auto const& b) { return a.first < b.first; });
-    for (auto const& [where, place] : byPlace) {
-        auto const& entry = *place;
+    // The entries lie in ID order and are visited in path order, each at a
+    // place of its own in memory: an entry is asked for some entries ahead,
+    // and its node and first finding when it has come in.
+    constexpr std::size_t ahead = 8;
+    for (std::size_t i = 0; i < byPlace.size(); ++i) {
+        if (i + 2 * ahead < byPlace.size()) {
+            __builtin_prefetch(byPlace[i + 2 * ahead].second);
+        }
+        if (i + ahead < byPlace.size()) {
+            NodeFindings const* const later = byPlace[i + ahead].second;
+            __builtin_prefetch(later->node.get());
+            __builtin_prefetch(later->findings.data());
+        }
+        std::string_view const where = byPlace[i].first;
+        auto const& entry = *byPlace[i].second;
         auto const& node = *entry.node;
         auto [kind, newKind] = kindWords.try_emplace(static_cast<int>(node.getType().kind()));
         if (newKind) {
