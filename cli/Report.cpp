@@ -341,26 +341,39 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
         }
         return name.text;
     };
-    for (auto const& node : graph.nodesInIdOrder()) {
+    auto const nodes = graph.nodesInIdOrder();
+    // The nodes lie in the order they were added and are visited in ID
+    // order: each is asked for some nodes ahead.
+    constexpr std::size_t ahead = 8;
+    for (std::size_t n = 0; n < nodes.size(); ++n) {
+        if (n + ahead < nodes.size()) {
+            __builtin_prefetch(nodes[n + ahead].get());
+        }
+        auto const& node = nodes[n];
         auto const attributes = result.getAttributes(node, settings.minimum);
         if (attributes.empty()) {
             continue;
         }
         NodeFindings entry{node, displayPath(node->getPath(), workingFolder, normalWorkingFolder), {}, {}};
-        std::filesystem::path const nodePath(toUtf8(node->getPath()));
+        // The path and the IDs as text only for the rules that read them.
+        std::filesystem::path const nodePath(settings.filter != nullptr ? toUtf8(node->getPath()) : std::string());
         auto const ignoredHere = inlineIgnores(*node);
+        bool const selecting = settings.filter != nullptr || !ignoredHere.empty();
         for (auto const& attribute : attributes) {
             Finding finding{attribute, {}, nullptr, {}, false};
             if (settings.sources != nullptr) {
                 finding.analyzer = settings.sources->analyzerOf(attribute);
             }
-            auto const id = toUtf8(attribute->getID());
-            if (settings.filter != nullptr && !settings.filter->keeps(id, finding.analyzer, nodePath)) {
-                continue;
-            }
-            if (std::any_of(ignoredHere.begin(), ignoredHere.end(),
-                            [&](auto const& selector) { return selectorMatches(selector, id, finding.analyzer); })) {
-                continue;
+            if (selecting) {
+                auto const id = toUtf8(attribute->getID());
+                if (settings.filter != nullptr && !settings.filter->keeps(id, finding.analyzer, nodePath)) {
+                    continue;
+                }
+                if (std::any_of(ignoredHere.begin(), ignoredHere.end(), [&](auto const& selector) {
+                        return selectorMatches(selector, id, finding.analyzer);
+                    })) {
+                    continue;
+                }
             }
             if (settings.sources != nullptr) {
                 finding.kind = kindOf(finding.analyzer, *attribute);
@@ -441,7 +454,10 @@ std::string classHelpText(std::string_view code) {
         while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) {
             text.remove_suffix(1);
         }
-        help += (help.empty() ? "" : "\n") + std::string(text);
+        if (!help.empty()) {
+            help += '\n';
+        }
+        help += text;
     }
     return help;
 }
