@@ -2,7 +2,7 @@
 # Sets up and runs every test: a check that the code keeps its layout, a
 # warnings-as-errors build with all unit tests,
 # then the unit tests again under ASan+UBSan (clang, which also builds the
-# libFuzzer targets) and under TSan, then every fuzz target for 20 seconds
+# libFuzzer targets) and under TSan, then every fuzz target for 15 seconds
 # (FUZZ_SECONDS).
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -46,5 +46,5 @@ cmake --build build/asan -j "${jobs}" --target fuzz_all
 run_suite build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g1 -DNDEBUG" \
   -DDEPATTR_SANITIZE=thread -DDEPATTR_BUILD_BENCH=OFF "${unity[@]}"
 
-echo "== fuzz every target for ${FUZZ_SECONDS:-20} s"
-bash fuzz/run.sh build/asan "${FUZZ_SECONDS:-20}"
+echo "== fuzz every target for ${FUZZ_SECONDS:-15} s"
+bash fuzz/run.sh build/asan "${FUZZ_SECONDS:-15}"
