@@ -3,6 +3,8 @@
 // list is data (resources/host-builtins.txt, one name a line, '#' comments),
 // built into the library; depattr.toml's `known-functions` adds names.
 
+#include "platform/foundation/ViewHash.hpp"
+
 #include <functional>
 #include <string>
 #include <string_view>
@@ -26,13 +28,7 @@ public:
 
 private:
     // Looked up by view, without making a string per lookup.
-    struct Hash {
-        using is_transparent = void;
-        std::size_t operator()(std::u16string_view name) const noexcept {
-            return std::hash<std::u16string_view>{}(name);
-        }
-    };
-    std::unordered_set<std::u16string, Hash, std::equal_to<>> names_;
+    std::unordered_set<std::u16string, foundation::U16ViewHash, std::equal_to<>> names_;
 };
 
 }  // namespace depattr::scan

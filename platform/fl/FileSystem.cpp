@@ -2,6 +2,7 @@
 
 #include "platform/fl/MessageCatalog.hpp"
 #include "platform/fl/detail/FolderListings.hpp"
+#include "platform/foundation/ViewHash.hpp"
 
 #include <boost/date_time/posix_time/conversion.hpp>
 #include <boost/date_time/posix_time/posix_time_duration.hpp>
@@ -168,7 +169,7 @@ struct SharedAnswer {
 
 struct SharedAnswers {
     int depth = 0;
-    std::unordered_map<std::string, SharedAnswer, detail::PathHash, std::equal_to<>> byPath;
+    std::unordered_map<std::string, SharedAnswer, foundation::ViewHash, std::equal_to<>> byPath;
     detail::FolderListings folders;
 };
 
@@ -254,7 +255,8 @@ SharedStatus::SharedStatus() {
 SharedStatus::~SharedStatus() {
     if (--sharedAnswers.depth == 0) {
         // Swapped out rather than cleared, so that the memory of a large analysis goes with it.
-        std::unordered_map<std::string, SharedAnswer, detail::PathHash, std::equal_to<>>().swap(sharedAnswers.byPath);
+        std::unordered_map<std::string, SharedAnswer, foundation::ViewHash, std::equal_to<>>().swap(
+            sharedAnswers.byPath);
         sharedAnswers.folders = detail::FolderListings();
     }
 }

@@ -1,5 +1,6 @@
 #include "platform/host/Qcos.hpp"
 
+#include "platform/foundation/ViewHash.hpp"
 #include "platform/host/detail/Runtime.hpp"
 
 #include <fmt/format.h>
@@ -244,13 +245,10 @@ std::shared_ptr<COSClassInfo const> omFindClass(std::string_view qualifiedName) 
     auto& table = classTable();
     // Lookups are many and registrations few: each thread keeps what it found
     // until the next class is registered.
-    struct NameHash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>{}(name); }
-    };
     struct Cache {
         std::uint64_t generation = ~std::uint64_t{0};
-        std::unordered_map<std::string, std::shared_ptr<COSClassInfo const>, NameHash, std::equal_to<>> classes;
+        std::unordered_map<std::string, std::shared_ptr<COSClassInfo const>, foundation::ViewHash, std::equal_to<>>
+            classes;
     };
     thread_local Cache cache;
     auto const generation = classGeneration().load(std::memory_order_acquire);

@@ -1,3 +1,4 @@
+#include "platform/foundation/ViewHash.hpp"
 #include "platform/services/ImmutableGraph.hpp"
 #include "platform/services/NullStreamBuffer.hpp"
 #include "platform/services/Shareable.hpp"
@@ -32,15 +33,11 @@ std::string const& internName(std::string_view name) {
             return *known;
         }
     }
-    struct Hash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>{}(text); }
-    };
     struct Pool {
         std::mutex mutex;
         // Nodes never move, so references stay valid; looked up by view, so a
         // name already known costs no allocation.
-        std::unordered_set<std::string, Hash, std::equal_to<>> names;
+        std::unordered_set<std::string, foundation::ViewHash, std::equal_to<>> names;
     };
     static auto* pool = new Pool;  // never destroyed: objects may be made while static destructors run
     std::string const* interned = nullptr;

@@ -11,6 +11,8 @@
 // a folder that compares names without case or may not be searched. Elsewhere (network and user
 // space file systems, mounts made on access) the system is asked as before.
 
+#include "platform/foundation/ViewHash.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -19,12 +21,6 @@
 #include <unordered_map>
 
 namespace fl::filesystem::detail {
-
-// Paths are looked up as views, so that a question answered before costs no copy.
-struct PathHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view path) const noexcept { return std::hash<std::string_view>{}(path); }
-};
 
 class FolderListings {
 public:
@@ -59,11 +55,11 @@ private:
         State state = State::Unread;
         int error = 0;  // for Missing: what opening it gave
         std::uint32_t asked = 0;
-        std::unordered_map<std::string, unsigned char, PathHash, std::equal_to<>> names;  // name -> d_type
+        std::unordered_map<std::string, unsigned char, foundation::ViewHash, std::equal_to<>> names;  // name -> d_type
     };
     void read(char const* path, Folder& folder);
 
-    std::unordered_map<std::string, Folder, PathHash, std::equal_to<>> folders_;
+    std::unordered_map<std::string, Folder, foundation::ViewHash, std::equal_to<>> folders_;
     std::size_t held_ = 0;
 };
 
