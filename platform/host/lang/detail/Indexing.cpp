@@ -515,6 +515,9 @@ void deleteParen(Value& target, std::span<Value const> subscripts) {
         raise("qlang:index:undefinedDeletion", "Cannot delete elements of an undefined variable.");
     }
     auto const count = subscripts.size();
+    if (count == 0) {
+        raise("qlang:index:noSubscripts", "Deleting elements needs at least one subscript.");
+    }
     auto const& dims = target->getDimensions();
     auto const extents = extentsFor(dims, count);
     std::vector<Positions> lists;

@@ -236,7 +236,8 @@ TEST(LangValues, DeletionWithEmptyBrackets) {
         {"c = {1, 2, 3}; c{2} = [];", "c", "{1,[],3}"},
         {"a = 'hello'; a(a == 'l') = [];", "a", "'heo'"},
     });
-    expectErrors({{"a = [1 2; 3 4]; a(1, 1) = [];", "qlang:index:deletion", "':' in every subscript but one", ""}});
+    expectErrors({{"a = [1 2; 3 4]; a(1, 1) = [];", "qlang:index:deletion", "':' in every subscript but one", ""},
+                  {"a = [1 2 3]; a() = [];", "qlang:index:noSubscripts", "at least one subscript", "1:14"}});
 }
 
 TEST(LangValues, AssignmentCopiesValuesButSharesHandles) {
