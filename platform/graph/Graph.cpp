@@ -179,10 +179,17 @@ NodeRange Graph::getNodes() const {
     return NodeRange(store_->nodes);
 }
 
-std::optional<std::size_t> Graph::positionOf(Node const& node) const {
+std::optional<std::size_t> Graph::placeOf(Node const& node) const noexcept {
     auto const& nodes = store_->nodes;
     if (node.builtPosition_ < nodes.size() && nodes[node.builtPosition_].get() == &node) {
         return node.builtPosition_;
+    }
+    return std::nullopt;
+}
+
+std::optional<std::size_t> Graph::positionOf(Node const& node) const {
+    if (auto const place = placeOf(node)) {
+        return place;
     }
     return indexById_.find(node.getID());
 }

@@ -179,6 +179,10 @@ public:
     virtual DependencyRange getDownstreamDependencies(Node const& node) const;
 
     std::size_t nodeCount() const noexcept;
+    // Where this very node object lies among the stored nodes (0 to
+    // nodeCount() - 1), or nothing for a node object the graph does not hold,
+    // even one with the ID of a node it does. Constant time, no lookup.
+    std::optional<std::size_t> placeOf(Node const& node) const noexcept;
     std::size_t dependencyCount() const noexcept { return dependencies_.size(); }
     // The node with this ID, or null.
     std::shared_ptr<Node> findNode(std::u16string_view id) const;

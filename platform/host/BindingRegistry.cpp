@@ -141,13 +141,10 @@ dependency::services::Shareable const& validateSelf(COSInterface const& object) 
         throw HostError("qcos:binding:invalidSelf",
                         fmt::format("The object of class '{}' does not wrap a native object.", object.getClassName()));
     }
-    bool announced = false;
-    {
-        auto& table = bindingTable();
-        std::lock_guard lock(table.mutex);
-        announced = table.bindings.contains(native.get());
-    }
-    if (!announced) {
+    // An object is in the table from its announcement, which marks it
+    // published, until its destructor withdraws it; `native` keeps it alive,
+    // so its own mark answers without the table's lock.
+    if (!native->isPublished()) {
         throw HostError("qcos:binding:invalidSelf",
                         fmt::format("The native object of this '{}' object is not known to the binding registry.",
                                     object.getClassName()));

@@ -50,7 +50,7 @@ public:
 
     qcos::COSInterfacePtr objectOf(std::shared_ptr<Node> const& node) override {
         std::lock_guard lock(mutex_);
-        auto& slot = objects_[node.get()];
+        auto& slot = slotOf(*node);
         if (!slot) {
             slot = toHeldObject(NodeClassName, node);
         }
@@ -58,8 +58,23 @@ public:
     }
 
 private:
+    // A node the graph holds has a slot at its place, found without a lookup
+    // (an analysis asks for every node in turn); any other node object, one of
+    // another graph say, is kept by its address.
+    qcos::COSInterfacePtr& slotOf(Node const& node) {
+        auto const& graph = *getGraph();
+        if (auto const place = graph.placeOf(node)) {
+            if (byPlace_.empty()) {
+                byPlace_.resize(graph.nodeCount());
+            }
+            return byPlace_[*place];
+        }
+        return others_[&node];
+    }
+
     std::mutex mutex_;
-    std::unordered_map<Node const*, qcos::COSInterfacePtr> objects_;
+    std::vector<qcos::COSInterfacePtr> byPlace_;
+    std::unordered_map<Node const*, qcos::COSInterfacePtr> others_;
 };
 
 // A dependency's host object remembers the graph object it came from, whose

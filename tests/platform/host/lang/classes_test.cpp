@@ -627,13 +627,18 @@ end
     auto const sameGraph = qcos::omCreateQCOSScalar(dependency::services::toNodeCachingGraphObject(graph));
     dependency::graph::GraphBuilder otherBuilder;
     otherBuilder.addNode(u"a", Type::FILE());
-    auto const otherGraph =
-        qcos::omCreateQCOSScalar(dependency::services::toNodeCachingGraphObject(otherBuilder.build()));
+    auto const other = otherBuilder.build();
+    auto const otherGraph = qcos::omCreateQCOSScalar(dependency::services::toNodeCachingGraphObject(other));
     std::vector<std::shared_ptr<dependency::graph::Node>> const nodes(graph->getNodes().begin(),
                                                                       graph->getNodes().end());
     auto const nodeA = nodes.at(0);
     auto const first = dependency::services::nodeObjectIn(*qcos::cosiGetArrayElement(*graphObject, 0), nodeA);
     EXPECT_TRUE(first == dependency::services::nodeObjectIn(*qcos::cosiGetArrayElement(*graphObject, 0), nodeA));
+    // Another graph's node of the same ID is another node: its own object, also kept.
+    auto const foreignA = *other->getNodes().begin();
+    auto const foreign = dependency::services::nodeObjectIn(*qcos::cosiGetArrayElement(*graphObject, 0), foreignA);
+    EXPECT_FALSE(foreign == first);
+    EXPECT_TRUE(foreign == dependency::services::nodeObjectIn(*qcos::cosiGetArrayElement(*graphObject, 0), foreignA));
     auto const cachedA = qcos::omCreateQCOSScalar(first);
     auto const freshA = qcos::omCreateQCOSScalar(dependency::services::toNodeObject(nodeA));
     auto const freshB = qcos::omCreateQCOSScalar(dependency::services::toNodeObject(nodes.at(1)));
