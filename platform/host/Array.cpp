@@ -37,7 +37,7 @@ qxArray::Dimensions normalised(qxArray::Dimensions dims) {
 }
 
 constexpr std::size_t defaultElementLimit = std::size_t{1} << 40;
-std::atomic<std::size_t> elementLimit{defaultElementLimit};
+std::atomic<std::size_t> currentElementLimit{defaultElementLimit};
 
 std::size_t elementCount(qxArray::Dimensions const& dims) {
     std::size_t count = 1;
@@ -49,7 +49,7 @@ std::size_t elementCount(qxArray::Dimensions const& dims) {
     }
     // Far below what memory could hold, but keeps element counts and byte
     // counts within every integer type the runtime uses.
-    if (count > elementLimit.load(std::memory_order_relaxed)) {
+    if (count > currentElementLimit.load(std::memory_order_relaxed)) {
         throw qcos::HostError("qx:array:tooLarge", "The requested array size is too large.");
     }
     return count;
@@ -97,7 +97,11 @@ qxArray::qxArray(qxArray const& other)
 qxArray::~qxArray() = default;
 
 void qxArray::setElementLimit(std::size_t limit) noexcept {
-    elementLimit.store(std::min(limit, defaultElementLimit), std::memory_order_relaxed);
+    currentElementLimit.store(std::min(limit, defaultElementLimit), std::memory_order_relaxed);
+}
+
+std::size_t qxArray::elementLimit() noexcept {
+    return currentElementLimit.load(std::memory_order_relaxed);
 }
 
 qxArrayPtr qxArray::createDouble(Dimensions dims) {

@@ -161,6 +161,7 @@ public:
     // HostError "qx:array:tooLarge" before any memory is taken. Lowered to run
     // untrusted code within a memory limit.
     static void setElementLimit(std::size_t limit) noexcept;
+    static std::size_t elementLimit() noexcept;
 
     static qxArrayPtr createScalar(double value);
     static qxArrayPtr createLogicalScalar(bool value);

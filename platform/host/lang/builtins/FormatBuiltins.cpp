@@ -152,7 +152,12 @@ private:
     // One pass over the format. Returns false when the items ran out at a
     // conversion (output stops there).
     bool pass(std::u16string& out, bool& converted) {
+        auto const limit = qxArray::elementLimit();
         for (std::size_t i = 0; i < format_.size(); ++i) {
+            // The text becomes a char array: it may grow no larger than an array may.
+            if (out.size() > limit) {
+                throw qcos::HostError("qx:array:tooLarge", "The requested array size is too large.");
+            }
             char16_t const c = format_[i];
             if (c != u'%') {
                 out.push_back(c);
@@ -180,12 +185,10 @@ private:
                     target = std::isnan(*value) ? 0 : static_cast<int>(std::clamp(*value, -1e6, 1e6));
                     return true;
                 }
-                bool any = false;
+                // Written digits are held to a million as well, however many there are.
                 while (j < format_.size() && format_[j] >= u'0' && format_[j] <= u'9') {
-                    target = (target < 0 ? 0 : target) * 10 + (format_[j++] - u'0');
-                    any = true;
+                    target = std::min(1'000'000, (target < 0 ? 0 : target) * 10 + (format_[j++] - u'0'));
                 }
-                (void)any;
                 return true;
             };
             int width = -1;

@@ -303,6 +303,8 @@ TEST(LangBuiltins, Formatting) {
         {"x = sprintf('a\\tb\\n');", "x", "'a\tb\n'"},
         {"x = sprintf(\"%s\", 'str');", "x", "\"str\""},
         {"x = sprintf('%d and %d', 1);", "x", "'1 and '"},
+        // Widths and precisions are held to a million characters, written or given by '*'.
+        {"x = [numel(sprintf('%99999999999d', 1)) numel(sprintf('%*d', 1e300, 1))];", "x", "[1000000 1000000]"},
         {"x = num2str(42);", "x", "'42'"},
         {"x = num2str(pi);", "x", "'3.1416'"},
         {"x = num2str(123.456);", "x", "'123.456'"},
