@@ -117,9 +117,9 @@ WHY = {
     "idle machine both sides poll and the handoff is short; when the machine's processors are busy, the two "
     "threads share one and each handoff waits for the scheduler (compare the round trip of an empty request in "
     "the same run).",
-    "bench_host_language": "About 19,000 instructions and 37 allocations per node (`valgrind --tool=callgrind "
+    "bench_host_language": "About 12,100 instructions per node (`valgrind --tool=callgrind "
     "build/bench/bench/bench_host_language --benchmark_filter=BM_HostLanguageAnalyzer --benchmark_min_time=0.01`). "
-    "About a third is the interpreter; the rest is the road every host analyzer takes through `QorvexAnalyzer` "
+    "About two fifths is the interpreter; the rest is the road every host analyzer takes through `QorvexAnalyzer` "
     "(a packaged task and its future, new graph and node objects announced to the binding registry, the method "
     "dispatch, the check and conversion of the result), which the same analyzer written in C++ behind the "
     "script-class builder takes too and a native analyzer skips.",
