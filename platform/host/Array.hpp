@@ -161,6 +161,8 @@ public:
     // HostError "qx:array:tooLarge" before any memory is taken. Lowered to run
     // untrusted code within a memory limit.
     static void setElementLimit(std::size_t limit) noexcept;
+    // The limit in force: text that will become one array checks against it
+    // while it grows.
     static std::size_t elementLimit() noexcept;
 
     static qxArrayPtr createScalar(double value);
