@@ -37,7 +37,7 @@ qxArray::Dimensions normalised(qxArray::Dimensions dims) {
 }
 
 constexpr std::size_t defaultElementLimit = std::size_t{1} << 40;
-std::atomic<std::size_t> currentElementLimit{defaultElementLimit};
+std::atomic<std::size_t> elementLimit{defaultElementLimit};
 
 std::size_t elementCount(qxArray::Dimensions const& dims) {
     std::size_t count = 1;
@@ -47,11 +47,7 @@ std::size_t elementCount(qxArray::Dimensions const& dims) {
         }
         count *= extent;
     }
-    // Far below what memory could hold, but keeps element counts and byte
-    // counts within every integer type the runtime uses.
-    if (count > currentElementLimit.load(std::memory_order_relaxed)) {
-        throw qcos::HostError("qx:array:tooLarge", "The requested array size is too large.");
-    }
+    qxArray::checkElementCount(count);
     return count;
 }
 
@@ -97,11 +93,15 @@ qxArray::qxArray(qxArray const& other)
 qxArray::~qxArray() = default;
 
 void qxArray::setElementLimit(std::size_t limit) noexcept {
-    currentElementLimit.store(std::min(limit, defaultElementLimit), std::memory_order_relaxed);
+    elementLimit.store(std::min(limit, defaultElementLimit), std::memory_order_relaxed);
 }
 
-std::size_t qxArray::elementLimit() noexcept {
-    return currentElementLimit.load(std::memory_order_relaxed);
+void qxArray::checkElementCount(std::size_t count) {
+    // Far below what memory could hold, but keeps element counts and byte
+    // counts within every integer type the runtime uses.
+    if (count > elementLimit.load(std::memory_order_relaxed)) {
+        throw qcos::HostError("qx:array:tooLarge", "The requested array size is too large.");
+    }
 }
 
 qxArrayPtr qxArray::createDouble(Dimensions dims) {

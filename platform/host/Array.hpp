@@ -161,9 +161,9 @@ public:
     // HostError "qx:array:tooLarge" before any memory is taken. Lowered to run
     // untrusted code within a memory limit.
     static void setElementLimit(std::size_t limit) noexcept;
-    // The limit in force: text that will become one array checks against it
-    // while it grows.
-    static std::size_t elementLimit() noexcept;
+    // Throws "qx:array:tooLarge" when an array of `count` elements would pass
+    // the limit in force; text that will become one array checks as it grows.
+    static void checkElementCount(std::size_t count);
 
     static qxArrayPtr createScalar(double value);
     static qxArrayPtr createLogicalScalar(bool value);

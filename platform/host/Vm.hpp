@@ -343,10 +343,6 @@ public:
     boost::future<R>& getFuture() noexcept { return future_; }
     // Waits, then returns the result or rethrows the request's exception.
     R get() {
-        // A request run on the command thread itself has finished already.
-        if (iip_ && iip_->hasFinished()) {
-            return future_.get();
-        }
         if (iip_) {
             (void)cmddistributor::detail::spinUntil([this] { return iip_->hasFinished(); });
         } else {

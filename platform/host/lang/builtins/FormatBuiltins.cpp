@@ -97,6 +97,10 @@ std::u16string padded(std::u16string text, int width, bool left) {
     return text;
 }
 
+// A width or precision, written or given by '*', is held to a million
+// characters however large it is written.
+constexpr int maximumWidth = 1'000'000;
+
 class Formatter {
 public:
     Formatter(std::string_view function, std::u16string format, std::deque<Item> items)
@@ -152,12 +156,9 @@ private:
     // One pass over the format. Returns false when the items ran out at a
     // conversion (output stops there).
     bool pass(std::u16string& out, bool& converted) {
-        auto const limit = qxArray::elementLimit();
         for (std::size_t i = 0; i < format_.size(); ++i) {
             // The text becomes a char array: it may grow no larger than an array may.
-            if (out.size() > limit) {
-                throw qcos::HostError("qx:array:tooLarge", "The requested array size is too large.");
-            }
+            qxArray::checkElementCount(out.size());
             char16_t const c = format_[i];
             if (c != u'%') {
                 out.push_back(c);
@@ -181,13 +182,14 @@ private:
                     if (!value) {
                         return false;
                     }
-                    // A width or precision is held to a million characters either way; NaN is none.
-                    target = std::isnan(*value) ? 0 : static_cast<int>(std::clamp(*value, -1e6, 1e6));
+                    // NaN is no width.
+                    target = std::isnan(*value)
+                                 ? 0
+                                 : static_cast<int>(std::clamp(*value, -double{maximumWidth}, double{maximumWidth}));
                     return true;
                 }
-                // Written digits are held to a million as well, however many there are.
                 while (j < format_.size() && format_[j] >= u'0' && format_[j] <= u'9') {
-                    target = std::min(1'000'000, (target < 0 ? 0 : target) * 10 + (format_[j++] - u'0'));
+                    target = std::min(maximumWidth, (target < 0 ? 0 : target) * 10 + (format_[j++] - u'0'));
                 }
                 return true;
             };
