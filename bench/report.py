@@ -215,7 +215,7 @@ def versus(name):
 for name, reference, target in (("BM_HostLanguageVersusScriptClassInCpp", "the same analyzer in C++ behind the "
                                  "script-class builder (the same road through `QorvexAnalyzer`)", None),
                                 ("BM_HostLanguageVersusNative", "a native C++ `AttributeAnalyzer` doing the same "
-                                 "check", 20)):
+                                 "check", 12)):
     entry = versus(name)
     row(f"an analyzer written in the host language (one node property checked, a finding on every tenth node) "
         f"against {reference}, 10^5 nodes, on the command thread", "bench_host_language",

@@ -91,9 +91,49 @@ public:
     void read(char* buffer) const;
 
 private:
+    friend class MappedFile;
     std::string path_;
     int fd_ = -1;
     std::size_t size_ = 0;
+};
+
+// A regular file's content mapped into memory, followed by `padding` zero
+// bytes, for reading a large file once from front to back. Its pages come
+// from the system's file cache, so mapping costs neither a copy nor fresh
+// memory, and the pages already read can be given back while the rest is
+// read. The mapping is private: writing to it changes this copy only.
+//
+// A file that shrinks while it is mapped cannot fault the process: the pages
+// past its new end read as zeros and cutShort() turns true, so a reader that
+// checks it once it is done can report the file as it would a failed read.
+class MappedFile {
+public:
+    // Throws FileSystemError with the system's reason when the file cannot be mapped.
+    MappedFile(RegularFile const& file, std::size_t padding);
+    ~MappedFile();
+    MappedFile(MappedFile const&) = delete;
+    MappedFile& operator=(MappedFile const&) = delete;
+
+    char* data() noexcept { return data_; }
+    char const* data() const noexcept { return data_; }
+    std::size_t size() const noexcept { return size_; }
+    // The content and the padding.
+    std::size_t capacity() const noexcept { return capacity_; }
+    // Gives back the memory of the whole pages that lie before `position`,
+    // except the first page. Reading them again is still correct (they are
+    // read from the file again), but what was written to them is lost: a
+    // caller that writes only to the first page can release freely.
+    void releaseBefore(char const* position) noexcept;
+    // Whether the file shrank while it was mapped (some of it read as zeros).
+    bool cutShort() const noexcept;
+
+private:
+    char* data_ = nullptr;
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;  // size_ + padding
+    std::size_t mapped_ = 0;    // capacity_ rounded up to whole pages
+    std::size_t released_ = 0;  // bytes from data_ whose pages were given back
+    int guardSlot_ = -1;        // this mapping's entry among the guarded ones
 };
 
 // The whole content of a regular file, as RegularFile reads it.

@@ -36,24 +36,31 @@ std::u16string toUtf16(std::string_view utf8) {
 }
 
 // A graph file's text with the zeroed padding the JSON reader reads past its
-// end. A large file is read into huge pages where the system offers them:
-// every page of it is touched, and a quarter of a gigabyte in small pages is
-// tens of thousands of page faults, which cost more than the reading.
+// end. A text given as a string is copied into huge pages where the system
+// offers them: every page of it is touched, and a quarter of a gigabyte in
+// small pages is tens of thousands of page faults. A file of some size is
+// mapped instead: its pages come from the system's file cache without being
+// copied, and those the reader has passed are given back as it goes, so the
+// text takes little of the memory the graph it becomes needs.
 class GraphText {
 public:
     GraphText() = default;
+    explicit GraphText(std::unique_ptr<fl::filesystem::MappedFile> mapped)
+        : mapped_(std::move(mapped)), data_(mapped_->data()), size_(mapped_->size()), capacity_(mapped_->capacity()) {}
     explicit GraphText(std::size_t size) : size_(size), capacity_(size + simdjson::SIMDJSON_PADDING) {
         data_ = detail::LargeArrayAllocator<char>().allocate(capacity_);
         std::fill_n(data_ + size_, capacity_ - size_, '\0');
     }
     explicit GraphText(std::string_view text) : GraphText(text.size()) { std::copy(text.begin(), text.end(), data_); }
     GraphText(GraphText&& other) noexcept
-        : data_(std::exchange(other.data_, nullptr)),
+        : mapped_(std::move(other.mapped_)),
+          data_(std::exchange(other.data_, nullptr)),
           size_(std::exchange(other.size_, 0)),
           capacity_(std::exchange(other.capacity_, 0)) {}
     GraphText& operator=(GraphText&& other) noexcept {
         if (this != &other) {
             release();
+            mapped_ = std::move(other.mapped_);
             data_ = std::exchange(other.data_, nullptr);
             size_ = std::exchange(other.size_, 0);
             capacity_ = std::exchange(other.capacity_, 0);
@@ -69,14 +76,27 @@ public:
         return data_ == nullptr ? simdjson::padded_string_view("", 0, simdjson::SIMDJSON_PADDING)
                                 : simdjson::padded_string_view(data_, size_, capacity_);
     }
+    // Lets the memory of the text before `position` go where the text is a
+    // mapped file (it is read again from the file should it be needed).
+    void releaseBefore(char const* position) noexcept {
+        if (mapped_) {
+            mapped_->releaseBefore(position);
+        }
+    }
+    // Whether the mapped file shrank while it was read.
+    bool cutShort() const noexcept { return mapped_ && mapped_->cutShort(); }
 
 private:
     void release() noexcept {
-        if (data_ != nullptr) {
+        if (mapped_) {
+            mapped_.reset();
+            data_ = nullptr;
+        } else if (data_ != nullptr) {
             detail::LargeArrayAllocator<char>().deallocate(data_, capacity_);
             data_ = nullptr;
         }
     }
+    std::unique_ptr<fl::filesystem::MappedFile> mapped_;
     char* data_ = nullptr;
     std::size_t size_ = 0;
     std::size_t capacity_ = 0;
@@ -99,7 +119,13 @@ public:
     }
 
     std::shared_ptr<Graph const> read() {
-        readDocument();
+        try {
+            readDocument();
+        } catch (...) {
+            failIfCutShort();  // what the reader made of the zeros is not the file's fault
+            throw;
+        }
+        failIfCutShort();
         // The text and the reader's buffers (together about twice the file's
         // size) are let go before the graph's edges are made, so that the
         // two never take memory at the same time.
@@ -222,6 +248,12 @@ private:
 
     [[noreturn]] void failDangling(EdgeEnd const& end) const {
         failAtPointer(end.where, "edge end \"" + std::string(end.id) + "\" is not a node of the graph");
+    }
+
+    void failIfCutShort() const {
+        if (text_.cutShort()) {
+            fail(0, 0, "cannot read the graph file: it shrank while it was read");
+        }
     }
 
     [[noreturn]] void fail(std::size_t line, std::size_t column, std::string const& reason) const {
@@ -429,7 +461,7 @@ private:
             od::value element;
             check(std::move(elementResult).get(element), array, "a node");
             readNode(element);
-            reportProgress(element);
+            elementRead(element);
         }
     }
 
@@ -584,14 +616,23 @@ private:
         return true;
     }
 
+    // Called for each node and edge read: every few thousand, the memory of
+    // the text well before the element is let go, and progress is reported.
     template <class Json>
-    void reportProgress(Json& json) {
-        if (!options_.progress || ++sinceProgress_ < elementsPerProgressReport) {
+    void elementRead(Json& json) {
+        if (++sinceProgress_ < elementsPerProgressReport) {
             return;
         }
         sinceProgress_ = 0;
-        if (char const* where = whereIs(json); where != nullptr && where >= text_.data()) {
-            options_.progress(static_cast<std::size_t>(where - text_.data()), text_.size());
+        char const* const where = whereIs(json);
+        if (where == nullptr || where < text_.data()) {
+            return;
+        }
+        auto const offset = static_cast<std::size_t>(where - text_.data());
+        // The edges waiting to be resolved still view the text a little way back.
+        text_.releaseBefore(where - std::min(offset, textKeptBehind));
+        if (options_.progress) {
+            options_.progress(offset, text_.size());
         }
     }
 
@@ -720,7 +761,7 @@ private:
                 od::value element;
                 check(std::move(elementResult).get(element), array, "an edge");
                 readEdge(element);
-                reportProgress(element);
+                elementRead(element);
             }
         } catch (GraphFileError const&) {
             // An edge still waiting may hold an earlier error: that one is reported.
@@ -863,6 +904,7 @@ private:
     }
 
     static constexpr std::size_t elementsPerProgressReport = 4096;
+    static constexpr std::size_t textKeptBehind = std::size_t{1} << 20;
 
     GraphText text_;
     std::string const& fileName_;
@@ -897,12 +939,21 @@ std::shared_ptr<Graph const> loadGraphFile(std::filesystem::path const& path, Gr
     GraphText content;
     try {
         fl::filesystem::RegularFile const file(fileName, maxGraphFileBytes);
-        try {
-            content = GraphText(file.size());
-        } catch (std::bad_alloc const&) {
-            throw GraphFileError(fileName, 0, 0, "cannot read the graph file: not enough memory");
+        if (file.size() >= smallestMappedGraphFile) {
+            try {
+                content = GraphText(std::make_unique<fl::filesystem::MappedFile>(file, simdjson::SIMDJSON_PADDING));
+            } catch (fl::filesystem::FileSystemError const&) {
+                // A file that cannot be mapped is read as a small one is.
+            }
         }
-        file.read(content.data());
+        if (content.data() == nullptr) {
+            try {
+                content = GraphText(file.size());
+            } catch (std::bad_alloc const&) {
+                throw GraphFileError(fileName, 0, 0, "cannot read the graph file: not enough memory");
+            }
+            file.read(content.data());
+        }
     } catch (fl::filesystem::FileSystemError const& error) {
         throw GraphFileError(fileName, 0, 0, "cannot read the graph file: " + error.reason());
     }

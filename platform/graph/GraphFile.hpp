@@ -62,6 +62,9 @@ struct GraphFileOptions {
 // The largest graph file the reader takes (4 GiB less one byte); a larger one
 // is refused before it is read.
 inline constexpr std::size_t maxGraphFileBytes = 0xFFFF'FFFF;
+// A graph file of at least this many bytes is mapped into memory instead of
+// being read into it (see loadGraphFile).
+inline constexpr std::size_t smallestMappedGraphFile = std::size_t{64} << 10;
 
 // Reads the graph file at `path`. Relative paths inside the file are resolved
 // against the file's folder.

@@ -7,9 +7,11 @@
 #include <boost/date_time/posix_time/posix_time.hpp>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -179,6 +181,48 @@ TEST_F(FileSystemTest, SharedStatusReadsABusyFolderOnceAndAnswersFromItsNames) {
     }
     EXPECT_EQ(shared_exists(at("closed/c.qx")), reachable);
     fs::permissions(folder_ / "closed", fs::perms::owner_all);
+}
+
+// A mapped file reads as its content followed by zero padding, whatever
+// pages were given back, and a file that shrinks under the mapping reads as
+// zeros past its new end instead of faulting the process.
+TEST_F(FileSystemTest, AMappedFileReadsAsItsContentThenZerosEvenWhenItShrinks) {
+    std::size_t const page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    std::string content(3 * page + 100, '\0');
+    for (std::size_t i = 0; i < content.size(); ++i) {
+        content[i] = static_cast<char>('a' + i % 26);
+    }
+    auto const path = scratch_.write("mapped.json", content).string();
+    auto const readsAs = [](fl::filesystem::MappedFile const& mapped, std::string const& expected) {
+        return std::string(mapped.data(), mapped.size()) == expected &&
+               std::all_of(mapped.data() + mapped.size(), mapped.data() + mapped.capacity(),
+                           [](char c) { return c == '\0'; });
+    };
+    {
+        fl::filesystem::RegularFile const file(path, content.size());
+        fl::filesystem::MappedFile mapped(file, 64);
+        ASSERT_EQ(mapped.size(), content.size());
+        EXPECT_EQ(mapped.capacity(), content.size() + 64);
+        EXPECT_TRUE(readsAs(mapped, content));
+        // What is written to the first page stays; released pages read from the file again.
+        mapped.data()[1] = '!';
+        mapped.releaseBefore(mapped.data() + mapped.size());
+        EXPECT_EQ(mapped.data()[1], '!');
+        mapped.data()[1] = content[1];
+        EXPECT_TRUE(readsAs(mapped, content));
+        EXPECT_FALSE(mapped.cutShort());
+
+        ASSERT_EQ(::truncate(path.c_str(), static_cast<off_t>(page + 10)), 0);
+        EXPECT_EQ(std::string(mapped.data(), page + 10), content.substr(0, page + 10));
+        EXPECT_TRUE(std::all_of(mapped.data() + page + 10, mapped.data() + mapped.capacity(),
+                                [](char c) { return c == '\0'; }));
+        EXPECT_TRUE(mapped.cutShort());
+    }
+    auto const empty = scratch_.write("empty.json", "").string();
+    fl::filesystem::RegularFile const file(empty, 10);
+    fl::filesystem::MappedFile const mapped(file, 32);
+    EXPECT_TRUE(readsAs(mapped, ""));
+    EXPECT_FALSE(mapped.cutShort());
 }
 
 TEST(MakeNativeForm, RemovesRedundantPartsAndMakesAbsoluteOnRequest) {

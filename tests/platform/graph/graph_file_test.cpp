@@ -176,6 +176,43 @@ TEST(GraphFileTest, AByteOrderMarkBeforeTheGraphIsReadPast) {
     EXPECT_EQ(where->column, 3u);
 }
 
+// A large file is mapped and its memory given back as it is read; it reads
+// as the same text parsed from memory does, errors that point back to the
+// beginning of the file included, a byte-order mark before it included.
+TEST(GraphFileTest, ALargeFileReadsAsItsTextDoes) {
+    depattr_test::ScratchFolder const scratch("depattr_large");
+    auto const file = scratch.path() / "graph.json";
+    std::string nodes = "\xef\xbb\xbf{\"nodes\": [\n";
+    for (int i = 0; i < 60000; ++i) {
+        nodes += (i ? ",\n" : "") + std::string("  {\"id\": \"node") + std::to_string(i) + "\", \"type\": \"file\"}";
+    }
+    std::string const edges = "],\n\"edges\": [{\"from\": \"node0\", \"to\": \"node59999\", \"type\": \"call\"}";
+    std::string const text = nodes + edges + "]}\n";
+    ASSERT_GT(text.size(), smallestMappedGraphFile + (std::size_t{1} << 20));
+    depattr_test::writeBytes(file, text);
+    NodePositions positions;
+    auto const loaded = loadGraphFile(file, {.positions = &positions});
+    EXPECT_EQ(loaded->nodeCount(), 60000u);
+    EXPECT_EQ(loaded->dependencyCount(), 1u);
+    auto const where = positions.positionOf(*loaded, *loaded->findNode(u"node0"));
+    ASSERT_TRUE(where);
+    EXPECT_EQ(where->line, 2u);
+    EXPECT_EQ(where->column, 3u);
+
+    auto const sameError = [&](std::string const& broken) {
+        depattr_test::writeBytes(file, broken);
+        auto const fromFile = depattr_test::thrown<GraphFileError>([&] { loadGraphFile(file); });
+        auto const fromText = depattr_test::thrown<GraphFileError>([&] { parseGraph(broken, file.string(), "/"); });
+        ASSERT_TRUE(fromFile && fromText);
+        EXPECT_EQ(fromFile->line(), fromText->line());
+        EXPECT_EQ(fromFile->column(), fromText->column());
+        EXPECT_EQ(fromFile->reason(), fromText->reason());
+    };
+    sameError(nodes + ",\n{\"id\": \"node0\", \"type\": \"file\"}" + edges + "]}\n");
+    sameError(nodes + edges + ", {\"from\": \"node1\", \"to\": \"gone\", \"type\": \"call\"}]}\n");
+    sameError(nodes + edges + "]} trailing\n");
+}
+
 TEST(GraphFileTest, NodePositionsAndProgressComeFromTheOnePass) {
     depattr_test::ScratchFolder const scratch("depattr_positions");
     auto const& folder = scratch.path();
