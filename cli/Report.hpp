@@ -8,6 +8,7 @@
 #include "platform/graph/Graph.hpp"
 
 #include <cstdint>
+#include <deque>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -75,7 +76,10 @@ struct Report {
     dependency::attribute::Severity failOn = dependency::attribute::Severity::Warning;
     std::size_t hiddenByBaseline = 0;
     bool exitZero = false;            // --exit-zero: the run exits 0 even when it fails
-    std::vector<NodeFindings> nodes;  // in node order (by ID), nodes without findings left out
+    // In node order (by ID), nodes without findings left out. A deque: the
+    // count is not known ahead, and a vector that doubles would hold the
+    // entries twice while it moves them.
+    std::deque<NodeFindings> nodes;
 
     // Findings of this severity that are reported (not hidden by the baseline).
     std::size_t count(dependency::attribute::Severity severity) const;
