@@ -95,23 +95,26 @@ WHY = {
     "bench_graph_load": "Loading 10^6 nodes is memory-bound: the graph's own memory is touched for the first time "
     "(page faults) and every edge end is a lookup at a random place of the ID index; both grow with the machine's "
     "memory traffic, which other work on it shares.",
-    "/usr/bin/time depattr analyze": "From a clock-sampling profile (`perf record -e cpu-clock`, see "
-    "bench/README.md) of the whole program at 10^6 nodes: three tenths of the samples are the kernel clearing "
-    "memory the process touches for the first time (`clear_page_erms`: this machine's hypervisor backs a fresh "
-    "page slowly, about half a gigabyte a second), so the time follows the memory touched: the file and the "
-    "JSON reader's structural index while the file loads (together about 480 MB at 10^6 nodes), then the graph "
-    "(about 550 MB), then the findings and the report (about 300 MB more). The rest is flat: writing the text "
-    "report, the JSON reader, the ID index, the product and package finders, each a few percent. Peak memory "
-    "is the graph plus the reader's buffers while the file loads; the buffers go before the edges are made.",
+    "/usr/bin/time depattr analyze": "From a clock-sampling profile (`perf record -e cpu-clock -g`, see "
+    "bench/README.md) of the whole program at 10^6 nodes: three tenths of the samples (more than a third with "
+    "the missing-file analyzer alone) are the kernel clearing memory the process touches for the first time "
+    "(`clear_page_erms` under `do_huge_pmd_anonymous_page`: this machine's hypervisor backs a fresh page slowly), "
+    "so the time follows the memory touched, and its system time swings by a second or more between identical "
+    "runs. The graph file is mapped, not read into fresh memory, and the pages the reader has passed are given "
+    "back; what is still touched fresh is the JSON reader's structural index (four bytes for each of about 61 "
+    "million tokens at 10^6 nodes), the nodes and their strings (about 550 MB with the edges), then the findings "
+    "and the report (about 300 MB more, 600,000 findings). The rest of the profile is flat: writing the text "
+    "report, the JSON reader, the ID index, the product and package finders, each a few percent. The peak is "
+    "the graph with the findings and the report; loading alone peaks lower (see the run with one analyzer).",
     "/usr/bin/time depattr analyze -f sarif": "The same road as the text report up to the report: the SARIF "
     "report is written as a stream, so its time beside the text report's is the longer text of each result and "
     "its fingerprint; its peak is the text report's (see the profile of the text report above).",
     "/usr/bin/time depattr analyze -a invalid-format -s problem": "With one analyzer that reports nothing the "
     "run is the loading of the graph file: the floor beside it (loading alone, in `bench_graph_load`) is most of "
     "it. From `perf record -e cpu-clock` (see bench/README.md): the kernel clearing memory touched for the first "
-    "time (the file's text, the reader's structural index, the nodes and their strings; see the whole program "
-    "above), simdjson's first pass and the resolution of every edge end in the ID index, a cache miss at a "
-    "random place.",
+    "time (the reader's structural index, the nodes and their strings; see the whole program above), simdjson's "
+    "first pass and the resolution of every edge end in the ID index, a cache miss at a random place. Its peak "
+    "is the structural index beside the nodes read so far, at the end of the nodes.",
     "bench_parse": "Parsing is bound by the processor; a busy machine lowers its throughput.",
     "bench_script_analyzer": "Every node crosses from the caller's thread to the command thread and back. On an "
     "idle machine both sides poll and the handoff is short; when the machine's processors are busy, the two "
