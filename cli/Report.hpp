@@ -75,7 +75,7 @@ struct Report {
     dependency::attribute::Severity minimum = dependency::attribute::Severity::Information;
     dependency::attribute::Severity failOn = dependency::attribute::Severity::Warning;
     std::size_t hiddenByBaseline = 0;
-    bool exitZero = false;            // --exit-zero: the run exits 0 even when it fails
+    bool exitZero = false;  // --exit-zero: the run exits 0 even when it fails
     // In node order (by ID), nodes without findings left out. A deque: the
     // count is not known ahead, and a vector that doubles would hold the
     // entries twice while it moves them.
