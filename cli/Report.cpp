@@ -341,15 +341,24 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
         }
         return name.text;
     };
-    auto const nodes = graph.nodesInIdOrder();
+    // The nodes in ID order: through the graph's own order of its stored
+    // nodes where it has one (a million node pointers are not copied), else
+    // a sorted copy of what it yields.
+    std::vector<std::uint32_t> const* const idOrder = graph.yieldsStoredNodes() ? &graph.positionsInIdOrder() : nullptr;
+    std::vector<std::shared_ptr<dependency::graph::Node>> const sorted =
+        idOrder != nullptr ? std::vector<std::shared_ptr<dependency::graph::Node>>() : graph.nodesInIdOrder();
+    std::size_t const nodeCount = idOrder != nullptr ? idOrder->size() : sorted.size();
+    auto const nodeAt = [&](std::size_t n) -> std::shared_ptr<dependency::graph::Node> const& {
+        return idOrder != nullptr ? graph.nodeAt((*idOrder)[n]) : sorted[n];
+    };
     // The nodes lie in the order they were added and are visited in ID
     // order: each is asked for some nodes ahead.
     constexpr std::size_t ahead = 8;
-    for (std::size_t n = 0; n < nodes.size(); ++n) {
-        if (n + ahead < nodes.size()) {
-            __builtin_prefetch(nodes[n + ahead].get());
+    for (std::size_t n = 0; n < nodeCount; ++n) {
+        if (n + ahead < nodeCount) {
+            __builtin_prefetch(nodeAt(n + ahead).get());
         }
-        auto const& node = nodes[n];
+        auto const& node = nodeAt(n);
         auto const attributes = result.getAttributes(node, settings.minimum);
         if (attributes.empty()) {
             continue;

@@ -124,6 +124,9 @@ public:
     // read from the file again), but what was written to them is lost: a
     // caller that writes only to the first page can release freely.
     void releaseBefore(char const* position) noexcept;
+    // Gives back the memory of every page but the first, as releaseBefore
+    // does; a later releaseBefore gives back again the pages read since.
+    void releaseAll() noexcept;
     // Whether the file shrank while it was mapped (some of it read as zeros).
     bool cutShort() const noexcept;
 
@@ -132,7 +135,7 @@ private:
     std::size_t size_ = 0;
     std::size_t capacity_ = 0;  // size_ + padding
     std::size_t mapped_ = 0;    // capacity_ rounded up to whole pages
-    std::size_t released_ = 0;  // bytes from data_ whose pages were given back
+    std::size_t released_ = 0;  // bytes from data_ whose pages were given back since last read
     int guardSlot_ = -1;        // this mapping's entry among the guarded ones
 };
 

@@ -147,6 +147,13 @@ void MappedFile::releaseBefore(char const* position) noexcept {
     }
 }
 
+void MappedFile::releaseAll() noexcept {
+    if (mapped_ > pageBytes) {
+        ::madvise(data_ + pageBytes, mapped_ - pageBytes, MADV_DONTNEED);
+    }
+    released_ = 0;
+}
+
 bool MappedFile::cutShort() const noexcept {
     return guarded[guardSlot_].cut.load(std::memory_order_acquire);
 }

@@ -187,6 +187,10 @@ std::optional<std::size_t> Graph::placeOf(Node const& node) const noexcept {
     return std::nullopt;
 }
 
+std::shared_ptr<Node> const& Graph::nodeAt(std::size_t place) const noexcept {
+    return store_->nodes[place];
+}
+
 std::optional<std::size_t> Graph::positionOf(Node const& node) const {
     if (auto const place = placeOf(node)) {
         return place;

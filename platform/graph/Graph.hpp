@@ -183,6 +183,8 @@ public:
     // nodeCount() - 1), or nothing for a node object the graph does not hold,
     // even one with the ID of a node it does. Constant time, no lookup.
     std::optional<std::size_t> placeOf(Node const& node) const noexcept;
+    // The stored node at `place` (0 to nodeCount() - 1; placeOf's answer).
+    std::shared_ptr<Node> const& nodeAt(std::size_t place) const noexcept;
     std::size_t dependencyCount() const noexcept { return dependencies_.size(); }
     // The node with this ID, or null.
     std::shared_ptr<Node> findNode(std::u16string_view id) const;

@@ -83,6 +83,13 @@ public:
             mapped_->releaseBefore(position);
         }
     }
+    // Lets the memory of all the text go where it is a mapped file (each
+    // page is read again from the file when it is next needed).
+    void releaseAll() noexcept {
+        if (mapped_) {
+            mapped_->releaseAll();
+        }
+    }
     // Whether the mapped file shrank while it was read.
     bool cutShort() const noexcept { return mapped_ && mapped_->cutShort(); }
 
@@ -157,6 +164,12 @@ private:
             failStructure("not a JSON document: " + reason);
         }
         document_ = &document;
+        // The reader's first pass has read the whole text to index it, and
+        // the second reads it again from the start: until then the pages
+        // of a mapped file need take no memory (they come back from the
+        // file cache, without being cleared or copied, as the second pass
+        // reaches them, and go again behind it).
+        text_.releaseAll();
         od::object top;
         if (auto const error = document.get_object().get(top)) {
             if (error == simdjson::INCORRECT_TYPE) {
@@ -457,6 +470,7 @@ private:
                 options_.positions->reset(fileName_, count);
             }
         }
+        text_.releaseAll();  // the pass has touched every page of the array
         for (auto elementResult : array) {
             od::value element;
             check(std::move(elementResult).get(element), array, "a node");
@@ -750,12 +764,9 @@ private:
         if (edges.get_array().get(array) != simdjson::SUCCESS) {
             failAt(edges, "\"edges\" must be an array");
         }
-        if (nodesRead_) {
-            std::size_t count = 0;
-            if (array.count_elements().get(count) == simdjson::SUCCESS) {
-                builder_.reserveDependencies(count);
-            }
-        }
+        // The edges are not counted ahead, as the nodes are: a counting pass
+        // would bring every page of the array back beside the whole graph,
+        // which takes more memory than the list of edges growing does.
         try {
             for (auto elementResult : array) {
                 od::value element;

@@ -263,6 +263,12 @@ TEST(GraphTest, IdOrderEqualsSortingByNode) {
     std::vector<std::u16string> byNode;
     for (auto const& node : graph->nodesInIdOrder()) {
         byNode.push_back(node->getID());
+        // A stored node's place leads back to the very same node object.
+        auto const place = graph->placeOf(*node);
+        ASSERT_TRUE(place);
+        EXPECT_EQ(graph->nodeAt(*place), node);
     }
     EXPECT_EQ(byNode, ids);
+    auto const stranger = std::make_shared<Node>(NodeData{.id = ids.front()});
+    EXPECT_FALSE(graph->placeOf(*stranger));  // the same ID, another object
 }
