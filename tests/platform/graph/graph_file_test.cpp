@@ -211,6 +211,23 @@ TEST(GraphFileTest, ALargeFileReadsAsItsTextDoes) {
     sameError(nodes + ",\n{\"id\": \"node0\", \"type\": \"file\"}" + edges + "]}\n");
     sameError(nodes + edges + ", {\"from\": \"node1\", \"to\": \"gone\", \"type\": \"call\"}]}\n");
     sameError(nodes + edges + "]} trailing\n");
+
+    // A file cut short while it is read is reported as such, whatever the
+    // reader made of the zeros that stand for what has gone.
+    depattr_test::writeBytes(file, text);
+    bool cut = false;
+    auto const shrank = depattr_test::thrown<GraphFileError>([&] {
+        loadGraphFile(file, {.progress = [&](std::size_t, std::size_t) {
+                          if (!cut) {
+                              fs::resize_file(file, smallestMappedGraphFile);
+                              cut = true;
+                          }
+                      }});
+    });
+    ASSERT_TRUE(cut);
+    ASSERT_TRUE(shrank);
+    EXPECT_EQ(shrank->reason(), "cannot read the graph file: it shrank while it was read");
+    EXPECT_EQ(shrank->line(), 0u);
 }
 
 TEST(GraphFileTest, NodePositionsAndProgressComeFromTheOnePass) {
