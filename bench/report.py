@@ -114,7 +114,7 @@ WHY = {
     "it. From `perf record -e cpu-clock` (see bench/README.md): the kernel clearing memory touched for the first "
     "time (the reader's structural index, the nodes and their strings; see the whole program above), simdjson's "
     "first pass and the resolution of every edge end in the ID index, a cache miss at a random place. Its peak "
-    "is the structural index beside the nodes read so far, at the end of the nodes.",
+    "is the structural index beside the nodes and the list of edges, at the end of the edges.",
     "bench_parse": "Parsing is bound by the processor; a busy machine lowers its throughput.",
     "bench_script_analyzer": "Every node crosses from the caller's thread to the command thread and back. On an "
     "idle machine both sides poll and the handoff is short; when the machine's processors are busy, the two "
