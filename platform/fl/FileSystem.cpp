@@ -154,7 +154,7 @@ void RegularFile::read(char* buffer) const {
             throw FileSystemError(i18n::to_ustring(path_), std::strerror(errno), errno);
         }
         if (got == 0) {
-            throw FileSystemError(i18n::to_ustring(path_), "it shrank while it was read");
+            throw detail::shrankWhileRead(path_);
         }
         done += static_cast<std::size_t>(got);
     }
@@ -281,6 +281,10 @@ std::string read_file(std::string const& nativePath, std::size_t maxBytes) {
 }
 
 namespace detail {
+
+FileSystemError shrankWhileRead(std::string const& nativePath) {
+    return FileSystemError(i18n::to_ustring(nativePath), "it shrank while it was read");
+}
 
 namespace {
 

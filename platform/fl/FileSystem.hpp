@@ -129,8 +129,12 @@ public:
     void releaseAll() noexcept;
     // Whether the file shrank while it was mapped (some of it read as zeros).
     bool cutShort() const noexcept;
+    // Throws the FileSystemError of RegularFile::read for a file that shrank
+    // while it was read when cutShort().
+    void checkWhole() const;
 
 private:
+    std::string path_;
     char* data_ = nullptr;
     std::size_t size_ = 0;
     std::size_t capacity_ = 0;  // size_ + padding
@@ -143,6 +147,9 @@ private:
 std::string read_file(std::string const& nativePath, std::size_t maxBytes);
 
 namespace detail {
+// The error of a file that turned out shorter than it was measured.
+FileSystemError shrankWhileRead(std::string const& nativePath);
+
 // The path as the operating system takes it: separators as the system writes
 // them, redundant separators and "." segments removed, and, when `absolute` is
 // true, made absolute against the current folder. ".." is kept: resolving it

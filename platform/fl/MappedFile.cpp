@@ -98,9 +98,9 @@ void giveBackSlot(int i) {
 
 }  // namespace
 
-MappedFile::MappedFile(RegularFile const& file, std::size_t padding) : size_(file.size()) {
+MappedFile::MappedFile(RegularFile const& file, std::size_t padding) : path_(file.path_), size_(file.size()) {
     auto const fail = [&](std::string const& reason, int errorNumber = 0) {
-        return FileSystemError(i18n::to_ustring(file.path_), reason, errorNumber);
+        return FileSystemError(i18n::to_ustring(path_), reason, errorNumber);
     };
     installHandler();
     capacity_ = size_ + padding;
@@ -156,6 +156,12 @@ void MappedFile::releaseAll() noexcept {
 
 bool MappedFile::cutShort() const noexcept {
     return guarded[guardSlot_].cut.load(std::memory_order_acquire);
+}
+
+void MappedFile::checkWhole() const {
+    if (cutShort()) {
+        throw detail::shrankWhileRead(path_);
+    }
 }
 
 }  // namespace fl::filesystem

@@ -22,6 +22,11 @@ namespace {
 
 namespace od = simdjson::ondemand;
 
+// The error of a graph file that could not be read whole.
+GraphFileError unreadable(std::string const& fileName, std::string const& reason) {
+    return GraphFileError(fileName, 0, 0, "cannot read the graph file: " + reason);
+}
+
 std::u16string toUtf16(std::string_view utf8) {
     // Graph files are mostly ASCII: widen directly and convert only when needed.
     std::u16string result(utf8.size(), u'\0');
@@ -90,8 +95,12 @@ public:
             mapped_->releaseAll();
         }
     }
-    // Whether the mapped file shrank while it was read.
-    bool cutShort() const noexcept { return mapped_ && mapped_->cutShort(); }
+    // Throws FileSystemError when the mapped file shrank while it was read.
+    void checkWhole() const {
+        if (mapped_) {
+            mapped_->checkWhole();
+        }
+    }
 
 private:
     void release() noexcept {
@@ -129,10 +138,10 @@ public:
         try {
             readDocument();
         } catch (...) {
-            failIfCutShort();  // what the reader made of the zeros is not the file's fault
+            checkWhole();  // what the reader made of the zeros is not the file's fault
             throw;
         }
-        failIfCutShort();
+        checkWhole();
         // The text and the reader's buffers (together about twice the file's
         // size) are let go before the graph's edges are made, so that the
         // two never take memory at the same time.
@@ -263,9 +272,11 @@ private:
         failAtPointer(end.where, "edge end \"" + std::string(end.id) + "\" is not a node of the graph");
     }
 
-    void failIfCutShort() const {
-        if (text_.cutShort()) {
-            fail(0, 0, "cannot read the graph file: it shrank while it was read");
+    void checkWhole() const {
+        try {
+            text_.checkWhole();
+        } catch (fl::filesystem::FileSystemError const& error) {
+            throw unreadable(fileName_, error.reason());
         }
     }
 
@@ -961,12 +972,12 @@ std::shared_ptr<Graph const> loadGraphFile(std::filesystem::path const& path, Gr
             try {
                 content = GraphText(file.size());
             } catch (std::bad_alloc const&) {
-                throw GraphFileError(fileName, 0, 0, "cannot read the graph file: not enough memory");
+                throw unreadable(fileName, "not enough memory");
             }
             file.read(content.data());
         }
     } catch (fl::filesystem::FileSystemError const& error) {
-        throw GraphFileError(fileName, 0, 0, "cannot read the graph file: " + error.reason());
+        throw unreadable(fileName, error.reason());
     }
     std::error_code ignored;
     auto const folder = std::filesystem::absolute(path, ignored).parent_path();
