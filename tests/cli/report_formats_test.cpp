@@ -7,6 +7,7 @@
 #include "support/TestGraphs.hpp"
 
 #include <boost/locale.hpp>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <simdjson.h>
 
@@ -21,9 +22,19 @@ using dependency::services::AnalysisSession;
 
 namespace {
 
+using Findings = std::vector<std::shared_ptr<Attribute>>;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
 std::shared_ptr<Attribute> finding(std::u16string id, std::u16string name, Severity severity) {
     return std::make_shared<Attribute>(std::make_shared<AttributeIdentity>(id, name, severity),
                                        std::function<void()>{});
+}
+
+std::string dotOf(dependency::graph::Graph const& graph, Report const& report) {
+    std::ostringstream out;
+    writeDot(out, graph, report);
+    return out.str();
 }
 
 // Two analyzers that share the ID "Missing", as the built-in ones do, plus a
@@ -44,18 +55,15 @@ struct TrackedAnalysis : ::testing::Test {
         auto const missingFunction = finding(u"Missing", u"Function not found", Severity::Warning);
         auto const present = finding(u"Exists", u"File exists", Severity::Information);
         auto const broken = finding(u"Broken", u"Broken \"badly\"", Severity::Problem);
-        auto files = std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const& node) {
-            return node.getID() == u"src/a.qx" ? std::vector{missingFile} : std::vector<std::shared_ptr<Attribute>>{};
-        });
+        auto files = std::make_shared<depattr_test::ScriptedAnalyzer>(
+            [=](auto const& node) { return node.getID() == u"src/a.qx" ? Findings{missingFile} : Findings{}; });
         auto functions = std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const& node) {
-            if (node.getID() == u"src/a.qx") {
-                return std::vector{missingFunction};
-            }
-            return node.getType() == Type::PRODUCT() ? std::vector{broken} : std::vector<std::shared_ptr<Attribute>>{};
+            return node.getID() == u"src/a.qx"         ? Findings{missingFunction}
+                   : node.getType() == Type::PRODUCT() ? Findings{broken}
+                                                       : Findings{};
         });
-        auto shared = std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const& node) {
-            return node.isFile() ? std::vector{present} : std::vector<std::shared_ptr<Attribute>>{};
-        });
+        auto shared = std::make_shared<depattr_test::ScriptedAnalyzer>(
+            [=](auto const& node) { return node.isFile() ? Findings{present} : Findings{}; });
         sources = std::make_shared<FindingSources>();
         session.select(std::vector<AnalysisSession::NamedAnalyzer>{
             {"files", files}, {"functions", functions}, {"shared", shared}});
@@ -65,11 +73,27 @@ struct TrackedAnalysis : ::testing::Test {
         report.graphName = "g.json";
     }
 
+    // Parses `json`, which must be valid; the element lasts until the parser's next use.
+    simdjson::dom::element parsed(std::string const& json) {
+        simdjson::dom::element element;
+        if (parser.parse(json).get(element) != simdjson::SUCCESS) {
+            throw std::runtime_error("not valid JSON: " + json);
+        }
+        return element;
+    }
+
+    simdjson::dom::element sarif() {
+        std::ostringstream out;
+        writeSarif(out, report, "9.9.9", "/work/proj");
+        return parsed(out.str());
+    }
+
     AnalysisSession session;  // names the analyzers for as long as the findings are looked at
     std::shared_ptr<dependency::graph::Graph const> graph;
     std::shared_ptr<FindingSources> sources;
     std::shared_ptr<GraphAttributes> result;
     Report report;
+    simdjson::dom::parser parser;
 };
 
 }  // namespace
@@ -94,10 +118,7 @@ TEST_F(TrackedAnalysis, EachFindingKnowsItsAnalyzerAndTrackingChangesNoResult) {
     EXPECT_EQ(report.nodes[2].findings[1].analyzer, "functions");
     std::ostringstream json;
     writeJson(json, report, "9.9.9");
-    simdjson::dom::parser parser;
-    simdjson::padded_string text(json.str());
-    simdjson::dom::element document;
-    ASSERT_EQ(parser.parse(text).get(document), simdjson::SUCCESS) << json.str();
+    auto const document = parsed(json.str());
     EXPECT_EQ(std::int64_t(document["schemaVersion"]), 1);
     auto const entry = document["findings"].at(2);
     EXPECT_EQ(std::string_view(entry["node"]), "src/a.qx");
@@ -109,12 +130,7 @@ TEST_F(TrackedAnalysis, EachFindingKnowsItsAnalyzerAndTrackingChangesNoResult) {
 }
 
 TEST_F(TrackedAnalysis, SarifIsValidJsonWithOneRulePerAnalyzerAndIdAndFileOrLogicalLocations) {
-    std::ostringstream out;
-    writeSarif(out, report, "9.9.9", "/work/proj");
-    simdjson::dom::parser parser;
-    simdjson::padded_string text(out.str());
-    simdjson::dom::element log;
-    ASSERT_EQ(parser.parse(text).get(log), simdjson::SUCCESS) << out.str();
+    auto const log = sarif();
     EXPECT_EQ(std::string_view(log["version"]), "2.1.0");
     auto const run = log["runs"].at(0);
     EXPECT_EQ(std::string_view(run["tool"]["driver"]["version"]), "9.9.9");
@@ -156,23 +172,16 @@ TEST_F(TrackedAnalysis, SarifIsValidJsonWithOneRulePerAnalyzerAndIdAndFileOrLogi
 
     // Findings hidden by a baseline stay in the log, marked as suppressed.
     report.nodes[0].findings[0].suppressed = true;
-    std::ostringstream suppressed;
-    writeSarif(suppressed, report, "9.9.9", "/work/proj");
-    simdjson::padded_string suppressedText(suppressed.str());
-    ASSERT_EQ(parser.parse(suppressedText).get(log), simdjson::SUCCESS) << suppressed.str();
-    EXPECT_EQ(std::string_view(log["runs"].at(0)["results"].at(0)["suppressions"].at(0)["kind"]), "external");
-    EXPECT_EQ(log["runs"].at(0)["results"].at(1)["suppressions"].error(), simdjson::NO_SUCH_FIELD);
+    auto const results = sarif()["runs"].at(0)["results"];
+    EXPECT_EQ(std::string_view(results.at(0)["suppressions"].at(0)["kind"]), "external");
+    EXPECT_EQ(results.at(1)["suppressions"].error(), simdjson::NO_SUCH_FIELD);
 
     // Every rule points at help; a host-language analyzer's rule takes its
     // class's help text and points at its class file. The run says how it exited.
     report.hostHelp["functions"] = {"/work/proj/rules/My Functions.qx", "Reports broken products.\nSee the guide."};
     for (bool const exitZero : {false, true}) {
         report.exitZero = exitZero;
-        std::ostringstream helped;
-        writeSarif(helped, report, "9.9.9", "/work/proj");
-        simdjson::padded_string helpedText(helped.str());
-        ASSERT_EQ(parser.parse(helpedText).get(log), simdjson::SUCCESS) << helped.str();
-        auto const helpedRun = log["runs"].at(0);
+        auto const helpedRun = sarif()["runs"].at(0);
         EXPECT_EQ(std::int64_t(helpedRun["invocations"].at(0)["exitCode"]), exitZero ? 0 : 1);
         for (auto const rule : helpedRun["tool"]["driver"]["rules"].get_array()) {
             std::string_view const id(rule["id"]);
@@ -182,8 +191,8 @@ TEST_F(TrackedAnalysis, SarifIsValidJsonWithOneRulePerAnalyzerAndIdAndFileOrLogi
             if (id.starts_with("functions/")) {  // "functions/Broken" and "functions/Missing"
                 EXPECT_EQ(uri, "file:///work/proj/rules/My%20Functions.qx");
                 EXPECT_EQ(full, "Reports broken products.\nSee the guide.");
-                EXPECT_NE(markdown.find("Reports broken products."), std::string_view::npos) << markdown;
-                EXPECT_NE(markdown.find("/work/proj/rules/My Functions.qx"), std::string_view::npos) << markdown;
+                EXPECT_THAT(markdown, HasSubstr("Reports broken products."));
+                EXPECT_THAT(markdown, HasSubstr("/work/proj/rules/My Functions.qx"));
             } else {
                 // An analyzer of no known kind and no class: its name, and the findings document.
                 EXPECT_TRUE(uri.starts_with("file://") || uri.starts_with("http")) << uri;
@@ -196,52 +205,37 @@ TEST_F(TrackedAnalysis, SarifIsValidJsonWithOneRulePerAnalyzerAndIdAndFileOrLogi
 
     // An analysis without findings is still a complete log.
     report.nodes.clear();
-    std::ostringstream empty;
-    writeSarif(empty, report, "9.9.9", "/work/proj");
-    simdjson::padded_string emptyText(empty.str());
-    ASSERT_EQ(parser.parse(emptyText).get(log), simdjson::SUCCESS) << empty.str();
-    EXPECT_EQ(log["runs"].at(0)["results"].get_array().size(), 0u);
+    EXPECT_EQ(sarif()["runs"].at(0)["results"].get_array().size(), 0u);
 }
 
 TEST_F(TrackedAnalysis, DotFillsNodesByGravestFindingAndEscapesNames) {
-    std::ostringstream out;
-    writeDot(out, *graph, report);
-    auto const dot = out.str();
+    auto const dot = dotOf(*graph, report);
     EXPECT_EQ(dot.rfind("digraph \"g.json\" {\n", 0), 0u) << dot;
     // Warning beats Information on src/a.qx; Problem fills the product; the
     // escaped ID keeps its quotes and backslash.
-    EXPECT_NE(dot.find("\"src/a.qx\" [shape=box, style=\"filled,rounded\", fillcolor=\"#ffd98a\""), std::string::npos)
-        << dot;
-    EXPECT_NE(dot.find("\"product:p\" [shape=component, style=\"filled,rounded\", fillcolor=\"#f4a3a3\", "
-                       "tooltip=\"product \\\"product:p\\\"\\nProblem Broken: Broken \\\"badly\\\"\", "
-                       "label=\"product:p\\n[1 finding]\"]"),
-              std::string::npos)
-        << dot;
-    EXPECT_NE(dot.find("\"odd \\\"name\\\"\\\\x\" [shape=box, style=\"filled,rounded\", fillcolor=\"#d6eaf8\""),
-              std::string::npos)
-        << dot;
+    EXPECT_THAT(dot, HasSubstr("\"src/a.qx\" [shape=box, style=\"filled,rounded\", fillcolor=\"#ffd98a\""));
+    EXPECT_THAT(dot, HasSubstr("\"product:p\" [shape=component, style=\"filled,rounded\", fillcolor=\"#f4a3a3\", "
+                               "tooltip=\"product \\\"product:p\\\"\\nProblem Broken: Broken \\\"badly\\\"\", "
+                               "label=\"product:p\\n[1 finding]\"]"));
+    EXPECT_THAT(dot,
+                HasSubstr("\"odd \\\"name\\\"\\\\x\" [shape=box, style=\"filled,rounded\", fillcolor=\"#d6eaf8\""));
     // Only edges that are not calls are named.
-    EXPECT_NE(dot.find("\"src/a.qx\" -> \"product:p\" [label=\"requirement\"];"), std::string::npos);
-    EXPECT_NE(dot.find("\"odd \\\"name\\\"\\\\x\" -> \"src/a.qx\" [label=\"derived\"];"), std::string::npos);
+    EXPECT_THAT(dot, HasSubstr("\"src/a.qx\" -> \"product:p\" [label=\"requirement\"];"));
+    EXPECT_THAT(dot, HasSubstr("\"odd \\\"name\\\"\\\\x\" -> \"src/a.qx\" [label=\"derived\"];"));
     // The title counts nodes and findings; the legend shows each fill.
-    EXPECT_NE(dot.find("label=\"g.json\\n"), std::string::npos) << dot;
+    EXPECT_THAT(dot, HasSubstr("label=\"g.json\\n"));
     for (auto const* fill : {"#f4a3a3", "#ffd98a", "#d6eaf8"}) {
-        EXPECT_NE(dot.find(std::string("fillcolor=\"") + fill + "\", label="), std::string::npos) << fill;
+        EXPECT_THAT(dot, HasSubstr(std::string("fillcolor=\"") + fill + "\", label=")) << fill;
     }
-    EXPECT_NE(dot.find("subgraph cluster_legend {"), std::string::npos);
+    EXPECT_THAT(dot, HasSubstr("subgraph cluster_legend {"));
 
     // Above the threshold only the product keeps a fill.
-    auto const problems = makeReport(*graph, *result, {.minimum = Severity::Problem, .sources = sources.get()});
-    std::ostringstream filtered;
-    writeDot(filtered, *graph, problems);
-    EXPECT_NE(filtered.str().find("\"src/a.qx\" [shape=box, label=\"src/a.qx\"];\n"), std::string::npos)
-        << filtered.str();
-    EXPECT_NE(filtered.str().find("fillcolor=\"#f4a3a3\""), std::string::npos);
+    auto const filtered =
+        dotOf(*graph, makeReport(*graph, *result, {.minimum = Severity::Problem, .sources = sources.get()}));
+    EXPECT_THAT(filtered, HasSubstr("\"src/a.qx\" [shape=box, label=\"src/a.qx\"];\n"));
+    EXPECT_THAT(filtered, HasSubstr("fillcolor=\"#f4a3a3\""));
 }
 
-// The picture's layout: functions inside their file's cluster with the file,
-// calls unnamed; a graph over 300 nodes reduced to the nodes with findings and
-// their neighbours, as its title says.
 // The report writes each node's heading from a pattern split once; it must
 // give what the catalog gives for the same arguments, in every language and
 // whatever the arguments hold (braces, placeholders of their own, a node ID
@@ -273,6 +267,9 @@ TEST(TextPatternTest, WritesWhatTheCatalogFillsInEveryLanguage) {
     EXPECT_EQ(english.str(), "p  (file \"n\", ID \"i\")");
 }
 
+// The picture's layout: functions inside their file's cluster with the file,
+// calls unnamed; a graph over 300 nodes reduced to the nodes with findings and
+// their neighbours, as its title says.
 TEST(DotPicture, GroupsFunctionsInTheirFileAndReducesLargeGraphs) {
     for (int const extra : {200, 400}) {
         GraphBuilder builder;
@@ -283,12 +280,10 @@ TEST(DotPicture, GroupsFunctionsInTheirFileAndReducesLargeGraphs) {
         builder.addDependency(u"f", u"g", Type::CALL());
         builder.addDependency(u"src/f.qx", u"lone", Type::REFERENCE());
         for (int i = 0; i < extra; ++i) {
-            auto const digits = std::to_string(i);
-            auto const id = u"n" + std::u16string(digits.begin(), digits.end());
+            auto const id = depattr_test::wide("n" + std::to_string(i));
             builder.addNode(NodeData{.id = id, .type = Type::FILE(), .isFile = true});
             if (i > 0) {
-                auto const before = std::to_string(i - 1);
-                builder.addDependency(id, u"n" + std::u16string(before.begin(), before.end()), Type::CALL());
+                builder.addDependency(id, depattr_test::wide("n" + std::to_string(i - 1)), Type::CALL());
             }
         }
         auto const graph = builder.build();
@@ -296,16 +291,14 @@ TEST(DotPicture, GroupsFunctionsInTheirFileAndReducesLargeGraphs) {
         AnalysisSession session;
         session.select(std::vector<AnalysisSession::NamedAnalyzer>{
             {"functions", std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const& node) {
-                 return node.getID() == u"g" ? std::vector{missing} : std::vector<std::shared_ptr<Attribute>>{};
+                 return node.getID() == u"g" ? Findings{missing} : Findings{};
              })}});
         FindingSources sources;
         depattr_test::FindingRecorder recorder(sources);
         auto const result = session.analyze(graph, recorder);
         auto report = makeReport(*graph, *result, {.sources = &sources});
         report.graphName = "big.json";
-        std::ostringstream out;
-        writeDot(out, *graph, report);
-        auto const dot = out.str();
+        auto const dot = dotOf(*graph, report);
 
         // The file and its two functions share one cluster; the other file's
         // function has its own, without a file node.
@@ -317,21 +310,20 @@ TEST(DotPicture, GroupsFunctionsInTheirFileAndReducesLargeGraphs) {
             auto const at = dot.find(member);
             EXPECT_TRUE(at > cluster && at < clusterEnd) << member << "\n" << dot;
         }
-        EXPECT_NE(dot.find("\"g\" [shape=ellipse, style=\"filled,rounded\""), std::string::npos) << dot;
-        EXPECT_NE(dot.find("  \"f\" -> \"g\";\n"), std::string::npos) << dot;
+        EXPECT_THAT(dot, HasSubstr("\"g\" [shape=ellipse, style=\"filled,rounded\""));
+        EXPECT_THAT(dot, HasSubstr("  \"f\" -> \"g\";\n"));
         if (!reduced) {
-            EXPECT_NE(dot.find("label=\"/p/src/other.qx\""), std::string::npos) << dot;
-            EXPECT_NE(dot.find("\"src/f.qx\" -> \"lone\" [label=\"reference\"];"), std::string::npos) << dot;
+            EXPECT_THAT(dot, HasSubstr("label=\"/p/src/other.qx\""));
+            EXPECT_THAT(dot, HasSubstr("\"src/f.qx\" -> \"lone\" [label=\"reference\"];"));
         }
 
         EXPECT_EQ(dot.find("only the") != std::string::npos, reduced) << dot;
         EXPECT_EQ(dot.find("\"n5\" [") != std::string::npos, !reduced) << dot;
         if (reduced) {
             // g has the finding; f calls it; nothing else touches g.
-            EXPECT_NE(dot.find("only the 2 nodes with findings and their neighbours, of 404"), std::string::npos)
-                << dot;
-            EXPECT_EQ(dot.find("\"src/f.qx\" ["), std::string::npos) << dot;
-            EXPECT_EQ(dot.find("\"lone\""), std::string::npos) << dot;
+            EXPECT_THAT(dot, HasSubstr("only the 2 nodes with findings and their neighbours, of 404"));
+            EXPECT_THAT(dot, Not(HasSubstr("\"src/f.qx\" [")));
+            EXPECT_THAT(dot, Not(HasSubstr("\"lone\"")));
         }
     }
 }
@@ -339,8 +331,7 @@ TEST(DotPicture, GroupsFunctionsInTheirFileAndReducesLargeGraphs) {
 TEST(ProgressMeterTest, DrawsOnlyAfterItsDelayNeverPastFullAndErasesItself) {
     GraphBuilder builder;
     for (int i = 0; i < 300; ++i) {
-        auto const digits = std::to_string(i);
-        builder.addNode(u"n" + std::u16string(digits.begin(), digits.end()), Type::FILE());
+        builder.addNode(depattr_test::wide("n" + std::to_string(i)), Type::FILE());
     }
     auto const graph = builder.build();
     std::vector<std::shared_ptr<dependency::graph::Node>> nodes(graph->getNodes().begin(), graph->getNodes().end());
@@ -363,14 +354,14 @@ TEST(ProgressMeterTest, DrawsOnlyAfterItsDelayNeverPastFullAndErasesItself) {
         eager->advance();
     }
     auto const bars = drawn.str();
-    EXPECT_NE(bars.find("\r[" + std::string(40, '#') + "] 100% 300/300 nodes"), std::string::npos) << bars;
+    EXPECT_THAT(bars, HasSubstr("\r[" + std::string(40, '#') + "] 100% 300/300 nodes"));
     // Reading the graph is shown by bytes before the nodes are counted.
     std::ostringstream loading;
     ProgressMeter reading(0, loading, std::chrono::seconds(0), std::chrono::seconds(0));
     reading.loading(250, 1000);
-    EXPECT_NE(loading.str().find("]  25% reading the graph"), std::string::npos) << loading.str();
-    EXPECT_NE(bars.find("  85% 256/300 nodes"), std::string::npos) << bars;
-    EXPECT_EQ(bars.find("301/300"), std::string::npos);
+    EXPECT_THAT(loading.str(), HasSubstr("]  25% reading the graph"));
+    EXPECT_THAT(bars, HasSubstr("  85% 256/300 nodes"));
+    EXPECT_THAT(bars, Not(HasSubstr("301/300")));
     eager->finish();
     EXPECT_EQ(drawn.str().substr(bars.size()), "\r\x1b[2K");
     eager->finish();  // a second finish draws nothing more

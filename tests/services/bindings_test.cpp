@@ -6,11 +6,14 @@
 #include "attribute/Attribute.hpp"
 #include "services/HostObjects.hpp"
 
+#include <array>
+
 namespace {
 
 using namespace depattr_test;
 using Kind = qcos::COSClassInfo::MemberKind;
 using Declaration = qcos::COSClassInfo::Declaration;
+namespace attribute = dependency::attribute;
 
 class Bindings : public HostTest {};
 
@@ -71,13 +74,13 @@ TEST_F(Bindings, ClassesAreDeclaredInRegistrationOrderWithTheirTypes) {
     EXPECT_EQ(severity->getEnumerationMembers(),
               (std::vector<std::pair<std::string, std::int64_t>>{{"Information", 0}, {"Warning", 1}, {"Problem", 2}}));
 
-    auto const property = [&](std::string const& className, std::string_view name) {
-        return qcos::omFindClass(className)->findOwnProperty(name)->type;
-    };
-    EXPECT_EQ(property(ns + "AttributeIdentity", "ID"), "any");
-    EXPECT_EQ(property(ns + "AttributeIdentity", "Severity"), ns + "Severity");
-    EXPECT_EQ(property(ns + "Attribute", "Name"), "any");
-    EXPECT_EQ(property(ns + "Attribute", "Identity"), ns + "AttributeIdentity");
+    for (auto const& [className, name, type] :
+         std::vector<std::array<std::string, 3>>{{"AttributeIdentity", "ID", "any"},
+                                                 {"AttributeIdentity", "Severity", ns + "Severity"},
+                                                 {"Attribute", "Name", "any"},
+                                                 {"Attribute", "Identity", ns + "AttributeIdentity"}}) {
+        EXPECT_EQ(qcos::omFindClass(ns + className)->findOwnProperty(name)->type, type) << className << "." << name;
+    }
 
     using Types = std::vector<std::string>;
     std::string const node = "dependencies.internal.graph.Node";
@@ -101,19 +104,17 @@ TEST_F(Bindings, ClassesAreDeclaredInRegistrationOrderWithTheirTypes) {
 TEST_F(Bindings, IdentitiesAndAttributesReadBackTheirNativeValues) {
     auto const identity = makeIdentity(u"Naming", u"Bad name", "Warning");
     EXPECT_EQ(identity->getClassName(), "dependencies.internal.attribute.AttributeIdentity");
-    EXPECT_EQ(property(*identity, "ID")->getString(), u"Naming");
-    EXPECT_EQ(property(*identity, "Name")->getString(), u"Bad name");
-    EXPECT_EQ(qcos::cosiGetArrayElement(*property(*identity, "Severity"), 0)->getEnumerationValue(), 1);
-
-    // Two attributes of one kind share the very identity object.
+    // Two attributes of one kind share the very identity object, and read its values through.
     auto const first = makeAttribute(*identity);
     auto const second = makeAttribute(*identity);
-    auto const native = matrix::from_qorvex<dependency::attribute::AttributeIdentity>(*identity);
-    EXPECT_EQ(matrix::from_qorvex<dependency::attribute::AttributeIdentity>(*property(*first, "Identity")), native);
-    EXPECT_EQ(matrix::from_qorvex<dependency::attribute::AttributeIdentity>(*property(*second, "Identity")), native);
-    EXPECT_EQ(property(*first, "ID")->getString(), u"Naming");
-    EXPECT_EQ(property(*first, "Name")->getString(), u"Bad name");
-    EXPECT_EQ(qcos::cosiGetArrayElement(*property(*first, "Severity"), 0)->getEnumerationValue(), 1);
+    auto const native = matrix::from_qorvex<attribute::AttributeIdentity>(*identity);
+    EXPECT_EQ(matrix::from_qorvex<attribute::AttributeIdentity>(*property(*first, "Identity")), native);
+    EXPECT_EQ(matrix::from_qorvex<attribute::AttributeIdentity>(*property(*second, "Identity")), native);
+    for (qxArray const* object : {identity.get(), first.get()}) {
+        EXPECT_EQ(property(*object, "ID")->getString(), u"Naming") << object->getClassName();
+        EXPECT_EQ(property(*object, "Name")->getString(), u"Bad name") << object->getClassName();
+        EXPECT_EQ(qcos::cosiGetArrayElement(*property(*object, "Severity"), 0)->getEnumerationValue(), 1);
+    }
 
     // Without a fix, applyFix fails in the host caller with the native error.
     EXPECT_FALSE(callOne("hasFix", {first.get()})->getLogical(0));
@@ -142,42 +143,39 @@ TEST_F(Bindings, AFixGivenAsAFunctionHandleRunsOnApplyFix) {
     });
     auto const identity = makeIdentity(u"Fixable", u"Can be fixed", "Problem");
     auto const fix = qxArray::createFunctionHandle(qvm::makeNamedFunctionHandle("test_services_countFix"));
-    auto const attribute = std::move(feval("createAttribute", {identity.get(), fix.get()}).front());
-    EXPECT_TRUE(callOne("hasFix", {attribute.get()})->getLogical(0));
-    callMethod("applyFix", {attribute.get()}, 0);
-    callMethod("applyFix", {attribute.get()}, 0);
+    auto const create = [](std::vector<qxArray const*> inputs, int outputCount = 1) {
+        return feval("createAttribute", std::move(inputs), outputCount);
+    };
+    auto const fixable = std::move(create({identity.get(), fix.get()}).front());
+    EXPECT_TRUE(callOne("hasFix", {fixable.get()})->getLogical(0));
+    callMethod("applyFix", {fixable.get()}, 0);
+    callMethod("applyFix", {fixable.get()}, 0);
     EXPECT_EQ(applied.load(), 2);
 
     // createAttribute checks its arguments before it makes anything.
     auto const notHandle = matrix::to_qorvex(3.0);
-    expectHostError(
-        [&] {
-            feval("createAttribute", {identity.get(), notHandle.get()});
-        },
-        "depattr:createAttribute:notFunctionHandle");
-    expectHostError([&] { feval("createAttribute", {notHandle.get()}); }, "qcos:type:wrongClass");
-    expectHostError([&] { feval("createAttribute", {}); }, "qorvex:minrhs");
-    expectHostError([&] { feval("createAttribute", {identity.get(), fix.get(), fix.get()}); }, "qorvex:maxrhs");
-    expectHostError([&] { feval("createAttribute", {identity.get()}, 2); }, "qorvex:maxlhs");
+    expectHostError([&] { create({identity.get(), notHandle.get()}); }, "depattr:createAttribute:notFunctionHandle");
+    expectHostError([&] { create({notHandle.get()}); }, "qcos:type:wrongClass");
+    expectHostError([&] { create({}); }, "qorvex:minrhs");
+    expectHostError([&] { create({identity.get(), fix.get(), fix.get()}); }, "qorvex:maxrhs");
+    expectHostError([&] { create({identity.get()}, 2); }, "qorvex:maxlhs");
 }
 
 TEST_F(Bindings, VectorsBecomeHeterogeneousRowsAndReadBackToTheSameObjects) {
-    auto const identity = matrix::from_qorvex<dependency::attribute::AttributeIdentity>(
-        *makeIdentity(u"Missing", u"File not found", "Problem"));
-    std::vector<std::shared_ptr<dependency::attribute::Attribute>> natives{
-        std::make_shared<dependency::attribute::Attribute>(identity, nullptr),
-        std::make_shared<dependency::attribute::Attribute>(identity, nullptr)};
-    auto const row = dependency::services::detail::toHostRow(natives, "dependencies.internal.attribute.Attribute");
+    std::string const className = "dependencies.internal.attribute.Attribute";
+    auto const identity =
+        matrix::from_qorvex<attribute::AttributeIdentity>(*makeIdentity(u"Missing", u"File not found", "Problem"));
+    std::vector<std::shared_ptr<attribute::Attribute>> natives{
+        std::make_shared<attribute::Attribute>(identity, nullptr),
+        std::make_shared<attribute::Attribute>(identity, nullptr)};
+    auto const row = dependency::services::detail::toHostRow(natives, className);
     EXPECT_EQ(row->getDimensions(), (qxArray::Dimensions{1, 2}));
     EXPECT_TRUE(row->isHeterogeneous());
-    auto const back = dependency::services::detail::fromHostArray<dependency::attribute::Attribute>(
-        *row, "dependencies.internal.attribute.Attribute");
-    EXPECT_EQ(back, natives);
+    EXPECT_EQ(dependency::services::detail::fromHostArray<attribute::Attribute>(*row, className), natives);
 
-    auto const empty = dependency::services::detail::toHostRow(
-        std::vector<std::shared_ptr<dependency::attribute::Attribute>>{}, "dependencies.internal.attribute.Attribute");
+    auto const empty = dependency::services::detail::toHostRow(decltype(natives){}, className);
     EXPECT_EQ(empty->getDimensions(), (qxArray::Dimensions{1, 0}));
-    EXPECT_EQ(empty->getClassName(), "dependencies.internal.attribute.Attribute");
+    EXPECT_EQ(empty->getClassName(), className);
 }
 
 }  // namespace

@@ -17,13 +17,8 @@ bool lacksDefinition(ca::astapi::Node const& root, std::u16string_view soughtNam
 namespace {
 
 using namespace analyzer_test;
-using ca::astapi::List;
+using namespace ca::astapi;
 using ca::astapi::Node;
-using ca::astapi::NodeFields;
-using ca::astapi::NodeKind;
-using ca::astapi::Operator;
-using ca::astapi::Reference;
-using ca::astapi::Single;
 using dependency::attribute::createMissingFunctionAnalyzer;
 using dependency::attribute::Severity;
 using dependency::attribute::missing_function::lacksDefinition;
@@ -58,22 +53,16 @@ protected:
 };
 
 constexpr char const* functionFile =
-    "function main(a, ~)\n"
-    "  x = helper(a);\n"
-    "  function nestedOne\n  end\n"
-    "end\n"
-    "function helper(v)\nend\n";
+    "function main(a, ~)\n  x = helper(a);\n  function nestedOne\n  end\nend\nfunction helper(v)\nend\n";
 
 constexpr char const* classFile =
-    "classdef Shape < handle\n"
-    "  methods\n    function area(obj)\n    end\n  end\n"
+    "classdef Shape < handle\n  methods\n    function area(obj)\n    end\n  end\n"
     "  methods (Static)\n    function create()\n    end\n  end\n"
     "  methods (Static = true)\n    function build()\n    end\n  end\n"
     "  methods (Static = false, Access = private)\n    function plain()\n    end\n  end\n"
-    "  methods (Access = private, Static)\n    function late()\n    end\n  end\n"
-    "end\n";
+    "  methods (Access = private, Static)\n    function late()\n    end\n  end\nend\n";
 
-TEST_F(MissingFunctionAnalyzerTest, TheFindingIsOneWarningWithoutFixSharedByEveryAnalyzer) {
+TEST_F(MissingFunctionAnalyzerTest, TheFindingIsOneWarningWithoutFixSharedByEveryAnalyzerOnFunctionsOnly) {
     auto const findings = analyzer_->analyze(node(functionIn(functionFile, u"absentName")), graph_);
     ASSERT_EQ(findings.size(), 1u);
     EXPECT_EQ(findings[0]->getID(), u"Missing");
@@ -85,9 +74,7 @@ TEST_F(MissingFunctionAnalyzerTest, TheFindingIsOneWarningWithoutFixSharedByEver
     auto const other = again->analyze(node(functionAt(folder_.pathOf("absent.qx"), u"f")), graph_);
     ASSERT_EQ(other.size(), 1u);
     EXPECT_EQ(other[0]->getIdentity(), findings[0]->getIdentity());
-}
-
-TEST_F(MissingFunctionAnalyzerTest, OnlyFunctionNodesAreExamined) {
+    // Only function nodes are examined.
     for (Type const& type : {Type::FILE(), Type::PRODUCT(), Type::PACKAGE(), Type::PROJECT(), Type::DERIVED()}) {
         NodeData data = functionAt(folder_.pathOf("absent.qx"), u"f");
         data.type = type;
@@ -95,14 +82,39 @@ TEST_F(MissingFunctionAnalyzerTest, OnlyFunctionNodesAreExamined) {
     }
 }
 
-TEST_F(MissingFunctionAnalyzerTest, DefinitionsAnywhereInAFunctionFileCount) {
-    EXPECT_FALSE(reported(functionIn(functionFile, u"main")));
-    EXPECT_FALSE(reported(functionIn(functionFile, u"helper")));     // a local function
-    EXPECT_FALSE(reported(functionIn(functionFile, u"nestedOne")));  // a nested function
-    EXPECT_TRUE(reported(functionIn(functionFile, u"x")));           // a variable is no definition
-    EXPECT_TRUE(reported(functionIn(functionFile, u"Main")));        // names compare exactly
-    EXPECT_TRUE(reported(functionIn(functionFile, u"mai")));
-    EXPECT_FALSE(reported(functionIn("x = 1;\nfunction y = local(v)\n  y = v;\nend\n", u"local")));  // a script
+TEST_F(MissingFunctionAnalyzerTest, DefinitionsAnywhereInTheFileCountAndStaticMethodsAreQualified) {
+    // Superclass calls, shell escapes and spmd blocks make nodes of their own kinds, which the search walks.
+    constexpr char const* newerConstructs =
+        "classdef Circle < Shape\n  methods\n    function obj = Circle(r)\n      obj = obj@Shape(r);\n"
+        "      !echo made\n      spmd (2), obj.setup@Shape(@() helper(r)); end\n    end\n  end\nend\n"
+        "function helper(v)\nend\n";
+    struct Case {
+        char const* code;
+        std::vector<std::u16string> defined, missing;
+    };
+    std::vector<Case> const cases{
+        // Local and nested functions count, a variable does not, names compare exactly. Only the first slash
+        // splits the location name: "a/b/helper" seeks "b/helper" and "helper/" seeks "".
+        {functionFile,
+         {u"main", u"helper", u"nestedOne", u"pkg/helper"},
+         {u"x", u"Main", u"mai", u"a/b/helper", u"helper/"}},
+        {"x = 1;\nfunction y = local(v)\n  y = v;\nend\n", {u"local"}, {}},  // a script
+        // Static methods (also "Static = true" and Static after another attribute) are sought as Class.method.
+        {classFile,
+         {u"Shape", u"area", u"Shape.create", u"Shape.build", u"plain", u"Shape.late", u"pkg/Shape.create"},
+         {u"Shape.area", u"create", u"Shape.plain"}},
+        // A signature declares a method whose body lives elsewhere: not a definition in this file.
+        {"classdef K\n  methods\n    r = sig(obj)\n  end\nend\n", {}, {u"sig"}},
+        {newerConstructs, {u"Circle", u"helper"}, {u"setup"}},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.code);
+        for (bool const missing : {false, true}) {
+            for (auto const& name : missing ? c.missing : c.defined) {
+                EXPECT_EQ(reported(functionIn(c.code, name)), missing) << fl::i18n::to_string(name);
+            }
+        }
+    }
 }
 
 TEST_F(MissingFunctionAnalyzerTest, OneAnalyzerSeesAFileChangeAndEachFileOfItsOwn) {
@@ -123,46 +135,7 @@ TEST_F(MissingFunctionAnalyzerTest, OneAnalyzerSeesAFileChangeAndEachFileOfItsOw
     EXPECT_FALSE(reported(functionAt(path, u"broken")));
 }
 
-TEST_F(MissingFunctionAnalyzerTest, StaticMethodsAreQualifiedByTheirClass) {
-    EXPECT_FALSE(reported(functionIn(classFile, u"Shape")));
-    EXPECT_FALSE(reported(functionIn(classFile, u"area")));
-    EXPECT_TRUE(reported(functionIn(classFile, u"Shape.area")));
-    EXPECT_FALSE(reported(functionIn(classFile, u"Shape.create")));
-    EXPECT_TRUE(reported(functionIn(classFile, u"create")));
-    EXPECT_FALSE(reported(functionIn(classFile, u"Shape.build")));  // Static = true
-    EXPECT_FALSE(reported(functionIn(classFile, u"plain")));        // Static = false
-    EXPECT_TRUE(reported(functionIn(classFile, u"Shape.plain")));
-    EXPECT_FALSE(reported(functionIn(classFile, u"Shape.late")));  // not the first attribute
-    // A signature declares a method whose body lives elsewhere: not a definition in this file.
-    EXPECT_TRUE(reported(functionIn("classdef K\n  methods\n    r = sig(obj)\n  end\nend\n", u"sig")));
-}
-
-TEST_F(MissingFunctionAnalyzerTest, DefinitionsAmongTheParsersNewerConstructsAreFound) {
-    // Superclass calls, shell escapes and spmd blocks make nodes of their own kinds, which the search walks.
-    constexpr char const* code =
-        "classdef Circle < Shape\n"
-        "  methods\n"
-        "    function obj = Circle(r)\n"
-        "      obj = obj@Shape(r);\n"
-        "      !echo made\n"
-        "      spmd (2), obj.setup@Shape(@() helper(r)); end\n"
-        "    end\n"
-        "  end\n"
-        "end\n"
-        "function helper(v)\nend\n";
-    EXPECT_FALSE(reported(functionIn(code, u"Circle")));
-    EXPECT_FALSE(reported(functionIn(code, u"helper")));
-    EXPECT_TRUE(reported(functionIn(code, u"setup")));
-}
-
-TEST_F(MissingFunctionAnalyzerTest, OnlyTheFirstSlashSplitsTheLocationName) {
-    EXPECT_FALSE(reported(functionIn(functionFile, u"pkg/helper")));
-    EXPECT_TRUE(reported(functionIn(functionFile, u"a/b/helper")));  // sought: "b/helper"
-    EXPECT_FALSE(reported(functionIn(classFile, u"pkg/Shape.create")));
-    EXPECT_TRUE(reported(functionIn(functionFile, u"helper/")));  // sought: ""
-}
-
-TEST_F(MissingFunctionAnalyzerTest, EveryFailureToLookIsReportedAsMissing) {
+TEST_F(MissingFunctionAnalyzerTest, EveryFailureToLookIsReportedAsMissingAndANamelessLocationThrows) {
     EXPECT_TRUE(reported(functionIn(functionFile, u"main", /*resolved=*/false)));
     EXPECT_TRUE(reported(functionAt(folder_.pathOf("absent.qx"), u"main")));
     // Broken, unreadable and odd code files are in tests/hostile.
@@ -173,12 +146,10 @@ TEST_F(MissingFunctionAnalyzerTest, EveryFailureToLookIsReportedAsMissing) {
     NodeData rejected = functionIn(functionFile, u"main");
     rejected.location[0] += std::u16string(u"\0x", 2);  // the file system rejects the path
     EXPECT_TRUE(reported(rejected));
-}
-
-TEST_F(MissingFunctionAnalyzerTest, ALocationWithoutANameIsTheCallersError) {
-    NodeData data = functionIn(functionFile, u"main");
-    data.location.resize(1);
-    EXPECT_THROW(analyzer_->analyze(node(data), graph_), std::out_of_range);
+    // A location without a name is the caller's error.
+    NodeData unnamed = functionIn(functionFile, u"main");
+    unnamed.location.resize(1);
+    EXPECT_THROW(analyzer_->analyze(node(unnamed), graph_), std::out_of_range);
 }
 
 // ----- the tree search on trees built by hand
@@ -189,13 +160,16 @@ NodeFields at(NodeKind kind, std::u16string_view text = {}, bool logicalValue = 
 
 struct HandBuiltTree {
     ca::astapi::SyntaxTree tree;
+    std::ostringstream diagnostics;
 
+    bool lacks(Node const& root, std::u16string_view sought, std::u16string_view owner = u"") {
+        return lacksDefinition(root, sought, owner, diagnostics);
+    }
     Node const& name(std::u16string_view text) { return tree.make(at(NodeKind::Identifier, text)); }
-    Node const& function(std::u16string_view functionName, std::vector<Node const*> const& inputs = {},
-                         std::vector<Node const*> const& body = {}) {
+    Node const& function(std::u16string_view functionName, std::vector<Node const*> const& inputs = {}) {
         return tree.make(at(NodeKind::FunctionDefinition),
                          {Single{}, Single{}, Single{}, Single{}, Single{}, List{}, Single{&name(functionName)},
-                          List{inputs}, Single{}, List{body}, List{}});
+                          List{inputs}, Single{}, List{}, List{}});
     }
     Node const& method(std::u16string_view methodName, std::vector<Node const*> const& attributes) {
         return tree.make(at(NodeKind::MethodDefinition),
@@ -212,54 +186,45 @@ TEST(MissingFunctionSearch, UnknownKindsEndTheSearchEvenAfterAMatch) {
     // Outside the numbering: 0 and every code past the last kind the parser makes.
     for (int code : {0, ca::astapi::lastNodeKind + 1, 200}) {
         HandBuiltTree built;
-        auto const& unknown = built.tree.make(at(static_cast<NodeKind>(code)));
-        auto const& root = built.file({&built.function(u"f"), &unknown});
-        std::ostringstream diagnostics;
-        EXPECT_EQ(depattr_test::whatOf<std::logic_error>([&] { lacksDefinition(root, u"f", u"", diagnostics); }),
+        auto const& root = built.file({&built.function(u"f"), &built.tree.make(at(static_cast<NodeKind>(code)))});
+        EXPECT_EQ(depattr_test::whatOf<std::logic_error>([&] { built.lacks(root, u"f"); }),
                   "Unhandled node kind encountered in AstDispatcher")
             << code;
         std::ostringstream kindText;
         kindText << static_cast<NodeKind>(code);
-        EXPECT_EQ(diagnostics.str(), "Unhandled node kind \"" + kindText.str() + "\" encountered in AstDispatcher.");
+        EXPECT_EQ(built.diagnostics.str(),
+                  "Unhandled node kind \"" + kindText.str() + "\" encountered in AstDispatcher.");
     }
     std::ostringstream invalid;
     invalid << NodeKind::Invalid;
     EXPECT_EQ(invalid.str(), "Invalid");
 }
 
-TEST(MissingFunctionSearch, InputArgumentsNeedAnIdentifierOrAnIgnored) {
+TEST(MissingFunctionSearch, InputArgumentsNeedAnIdentifierOrAnIgnoredAndOnlyLeavesAreNotEntered) {
     HandBuiltTree built;
     auto const& named = built.tree.make(at(NodeKind::InputArgument), {Single{&built.name(u"x")}, Single{}});
     auto const& ignored =
         built.tree.make(at(NodeKind::InputArgument), {Single{}, Single{&built.tree.make(at(NodeKind::Ignored))}});
     auto const& empty = built.tree.make(at(NodeKind::InputArgument), {Single{}, Single{}});
-    std::ostringstream diagnostics;
-    EXPECT_FALSE(lacksDefinition(built.file({&built.function(u"f", {&named, &ignored})}), u"f", u"", diagnostics));
+    EXPECT_FALSE(built.lacks(built.file({&built.function(u"f", {&named, &ignored})}), u"f"));
     EXPECT_EQ(depattr_test::whatOf<std::logic_error>(
-                  [&] { lacksDefinition(built.file({&built.function(u"f", {&empty})}), u"f", u"", diagnostics); }),
+                  [&] { built.lacks(built.file({&built.function(u"f", {&empty})}), u"f"); }),
               "InputArgument has neither an Identifier nor an Ignored");
-    EXPECT_TRUE(diagnostics.str().empty());
-}
-
-TEST(MissingFunctionSearch, LeavesAreNotEnteredAndOtherKindsAre) {
-    HandBuiltTree built;
-    auto const& invalid = built.tree.make(at(NodeKind::Invalid));
+    EXPECT_TRUE(built.diagnostics.str().empty());
     // A leaf kind is never looked into, whatever it holds.
-    auto const& leaf = built.tree.make(at(NodeKind::Number), {Single{&invalid}});
-    std::ostringstream diagnostics;
-    EXPECT_FALSE(lacksDefinition(built.file({&leaf, &built.function(u"f")}), u"f", u"", diagnostics));
+    auto const& leaf = built.tree.make(at(NodeKind::Number), {Single{&built.tree.make(at(NodeKind::Invalid))}});
+    EXPECT_FALSE(built.lacks(built.file({&leaf, &built.function(u"f")}), u"f"));
     // Any other kind is entered: a definition deep inside an expression statement is found.
     auto const& statement = built.tree.make(at(NodeKind::ExpressionStatement), {Single{&built.function(u"g")}});
-    EXPECT_FALSE(lacksDefinition(built.file({&statement}), u"g", u"", diagnostics));
-    EXPECT_TRUE(lacksDefinition(built.file({&statement}), u"h", u"", diagnostics));
+    EXPECT_FALSE(built.lacks(built.file({&statement}), u"g"));
+    EXPECT_TRUE(built.lacks(built.file({&statement}), u"h"));
 }
 
 TEST(MissingFunctionSearch, TheFirstFlagStaticAttributeMakesAMethodStatic) {
     HandBuiltTree built;
     auto const& operand = built.name(u"true");
     auto const check = [&](std::vector<Node const*> const& attributes, std::u16string_view sought) {
-        std::ostringstream diagnostics;
-        return !lacksDefinition(built.method(u"m", attributes), sought, u"Owner", diagnostics);
+        return !built.lacks(built.method(u"m", attributes), sought, u"Owner");
     };
     EXPECT_TRUE(check({}, u"m"));
     EXPECT_FALSE(check({}, u"Owner.m"));

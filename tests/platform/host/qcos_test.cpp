@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 
 namespace {
 
 using qcos::COSInterfacePtr;
 using qcos::HostError;
+using Registry = qcos::factory::basic::BindingRegistry;
 
 using depattr_test::callMethod;
 using depattr_test::hostErrorIdentifier;
@@ -21,12 +23,28 @@ std::vector<qxArrayPtr> outputs(qxArrayPtr value) {
     return result;
 }
 
+qxArrayPtr scalarOf(std::string_view className) {
+    return qcos::omCreateQCOSScalar(qcos::omCreateObject(className));
+}
+
+// The identifier of the error a failed host call kept for its caller, or "succeeded".
+std::string keptError(bool succeeded) {
+    return succeeded ? "succeeded"
+                     : hostErrorIdentifier([] { computils::qcos::throwErrorCallingQorvexException("x"); });
+}
+
+// Expects each call to throw the host error paired with it.
+void expectErrors(std::vector<std::pair<std::function<void()>, std::string>> const& cases) {
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        EXPECT_EQ(hostErrorIdentifier(cases[i].first), cases[i].second) << "case " << i;
+    }
+}
+
 // A native object that counts its destructions.
 class Probe : public dependency::services::Shareable {
 public:
     explicit Probe(std::atomic<int>& destroyed) : Shareable("test.qcos.Probe"), destroyed_(destroyed) {}
     ~Probe() override { ++destroyed_; }
-    int value = 42;
 
 private:
     std::atomic<int>& destroyed_;
@@ -41,14 +59,17 @@ public:
 // below) and "kind" (inherited), and a subclass whose superclass is named
 // before being looked up.
 void defineShapes() {
-    static bool const defined = [] {
+    [[maybe_unused]] static bool const defined = [] {
+        auto const says = [](std::u16string_view text) {
+            return [text](auto, int) { return outputs(matrix::to_qorvex(text)); };
+        };
         qcos::ScriptClassBuilder("test.qcos.Circle")
             .superclass("test.qcos.Shape")  // registered after this class
-            .method("describe", [](auto, int) { return outputs(matrix::to_qorvex(std::u16string_view(u"circle"))); })
+            .method("describe", says(u"circle"))
             .define();
         qcos::ScriptClassBuilder("test.qcos.Shape")
-            .method("describe", [](auto, int) { return outputs(matrix::to_qorvex(std::u16string_view(u"shape"))); })
-            .method("kind", [](auto, int) { return outputs(matrix::to_qorvex(std::u16string_view(u"any shape"))); })
+            .method("describe", says(u"shape"))
+            .method("kind", says(u"any shape"))
             .method(
                 "secret", [](auto, int) { return outputs(qxArray::createEmpty()); }, qcos::Access::Private)
             .property("Sides", matrix::to_qorvex(0.0))
@@ -56,7 +77,6 @@ void defineShapes() {
             .define();
         return true;
     }();
-    (void)defined;
 }
 
 TEST(Qcos, HeterogeneousArrayOfBaseAndSubclassDispatchesToMostDerived) {
@@ -73,15 +93,6 @@ TEST(Qcos, HeterogeneousArrayOfBaseAndSubclassDispatchesToMostDerived) {
     EXPECT_TRUE(row->isHeterogeneous());
     EXPECT_EQ(row->getClassName(), "test.qcos.Shape");
     EXPECT_NO_THROW(computils::qcos::validateType(*row, "test.qcos.Shape"));
-    EXPECT_EQ(hostErrorIdentifier([&] { computils::qcos::validateType(*row, "test.qcos.Circle"); }),
-              "qcos:type:wrongClass");
-    EXPECT_EQ(hostErrorIdentifier([&] { qcos::omSetClassOfHeterogeneousArray(*row, "test.qcos.Circle"); }),
-              "qcos:array:wrongElementClass");
-
-    // A circle array only takes circles.
-    auto circles = qcos::omCreateQCOSMatrix(1, 1, "test.qcos.Circle");
-    EXPECT_EQ(hostErrorIdentifier([&] { qcos::omSetArrayElement(*circles, 0, shape); }),
-              "qcos:array:wrongElementClass");
 
     // Dispatch goes by each element's own class, and falls back to the base.
     std::vector<std::u16string> described;
@@ -98,17 +109,40 @@ TEST(Qcos, HeterogeneousArrayOfBaseAndSubclassDispatchesToMostDerived) {
     EXPECT_EQ(qcos::omGetProperty(*circle, "Sides")->getDouble(0), 1.0);
     EXPECT_EQ(qcos::omGetProperty(*shape, "Sides")->getDouble(0), 0.0);
     EXPECT_EQ(qcos::omGetConstantProperty("test.qcos.Circle", "Unit")->getString(), u"cm");
-    EXPECT_EQ(hostErrorIdentifier([&] { qcos::omSetProperty(*circle, "Unit", matrix::to_qorvex(1.0)); }),
-              "qcos:property:readOnly");
-    EXPECT_EQ(hostErrorIdentifier([&] { qcos::omGetProperty(*circle, "Radius"); }), "qcos:property:undefined");
+
+    auto circles = qcos::omCreateQCOSMatrix(1, 1, "test.qcos.Circle");  // takes circles only
+    expectErrors({
+        {[&] { computils::qcos::validateType(*row, "test.qcos.Circle"); }, "qcos:type:wrongClass"},
+        {[&] { qcos::omSetClassOfHeterogeneousArray(*row, "test.qcos.Circle"); }, "qcos:array:wrongElementClass"},
+        {[&] { qcos::omSetArrayElement(*circles, 0, shape); }, "qcos:array:wrongElementClass"},
+        {[&] { qcos::omSetProperty(*circle, "Unit", matrix::to_qorvex(1.0)); }, "qcos:property:readOnly"},
+        {[&] { qcos::omGetProperty(*circle, "Radius"); }, "qcos:property:undefined"},
+    });
+
+    // A superclass's own implementation, not the override of the object's class.
+    qxArrayPtr out[1];
+    auto const describeAs = [&](std::string_view className, qxArrayPtr const& object) {
+        qxArray const* inputs[] = {object.get()};
+        return keptError(
+            qcos::omCallMethodOfClass(qcos::COSGetPublicClient(), className, "describe", 1, out, 1, inputs));
+    };
+    ASSERT_EQ(describeAs("test.qcos.Shape", scalarOf("test.qcos.Circle")), "succeeded");
+    EXPECT_EQ(out[0]->getString(), u"shape");
+    EXPECT_EQ(describeAs("test.qcos.Circle", scalarOf("test.qcos.Shape")), "qcos:method:notSubclass");
+
+    // A copied object starts with the original's values and then goes its own way.
+    auto const copy = qcos::omCopyObject(*circle);
+    qcos::omSetPropertyShared(*copy, "Sides", qxArray::share(matrix::to_qorvex(2.0)));
+    EXPECT_EQ(qcos::omGetPropertyShared(*circle, "Sides")->getDouble(0), 1.0);
+    EXPECT_EQ(qcos::omGetPropertyShared(*copy, "Sides")->getDouble(0), 2.0);
+    EXPECT_EQ(qcos::omGetConstantPropertyShared("test.qcos.Circle", "Unit")->getString(), u"cm");
 }
 
 TEST(Qcos, FailedCallsKeepTheirErrorForTheCaller) {
     defineShapes();
-    auto const circle = qcos::omCreateQCOSScalar(qcos::omCreateObject("test.qcos.Circle"));
+    auto const circle = scalarOf("test.qcos.Circle");
     qxArray const* inputs[] = {circle.get()};
-    qxArrayPtr out[1];
-
+    qxArrayPtr out[2];
     EXPECT_FALSE(qcos::omCallMethod(qcos::COSGetPublicClient(), "analyze", 1, out, 1, inputs));
     auto const undefined =
         thrown<HostError>([] { computils::qcos::throwErrorCallingQorvexException("Shape.analyze"); });
@@ -117,28 +151,39 @@ TEST(Qcos, FailedCallsKeepTheirErrorForTheCaller) {
     EXPECT_EQ(undefined->context(), "Shape.analyze");
     EXPECT_NE(std::string(undefined->what()).find("test.qcos.Circle"), std::string::npos);
 
-    // Private methods are closed to the public client only.
-    EXPECT_FALSE(qcos::omCallMethod(qcos::COSGetPublicClient(), "secret", 1, out, 1, inputs));
-    EXPECT_EQ(hostErrorIdentifier([] { computils::qcos::throwErrorCallingQorvexException("x"); }),
-              "qcos:method:noAccess");
+    // Private methods are closed to the public client only; no method gives more outputs than it has.
+    auto const publicCall = [&](std::string_view method, int outputCount) {
+        return keptError(qcos::omCallMethod(qcos::COSGetPublicClient(), method, outputCount, out, 1, inputs));
+    };
+    EXPECT_EQ(publicCall("secret", 1), "qcos:method:noAccess");
     EXPECT_TRUE(qcos::omCallMethod(qcos::COSGetInternalClient(), "secret", 1, out, 1, inputs));
     EXPECT_TRUE(out[0]->isEmpty());
+    EXPECT_EQ(publicCall("describe", 2), "qcos:method:tooManyOutputs");
 
-    // Asking for more outputs than a method gives.
-    qxArrayPtr two[2];
-    EXPECT_FALSE(qcos::omCallMethod(qcos::COSGetPublicClient(), "describe", 2, two, 1, inputs));
-    EXPECT_EQ(hostErrorIdentifier([] { computils::qcos::throwErrorCallingQorvexException("x"); }),
-              "qcos:method:tooManyOutputs");
-
-    // A native exception thrown by a method is reported, with its text, as a host error.
+    // A native exception thrown by a method is reported, with its text, as a host error; a
+    // host error rethrown for a caller keeps its host-language stack.
     qcos::ScriptClassBuilder("test.qcos.Failing")
         .method("run", [](auto, int) -> std::vector<qxArrayPtr> { throw std::out_of_range("index 7"); })
+        .method("rethrow",
+                [](auto, int) -> std::vector<qxArrayPtr> {
+                    HostError error("user:failed", "it failed");
+                    error.addFrame({"Thrower.qx", "Thrower.run", 12, 5});
+                    error.addFrame({"caller.qx", "caller", 3, 1});
+                    throw error;
+                })
         .define();
-    auto const failing = qcos::omCreateQCOSScalar(qcos::omCreateObject("test.qcos.Failing"));
+    auto const failing = scalarOf("test.qcos.Failing");
     auto const native = thrown<HostError>([&] { callMethod("run", {failing.get()}); });
     ASSERT_TRUE(native);
     EXPECT_EQ(native->identifier(), "qcos:call:nativeError");
     EXPECT_STREQ(native->what(), "index 7");
+    auto const error = thrown<HostError>([&] { callMethod("rethrow", {failing.get()}); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->identifier(), "user:failed");
+    EXPECT_EQ(error->context(), "rethrow");
+    ASSERT_EQ(error->stack().size(), 2u);
+    EXPECT_EQ(error->location(), "Thrower.qx:12:5");
+    EXPECT_EQ(error->stack()[1].function, "caller");
 }
 
 TEST(Qcos, TypedSignaturesChooseAnOverloadAndRejectWrongTypes) {
@@ -155,120 +200,69 @@ TEST(Qcos, TypedSignaturesChooseAnOverloadAndRejectWrongTypes) {
                      [](auto, int) { return outputs(matrix::to_qorvex(3.0)); });  // breaks its signature
     info->addMethod(std::move(add));
     qcos::QcosMethod constructor("Counter", qcos::MethodAttributes{true, qcos::Access::Public});
-    constructor.addSignature(qcos::createSignatureImpl({"test.qcos.typed.Counter"}, {"double scalar"}), [](auto, int) {
-        return outputs(qcos::omCreateQCOSScalar(qcos::omCreateObject("test.qcos.typed.Counter")));
-    });
+    constructor.addSignature(qcos::createSignatureImpl({"test.qcos.typed.Counter"}, {"double scalar"}),
+                             [](auto, int) { return outputs(scalarOf("test.qcos.typed.Counter")); });
     info->addMethod(std::move(constructor));
     EXPECT_THROW(qcos::QcosMethod("m").addSignature(qcos::createUntypedSignature(), {}), std::invalid_argument);
     qcos::omGetInnerNamespace(qcos::omGetInnerNamespace(qcos::omGetNamespace("test"), "qcos"), "typed").addClass(info);
-    EXPECT_EQ(hostErrorIdentifier([&] { info->addMethod(qcos::QcosMethod("late")); }), "qcos:class:frozen");
 
-    auto const counter = qcos::omCreateQCOSScalar(qcos::omCreateObject("test.qcos.typed.Counter"));
+    auto const counter = scalarOf("test.qcos.typed.Counter");
+    auto const callAdd = [&](auto const&... arguments) {
+        return callMethod("add", {counter.get(), arguments.get()...});
+    };
     auto const number = matrix::to_qorvex(4.0);
-    auto const text = matrix::to_qorvex(std::u16string_view(u"abc"));
     auto const flag = matrix::to_qorvex(true);
-    EXPECT_EQ(callMethod("add", {counter.get(), number.get()})->getDouble(0), 5.0);
-    EXPECT_EQ(callMethod("add", {counter.get(), text.get()})->getDouble(0), 3.0);
-    EXPECT_EQ(hostErrorIdentifier([&] {
-                  callMethod("add", {counter.get(), flag.get()});
-              }),
-              "qcos:method:wrongArgumentType");
-    EXPECT_EQ(hostErrorIdentifier([&] { callMethod("add", {counter.get()}); }), "qcos:method:wrongArgumentCount");
-    EXPECT_EQ(hostErrorIdentifier([&] {
-                  callMethod("add", {counter.get(), number.get(), number.get()});
-              }),
-              "qcos:method:wrongOutputType");
+    EXPECT_EQ(callAdd(number)->getDouble(0), 5.0);
+    EXPECT_EQ(callAdd(matrix::to_qorvex(std::u16string_view(u"abc")))->getDouble(0), 3.0);
+    expectErrors({
+        {[&] { info->addMethod(qcos::QcosMethod("late")); }, "qcos:class:frozen"},
+        {[&] { callAdd(flag); }, "qcos:method:wrongArgumentType"},
+        {[&] { callAdd(); }, "qcos:method:wrongArgumentCount"},
+        {[&] { callAdd(number, number); }, "qcos:method:wrongOutputType"},
+    });
 
     // The constructor is the static method named after the class.
     qxArrayPtr made[1];
     qxArray const* constructorInputs[] = {number.get()};
-    ASSERT_TRUE(qcos::omCallStaticMethod(qcos::COSGetPublicClient(), "test.qcos.typed.Counter", "Counter", 1, made, 1,
-                                         constructorInputs));
+    auto const callStatic = [&](std::string_view method) {
+        return keptError(qcos::omCallStaticMethod(qcos::COSGetPublicClient(), "test.qcos.typed.Counter", method, 1,
+                                                  made, 1, constructorInputs));
+    };
+    ASSERT_EQ(callStatic("Counter"), "succeeded");
     EXPECT_EQ(made[0]->getClassName(), "test.qcos.typed.Counter");
-    EXPECT_FALSE(qcos::omCallStaticMethod(qcos::COSGetPublicClient(), "test.qcos.typed.Counter", "add", 1, made, 1,
-                                          constructorInputs));
-    EXPECT_EQ(hostErrorIdentifier([] { computils::qcos::throwErrorCallingQorvexException("x"); }),
-              "qcos:method:undefined");
+    EXPECT_EQ(callStatic("add"), "qcos:method:undefined");
 }
 
 TEST(Qcos, NamespacesRejectDuplicatesAndForeignClasses) {
     auto& space = qcos::omGetInnerNamespace(qcos::omGetNamespace("test"), "ns");
     EXPECT_EQ(&space, &qcos::omGetInnerNamespace(qcos::omGetNamespace("test"), "ns"));
     EXPECT_EQ(space.getQualifiedName(), "test.ns");
-    space.addClass(std::make_shared<qcos::COSClassInfo>("test.ns.Once"));
-    EXPECT_EQ(hostErrorIdentifier([&] { space.addClass(std::make_shared<qcos::COSClassInfo>("test.ns.Once")); }),
-              "qcos:namespace:duplicateClass");
-    EXPECT_EQ(
-        hostErrorIdentifier([&] { space.addClass(std::make_shared<qcos::COSClassInfo>("test.other.Elsewhere")); }),
-        "qcos:namespace:wrongNamespace");
-    EXPECT_EQ(hostErrorIdentifier([&] { space.addClass(std::make_shared<qcos::COSClassInfo>("test.ns.inner.Deep")); }),
-              "qcos:namespace:wrongNamespace");
-    EXPECT_EQ(hostErrorIdentifier([] { qcos::omGetNamespace("not valid"); }), "qcos:namespace:invalidName");
+    auto const addClass = [&](std::string name) { space.addClass(std::make_shared<qcos::COSClassInfo>(name)); };
+    addClass("test.ns.Once");
     EXPECT_EQ(qcos::omFindClass("test.ns.Once")->getName(), "Once");
-    EXPECT_EQ(hostErrorIdentifier([] { qcos::omCreateObject("test.ns.Missing"); }), "qcos:class:undefined");
 
     // Class files at the top of a folder define classes outside every namespace.
     qcos::ScriptClassBuilder("QcosTestTopLevel").superclass("handle").define();
     EXPECT_EQ(qcos::omFindClass("QcosTestTopLevel")->getName(), "QcosTestTopLevel");
     EXPECT_TRUE(qcos::omIsA("QcosTestTopLevel", "handle"));
-    EXPECT_EQ(hostErrorIdentifier([] { qcos::ScriptClassBuilder("QcosTestTopLevel").define(); }),
-              "qcos:namespace:duplicateClass");
-    EXPECT_EQ(hostErrorIdentifier([] { qcos::ScriptClassBuilder("test..Gap").define(); }), "qcos:class:invalidName");
+    expectErrors({
+        {[&] { addClass("test.ns.Once"); }, "qcos:namespace:duplicateClass"},
+        {[&] { addClass("test.other.Elsewhere"); }, "qcos:namespace:wrongNamespace"},
+        {[&] { addClass("test.ns.inner.Deep"); }, "qcos:namespace:wrongNamespace"},
+        {[] { qcos::omGetNamespace("not valid"); }, "qcos:namespace:invalidName"},
+        {[] { qcos::omCreateObject("test.ns.Missing"); }, "qcos:class:undefined"},
+        {[] { qcos::ScriptClassBuilder("QcosTestTopLevel").define(); }, "qcos:namespace:duplicateClass"},
+        {[] { qcos::ScriptClassBuilder("test..Gap").define(); }, "qcos:class:invalidName"},
+    });
 }
 
-TEST(Qcos, SuperclassImplementationsAndValueCopies) {
-    defineShapes();
-    auto const circle = qcos::omCreateQCOSScalar(qcos::omCreateObject("test.qcos.Circle"));
-    qxArray const* inputs[] = {circle.get()};
-    qxArrayPtr out[1];
-    // The superclass's own implementation, not the override of the object's class.
-    ASSERT_TRUE(
-        qcos::omCallMethodOfClass(qcos::COSGetPublicClient(), "test.qcos.Shape", "describe", 1, out, 1, inputs));
-    EXPECT_EQ(out[0]->getString(), u"shape");
-    auto const shape = qcos::omCreateQCOSScalar(qcos::omCreateObject("test.qcos.Shape"));
-    qxArray const* shapeInputs[] = {shape.get()};
-    EXPECT_FALSE(
-        qcos::omCallMethodOfClass(qcos::COSGetPublicClient(), "test.qcos.Circle", "describe", 1, out, 1, shapeInputs));
-    EXPECT_EQ(hostErrorIdentifier([] { computils::qcos::throwErrorCallingQorvexException("x"); }),
-              "qcos:method:notSubclass");
-
-    // A copied object starts with the original's values and then goes its own way.
-    auto const original = qcos::omCreateObject("test.qcos.Circle");
-    qcos::omSetProperty(*original, "Sides", matrix::to_qorvex(1.0));
-    auto const copy = qcos::omCopyObject(*original);
-    qcos::omSetPropertyShared(*copy, "Sides", qxArray::share(matrix::to_qorvex(2.0)));
-    EXPECT_EQ(qcos::omGetPropertyShared(*original, "Sides")->getDouble(0), 1.0);
-    EXPECT_EQ(qcos::omGetPropertyShared(*copy, "Sides")->getDouble(0), 2.0);
-    EXPECT_EQ(qcos::omGetConstantPropertyShared("test.qcos.Circle", "Unit")->getString(), u"cm");
-}
-
-TEST(Qcos, ErrorsRethrownForACallerKeepTheirHostLanguageStack) {
-    qcos::ScriptClassBuilder("test.qcos.Thrower")
-        .method("run",
-                [](auto, int) -> std::vector<qxArrayPtr> {
-                    HostError error("user:failed", "it failed");
-                    error.addFrame({"Thrower.qx", "Thrower.run", 12, 5});
-                    error.addFrame({"caller.qx", "caller", 3, 1});
-                    throw error;
-                })
-        .define();
-    auto const thrower = qcos::omCreateQCOSScalar(qcos::omCreateObject("test.qcos.Thrower"));
-    auto const error = thrown<HostError>([&] { callMethod("run", {thrower.get()}); });
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->identifier(), "user:failed");
-    EXPECT_EQ(error->context(), "run");
-    ASSERT_EQ(error->stack().size(), 2u);
-    EXPECT_EQ(error->location(), "Thrower.qx:12:5");
-    EXPECT_EQ(error->stack()[1].function, "caller");
-}
-
-TEST(Qcos, NativeObjectLivesExactlyAsLongAsItsLastOwner) {
+TEST(Qcos, NativeObjectsLiveAsLongAsTheirLastOwnerAndAreAnnouncedOnce) {
     std::atomic<int> destroyed{0};
     auto native = std::make_shared<Probe>(destroyed);
     Probe const* const address = native.get();
     EXPECT_EQ(hostErrorIdentifier([&] { qcos::factory::full::acquireReference(native); }), "qcos:binding:notAnnounced");
 
-    qcos::factory::basic::BindingRegistry::announce(native, qcos::internal::makeInterned("test.qcos.Probe"));
+    Registry::announce(native, qcos::internal::makeInterned("test.qcos.Probe"));
     EXPECT_TRUE(native->isPublished());
     COSInterfacePtr object = qcos::factory::full::acquireReference(native);
     EXPECT_EQ(object->getClassName(), "test.qcos.Probe");
@@ -285,31 +279,29 @@ TEST(Qcos, NativeObjectLivesExactlyAsLongAsItsLastOwner) {
     object.reset();
     scalar.reset();
     EXPECT_EQ(destroyed, 0);
-    EXPECT_EQ(qcos::factory::basic::BindingRegistry::announcedClassOf(address), "test.qcos.Probe");
+    EXPECT_EQ(Registry::announcedClassOf(address), "test.qcos.Probe");
     copy.reset();  // the last host reference
     EXPECT_EQ(destroyed, 1);
-    EXPECT_FALSE(qcos::factory::basic::BindingRegistry::announcedClassOf(address).has_value());
-}
+    EXPECT_FALSE(Registry::announcedClassOf(address).has_value());
 
-TEST(Qcos, BindingRegistryAnnouncementsAndSelfChecks) {
-    std::atomic<int> destroyed{0};
-    auto native = std::make_shared<Probe>(destroyed);
-    qcos::factory::basic::BindingRegistry::announceForConstructor(native, "test.qcos.Probe");
-    qcos::factory::basic::BindingRegistry::announceForConstructor(native, "test.qcos.Renamed");
-    EXPECT_EQ(qcos::factory::basic::BindingRegistry::announcedClassOf(native.get()), "test.qcos.Probe");
-    qcos::factory::basic::BindingRegistry::announce(native, "test.qcos.Renamed");
-    EXPECT_EQ(qcos::factory::basic::BindingRegistry::announcedClassOf(native.get()), "test.qcos.Renamed");
+    // A constructor's announcement yields to the first one and to a plain announcement.
+    auto other = std::make_shared<Probe>(destroyed);
+    Registry::announceForConstructor(other, "test.qcos.Probe");
+    Registry::announceForConstructor(other, "test.qcos.Renamed");
+    EXPECT_EQ(Registry::announcedClassOf(other.get()), "test.qcos.Probe");
+    Registry::announce(other, "test.qcos.Renamed");
+    EXPECT_EQ(Registry::announcedClassOf(other.get()), "test.qcos.Renamed");
     EXPECT_EQ(qcos::internal::makeInterned("x.Y"), qcos::internal::makeInterned(std::string("x.") + "Y"));
+    other.reset();
+    EXPECT_EQ(destroyed, 2);
 
     // Script objects wrap nothing native: the self check rejects them.
     defineShapes();
     auto const shape = qcos::omCreateObject("test.qcos.Shape");
-    EXPECT_EQ(hostErrorIdentifier([&] { qcos::factory::impl::validateSelfPointer(*shape); }),
-              "qcos:binding:invalidSelf");
-    EXPECT_EQ(hostErrorIdentifier([] { qcos::factory::basic::BindingRegistry::announce(nullptr, "x.Y"); }),
-              "qcos:binding:nullObject");
-    native.reset();
-    EXPECT_EQ(destroyed, 1);
+    expectErrors({
+        {[&] { qcos::factory::impl::validateSelfPointer(*shape); }, "qcos:binding:invalidSelf"},
+        {[] { Registry::announce(nullptr, "x.Y"); }, "qcos:binding:nullObject"},
+    });
 }
 
 TEST(Qcos, EnumerationMembersAndObjectArrayAccess) {
@@ -318,20 +310,20 @@ TEST(Qcos, EnumerationMembersAndObjectArrayAccess) {
     info->addMember("Low", Level::Low);
     info->addMember("High", Level::High);
     qcos::omGetInnerNamespace(qcos::omGetNamespace("test"), "qcos").addClass(info);
-
-    auto const high = qcos::omGetConstantProperty("test.qcos.Level", "High");
-    EXPECT_EQ(qcos::cosiGetArrayElement(*high, 0)->getEnumerationValue(), 5);
-    EXPECT_EQ(hostErrorIdentifier([] { qcos::omCreateEnumeration("test.qcos.Level", 3); }),
-              "qcos:enumeration:noSuchMember");
-    EXPECT_EQ(hostErrorIdentifier([] { qcos::omCreateObject("test.qcos.Level"); }), "qcos:object:notConstructible");
+    EXPECT_EQ(
+        qcos::cosiGetArrayElement(*qcos::omGetConstantProperty("test.qcos.Level", "High"), 0)->getEnumerationValue(),
+        5);
 
     auto const slots = qcos::omCreateQCOSMatrix(2, 1, "test.qcos.Level");
-    EXPECT_EQ(hostErrorIdentifier([&] { qcos::omGetArrayElement(*slots, 1); }), "qcos:array:emptySlot");
-    EXPECT_EQ(hostErrorIdentifier([&] { qcos::omGetArrayElement(*slots, 2); }), "qx:array:indexOutOfRange");
     auto const numbers = qxArray::createDouble({1, 1});
-    EXPECT_EQ(hostErrorIdentifier([&] { qcos::omGetArrayElement(*numbers, 0); }), "qcos:array:notObjectArray");
-    EXPECT_EQ(hostErrorIdentifier([&] { computils::qcos::validateType(*numbers, "test.qcos.Level"); }),
-              "qcos:type:wrongClass");
+    expectErrors({
+        {[] { qcos::omCreateEnumeration("test.qcos.Level", 3); }, "qcos:enumeration:noSuchMember"},
+        {[] { qcos::omCreateObject("test.qcos.Level"); }, "qcos:object:notConstructible"},
+        {[&] { qcos::omGetArrayElement(*slots, 1); }, "qcos:array:emptySlot"},
+        {[&] { qcos::omGetArrayElement(*slots, 2); }, "qx:array:indexOutOfRange"},
+        {[&] { qcos::omGetArrayElement(*numbers, 0); }, "qcos:array:notObjectArray"},
+        {[&] { computils::qcos::validateType(*numbers, "test.qcos.Level"); }, "qcos:type:wrongClass"},
+    });
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ boost::future<R> post(qvm::QVM& vm, std::function<R()> work, RunOptions const& o
 // "test.vm.Config.Settings" is a settings object with "Depth" and a "Child"
 // object whose "Name" is "leaf".
 void defineConfig() {
-    static bool const defined = [] {
+    [[maybe_unused]] static bool const defined = [] {
         qcos::ScriptClassBuilder("test.vm.Settings")
             .property("Depth", matrix::to_qorvex(3.0))
             .property("Child", qxArray::createEmpty())
@@ -46,7 +46,6 @@ void defineConfig() {
             .define();
         return true;
     }();
-    (void)defined;
 }
 
 std::vector<qxArrayPtr> evalOn(qvm::QVM& vm, std::u16string_view expression, int outputCount = 1) {
@@ -132,12 +131,9 @@ TEST(HostVm, FuturesCarryTheExactExceptionAcrossThreads) {
 }
 
 TEST(HostVm, TheReaderOwnsTheExceptionItReads) {
-    // The command thread lets go of a request (its options, then its
-    // procedure) after it has run. A sink that is slow to destroy holds it
-    // there while this thread reads the exception: the reader must be its
-    // last owner, or the thread sanitizer sees the command thread delete an
-    // exception whose message this thread has read. The exception's type is
-    // one the runtime does not know.
+    // The command thread lets go of a request (its options, then its procedure) after it has run; a sink slow
+    // to destroy holds it there while this thread reads an exception of a type the runtime does not know. The
+    // reader must be its last owner, or the thread sanitizer sees the command thread delete what was read.
     struct SlowToLetGo : std::basic_streambuf<char16_t> {
         ~SlowToLetGo() override { std::this_thread::sleep_for(std::chrono::milliseconds(2)); }
     };
@@ -154,9 +150,7 @@ TEST(HostVm, TheReaderOwnsTheExceptionItReads) {
             sink.reset();
             failing.get();
         } catch (Unknown const& e) {
-            // The future is gone by now: only the exception links this thread
-            // to the request.
-            message = e.what();
+            message = e.what();  // the future is gone: only the exception links this thread to the request
         }
         ASSERT_EQ(message, "failure " + std::to_string(i));
     }
@@ -261,14 +255,13 @@ TEST(HostVm, HostTextGoesToTheSinksOfTheRequest) {
     auto output = std::make_shared<std::basic_stringbuf<char16_t>>();
     auto error = std::make_shared<std::basic_stringbuf<char16_t>>();
     RunOptions const options(output, error, {true, false}, {false, true});
-    auto iip = std::make_shared<PackagedTaskIIP<void>>(
+    post<void>(
+        *vm,
         [] {
             qvm::print(u"hello");
             qvm::warning(u"careful");
         },
-        "print");
-    vm->getCmdDistributor()
-        ->enqueueWithFuture(std::make_shared<Request<void>>(qvm::detail::createID(), iip), options)
+        options)
         .get();
     EXPECT_EQ(output->str(), u"hello");
     EXPECT_EQ(error->str(), u"careful");

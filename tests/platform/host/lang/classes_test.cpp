@@ -27,6 +27,27 @@ void loadLibrary() {
     qvm::loadLibrary("libdepattr.so");
 }
 
+// An object of the analyzer class file `name`.
+qxArrayPtr makeAnalyzer(char const* name) {
+    qlang::defineClass(name);
+    return std::move(qlang::callFunction(name, {}, 1).at(0));
+}
+
+// Runs the analyzer object over `graph`; the attributes it found, as "node:attribute".
+std::vector<std::u16string> analyze(std::shared_ptr<dependency::graph::Graph const> const& graph,
+                                    qxArray const& analyzer) {
+    auto const vm = qvm::Factory::getCurrentLocalQVM();
+    auto const result =
+        dependency::attribute::analyzeGraph(graph, dependency::attribute::fromAttributeAnalyzerQxArray(analyzer, vm));
+    std::vector<std::u16string> found;
+    for (auto const& node : graph->getNodes()) {
+        for (auto const& attribute : result->getAttributes(node)) {
+            found.push_back(node->getID() + u":" + attribute->getID());
+        }
+    }
+    return found;
+}
+
 TEST(LangClasses, PropertiesMethodsAndStaticMembers) {
     CodeFolder folder;
     folder.write("LcTally.qx", R"(classdef LcTally < handle
@@ -185,6 +206,8 @@ end
     expectErrors({{"h = LcHolder(); x = h.Secret;", "qlang:property:access", "cannot be read here", ""}});
 }
 
+// Abstract and heterogeneous superclasses, superclass members called with @,
+// and superclass constructors that run first when not called.
 TEST(LangClasses, InheritanceFromClassFiles) {
     CodeFolder folder;
     folder.write("LcShape.qx", R"(classdef (Abstract) LcShape < qorvex.mixin.Heterogeneous
@@ -226,28 +249,6 @@ end
     end
 end
 )");
-    expectValues({
-        {"s = LcSquare(3); x = s.describe();", "x", "'square of area 9'"},
-        {"c = LcCircle(); x = describe(c);", "x", "'shape of area 3'"},
-        {"x = isa(LcSquare(), 'LcShape');", "x", "true"},
-        // Objects of sibling classes share a heterogeneous array of their common superclass.
-        {"a = [LcSquare(2), LcCircle()]; x = {class(a), numel(a), a(1).area(), a(2).area()};", "x",
-         "{'LcShape',2,4,3}"},
-        {"a = LcSquare.empty(); a(1) = LcSquare(1); a(2) = LcCircle(); x = class(a);", "x", "'LcShape'"},
-        {"a = [LcSquare(2), LcSquare(3)]; x = [a.Side];", "x", "[2 3]"},
-        // An object of an unrelated class is refused and the array stays as it was.
-        {"a = LcSquare(2); try, a(end+1) = containers.Map(); catch, end; x = {numel(a), class(a)};", "x",
-         "{1,'LcSquare'}"},
-        {"a = [LcSquare(2), LcSquare(3)]; total = 0; for s = a, total = total + s.area(); end, x = total;", "x", "13"},
-    });
-    expectErrors({
-        {"s = LcShape();", "qlang:class:abstract", "abstract class 'LcShape'", "1:1"},
-        {"x = [LcSquare(), 5];", "qlang:concatenate:mixedClasses", "cannot be concatenated", ""},
-    });
-}
-
-TEST(LangClasses, SuperclassMembersAreCalledWithAt) {
-    CodeFolder folder;
     folder.write("LcBase.qx", R"(classdef LcBase < handle
     properties
         Log = {}
@@ -274,14 +275,6 @@ end
     end
 end
 )");
-    expectValues({
-        {"d = LcDerived(); x = d.Log;", "x", "{'base from derived','derived'}"},
-        {"d = LcDerived(); x = d.greet('you');", "x", "'hello you!'"},
-    });
-}
-
-TEST(LangClasses, ImplicitSuperclassConstructorsRunFirst) {
-    CodeFolder folder;
     folder.write("LcParent.qx",
                  "classdef LcParent < handle\n    properties\n        Trace = ''\n    end\n"
                  "    methods\n        function obj = LcParent()\n            obj.Trace = [obj.Trace 'P'];\n"
@@ -291,8 +284,26 @@ TEST(LangClasses, ImplicitSuperclassConstructorsRunFirst) {
                  "            obj.Trace = [obj.Trace 'C'];\n        end\n    end\nend\n");
     folder.write("LcGrandchild.qx", "classdef LcGrandchild < LcChild\nend\n");
     expectValues({
+        {"s = LcSquare(3); x = s.describe();", "x", "'square of area 9'"},
+        {"c = LcCircle(); x = describe(c);", "x", "'shape of area 3'"},
+        {"x = isa(LcSquare(), 'LcShape');", "x", "true"},
+        // Objects of sibling classes share a heterogeneous array of their common superclass.
+        {"a = [LcSquare(2), LcCircle()]; x = {class(a), numel(a), a(1).area(), a(2).area()};", "x",
+         "{'LcShape',2,4,3}"},
+        {"a = LcSquare.empty(); a(1) = LcSquare(1); a(2) = LcCircle(); x = class(a);", "x", "'LcShape'"},
+        {"a = [LcSquare(2), LcSquare(3)]; x = [a.Side];", "x", "[2 3]"},
+        // An object of an unrelated class is refused and the array stays as it was.
+        {"a = LcSquare(2); try, a(end+1) = containers.Map(); catch, end; x = {numel(a), class(a)};", "x",
+         "{1,'LcSquare'}"},
+        {"a = [LcSquare(2), LcSquare(3)]; total = 0; for s = a, total = total + s.area(); end, x = total;", "x", "13"},
+        {"d = LcDerived(); x = d.Log;", "x", "{'base from derived','derived'}"},
+        {"d = LcDerived(); x = d.greet('you');", "x", "'hello you!'"},
         {"x = LcChild().Trace;", "x", "'PC'"},
         {"g = LcGrandchild(); x = g.Trace;", "x", "'PC'"},
+    });
+    expectErrors({
+        {"s = LcShape();", "qlang:class:abstract", "abstract class 'LcShape'", "1:1"},
+        {"x = [LcSquare(), 5];", "qlang:concatenate:mixedClasses", "cannot be concatenated", ""},
     });
 }
 
@@ -330,6 +341,8 @@ TEST(LangClasses, ClassFileErrorsNameTheFile) {
 
 TEST(LangClasses, LibraryClassesAndGateways) {
     loadLibrary();
+    CodeFolder folder;
+    folder.write("LcFixLog.qx", "classdef LcFixLog < handle\n    properties\n        Fixed = false\n    end\nend\n");
     expectValues({
         {"s = dependencies.internal.attribute.Severity.Warning; x = char(s);", "x", "'Warning'"},
         {"s = dependencies.internal.attribute.Severity.Problem; "
@@ -342,16 +355,13 @@ TEST(LangClasses, LibraryClassesAndGateways) {
         {"a = createMissingFileAnalyzer(); x = class(a);", "x", "'dependencies.internal.attribute.AttributeAnalyzer'"},
         {"x = dependencies.internal.attribute.Attribute.empty(1, 0);", "x",
          "<1x0 dependencies.internal.attribute.Attribute>"},
+        // A fix is a function handle; applyFix runs it.
+        {"log = LcFixLog(); id = dependencies.internal.attribute.AttributeIdentity('I', 'N', "
+         "dependencies.internal.attribute.Severity.Warning); a = createAttribute(id, @() markFixed(log)); "
+         "before = log.Fixed; a.applyFix(); x = [before, a.hasFix(), log.Fixed];\n"
+         "function markFixed(log)\n    log.Fixed = true;\nend\n",
+         "x", "[false true true]"},
     });
-    // A fix is a function handle; applyFix runs it.
-    CodeFolder folder;
-    folder.write("LcFixLog.qx", "classdef LcFixLog < handle\n    properties\n        Fixed = false\n    end\nend\n");
-    expectValues(
-        {{"log = LcFixLog(); id = dependencies.internal.attribute.AttributeIdentity('I', 'N', "
-          "dependencies.internal.attribute.Severity.Warning); a = createAttribute(id, @() markFixed(log)); "
-          "before = log.Fixed; a.applyFix(); x = [before, a.hasFix(), log.Fixed];\n"
-          "function markFixed(log)\n    log.Fixed = true;\nend\n",
-          "x", "[false true true]"}});
     expectErrors({
         {"a = createAttribute(5);", "qcos:type:wrongClass", "AttributeIdentity", "1:1"},
         {"a = createMissingFileAnalyzer(1);", "qorvex:maxrhs", "Too many input arguments", ""},
@@ -383,25 +393,8 @@ end
     missing.resolved = false;
     builder.addNode(std::move(missing));
     auto const graph = builder.build();
-
-    qlang::defineClass("LcUnresolved");
-    auto const analyzerObject = std::move(qlang::callFunction("LcUnresolved", {}, 1).at(0));
-    auto const vm = qvm::Factory::getCurrentLocalQVM();
-    auto const analyzers = dependency::attribute::fromAttributeAnalyzerQxArray(*analyzerObject, vm);
-    ASSERT_EQ(analyzers.size(), 1u);
-    auto const result = dependency::attribute::analyzeGraph(graph, analyzers);
-    std::vector<std::u16string> found;
-    for (auto const& node : graph->getNodes()) {
-        for (auto const& attribute : result->getAttributes(node)) {
-            found.push_back(node->getID() + u":" + attribute->getID());
-        }
-    }
-    EXPECT_EQ(found, (std::vector<std::u16string>{u"gone:Unresolved"}));
+    EXPECT_EQ(analyze(graph, *makeAnalyzer("LcUnresolved")), (std::vector<std::u16string>{u"gone:Unresolved"}));
 }
-
-}  // namespace
-
-namespace {
 
 // Only the gateways the library declares are callable by name: functions of
 // the C library the library links to are unknown names, from code and
@@ -417,12 +410,12 @@ TEST(LangClasses, OnlyDeclaredGatewaysAreCallableByName) {
         EXPECT_EQ(direct->identifier(), "qlang:undefined");
         EXPECT_NE(std::string(direct->what()).find(name), std::string::npos) << direct->what();
         EXPECT_EQ(direct->location(), "case.qx:2:1");
-        auto const viaFeval = errorOf(std::string("y = feval('") + name + "', 3);");
-        ASSERT_TRUE(viaFeval);
-        EXPECT_EQ(viaFeval->identifier(), "qlang:undefined");
-        auto const viaHandle = errorOf(std::string("f = str2func('") + name + "'); y = f(3);");
-        ASSERT_TRUE(viaHandle);
-        EXPECT_EQ(viaHandle->identifier(), "qlang:undefined");
+        for (auto const& code :
+             {std::string("y = feval('") + name + "', 3);", std::string("f = str2func('") + name + "'); y = f(3);"}) {
+            auto const error = errorOf(code);
+            ASSERT_TRUE(error) << code;
+            EXPECT_EQ(error->identifier(), "qlang:undefined") << code;
+        }
     }
     // The names of the C library that are also built-ins run the built-in.
     expectValues({
@@ -452,13 +445,8 @@ end
 )");
     dependency::graph::GraphBuilder builder;
     builder.addNode(u"here", dependency::graph::Type::FILE());
-    auto const graph = builder.build();
-    qlang::defineClass("LcCallsLibc");
-    auto const analyzerObject = std::move(qlang::callFunction("LcCallsLibc", {}, 1).at(0));
-    auto const vm = qvm::Factory::getCurrentLocalQVM();
-    auto const analyzers = dependency::attribute::fromAttributeAnalyzerQxArray(*analyzerObject, vm);
     try {
-        (void)dependency::attribute::analyzeGraph(graph, analyzers);
+        (void)analyze(builder.build(), *makeAnalyzer("LcCallsLibc"));
         ADD_FAILURE() << "no error";
     } catch (qcos::HostError const& error) {
         EXPECT_EQ(error.identifier(), "qlang:undefined");
@@ -470,30 +458,33 @@ end
     }
 }
 
-}  // namespace
-
-namespace {
-
 // An analyzer class without a usable analyze method is rejected when it is
 // defined, at the class or at the method, not when its first node runs.
 TEST(LangClasses, AnalyzerClassesNeedAnAnalyzeMethodTakingNodeAndGraph) {
     loadLibrary();
     CodeFolder folder;
-    auto const header = [](char const* name) {
-        return std::string("classdef ") + name + " < dependencies.internal.attribute.AttributeAnalyzer\n    methods\n";
+    struct Rejected {
+        char const* name;
+        char const* methods;
+        char const* location;
+        char const* messagePart;
     };
-    folder.write("LcNoAnalyze.qx", header("LcNoAnalyze") +
-                                       "        function r = other(obj)\n            r = 1;\n"
-                                       "        end\n    end\nend\n");
-    folder.write("LcTwoInputs.qx", header("LcTwoInputs") +
-                                       "        function a = analyze(obj, node)\n            a = [];\n"
-                                       "        end\n    end\nend\n");
-    folder.write("LcNoOutput.qx", header("LcNoOutput") +
-                                      "        function analyze(obj, node, graph)\n"
-                                      "        end\n    end\nend\n");
-    folder.write("LcFourInputs.qx", header("LcFourInputs") +
-                                        "        function a = analyze(obj, node, graph, extra)\n"
-                                        "            a = [];\n        end\n    end\nend\n");
+    std::initializer_list<Rejected> const rejections = {
+        {"LcNoAnalyze", "        function r = other(obj)\n            r = 1;\n", ":1:1",
+         "has no method 'analyze(obj, node, graph)'"},
+        {"LcTwoInputs", "        function a = analyze(obj, node)\n            a = [];\n", ":3:9",
+         "takes 2 inputs and returns 1 output"},
+        {"LcNoOutput", "        function analyze(obj, node, graph)\n", ":3:9", "takes 3 inputs and returns 0 outputs"},
+        {"LcFourInputs", "        function a = analyze(obj, node, graph, extra)\n            a = [];\n", ":3:9",
+         "takes 4 inputs"},
+    };
+    auto const writeAnalyzer = [&folder](std::string const& name, std::string const& methods) {
+        folder.write(name + ".qx", "classdef " + name + " < dependencies.internal.attribute.AttributeAnalyzer\n" +
+                                       "    methods\n" + methods + "        end\n    end\nend\n");
+    };
+    for (auto const& rejected : rejections) {
+        writeAnalyzer(rejected.name, rejected.methods);
+    }
     // Accepted: an abstract base without analyze, a subclass that inherits
     // analyze, ignored inputs and varargin.
     folder.write("LcAbstractBase.qx",
@@ -504,20 +495,8 @@ TEST(LangClasses, AnalyzerClassesNeedAnAnalyzeMethodTakingNodeAndGraph) {
                  "            a = dependencies.internal.attribute.Attribute.empty(1, 0);\n"
                  "        end\n    end\nend\n");
     folder.write("LcInherits.qx", "classdef LcInherits < LcFromBase\nend\n");
-    folder.write("LcVarargs.qx", header("LcVarargs") +
-                                     "        function varargout = analyze(obj, varargin)\n"
-                                     "            varargout = {1};\n        end\n    end\nend\n");
-    struct Rejected {
-        char const* name;
-        char const* location;
-        char const* messagePart;
-    };
-    for (auto const& rejected : std::initializer_list<Rejected>{
-             {"LcNoAnalyze", ":1:1", "has no method 'analyze(obj, node, graph)'"},
-             {"LcTwoInputs", ":3:9", "takes 2 inputs and returns 1 output"},
-             {"LcNoOutput", ":3:9", "takes 3 inputs and returns 0 outputs"},
-             {"LcFourInputs", ":3:9", "takes 4 inputs"},
-         }) {
+    writeAnalyzer("LcVarargs", "        function varargout = analyze(obj, varargin)\n            varargout = {1};\n");
+    for (auto const& rejected : rejections) {
         SCOPED_TRACE(rejected.name);
         try {
             qlang::defineClass(rejected.name);
@@ -532,10 +511,6 @@ TEST(LangClasses, AnalyzerClassesNeedAnAnalyzeMethodTakingNodeAndGraph) {
         EXPECT_NO_THROW(qlang::defineClass(accepted)) << accepted;
     }
 }
-
-}  // namespace
-
-namespace {
 
 // Graph and node objects have a stable identity: within one analysis the
 // analyzer gets the same graph object on every call and the same node object
@@ -603,19 +578,8 @@ end
     builder.addDependency(u"c", u"a", Type::CALL());
     builder.addDependency(u"alone", u"a", Type::CALL());
     auto const graph = builder.build();
-
-    qlang::defineClass("LcCycleWalk");
-    auto const analyzerObject = std::move(qlang::callFunction("LcCycleWalk", {}, 1).at(0));
-    auto const vm = qvm::Factory::getCurrentLocalQVM();
-    auto const analyzers = dependency::attribute::fromAttributeAnalyzerQxArray(*analyzerObject, vm);
-    auto const result = dependency::attribute::analyzeGraph(graph, analyzers);
-    std::vector<std::u16string> found;
-    for (auto const& node : graph->getNodes()) {
-        for (auto const& attribute : result->getAttributes(node)) {
-            found.push_back(node->getID() + u":" + attribute->getID());
-        }
-    }
-    EXPECT_EQ(found, (std::vector<std::u16string>{u"a:Reach", u"b:Reach", u"c:Reach"}));
+    auto const analyzerObject = makeAnalyzer("LcCycleWalk");
+    EXPECT_EQ(analyze(graph, *analyzerObject), (std::vector<std::u16string>{u"a:Reach", u"b:Reach", u"c:Reach"}));
     auto const* object = qcos::cosiGetArrayElement(*analyzerObject, 0);
     EXPECT_EQ(qlang::describe(*qcos::omGetProperty(*object, "CacheFills")), u"1");
     EXPECT_EQ(qlang::describe(*qcos::omGetProperty(*object, "Checks")),
@@ -632,13 +596,16 @@ end
     std::vector<std::shared_ptr<dependency::graph::Node>> const nodes(graph->getNodes().begin(),
                                                                       graph->getNodes().end());
     auto const nodeA = nodes.at(0);
-    auto const first = dependency::services::nodeObjectIn(*qcos::cosiGetArrayElement(*graphObject, 0), nodeA);
-    EXPECT_TRUE(first == dependency::services::nodeObjectIn(*qcos::cosiGetArrayElement(*graphObject, 0), nodeA));
+    auto const nodeObject = [&graphObject](auto const& node) {
+        return dependency::services::nodeObjectIn(*qcos::cosiGetArrayElement(*graphObject, 0), node);
+    };
+    auto const first = nodeObject(nodeA);
+    EXPECT_TRUE(first == nodeObject(nodeA));
     // Another graph's node of the same ID is another node: its own object, also kept.
     auto const foreignA = *other->getNodes().begin();
-    auto const foreign = dependency::services::nodeObjectIn(*qcos::cosiGetArrayElement(*graphObject, 0), foreignA);
+    auto const foreign = nodeObject(foreignA);
     EXPECT_FALSE(foreign == first);
-    EXPECT_TRUE(foreign == dependency::services::nodeObjectIn(*qcos::cosiGetArrayElement(*graphObject, 0), foreignA));
+    EXPECT_TRUE(foreign == nodeObject(foreignA));
     auto const cachedA = qcos::omCreateQCOSScalar(first);
     auto const freshA = qcos::omCreateQCOSScalar(dependency::services::toNodeObject(nodeA));
     auto const freshB = qcos::omCreateQCOSScalar(dependency::services::toNodeObject(nodes.at(1)));
