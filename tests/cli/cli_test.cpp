@@ -275,7 +275,8 @@ TEST(FingerprintTest, TheSameInEveryLanguageAndDifferentForEachPart) {
         reportEverywhere(graph, {warning, make(u"Odd", u"Odd file", Severity::Problem), fixable, warning});
     auto const fingerprints = [&](ReportSettings const& settings) {
         std::vector<std::uint64_t> each;
-        for (auto const& finding : makeReport(*graph, *result, settings).nodes.at(0).findings) {
+        auto const report = makeReport(*graph, *result, settings);
+        for (auto const& finding : report.nodes.at(0).findings) {
             each.push_back(finding.fingerprint);
         }
         return each;
