@@ -30,9 +30,9 @@ struct Entry {
     AttributeList list;
 };
 
-// The node objects of the entries, by address: a query with a stored node
-// object (the usual case: the report asks with the graph's own nodes) is
-// answered without comparing IDs. Open addressing in one flat array.
+// The node objects of the entries, by address, for a graph that computes its
+// nodes: a query with one of the objects the walk met is answered without
+// comparing IDs. Open addressing in one flat array.
 class EntryByAddress {
 public:
     void build(std::vector<Entry> const& entries) {
@@ -91,10 +91,9 @@ public:
 
     // `positions`, when given, holds each added entry's position in the
     // graph's stored nodes, and the graph yields each of them once.
-    void order(Graph const& graph, std::vector<std::uint32_t> const* positions) {
+    void order(std::shared_ptr<Graph const> const& graph, std::vector<std::uint32_t> const* positions) {
         if (positions != nullptr) {
-            auto const& idOrder = graph.positionsInIdOrder();
-            constexpr std::uint32_t none = std::numeric_limits<std::uint32_t>::max();
+            auto const& idOrder = graph->positionsInIdOrder();
             std::vector<std::uint32_t> entryAt(idOrder.size(), none);
             for (std::size_t i = 0; i < positions->size(); ++i) {
                 entryAt[(*positions)[i]] = static_cast<std::uint32_t>(i);
@@ -102,11 +101,17 @@ public:
             std::vector<Entry> sorted;
             sorted.reserve(entries_.size());
             for (auto const position : idOrder) {
-                if (auto const entry = entryAt[position]; entry != none) {
+                if (auto& entry = entryAt[position]; entry != none) {
                     sorted.push_back(std::move(entries_[entry]));
+                    entry = static_cast<std::uint32_t>(sorted.size() - 1);
                 }
             }
             entries_ = std::move(sorted);
+            // A stored node's entry is then found by its place in the graph:
+            // four bytes per node of the graph, against sixteen per slot of
+            // an index of node addresses.
+            graph_ = graph;
+            entryAtPlace_ = std::move(entryAt);
         } else {
             std::stable_sort(entries_.begin(), entries_.end(),
                              [](Entry const& a, Entry const& b) { return *a.node < *b.node; });
@@ -114,9 +119,9 @@ public:
             auto const last = std::unique(entries_.begin(), entries_.end(),
                                           [](Entry const& a, Entry const& b) { return !(*a.node < *b.node); });
             entries_.erase(last, entries_.end());
+            entries_.shrink_to_fit();
+            byAddress_.build(entries_);
         }
-        entries_.shrink_to_fit();
-        byAddress_.build(entries_);
     }
 
     AttributeList getAttributes(std::shared_ptr<Node> const& node) const override {
@@ -172,7 +177,12 @@ private:
         if (!node) {
             return nullptr;
         }
-        if (auto const at = byAddress_.find(node.get())) {
+        if (graph_ != nullptr) {
+            if (auto const place = graph_->placeOf(*node)) {
+                auto const at = entryAtPlace_[*place];
+                return at == none ? nullptr : &entries_[at];
+            }
+        } else if (auto const at = byAddress_.find(node.get())) {
             return &entries_[*at];
         }
         // Another object for a stored node: found by value.
@@ -181,7 +191,14 @@ private:
         return it != entries_.end() && !(*node < *it->node) ? &*it : nullptr;
     }
 
+    static constexpr std::uint32_t none = std::numeric_limits<std::uint32_t>::max();
+
     std::vector<Entry> entries_;  // ascending by node
+    // Where the walk was over the graph's stored nodes: the graph, and the
+    // entry of each of its places (none for a node without findings).
+    std::shared_ptr<Graph const> graph_;
+    std::vector<std::uint32_t> entryAtPlace_;
+    // Else: the entries' node objects by address.
     EntryByAddress byAddress_;
 };
 
@@ -220,7 +237,7 @@ std::shared_ptr<GraphAttributes> analyzeGraph(std::shared_ptr<Graph const> const
         }
         ++position;
     }
-    result->order(*graph, stored ? &positions : nullptr);
+    result->order(graph, stored ? &positions : nullptr);
     return result;
 }
 

@@ -227,8 +227,16 @@ TEST(GraphAttributesTest, AStoredGraphAndTheSameNodesYieldedByAViewGiveTheSameRe
         EXPECT_EQ(idsOf(stored->getNodesWith(*probe)), idsOf(viewed->getNodesWith(*probe)));
     }
     EXPECT_EQ(stored->getAllProblemIdentities().size(), 2u);
+    // The same IDs stored in another graph, in reverse order: its node objects
+    // stand at other places, and are found by value.
+    dependency::graph::GraphBuilder reversed;
+    std::map<std::u16string, std::shared_ptr<dependency::graph::Node>> elsewhere;
+    for (auto node = nodes.rbegin(); node != nodes.rend(); ++node) {
+        elsewhere[(*node)->getID()] = reversed.addNode((*node)->getID(), dependency::graph::Type::FILE());
+    }
+    ASSERT_EQ(reversed.build()->nodeCount(), nodes.size());
     for (auto const& node : nodes) {
-        for (auto const& asked : {node, makeNode(node->getID())}) {
+        for (auto const& asked : {node, makeNode(node->getID()), elsewhere.at(node->getID())}) {
             EXPECT_EQ(stored->getAttributes(asked), viewed->getAttributes(asked));
             EXPECT_EQ(stored->getAttributes(asked, Severity::Warning), viewed->getAttributes(asked, Severity::Warning));
         }
