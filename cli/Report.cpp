@@ -32,7 +32,16 @@ std::string displayNameOf(Node const& node) {
 }
 
 std::string NodeFindings::where() const {
-    return path.empty() ? toUtf8(node->getID()) : path;
+    return path.empty() ? toUtf8(node->getID()) : std::string(path);
+}
+
+std::string_view Report::keep(std::string_view text) {
+    if (text.empty()) {
+        return {};
+    }
+    auto* const kept = static_cast<char*>(texts_->allocate(text.size(), 1));
+    std::copy(text.begin(), text.end(), kept);
+    return {kept, text.size()};
 }
 
 std::size_t Report::count(Severity severity) const {
@@ -128,7 +137,7 @@ std::optional<std::pair<std::size_t, std::size_t>> lineAndColumn(std::string_vie
 
 // The places a node's properties record. Malformed entries are left out:
 // the properties come from outside when the graph is a file.
-std::vector<CodePlace> placesOf(dependency::graph::Node const& node, std::string const& shownPath,
+std::vector<CodePlace> placesOf(dependency::graph::Node const& node, std::string_view shownPath,
                                 std::filesystem::path const& placesFolder,
                                 std::function<std::string(std::u16string const&)> const& shown) {
     std::vector<CodePlace> places;
@@ -142,12 +151,12 @@ std::vector<CodePlace> placesOf(dependency::graph::Node const& node, std::string
     };
     if (auto const at = property(u"definedAt")) {
         if (auto const where = lineAndColumn(*at)) {
-            places.push_back({CodePlace::Role::Definition, shownPath, where->first, where->second, {}});
+            places.push_back({CodePlace::Role::Definition, std::string(shownPath), where->first, where->second, {}});
         }
     }
     if (auto const at = property(u"syntaxErrorAt")) {
         if (auto const where = lineAndColumn(*at)) {
-            places.push_back({CodePlace::Role::SyntaxError, shownPath, where->first, where->second,
+            places.push_back({CodePlace::Role::SyntaxError, std::string(shownPath), where->first, where->second,
                               property(u"syntaxErrorMessage").value_or("")});
         }
     }
@@ -363,7 +372,7 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
         if (attributes.empty()) {
             continue;
         }
-        NodeFindings entry{node, displayPath(node->getPath(), workingFolder, normalWorkingFolder), {}, {}};
+        NodeFindings entry{node, {}, {}, {}};
         // The path and the IDs as text only for the rules that read them.
         std::filesystem::path const nodePath(settings.filter != nullptr ? toUtf8(node->getPath()) : std::string());
         auto const ignoredHere = inlineIgnores(*node);
@@ -405,6 +414,7 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
             }
         }
         if (!entry.findings.empty()) {
+            entry.path = report.keep(displayPath(node->getPath(), workingFolder, normalWorkingFolder));
             entry.places = placesOf(*node, entry.path, settings.placesFolder, [&](std::u16string const& path) {
                 return displayPath(path, workingFolder, normalWorkingFolder);
             });

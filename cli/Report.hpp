@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <memory_resource>
 #include <ostream>
 #include <stdexcept>
 #include <string>
@@ -44,15 +45,42 @@ struct CodePlace {
     std::string detail;  // the parser's message, for a syntax error
 };
 
+// The code places of one node. Most nodes have none, and a large report has
+// a million entries: an empty list is one null pointer.
+class CodePlaces {
+public:
+    CodePlaces() = default;
+    CodePlaces(std::vector<CodePlace> places)  // NOLINT(google-explicit-constructor): a list of places is one
+        : places_(places.empty() ? nullptr : std::make_unique<std::vector<CodePlace>>(std::move(places))) {}
+    CodePlaces(CodePlaces const& other)
+        : places_(other.places_ ? std::make_unique<std::vector<CodePlace>>(*other.places_) : nullptr) {}
+    CodePlaces(CodePlaces&&) noexcept = default;
+    CodePlaces& operator=(CodePlaces other) noexcept {
+        places_ = std::move(other.places_);
+        return *this;
+    }
+    ~CodePlaces() = default;
+
+    bool empty() const noexcept { return places_ == nullptr; }
+    std::size_t size() const noexcept { return places_ ? places_->size() : 0; }
+    CodePlace const& operator[](std::size_t i) const { return (*places_)[i]; }
+    CodePlace const* begin() const noexcept { return places_ ? places_->data() : nullptr; }
+    CodePlace const* end() const noexcept { return places_ ? places_->data() + places_->size() : nullptr; }
+
+private:
+    std::unique_ptr<std::vector<CodePlace>> places_;  // null when there are none
+};
+
 struct NodeFindings {
     std::shared_ptr<dependency::graph::Node> node;
     // The node's path relative to the working folder when it lies below it,
-    // else as the graph gives it; empty for a node without a path.
-    std::string path;
+    // else as the graph gives it; empty for a node without a path. The text
+    // lives in the report (Report::keep).
+    std::string_view path;
     std::vector<Finding> findings;
     // Definition and syntax error first, then call sites and references in
     // the order the graph gives them.
-    std::vector<CodePlace> places;
+    CodePlaces places;
 
     // Where a reader finds the node: its path, else its ID.
     std::string where() const;
@@ -87,6 +115,15 @@ struct Report {
     // Whether a reported finding reaches the fail threshold.
     bool fails() const;
     bool empty() const { return nodes.empty(); }
+
+    // `text`, kept as long as the report: the entries' paths, packed one after
+    // another in large blocks rather than one allocation each.
+    std::string_view keep(std::string_view text);
+
+private:
+    // Behind a pointer, so that the texts stay where they are when the report moves.
+    std::unique_ptr<std::pmr::monotonic_buffer_resource> texts_ =
+        std::make_unique<std::pmr::monotonic_buffer_resource>();
 };
 
 struct ReportSettings {

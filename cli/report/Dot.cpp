@@ -115,7 +115,7 @@ std::string nodeStatement(Node const& node, NodeFindings const* entry) {
         // Where the node is, then what was found.
         std::string tooltip = fmt::format("{} \"{}\"", node.getType().name(), displayNameOf(node));
         if (!entry->path.empty()) {
-            tooltip += "\n" + entry->path;
+            tooltip.append("\n").append(entry->path);
         }
         for (auto const* finding : shown) {
             auto const& attribute = *finding->attribute;

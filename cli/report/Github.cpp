@@ -85,7 +85,7 @@ void writeGithub(std::ostream& out, Report const& report) {
                 workflowData(text("GithubMessage", {toUtf8(attribute.getName()), kindWord(entry.node->getType()),
                                                     displayNameOf(*entry.node), toUtf8(entry.node->getID())}));
             // One annotation per place in the code (each call site), else one on the node's file.
-            auto const annotate = [&](std::string const& file, std::size_t line, std::size_t column) {
+            auto const annotate = [&](std::string_view file, std::size_t line, std::size_t column) {
                 out << "::" << workflowLevel(attribute.getSeverity()) << " ";
                 if (!file.empty()) {
                     out << "file=" << workflowProperty(file) << ",";
