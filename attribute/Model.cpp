@@ -64,7 +64,16 @@ bool operator!=(AttributeIdentity const& a, AttributeIdentity const& b) noexcept
 }
 
 Attribute::Attribute(std::shared_ptr<AttributeIdentity> const& identity, std::function<void()> fix)
-    : Shareable(attributeClass()), identity_(identity), fix_(std::move(fix)) {}
+    : Shareable(attributeClass()),
+      identity_(identity),
+      fix_(fix ? std::make_unique<std::function<void()> const>(std::move(fix)) : nullptr) {}
+
+void Attribute::applyFix() const {
+    if (fix_ == nullptr) {
+        throw std::bad_function_call();
+    }
+    (*fix_)();
+}
 
 Attribute::~Attribute() = default;
 
