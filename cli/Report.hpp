@@ -52,14 +52,6 @@ public:
     CodePlaces() = default;
     CodePlaces(std::vector<CodePlace> places)  // NOLINT(google-explicit-constructor): a list of places is one
         : places_(places.empty() ? nullptr : std::make_unique<std::vector<CodePlace>>(std::move(places))) {}
-    CodePlaces(CodePlaces const& other)
-        : places_(other.places_ ? std::make_unique<std::vector<CodePlace>>(*other.places_) : nullptr) {}
-    CodePlaces(CodePlaces&&) noexcept = default;
-    CodePlaces& operator=(CodePlaces other) noexcept {
-        places_ = std::move(other.places_);
-        return *this;
-    }
-    ~CodePlaces() = default;
 
     bool empty() const noexcept { return places_ == nullptr; }
     std::size_t size() const noexcept { return places_ ? places_->size() : 0; }
