@@ -103,7 +103,8 @@ WHY = {
     "runs. The graph file is mapped, not read into fresh memory, and the pages the reader has passed are given "
     "back; what is still touched fresh is the JSON reader's structural index (four bytes for each of about 61 "
     "million tokens at 10^6 nodes), the nodes and their strings (about 550 MB with the edges), then the findings "
-    "and the report (about 300 MB more, 600,000 findings). The rest of the profile is flat: writing the text "
+    "and the report (about 190 MB more at the peak, 600,000 findings: the findings themselves, the analysis "
+    "result, the record of which analyzer made each, and the report's entries). The rest of the profile is flat: writing the text "
     "report, the JSON reader, the ID index, the product and package finders, each a few percent. The peak is "
     "the graph with the findings and the report; loading alone peaks lower (see the run with one analyzer).",
     "/usr/bin/time depattr analyze -f sarif": "The same road as the text report up to the report: the SARIF "
@@ -177,8 +178,10 @@ row("whole program, text report, peak memory, 10^6 nodes", "/usr/bin/time depatt
     f"the {megabytes:.0f} MB file)", "at most 0.6 GB", program[1000000][2] * 1024 <= 0.6e9)
 if 1000000 in program_sarif:
     row("whole program, `-f sarif`, 10^6 nodes", "/usr/bin/time depattr analyze -f sarif",
-        whole(program_sarif, 1000000), "at most 4 s; peak at most 0.8 GB",
-        program_sarif[1000000][0] <= 4 and program_sarif[1000000][2] * 1024 <= 0.8e9)
+        whole(program_sarif, 1000000), "at most 4 s", program_sarif[1000000][0] <= 4)
+    row("whole program, `-f sarif`, peak memory, 10^6 nodes", "/usr/bin/time depattr analyze -f sarif",
+        f"**{program_sarif[1000000][2] * 1024 / 1e9:.2f} GB** ({program_sarif[1000000][2]:,} kB)",
+        "at most 0.8 GB", program_sarif[1000000][2] * 1024 <= 0.8e9)
 if 1000000 in program_silent:
     row("whole program, one analyzer that reports nothing (`-a invalid-format -s problem`), 10^6 nodes",
         "/usr/bin/time depattr analyze -a invalid-format -s problem",
