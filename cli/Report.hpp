@@ -50,7 +50,8 @@ struct CodePlace {
 class CodePlaces {
 public:
     CodePlaces() = default;
-    CodePlaces(std::vector<CodePlace> places)  // NOLINT(google-explicit-constructor): a list of places is one
+    // Not explicit: a vector of places converts as it stands.
+    CodePlaces(std::vector<CodePlace> places)
         : places_(places.empty() ? nullptr : std::make_unique<std::vector<CodePlace>>(std::move(places))) {}
 
     bool empty() const noexcept { return places_ == nullptr; }
