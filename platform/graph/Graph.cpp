@@ -64,8 +64,13 @@ Node::Node(NodeData data)
       resolved_(data.resolved),
       nameIsId_(data.name == id_),
       pathIsFirstLocation_(!location_.empty() && (data.pathIsFirstLocation || data.path == location_.front())) {
-    if (!nameIsId_) {
-        name_ = std::move(data.name);
+    if (!nameIsId_ && !data.name.empty()) {
+        if (data.name.size() > std::numeric_limits<std::uint32_t>::max()) {
+            throw std::length_error("a node's name is longer than 4,294,967,295 UTF-16 code units");
+        }
+        nameLength_ = static_cast<std::uint32_t>(data.name.size());
+        name_ = std::make_unique_for_overwrite<char16_t[]>(data.name.size());
+        std::copy(data.name.begin(), data.name.end(), name_.get());
     }
     if (!pathIsFirstLocation_) {
         path_ = std::move(data.path);

@@ -94,7 +94,9 @@ public:
     explicit Node(NodeData data);
 
     std::u16string const& getID() const noexcept { return id_; }
-    std::u16string getName() const { return nameIsId_ ? id_ : name_; }
+    std::u16string getName() const {
+        return nameIsId_ ? id_ : std::u16string(std::u16string_view(name_.get(), nameLength_));
+    }
     std::u16string const& getPath() const noexcept { return pathIsFirstLocation_ ? location_.front() : path_; }
     std::vector<std::u16string> const& getLocation() const noexcept { return location_; }
     Type getType() const noexcept { return type_; }
@@ -107,15 +109,18 @@ private:
     friend class Graph;
     friend class GraphBuilder;
     std::u16string id_;
-    std::u16string name_;  // empty when it is the ID
     std::u16string path_;  // empty when it is the first location entry
     std::vector<std::u16string> location_;
     std::unique_ptr<Properties const> properties_;  // null when there are none
+    // The name's code units, when it is not the ID: a pointer, not a string
+    // object, because most nodes' name is their ID.
+    std::unique_ptr<char16_t[]> name_;
     Type type_;
     bool isFile_;
     bool resolved_;
     bool nameIsId_;
     bool pathIsFirstLocation_;
+    std::uint32_t nameLength_ = 0;
     // Where the builder that made the node put it, so that its graph finds
     // the node's edges without looking its ID up; a graph checks that the
     // node is really the one at that place before it trusts it.

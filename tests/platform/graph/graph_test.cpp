@@ -58,6 +58,24 @@ TEST(NodeTest, OrderingAndEqualityFollowTheIdAsCodeUnits) {
     EXPECT_FALSE(make(u"b") == make(u"a"));
 }
 
+TEST(NodeTest, NameAndPathReadBackAsGivenHoweverTheNodeKeepsThem) {
+    // A node keeps a name equal to its ID and a path equal to its first
+    // location entry only once, and any other name as bare code units.
+    struct Case {
+        std::u16string id, name, path;
+        std::vector<std::u16string> location;
+    };
+    std::u16string const withNul(u"a\0b\xD800\x00E9", 5);
+    for (auto const& given : {Case{u"f", u"f", u"/p/f.qx", {}}, Case{u"f", u"solve", u"/p/f.qx", {u"/p/f.qx", u"solve"}},
+                              Case{u"f", withNul, u"/p/g.qx", {u"/p/f.qx"}}, Case{u"f", u"", u"", {}},
+                              Case{u"", u"named", u"", {}}, Case{u"f", std::u16string(300, u'n'), u"", {u"x"}}}) {
+        Node const node(NodeData{.id = given.id, .name = given.name, .path = given.path, .location = given.location});
+        EXPECT_EQ(node.getName(), given.name);
+        EXPECT_EQ(node.getPath(), given.path);
+        EXPECT_EQ(node.getLocation(), given.location);
+    }
+}
+
 TEST(NodeTest, AbsentPropertyIsEmptyNotAnEmptyString) {
     NodeData data;
     data.id = u"n";
