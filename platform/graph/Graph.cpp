@@ -57,13 +57,11 @@ std::vector<Type> const& Type::all() {
 
 Node::Node(NodeData data)
     : id_(std::move(data.id)),
-      location_(std::move(data.location)),
-      properties_(data.properties.empty() ? nullptr : std::make_unique<Properties const>(std::move(data.properties))),
       type_(data.type),
       isFile_(data.isFile),
       resolved_(data.resolved),
       nameIsId_(data.name == id_),
-      pathIsFirstLocation_(!location_.empty() && (data.pathIsFirstLocation || data.path == location_.front())) {
+      hasLocation_(!data.location.empty()) {
     if (!nameIsId_ && !data.name.empty()) {
         if (data.name.size() > std::numeric_limits<std::uint32_t>::max()) {
             throw std::length_error("a node's name is longer than 4,294,967,295 UTF-16 code units");
@@ -72,22 +70,45 @@ Node::Node(NodeData data)
         name_ = std::make_unique_for_overwrite<char16_t[]>(data.name.size());
         std::copy(data.name.begin(), data.name.end(), name_.get());
     }
-    if (!pathIsFirstLocation_) {
-        path_ = std::move(data.path);
+    bool const pathBesideLocation =
+        hasLocation_ && !data.pathIsFirstLocation && data.path != data.location.front();
+    if (!data.properties.empty() || pathBesideLocation) {
+        rare_ = std::make_unique<Rare const>(
+            Rare{std::move(data.properties),
+                 pathBesideLocation ? std::optional<std::u16string>(std::move(data.path)) : std::nullopt});
     }
+    // Last, as nothing after it throws: the destructor is what ends it.
+    if (hasLocation_) {
+        new (&location_) std::vector<std::u16string>(std::move(data.location));
+    } else {
+        new (&path_) std::u16string(std::move(data.path));
+    }
+}
+
+Node::~Node() {
+    if (hasLocation_) {
+        location_.~vector();
+    } else {
+        path_.~basic_string();
+    }
+}
+
+std::vector<std::u16string> const& Node::noLocation() noexcept {
+    static std::vector<std::u16string> const none;
+    return none;
 }
 
 Properties const& Node::getProperties() const noexcept {
     static Properties const none;
-    return properties_ ? *properties_ : none;
+    return rare_ ? rare_->properties : none;
 }
 
 std::optional<std::u16string> Node::getProperty(std::u16string const& key) const {
-    if (!properties_) {
+    if (!rare_) {
         return std::nullopt;
     }
-    auto const it = properties_->find(key);
-    if (it == properties_->end()) {
+    auto const it = rare_->properties.find(key);
+    if (it == rare_->properties.end()) {
         return std::nullopt;
     }
     return it->second;

@@ -92,13 +92,23 @@ struct NodeData {
 class Node {
 public:
     explicit Node(NodeData data);
+    ~Node();
+    Node(Node const&) = delete;
+    Node& operator=(Node const&) = delete;
 
     std::u16string const& getID() const noexcept { return id_; }
     std::u16string getName() const {
         return nameIsId_ ? id_ : std::u16string(std::u16string_view(name_.get(), nameLength_));
     }
-    std::u16string const& getPath() const noexcept { return pathIsFirstLocation_ ? location_.front() : path_; }
-    std::vector<std::u16string> const& getLocation() const noexcept { return location_; }
+    std::u16string const& getPath() const noexcept {
+        if (!hasLocation_) {
+            return path_;
+        }
+        return rare_ != nullptr && rare_->path ? *rare_->path : location_.front();
+    }
+    std::vector<std::u16string> const& getLocation() const noexcept {
+        return hasLocation_ ? location_ : noLocation();
+    }
     Type getType() const noexcept { return type_; }
     bool isFile() const noexcept { return isFile_; }
     bool isResolved() const noexcept { return resolved_; }
@@ -108,10 +118,22 @@ public:
 private:
     friend class Graph;
     friend class GraphBuilder;
+    // What few nodes have: properties, and a path beside a location whose
+    // first entry it is not.
+    struct Rare {
+        Properties properties;
+        std::optional<std::u16string> path;
+    };
+    static std::vector<std::u16string> const& noLocation() noexcept;
+
     std::u16string id_;
-    std::u16string path_;  // empty when it is the first location entry
-    std::vector<std::u16string> location_;
-    std::unique_ptr<Properties const> properties_;  // null when there are none
+    // A node has a path, or a location whose first entry is its path (or
+    // both, the path then kept with the rare parts): one place holds either.
+    union {
+        std::u16string path_;                   // without a location
+        std::vector<std::u16string> location_;  // when it has one
+    };
+    std::unique_ptr<Rare const> rare_;  // null when the node has neither
     // The name's code units, when it is not the ID: a pointer, not a string
     // object, because most nodes' name is their ID.
     std::unique_ptr<char16_t[]> name_;
@@ -119,7 +141,7 @@ private:
     bool isFile_;
     bool resolved_;
     bool nameIsId_;
-    bool pathIsFirstLocation_;
+    bool hasLocation_;
     std::uint32_t nameLength_ = 0;
     // Where the builder that made the node put it, so that its graph finds
     // the node's edges without looking its ID up; a graph checks that the

@@ -60,19 +60,27 @@ TEST(NodeTest, OrderingAndEqualityFollowTheIdAsCodeUnits) {
 
 TEST(NodeTest, NameAndPathReadBackAsGivenHoweverTheNodeKeepsThem) {
     // A node keeps a name equal to its ID and a path equal to its first
-    // location entry only once, and any other name as bare code units.
+    // location entry only once, any other name as bare code units, and a
+    // path beside a location it does not open with the properties.
     struct Case {
         std::u16string id, name, path;
         std::vector<std::u16string> location;
+        Properties properties;
     };
     std::u16string const withNul(u"a\0b\xD800\x00E9", 5);
-    for (auto const& given : {Case{u"f", u"f", u"/p/f.qx", {}}, Case{u"f", u"solve", u"/p/f.qx", {u"/p/f.qx", u"solve"}},
-                              Case{u"f", withNul, u"/p/g.qx", {u"/p/f.qx"}}, Case{u"f", u"", u"", {}},
-                              Case{u"", u"named", u"", {}}, Case{u"f", std::u16string(300, u'n'), u"", {u"x"}}}) {
-        Node const node(NodeData{.id = given.id, .name = given.name, .path = given.path, .location = given.location});
+    for (auto const& given :
+         {Case{u"f", u"f", u"/p/f.qx", {}, {}}, Case{u"f", u"solve", u"/p/f.qx", {u"/p/f.qx", u"solve"}, {}},
+          Case{u"f", withNul, u"/p/g.qx", {u"/p/f.qx"}, {{u"definedAt", u"3:1"}}}, Case{u"f", u"", u"", {}, {}},
+          Case{u"", u"named", u"", {}, {{u"k", u""}}}, Case{u"f", std::u16string(300, u'n'), u"", {u"x"}, {}}}) {
+        Node const node(NodeData{.id = given.id,
+                                 .name = given.name,
+                                 .path = given.path,
+                                 .location = given.location,
+                                 .properties = given.properties});
         EXPECT_EQ(node.getName(), given.name);
         EXPECT_EQ(node.getPath(), given.path);
         EXPECT_EQ(node.getLocation(), given.location);
+        EXPECT_EQ(node.getProperties(), given.properties);
     }
 }
 
