@@ -102,16 +102,17 @@ WHY = {
     "so the time follows the memory touched, and its system time swings by a second or more between identical "
     "runs. The graph file is mapped, not read into fresh memory, and the pages the reader has passed are given "
     "back; what is still touched fresh is the JSON reader's structural index (four bytes for each of about 61 "
-    "million tokens at 10^6 nodes), the nodes and their strings (about 550 MB with the edges), then the findings "
+    "million tokens at 10^6 nodes), the nodes and their strings (about 500 MB with the edges), then the findings "
     "and the report (about 200 MB more at the peak, 600,000 findings: the findings themselves, the analysis "
     "result, the record of which analyzer made each, and the report's entries). The rest of the profile is flat: writing the text "
     "report, the JSON reader, the ID index, the product and package finders, each a few percent. The peak is "
     "the graph with the findings and the report; loading alone peaks lower (see the run with one analyzer). "
     "The floor of the peak is the loaded graph: resident alone, once the reader's index is let go, it holds "
-    "about 571,000 kB at 10^6 nodes (the dip after loading in `bench/memory-timeline -- build/bench/cli/depattr "
-    "analyze GRAPH --install-root examples/install`), nearly all of the 0.6 GB target (585,938 kB), before a "
-    "single finding is made: its nodes, each ID, path and location a UTF-16 string as the graph's interface "
-    "returns them, its edges, and the index of IDs.",
+    "about 510,000 kB at 10^6 nodes (where a run with one silent analyzer settles after loading in "
+    "`bench/memory-timeline -- build/bench/cli/depattr analyze GRAPH --install-root examples/install -a "
+    "invalid-format -s problem`), 87% of the 0.6 GB target (585,938 kB) before a single finding is made: its "
+    "nodes (96 bytes each), each path and location entry a UTF-16 string of its own as the graph's interface "
+    "returns them by reference, its edges and their handles, and the index of IDs.",
     "/usr/bin/time depattr analyze -f sarif": "The same road as the text report up to the report: the SARIF "
     "report is written as a stream, so its time beside the text report's is the longer text of each result and "
     "its fingerprint; its peak is the text report's (see the profile of the text report above).",
