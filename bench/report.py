@@ -134,7 +134,7 @@ WHY = {
     "`QorvexAnalyzer` (a packaged task and its future, about 2,200; the graph and node objects wrapped and "
     "announced to the binding registry, the method dispatch, the check and conversion of the result), which the "
     "same analyzer written in C++ behind the script-class builder takes too and a native analyzer skips. The "
-    "floor: 12 times the native analyzer is about 370 ns per node, less than the interpreter's share alone, so "
+    "floor: 12 times the native analyzer is about 340 to 370 ns per node in today's runs, less than the interpreter's share alone, so "
     "no saving on the road reaches the target while the interpreter walks the method's tree.",
 }
 
