@@ -70,8 +70,7 @@ Node::Node(NodeData data)
         name_ = std::make_unique_for_overwrite<char16_t[]>(data.name.size());
         std::copy(data.name.begin(), data.name.end(), name_.get());
     }
-    bool const pathBesideLocation =
-        hasLocation_ && !data.pathIsFirstLocation && data.path != data.location.front();
+    bool const pathBesideLocation = hasLocation_ && !data.pathIsFirstLocation && data.path != data.location.front();
     if (!data.properties.empty() || pathBesideLocation) {
         rare_ = std::make_unique<Rare const>(
             Rare{std::move(data.properties),

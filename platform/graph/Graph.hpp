@@ -106,9 +106,7 @@ public:
         }
         return rare_ != nullptr && rare_->path ? *rare_->path : location_.front();
     }
-    std::vector<std::u16string> const& getLocation() const noexcept {
-        return hasLocation_ ? location_ : noLocation();
-    }
+    std::vector<std::u16string> const& getLocation() const noexcept { return hasLocation_ ? location_ : noLocation(); }
     Type getType() const noexcept { return type_; }
     bool isFile() const noexcept { return isFile_; }
     bool isResolved() const noexcept { return resolved_; }
