@@ -76,7 +76,8 @@ Node::Node(NodeData data)
             Rare{std::move(data.properties),
                  pathBesideLocation ? std::optional<std::u16string>(std::move(data.path)) : std::nullopt});
     }
-    // Last, as nothing after it throws: the destructor is what ends it.
+    // The union's member is made last: nothing after it can throw, so once it
+    // exists the constructor completes, and the destructor is what ends it.
     if (hasLocation_) {
         new (&location_) std::vector<std::u16string>(std::move(data.location));
     } else {
