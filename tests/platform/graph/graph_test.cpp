@@ -82,6 +82,10 @@ TEST(NodeTest, NameAndPathReadBackAsGivenHoweverTheNodeKeepsThem) {
         EXPECT_EQ(node.getLocation(), given.location);
         EXPECT_EQ(node.getProperties(), given.properties);
     }
+    // A loader that found no path says that the first location entry is it.
+    Node const located(NodeData{.id = u"h", .location = {u"/p/h.qx", u"h"}, .pathIsFirstLocation = true});
+    EXPECT_EQ(located.getPath(), u"/p/h.qx");
+    EXPECT_EQ(located.getLocation(), (std::vector<std::u16string>{u"/p/h.qx", u"h"}));
 }
 
 TEST(NodeTest, AbsentPropertyIsEmptyNotAnEmptyString) {
