@@ -5,7 +5,6 @@
 #include "cli/Texts.hpp"
 #include "platform/foundation/Utf.hpp"
 
-#include <boost/locale/encoding_utf.hpp>
 #include <fmt/format.h>
 #include <simdjson.h>
 
@@ -23,7 +22,17 @@ using dependency::attribute::Severity;
 using dependency::graph::Node;
 
 std::string toUtf8(std::u16string const& text) {
-    return boost::locale::conv::utf_to_utf<char>(text.data(), text.data() + text.size());
+    // Nearly every ID, name and path is ASCII: such a text is narrowed as it
+    // stands, and only the others go through the converter, which writes a
+    // lone surrogate as U+FFFD and keeps what follows it.
+    std::string out(text.size(), '\0');
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] >= 0x80) {
+            return foundation::utf::to_string(text);
+        }
+        out[i] = static_cast<char>(text[i]);
+    }
+    return out;
 }
 
 std::string displayNameOf(Node const& node) {
@@ -72,10 +81,6 @@ bool Report::fails() const {
     return false;
 }
 
-namespace {
-
-// Whether an absolute path has no empty, "." or ".." component and no
-// separator at the end: normalising it changes nothing.
 bool isNormalAbsolute(std::string_view path) {
     if (path.size() < 2 || path.front() != '/' || path.back() == '/') {
         return false;
@@ -91,6 +96,8 @@ bool isNormalAbsolute(std::string_view path) {
     }
     return true;
 }
+
+namespace {
 
 std::string displayPath(std::u16string const& path, std::filesystem::path const& workingFolder,
                         std::string const& normalWorkingFolder) {
@@ -482,8 +489,24 @@ std::string classHelpText(std::string_view code) {
 }
 
 std::string jsonString(std::string_view text) {
-    std::string out = "\"";
-    for (char const c : text) {
+    auto const plain = [](char c) {
+        auto const byte = static_cast<unsigned char>(c);
+        return byte >= 0x20 && byte != 0x7f && c != '"' && c != '\\';
+    };
+    std::string out;
+    out.reserve(text.size() + 2);
+    out += '"';
+    // Runs of plain characters, nearly all of any text, are copied whole.
+    for (std::size_t i = 0; i < text.size();) {
+        std::size_t run = i;
+        while (run < text.size() && plain(text[run])) {
+            ++run;
+        }
+        out.append(text.data() + i, run - i);
+        if (run == text.size()) {
+            break;
+        }
+        char const c = text[run];
         switch (c) {
         case '"':
             out += "\\\"";
@@ -501,14 +524,12 @@ std::string jsonString(std::string_view text) {
             out += "\\t";
             break;
         default:
-            if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
-                out += fmt::format("\\u{:04x}", static_cast<unsigned>(static_cast<unsigned char>(c)));
-            } else {
-                out += c;
-            }
+            out += fmt::format("\\u{:04x}", static_cast<unsigned>(static_cast<unsigned char>(c)));
         }
+        i = run + 1;
     }
-    return out + "\"";
+    out += '"';
+    return out;
 }
 
 // Display width of UTF-8 text in terminal columns: East Asian wide characters take two.

@@ -150,6 +150,11 @@ std::vector<std::uint64_t> distinguishFingerprints(std::vector<Finding>& finding
 // there is neither.
 std::string classHelpText(std::string_view code);
 
+// Whether an absolute path has no empty, "." or ".." component and no
+// separator at the end: normalising it changes nothing, and whether it lies
+// below a folder of that form can be decided on the text.
+bool isNormalAbsolute(std::string_view path);
+
 // "file:line:column" of a place, "file" when it has no line.
 std::string placeText(CodePlace const& place);
 // "definition", "call", "reference", "syntaxError": the role's name in JSON.

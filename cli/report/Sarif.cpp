@@ -8,7 +8,9 @@
 
 #include <fmt/format.h>
 
+#include <iterator>
 #include <map>
+#include <unordered_map>
 
 namespace depattr::cli {
 
@@ -48,12 +50,20 @@ std::string_view logicalKindOf(Node const& node) {
 
 // Percent-encodes everything but the unreserved characters and '/'.
 std::string uriPath(std::string_view path) {
+    static constexpr char hex[] = "0123456789ABCDEF";
     std::string out;
+    out.reserve(path.size());
     for (char const c : path) {
         auto const byte = static_cast<unsigned char>(c);
         bool const plain = (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') ||
                            (byte >= '0' && byte <= '9') || c == '-' || c == '.' || c == '_' || c == '~' || c == '/';
-        out += plain ? std::string(1, c) : fmt::format("%{:02X}", byte);
+        if (plain) {
+            out += c;
+        } else {
+            out += '%';
+            out += hex[byte >> 4];
+            out += hex[byte & 0xf];
+        }
     }
     return out;
 }
@@ -66,19 +76,43 @@ std::string folderUri(std::filesystem::path const& folder) {
     return "file://" + uriPath(text);
 }
 
+// The base folder of the report's file locations, absolute and normal;
+// `text` is its text when a path's place below it can be decided on the text.
+struct BaseFolder {
+    std::filesystem::path path;
+    std::string text;  // empty unless the path is a normal absolute one
+};
+
 // The artifact location of a node's file: relative to the base folder when
 // the file lies under it, else an absolute file URI. Empty for a node without a path.
-std::string artifactLocation(std::filesystem::path const& path, std::filesystem::path const& baseFolder) {
+std::string artifactLocation(std::string const& path, BaseFolder const& base) {
     if (path.empty()) {
         return {};
     }
-    auto const file = std::filesystem::absolute(path).lexically_normal();
-    auto const relative = file.lexically_relative(baseFolder);
-    if (!relative.empty() && *relative.begin() != "..") {
-        return fmt::format("{{\"uri\": {}, \"uriBaseId\": {}}}", jsonString(uriPath(relative.generic_string())),
-                           jsonString(baseUriId));
+    std::string relative;
+    std::string file;
+    if (!base.text.empty() && isNormalAbsolute(path)) {
+        // The usual case, a normal absolute path, is decided on the text.
+        if (path == base.text) {
+            relative = ".";
+        } else if (path.size() > base.text.size() && path.starts_with(base.text) && path[base.text.size()] == '/') {
+            relative = path.substr(base.text.size() + 1);
+        } else {
+            file = path;
+        }
+    } else {
+        auto const normal = std::filesystem::absolute(path).lexically_normal();
+        auto const below = normal.lexically_relative(base.path);
+        if (!below.empty() && *below.begin() != "..") {
+            relative = below.generic_string();
+        } else {
+            file = normal.generic_string();
+        }
     }
-    return fmt::format("{{\"uri\": {}}}", jsonString("file://" + uriPath(file.generic_string())));
+    if (file.empty()) {
+        return fmt::format("{{\"uri\": {}, \"uriBaseId\": {}}}", jsonString(uriPath(relative)), jsonString(baseUriId));
+    }
+    return fmt::format("{{\"uri\": {}}}", jsonString("file://" + uriPath(file)));
 }
 
 // One rule per analyzer and kind of finding: "Missing" alone would merge the
@@ -149,17 +183,56 @@ std::string ruleObject(std::string const& id, Finding const& finding, Report con
 
 void writeSarif(std::ostream& out, Report const& report, std::string_view toolVersion,
                 std::filesystem::path const& baseFolder) {
-    auto const base = std::filesystem::absolute(baseFolder).lexically_normal();
+    BaseFolder base{std::filesystem::absolute(baseFolder).lexically_normal(), {}};
+    if (auto text = base.path.generic_string(); isNormalAbsolute(text)) {
+        base.text = std::move(text);
+    }
     // The rules come first, as readers expect; the results are then written
     // as they are made, so that a large report is never held in memory twice.
+    // A result's rule ID (as JSON) and index are made once per analyzer and
+    // kind of finding; a kind, an identity's ID text and an analyzer's name
+    // each stand for their text, as they live as long as the report.
+    struct RuleKey {
+        FindingKind const* kind;
+        std::u16string const* id;  // the finding's ID, when it has no kind
+        char const* analyzer;
+        std::size_t analyzerSize;
+        bool operator==(RuleKey const&) const = default;
+    };
+    struct RuleKeyHash {
+        std::size_t operator()(RuleKey const& key) const noexcept {
+            std::size_t hash = std::hash<void const*>()(key.kind);
+            for (auto const part : {std::hash<void const*>()(key.id), std::hash<void const*>()(key.analyzer),
+                                    std::hash<std::size_t>()(key.analyzerSize)}) {
+                hash = hash * 31 + part;
+            }
+            return hash;
+        }
+    };
+    struct RuleOfResult {
+        std::string id;  // as a JSON string
+        std::size_t index = 0;
+    };
     std::map<std::string, std::size_t> ruleIndex;
+    std::unordered_map<RuleKey, RuleOfResult, RuleKeyHash> ruleOfKey;
     std::vector<std::string> rules;
-    for (auto const& entry : report.nodes) {
-        for (auto const& finding : entry.findings) {
+    auto const ruleOf = [&](Finding const& finding) -> RuleOfResult const& {
+        RuleKey const key{finding.kind, finding.kind != nullptr ? nullptr : &finding.attribute->getID(),
+                          finding.analyzer.data(), finding.analyzer.size()};
+        auto [known, added] = ruleOfKey.try_emplace(key);
+        if (added) {
             auto const id = ruleIdOf(finding);
-            if (ruleIndex.try_emplace(id, rules.size()).second) {
+            auto const [rule, newRule] = ruleIndex.try_emplace(id, rules.size());
+            if (newRule) {
                 rules.push_back(ruleObject(id, finding, report));
             }
+            known->second = {jsonString(id), rule->second};
+        }
+        return known->second;
+    };
+    for (auto const& entry : report.nodes) {
+        for (auto const& finding : entry.findings) {
+            ruleOf(finding);
         }
     }
     out << "{\n  \"$schema\": \"https://json.schemastore.org/sarif-2.1.0.json\",\n  \"version\": \"2.1.0\",\n"
@@ -173,11 +246,22 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
     // threshold, unless --exit-zero made it 0.
     out << "      \"invocations\": [{\"executionSuccessful\": true, \"exitCode\": "
         << (report.fails() && !report.exitZero ? 1 : 0) << "}],\n";
-    out << "      \"originalUriBaseIds\": {" << jsonString(baseUriId) << ": {\"uri\": " << jsonString(folderUri(base))
+    out << "      \"originalUriBaseIds\": {" << jsonString(baseUriId) << ": {\"uri\": " << jsonString(folderUri(base.path))
         << "}},\n";
     out << "      \"results\": [";
+    // A finding's message, by the text its identity keeps.
+    std::unordered_map<std::u16string const*, std::string> messages;
+    auto const messageOf = [&](std::u16string const& name) -> std::string const& {
+        auto [known, added] = messages.try_emplace(&name);
+        if (added) {
+            known->second = message(toUtf8(name));
+        }
+        return known->second;
+    };
     bool firstResult = true;
+    // The results are gathered in one buffer and handed to the stream in large pieces.
     std::string results;
+    constexpr std::size_t flushSize = 1 << 20;
     for (auto const& entry : report.nodes) {
         // The first place (the definition or error, else the first call) is the
         // finding's location, with its region; the others are related ones.
@@ -201,24 +285,24 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
                                        location, message(placeLine(place)));
             }
         }
+        if (!related.empty()) {
+            related = "\"relatedLocations\": [" + related + "], ";
+        }
         auto const logical = fmt::format(
             "{{\"name\": {}, \"fullyQualifiedName\": {}, \"kind\": {}}}", jsonString(displayNameOf(*entry.node)),
             jsonString(toUtf8(entry.node->getID())), jsonString(logicalKindOf(*entry.node)));
         auto const nodeKind = jsonString(entry.node->getType().name());
         for (auto const& finding : entry.findings) {
             auto const& attribute = *finding.attribute;
-            auto const id = ruleIdOf(finding);
-            auto const rule = ruleIndex.find(id);
-            results = firstResult ? "\n" : ",\n";
+            auto const& rule = ruleOf(finding);
+            results += firstResult ? "\n" : ",\n";
             firstResult = false;
-            results += fmt::format(
-                "        {{\"ruleId\": {}, \"ruleIndex\": {}, \"level\": {}, \"message\": {}, "
-                "\"locations\": [{{{}\"logicalLocations\": [{}]}}], {}\"partialFingerprints\": {{\"depattr/v1\": {}}}, "
-                "\"properties\": {{\"nodeKind\": {}}}",
-                jsonString(id), rule->second, jsonString(levelOf(attribute.getSeverity())),
-                message(toUtf8(attribute.getName())), physical, logical,
-                related.empty() ? "" : "\"relatedLocations\": [" + related + "], ",
-                jsonString(fingerprintText(finding.fingerprint)), nodeKind);
+            fmt::format_to(std::back_inserter(results),
+                           "        {{\"ruleId\": {}, \"ruleIndex\": {}, \"level\": \"{}\", \"message\": {}, "
+                           "\"locations\": [{{{}\"logicalLocations\": [{}]}}], {}\"partialFingerprints\": "
+                           "{{\"depattr/v1\": \"{}\"}}, \"properties\": {{\"nodeKind\": {}}}",
+                           rule.id, rule.index, levelOf(attribute.getSeverity()), messageOf(attribute.getName()),
+                           physical, logical, related, fingerprintText(finding.fingerprint), nodeKind);
             if (finding.suppressed) {
                 results +=
                     ", \"suppressions\": [{\"kind\": \"external\", \"status\": \"accepted\", "
@@ -226,9 +310,13 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
                     jsonString(text("SarifBaselineJustification")) + "}]";
             }
             results += "}";
+        }
+        if (results.size() >= flushSize) {
             out << results;
+            results.clear();
         }
     }
+    out << results;
     out << (firstResult ? "]\n" : "\n      ]\n") << "    }\n  ]\n}\n";
 }
 

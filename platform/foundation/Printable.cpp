@@ -4,9 +4,23 @@ namespace foundation::printable {
 
 std::string escapeControls(std::string_view text) {
     static constexpr char hex[] = "0123456789abcdef";
+    auto const plain = [](char c) {
+        auto const byte = static_cast<unsigned char>(c);
+        return byte >= 0x20 && byte != 0x7f && c != '\\';
+    };
     std::string out;
     out.reserve(text.size());
-    for (char const c : text) {
+    // Runs of plain characters, nearly all of any text, are copied whole.
+    for (std::size_t i = 0; i < text.size();) {
+        std::size_t run = i;
+        while (run < text.size() && plain(text[run])) {
+            ++run;
+        }
+        out.append(text.data() + i, run - i);
+        if (run == text.size()) {
+            break;
+        }
+        char const c = text[run];
         auto const byte = static_cast<unsigned char>(c);
         if (c == '\n') {
             out += "\\n";
@@ -16,13 +30,12 @@ std::string escapeControls(std::string_view text) {
             out += "\\t";
         } else if (c == '\\') {
             out += "\\\\";
-        } else if (byte < 0x20 || byte == 0x7f) {
+        } else {
             out += "\\x";
             out += hex[byte >> 4];
             out += hex[byte & 0xf];
-        } else {
-            out += c;
         }
+        i = run + 1;
     }
     return out;
 }

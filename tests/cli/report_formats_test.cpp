@@ -367,3 +367,80 @@ TEST(ProgressMeterTest, DrawsOnlyAfterItsDelayNeverPastFullAndErasesItself) {
     eager->finish();  // a second finish draws nothing more
     EXPECT_EQ(drawn.str().size(), bars.size() + 5);
 }
+
+// The texts every format is made of: each escape in its place among plain
+// runs (at the start, at the end, side by side), and UTF-16 converted alike
+// whether it is ASCII or not.
+TEST(ReportTexts, EscapesAndConversionsKeepEveryCharacterInPlace) {
+    std::string const raw("\"a\\b\n\r\t\x01\x7f\0z \xc3\xa9\"", 15);
+    EXPECT_EQ(jsonString(""), "\"\"");
+    EXPECT_EQ(jsonString(raw), "\"\\\"a\\\\b\\n\\r\\t\\u0001\\u007f\\u0000z \xc3\xa9\\\"\"");
+    EXPECT_EQ(escapeControls(""), "");
+    EXPECT_EQ(escapeControls(raw), "\"a\\\\b\\n\\r\\t\\x01\\x7f\\x00z \xc3\xa9\"");
+    EXPECT_EQ(escapeControls("\x1b"), "\\x1b");
+
+    EXPECT_EQ(toUtf8(u""), "");
+    EXPECT_EQ(toUtf8(u"/work/src/a.qx"), "/work/src/a.qx");
+    EXPECT_EQ(toUtf8(std::u16string(u"a\0\x7f", 3)), std::string("a\0\x7f", 3));
+    EXPECT_EQ(toUtf8(u"caf\u00e9 \u65e5\U0001F600"), "caf\xc3\xa9 \xe6\x97\xa5\xf0\x9f\x98\x80");
+    // A lone surrogate names no character: it is shown as U+FFFD, and the
+    // character after it is kept.
+    EXPECT_EQ(toUtf8(std::u16string(u"x\xD800y")), "x\xef\xbf\xbdy");
+    EXPECT_EQ(toUtf8(std::u16string(u"\xDC00\xD800")), "\xef\xbf\xbd\xef\xbf\xbd");
+}
+
+// A file's location in SARIF: relative to the base folder when it lies below
+// it, an absolute URI when it does not, whether its path is normal already
+// (decided on the text) or has to be normalised first, and whether the base
+// folder is given with a trailing separator or without.
+TEST(SarifLocations, FilesBelowBesideAndAtTheBaseFolder) {
+    std::vector<std::pair<std::u16string, std::string>> const cases{
+        {u"/work/proj/src/a.qx", "src/a.qx in SRCROOT"},
+        {u"/work/proj", ". in SRCROOT"},
+        {u"/work/projects/b.qx", "file:///work/projects/b.qx"},
+        {u"/work/pro", "file:///work/pro"},
+        {u"/work/proj/x/../src/c d.qx", "src/c%20d.qx in SRCROOT"},
+        {u"/work/proj//src/./e.qx", "src/e.qx in SRCROOT"},
+        {u"/work/proj/src/", "src/ in SRCROOT"},
+        {u"/elsewhere/../work/f.qx", "file:///work/f.qx"},
+        {u"/work/proj/caf\u00e9.qx", "caf%C3%A9.qx in SRCROOT"},
+    };
+    GraphBuilder builder;
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        builder.addNode(NodeData{.id = u"n" + std::u16string(1, char16_t(u'a' + i)),
+                                 .type = Type::FILE(),
+                                 .path = cases[i].first,
+                                 .isFile = true});
+    }
+    auto const graph = builder.build();
+    auto const missing = finding(u"Missing", u"File not found", Severity::Warning);
+    auto const analyzer = std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const&) { return Findings{missing}; });
+    AnalysisSession session;
+    session.select(std::vector<AnalysisSession::NamedAnalyzer>{{"files", analyzer}});
+    FindingSources sources;
+    depattr_test::FindingRecorder recorder(sources);
+    auto const result = session.analyze(graph, recorder);
+    auto const report = makeReport(*graph, *result, {.sources = &sources});
+    for (std::string_view const base : {"/work/proj", "/work/proj/", "/work/./proj"}) {
+        std::ostringstream out;
+        writeSarif(out, report, "9.9.9", base);
+        simdjson::dom::parser parser;
+        simdjson::dom::element log;
+        ASSERT_EQ(parser.parse(out.str()).get(log), simdjson::SUCCESS) << out.str();
+        std::vector<std::string> locations;
+        for (auto const entry : log["runs"].at(0)["results"].get_array()) {
+            auto const artifact = entry["locations"].at(0)["physicalLocation"]["artifactLocation"];
+            std::string where{std::string_view(artifact["uri"])};
+            std::string_view baseId;
+            if (artifact["uriBaseId"].get(baseId) == simdjson::SUCCESS) {
+                where += " in " + std::string(baseId);
+            }
+            locations.push_back(where);
+        }
+        std::vector<std::string> expected;
+        for (auto const& testCase : cases) {
+            expected.push_back(testCase.second);
+        }
+        EXPECT_EQ(locations, expected) << base;
+    }
+}
