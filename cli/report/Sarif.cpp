@@ -246,8 +246,8 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
     // threshold, unless --exit-zero made it 0.
     out << "      \"invocations\": [{\"executionSuccessful\": true, \"exitCode\": "
         << (report.fails() && !report.exitZero ? 1 : 0) << "}],\n";
-    out << "      \"originalUriBaseIds\": {" << jsonString(baseUriId) << ": {\"uri\": " << jsonString(folderUri(base.path))
-        << "}},\n";
+    out << "      \"originalUriBaseIds\": {" << jsonString(baseUriId)
+        << ": {\"uri\": " << jsonString(folderUri(base.path)) << "}},\n";
     out << "      \"results\": [";
     // A finding's message, by the text its identity keeps.
     std::unordered_map<std::u16string const*, std::string> messages;

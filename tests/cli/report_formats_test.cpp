@@ -414,7 +414,8 @@ TEST(SarifLocations, FilesBelowBesideAndAtTheBaseFolder) {
     }
     auto const graph = builder.build();
     auto const missing = finding(u"Missing", u"File not found", Severity::Warning);
-    auto const analyzer = std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const&) { return Findings{missing}; });
+    auto const analyzer =
+        std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const&) { return Findings{missing}; });
     AnalysisSession session;
     session.select(std::vector<AnalysisSession::NamedAnalyzer>{{"files", analyzer}});
     FindingSources sources;
