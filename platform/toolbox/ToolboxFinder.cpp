@@ -3,6 +3,8 @@
 #include "platform/toolbox/detail/DescriptorReader.hpp"
 #include "platform/toolbox/detail/PathText.hpp"
 
+#include <boost/container/small_vector.hpp>
+
 #include <algorithm>
 #include <cstdlib>
 #include <mutex>
@@ -84,8 +86,12 @@ ToolboxFinder::ToolboxFinder(ProductList products) : products_(std::move(product
     for (auto const& product : products_) {
         bool const usable = product && product->isInstalled() && !product->getVerDir().empty();
         normalizedVerDirs_.push_back(usable ? detail::normalizedAbsolute(product->getVerDir()) : std::u16string());
-        if (!normalizedVerDirs_.back().empty()) {
-            productsByFolderHash_[hashOfPath(normalizedVerDirs_.back())].push_back(normalizedVerDirs_.size() - 1);
+        if (auto const& folder = normalizedVerDirs_.back(); !folder.empty()) {
+            productsByFolderHash_[hashOfPath(folder)].push_back(normalizedVerDirs_.size() - 1);
+            if (folderLengths_.size() <= folder.size()) {
+                folderLengths_.resize(folder.size() + 1);
+            }
+            folderLengths_[folder.size()] = true;
         }
     }
     for (std::size_t i = 0; i < products_.size(); ++i) {
@@ -169,7 +175,7 @@ ToolboxFinder::ProductList ToolboxFinder::findProductsByLocator(std::u16string c
 ToolboxFinder::ProductList ToolboxFinder::findProductsContainingPath(std::u16string const& path) const {
     ProductList found;
     // A path with a NUL character names no file: it is in no product's folder.
-    if (path.empty() || productsByFolderHash_.empty() || path.find(u'\0') != std::u16string::npos) {
+    if (path.empty() || folderLengths_.empty() || path.find(u'\0') != std::u16string::npos) {
         return found;
     }
     // A path that is normal already (the usual case) is taken as it is.
@@ -182,28 +188,37 @@ ToolboxFinder::ProductList ToolboxFinder::findProductsContainingPath(std::u16str
     // prefixes that end before a separator (and the root, "/", whole). Each
     // prefix's hash comes from the one before it; a hash that names products
     // is confirmed by comparing the text. Longer prefixes are inner folders.
-    std::vector<std::size_t> prefixEnds;
-    std::vector<std::uint64_t> prefixHashes;
+    // Only a prefix as long as some installed version folder can be one, so
+    // the path is read no further than the longest of them.
+    struct Prefix {
+        std::size_t end;
+        std::uint64_t hash;
+    };
+    boost::container::small_vector<Prefix, 8> prefixes;
+    std::size_t const readUpTo = std::min(normal.size(), folderLengths_.size() - 1);
     std::uint64_t hash = hashStart;
-    for (std::size_t i = 0; i < normal.size(); ++i) {
+    for (std::size_t i = 0; i < normal.size() && i <= readUpTo; ++i) {
         if (normal[i] == u'/') {
-            prefixEnds.push_back(i == 0 ? 1 : i);
-            prefixHashes.push_back(i == 0 ? extendHash(hash, u'/') : hash);
+            std::size_t const end = i == 0 ? 1 : i;
+            if (folderLengths_[end]) {
+                prefixes.push_back({end, i == 0 ? extendHash(hash, u'/') : hash});
+            }
         }
-        hash = extendHash(hash, normal[i]);
+        if (i < readUpTo) {
+            hash = extendHash(hash, normal[i]);
+        }
     }
-    if (normal.size() > 1) {
-        prefixEnds.push_back(normal.size());
-        prefixHashes.push_back(hash);
+    if (normal.size() > 1 && normal.size() == readUpTo && folderLengths_[normal.size()]) {
+        prefixes.push_back({normal.size(), hash});
     }
-    for (std::size_t k = prefixEnds.size(); k-- > 0;) {
-        auto const entry = productsByFolderHash_.find(prefixHashes[k]);
+    for (auto prefix = prefixes.rbegin(); prefix != prefixes.rend(); ++prefix) {
+        auto const entry = productsByFolderHash_.find(prefix->hash);
         if (entry == productsByFolderHash_.end()) {
             continue;
         }
         for (std::size_t const index : entry->second) {
             auto const& folder = normalizedVerDirs_[index];
-            if (folder.size() == prefixEnds[k] && normal.compare(0, folder.size(), folder) == 0) {
+            if (folder.size() == prefix->end && normal.compare(0, folder.size(), folder) == 0) {
                 found.push_back(products_[index]);
             }
         }

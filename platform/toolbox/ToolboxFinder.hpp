@@ -74,6 +74,9 @@ private:
     // Installed products by a hash of their normalised version folder, in
     // finder order: a path is matched by hashing its prefixes as it is read.
     std::unordered_map<std::uint64_t, std::vector<std::size_t>> productsByFolderHash_;
+    // Whether some installed version folder is as long as the index: only
+    // prefixes of such a length are looked up. Empty when none is installed.
+    std::vector<bool> folderLengths_;
     std::unordered_map<std::u16string, std::vector<std::size_t>> productsByLocator_;  // indexes in finder order
 };
 

@@ -86,11 +86,12 @@ TEST(ToolboxFinderTest, PathContainmentIsByWholeComponentsAndInstalledOnly) {
                                 product(u"GONE", false, u"/a/b"), product(u"INNER", true, u"/a/b/c"),
                                 product(u"B_TWIN", true, u"/a/./b")});
     // Paths that are not in normal form answer as their normal form does.
-    for (auto const* path : {u"/a/b/c/f.qx", u"/a//b/c/", u"/a/./b/c", u"/a/b/x/../c/.", u"/a/b/c/d/.."}) {
+    for (auto const* path : {u"/a/b/c", u"/a/b/c/f.qx", u"/a//b/c/", u"/a/./b/c", u"/a/b/x/../c/.", u"/a/b/c/d/.."}) {
         EXPECT_EQ(baseCodes(finder.findProductsContainingPath(path)), (Codes{u"INNER", u"B", u"B_TWIN", u"OUTER"}));
     }
     EXPECT_EQ(baseCodes(finder.findProductsContainingPath(u"/a/b")), (Codes{u"B", u"B_TWIN", u"OUTER"}));
-    for (auto const* path : {u"/a/bc/f.qx", u"/a/b/../x"}) {
+    // "/a/bcd" is as long as "/a/b/c" but is not it.
+    for (auto const* path : {u"/a/bc/f.qx", u"/a/b/../x", u"/a/bcd"}) {
         EXPECT_EQ(baseCodes(finder.findProductsContainingPath(path)), (Codes{u"OUTER"}));
     }
     for (auto const* path : {u"/ab", u"/", u""}) {
