@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 #include <simdjson.h>
 
+#include <algorithm>
 #include <mutex>
 #include <optional>
 #include <unordered_map>
@@ -24,6 +25,19 @@ constexpr std::u16string_view argumentMark = u"\uE000";
 std::uint64_t fnv1a(std::uint64_t hash, std::string_view bytes) {
     for (char const c : bytes) {
         hash ^= static_cast<unsigned char>(c);
+        hash *= 0x100000001b3ULL;
+    }
+    return hash;
+}
+
+// fnv1a of the UTF-8 form of `text`: an ASCII text (nearly every one) is
+// hashed as it stands, without converting it.
+std::uint64_t fnv1aOfUtf8(std::uint64_t hash, std::u16string const& text) {
+    if (std::any_of(text.begin(), text.end(), [](char16_t unit) { return unit >= 0x80; })) {
+        return fnv1a(hash, toUtf8(text));
+    }
+    for (char16_t const unit : text) {
+        hash ^= unit;
         hash *= 0x100000001b3ULL;
     }
     return hash;
@@ -53,9 +67,9 @@ NameTemplate localTemplate(FindingKind const& kind, std::string const& language)
 std::uint64_t fingerprintValueOf(std::u16string const& nodeId, std::u16string const& findingId,
                                  std::string const& englishName) {
     std::uint64_t hash = 0xcbf29ce484222325ULL;
-    hash = fnv1a(hash, toUtf8(nodeId));
+    hash = fnv1aOfUtf8(hash, nodeId);
     hash = fnv1a(hash, std::string_view("\0", 1));
-    hash = fnv1a(hash, toUtf8(findingId));
+    hash = fnv1aOfUtf8(hash, findingId);
     hash = fnv1a(hash, std::string_view("\0", 1));
     hash = fnv1a(hash, englishName);
     return hash;

@@ -22,17 +22,23 @@ using dependency::attribute::Severity;
 using dependency::graph::Node;
 
 std::string toUtf8(std::u16string const& text) {
+    std::string out;
+    toUtf8(text, out);
+    return out;
+}
+
+void toUtf8(std::u16string const& text, std::string& out) {
     // Nearly every ID, name and path is ASCII: such a text is narrowed as it
     // stands, and only the others go through the converter, which writes a
     // lone surrogate as U+FFFD and keeps what follows it.
-    std::string out(text.size(), '\0');
+    out.resize(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (text[i] >= 0x80) {
-            return foundation::utf::to_string(text);
+            out = foundation::utf::to_string(text);
+            return;
         }
         out[i] = static_cast<char>(text[i]);
     }
-    return out;
 }
 
 std::string displayNameOf(Node const& node) {
@@ -54,20 +60,30 @@ std::string_view Report::keep(std::string_view text) {
 }
 
 std::size_t Report::count(Severity severity) const {
-    std::size_t total = 0;
-    for (auto const& entry : nodes) {
-        total +=
-            static_cast<std::size_t>(std::count_if(entry.findings.begin(), entry.findings.end(), [&](auto const& f) {
-                return !f.suppressed && f.attribute->getSeverity() == severity;
-            }));
-    }
-    return total;
+    return tally().of(severity);
 }
 
 std::size_t Report::reportedNodes() const {
-    return static_cast<std::size_t>(std::count_if(nodes.begin(), nodes.end(), [](auto const& entry) {
-        return std::any_of(entry.findings.begin(), entry.findings.end(), [](auto const& f) { return !f.suppressed; });
-    }));
+    return tally().nodes;
+}
+
+Report::Tally Report::tally() const {
+    Tally tally;
+    for (auto const& entry : nodes) {
+        bool reported = false;
+        for (auto const& finding : entry.findings) {
+            if (finding.suppressed) {
+                continue;
+            }
+            reported = true;
+            if (auto const index = static_cast<std::size_t>(finding.attribute->getSeverity());
+                index < tally.findings.size()) {
+                ++tally.findings[index];
+            }
+        }
+        tally.nodes += reported ? 1 : 0;
+    }
+    return tally;
 }
 
 bool Report::fails() const {
@@ -99,12 +115,16 @@ bool isNormalAbsolute(std::string_view path) {
 
 namespace {
 
-std::string displayPath(std::u16string const& path, std::filesystem::path const& workingFolder,
-                        std::string const& normalWorkingFolder) {
+// The path as reports show it: relative to the working folder when it lies
+// below it, else as it stands. The text is made in `scratch`, whose memory
+// serves node after node, and the view returned lasts until its next use.
+std::string_view displayPath(std::u16string const& path, std::filesystem::path const& workingFolder,
+                             std::string const& normalWorkingFolder, std::string& scratch) {
     if (path.empty()) {
         return {};
     }
-    std::string text = toUtf8(path);
+    toUtf8(path, scratch);
+    std::string_view const text = scratch;
     // The usual case, a normal absolute path and working folder, is decided on
     // the text: below the folder it is the rest of the path, else the path.
     if (!normalWorkingFolder.empty() && isNormalAbsolute(text)) {
@@ -112,16 +132,18 @@ std::string displayPath(std::u16string const& path, std::filesystem::path const&
             text[normalWorkingFolder.size()] == '/') {
             return text.substr(normalWorkingFolder.size() + 1);
         }
-        return text == normalWorkingFolder ? "." : text;
+        return text == normalWorkingFolder ? std::string_view(".") : text;
     }
-    std::filesystem::path const file(std::move(text));
+    std::filesystem::path const file(scratch);
     if (!workingFolder.empty() && file.is_absolute()) {
         auto const relative = file.lexically_normal().lexically_relative(workingFolder);
         if (!relative.empty() && *relative.begin() != "..") {
-            return relative.generic_string();
+            scratch = relative.generic_string();
+            return scratch;
         }
     }
-    return file.generic_string();
+    scratch = file.generic_string();
+    return scratch;
 }
 
 // "line:column" of a property; nothing when it is not that.
@@ -367,6 +389,7 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
     auto const nodeAt = [&](std::size_t n) -> std::shared_ptr<dependency::graph::Node> const& {
         return idOrder != nullptr ? graph.nodeAt((*idOrder)[n]) : sorted[n];
     };
+    std::string scratch;  // each path's text, while it is shown
     // The nodes lie in the order they were added and are visited in ID
     // order: each is asked for some nodes ahead.
     constexpr std::size_t ahead = 8;
@@ -421,9 +444,9 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
             }
         }
         if (!entry.findings.empty()) {
-            entry.path = report.keep(displayPath(node->getPath(), workingFolder, normalWorkingFolder));
+            entry.path = report.keep(displayPath(node->getPath(), workingFolder, normalWorkingFolder, scratch));
             entry.places = placesOf(*node, entry.path, settings.placesFolder, [&](std::u16string const& path) {
-                return displayPath(path, workingFolder, normalWorkingFolder);
+                return std::string(displayPath(path, workingFolder, normalWorkingFolder, scratch));
             });
             report.nodes.push_back(std::move(entry));
         }

@@ -7,6 +7,7 @@
 #include "platform/foundation/Printable.hpp"
 #include "platform/graph/Graph.hpp"
 
+#include <array>
 #include <cstdint>
 #include <deque>
 #include <filesystem>
@@ -105,6 +106,17 @@ struct Report {
     // Findings of this severity that are reported (not hidden by the baseline).
     std::size_t count(dependency::attribute::Severity severity) const;
     std::size_t reportedNodes() const;
+    // Both at once, in one pass over the findings.
+    struct Tally {
+        std::array<std::size_t, 3> findings{};  // by severity
+        std::size_t nodes = 0;
+
+        std::size_t of(dependency::attribute::Severity severity) const {
+            auto const index = static_cast<std::size_t>(severity);
+            return index < findings.size() ? findings[index] : 0;
+        }
+    };
+    Tally tally() const;
     // Whether a reported finding reaches the fail threshold.
     bool fails() const;
     bool empty() const { return nodes.empty(); }
@@ -183,6 +195,8 @@ void writeDot(std::ostream& out, dependency::graph::Graph const& graph, Report c
 void writeAnalyzerList(std::ostream& out, bool json);
 
 std::string toUtf8(std::u16string const& text);
+// The same into `out`, whose memory it reuses.
+void toUtf8(std::u16string const& text, std::string& out);
 // The node's display name; its ID when it has none.
 std::string displayNameOf(dependency::graph::Node const& node);
 // `text` as a JSON string literal, quotes included.

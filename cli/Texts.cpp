@@ -39,10 +39,16 @@ TextPattern::TextPattern(char const* key, std::size_t arity) : arity_(arity) {
 }
 
 void TextPattern::write(std::ostream& out, std::initializer_list<std::string_view> args) const {
+    std::string text;
+    append(text, args);
+    out << text;
+}
+
+void TextPattern::append(std::string& out, std::initializer_list<std::string_view> args) const {
     for (auto const& piece : pieces_) {
-        out << piece.literal;
-        if (piece.argument < arity_) {
-            out << (piece.argument < args.size() ? *(args.begin() + piece.argument) : std::string_view());
+        out += piece.literal;
+        if (piece.argument < arity_ && piece.argument < args.size()) {
+            out += *(args.begin() + piece.argument);
         }
     }
 }

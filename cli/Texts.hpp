@@ -29,6 +29,8 @@ class TextPattern {
 public:
     TextPattern(char const* key, std::size_t arity);
     void write(std::ostream& out, std::initializer_list<std::string_view> args) const;
+    // The same text added to the end of `out`.
+    void append(std::string& out, std::initializer_list<std::string_view> args) const;
 
 private:
     struct Piece {

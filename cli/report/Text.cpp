@@ -30,15 +30,14 @@ std::string_view colourOf(Severity severity) {
     return "\x1b[36m";
 }
 
-std::string summaryLine(Report const& report) {
+std::string summaryLine(Report const& report, Report::Tally const& tally) {
     std::string line =
-        report.reportedNodes() == 0
-            ? text("SummaryClean", {severityWord(report.minimum), counted("CountNode", report.nodeCount)})
-            : text("SummaryFound", {counted("CountProblem", report.count(Severity::Problem)),
-                                    counted("CountWarning", report.count(Severity::Warning)),
-                                    counted("CountInformation", report.count(Severity::Information)),
-                                    static_cast<long>(report.reportedNodes()), counted("CountNode", report.nodeCount),
-                                    severityWord(report.minimum)});
+        tally.nodes == 0 ? text("SummaryClean", {severityWord(report.minimum), counted("CountNode", report.nodeCount)})
+                         : text("SummaryFound", {counted("CountProblem", tally.of(Severity::Problem)),
+                                                 counted("CountWarning", tally.of(Severity::Warning)),
+                                                 counted("CountInformation", tally.of(Severity::Information)),
+                                                 static_cast<long>(tally.nodes), counted("CountNode", report.nodeCount),
+                                                 severityWord(report.minimum)});
     if (report.hiddenByBaseline > 0) {
         line += "; " + counted("CountHiddenByBaseline", report.hiddenByBaseline);
     }
@@ -48,8 +47,9 @@ std::string summaryLine(Report const& report) {
 }  // namespace
 
 void writeText(std::ostream& out, Report const& report, bool colour) {
-    if (report.reportedNodes() == 0) {
-        out << summaryLine(report) << '\n';
+    auto const tally = report.tally();
+    if (tally.nodes == 0) {
+        out << summaryLine(report, tally) << '\n';
         return;
     }
     out << text("TextHeading",
@@ -82,10 +82,12 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
     for (auto const severity : {Severity::Information, Severity::Warning, Severity::Problem}) {
         paddedSeverities.at(static_cast<std::size_t>(severity)) = padded(severityWord(severity), severityWidth);
     }
-    auto const severityText = [&](Severity severity) {
-        auto const index = static_cast<std::size_t>(severity);
-        return index < paddedSeverities.size() ? paddedSeverities[index]
-                                               : padded(severityWord(severity), severityWidth);
+    auto const appendSeverity = [&](std::string& out, Severity severity) {
+        if (auto const index = static_cast<std::size_t>(severity); index < paddedSeverities.size()) {
+            out += paddedSeverities[index];
+        } else {
+            out += padded(severityWord(severity), severityWidth);
+        }
     };
     std::unordered_map<int, std::string> kindWords;
     TextPattern const heading("TextNodeHeading", 4);
@@ -108,6 +110,9 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
     // place of its own in memory: an entry is asked for some entries ahead,
     // and its node and first finding when it has come in.
     constexpr std::size_t ahead = 8;
+    // The entries are written into one buffer, handed to the stream in large pieces.
+    std::string block;
+    constexpr std::size_t flushSize = 1 << 20;
     for (std::size_t i = 0; i < byPlace.size(); ++i) {
         if (i + 2 * ahead < byPlace.size()) {
             __builtin_prefetch(byPlace[i + 2 * ahead].second);
@@ -124,10 +129,10 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
         if (newKind) {
             kind->second = kindWord(node.getType());
         }
-        out << '\n';
-        heading.write(out, {escapeControls(where), kind->second, escapeControls(displayNameOf(node)),
-                            escapeControls(toUtf8(node.getID()))});
-        out << '\n';
+        block += '\n';
+        heading.append(block, {escapeControls(where), kind->second, escapeControls(displayNameOf(node)),
+                               escapeControls(toUtf8(node.getID()))});
+        block += '\n';
         for (auto const& finding : entry.findings) {
             if (finding.suppressed) {
                 continue;
@@ -138,18 +143,36 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
             if (newId) {
                 id->second = padded(shown(attribute.getID()), idWidth);
             }
-            out << "  " << (colour ? colourOf(severity) : "") << severityText(severity) << (colour ? "\x1b[0m" : "")
-                << "  " << id->second << "  " << shown(attribute.getName());
-            if (!finding.analyzer.empty()) {
-                out << "  [" << escapeControls(finding.analyzer) << "]";
+            block += "  ";
+            if (colour) {
+                block += colourOf(severity);
             }
-            out << '\n';
+            appendSeverity(block, severity);
+            if (colour) {
+                block += "\x1b[0m";
+            }
+            block += "  ";
+            block += id->second;
+            block += "  ";
+            block += shown(attribute.getName());
+            if (!finding.analyzer.empty()) {
+                block += "  [";
+                block += escapeControls(finding.analyzer);
+                block += "]";
+            }
+            block += '\n';
         }
         for (auto const& place : entry.places) {
-            out << "    " << escapeControls(placeLine(place)) << '\n';
+            block += "    ";
+            block += escapeControls(placeLine(place));
+            block += '\n';
+        }
+        if (block.size() >= flushSize) {
+            out << block;
+            block.clear();
         }
     }
-    out << '\n' << summaryLine(report) << '\n';
+    out << block << '\n' << summaryLine(report, tally) << '\n';
 }
 
 void writeTextReport(std::ostream& out, ReportContext const& context) {

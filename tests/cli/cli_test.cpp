@@ -251,6 +251,10 @@ analyzer-paths = ["analyzers"]
 TEST(FingerprintTest, TheSameInEveryLanguageAndDifferentForEachPart) {
     auto const english = fingerprintOf(u"n", u"MissingProductOK", "Required product is not installed: Optim Kit");
     EXPECT_EQ(english.size(), 16u);
+    // Baselines written by earlier releases hold these: FNV-1a of the UTF-8
+    // node ID, finding ID and English name, each followed by a NUL but the last.
+    EXPECT_EQ(english, "0bef06453dc00840");
+    EXPECT_EQ(fingerprintOf(u"caf\u00e9/\u65e5.qx", u"Missing", "File not found"), "1bf66802a8556506");
     EXPECT_NE(english, fingerprintOf(u"m", u"MissingProductOK", "Required product is not installed: Optim Kit"));
     EXPECT_NE(english, fingerprintOf(u"n", u"MissingProductO", "Required product is not installed: Optim Kit"));
     EXPECT_NE(fingerprintOf(u"ab", u"c", ""), fingerprintOf(u"a", u"bc", ""));
