@@ -67,19 +67,22 @@ std::size_t Report::reportedNodes() const {
     return tally().nodes;
 }
 
+bool Report::Tally::add(Finding const& finding) {
+    if (finding.suppressed) {
+        return false;
+    }
+    if (auto const index = static_cast<std::size_t>(finding.attribute->getSeverity()); index < findings.size()) {
+        ++findings[index];
+    }
+    return true;
+}
+
 Report::Tally Report::tally() const {
     Tally tally;
     for (auto const& entry : nodes) {
         bool reported = false;
         for (auto const& finding : entry.findings) {
-            if (finding.suppressed) {
-                continue;
-            }
-            reported = true;
-            if (auto const index = static_cast<std::size_t>(finding.attribute->getSeverity());
-                index < tally.findings.size()) {
-                ++tally.findings[index];
-            }
+            reported = tally.add(finding) || reported;
         }
         tally.nodes += reported ? 1 : 0;
     }
@@ -395,7 +398,7 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
     constexpr std::size_t ahead = 8;
     for (std::size_t n = 0; n < nodeCount; ++n) {
         if (n + ahead < nodeCount) {
-            __builtin_prefetch(nodeAt(n + ahead).get());
+            prefetchNode(nodeAt(n + ahead).get());
         }
         auto const& node = nodeAt(n);
         auto const attributes = result.getAttributes(node, settings.minimum);

@@ -111,6 +111,9 @@ struct Report {
         std::array<std::size_t, 3> findings{};  // by severity
         std::size_t nodes = 0;
 
+        // Counts `finding` when it is reported; whether it is.
+        bool add(Finding const& finding);
+
         std::size_t of(dependency::attribute::Severity severity) const {
             auto const index = static_cast<std::size_t>(severity);
             return index < findings.size() ? findings[index] : 0;
@@ -193,6 +196,15 @@ void writeDot(std::ostream& out, dependency::graph::Graph const& graph, Report c
 
 // `depattr analyzers`: each analyzer, its description and its kinds of finding.
 void writeAnalyzerList(std::ostream& out, bool json);
+
+// Asks for every cache line of a node that is read soon: a node spans two or three.
+inline void prefetchNode(dependency::graph::Node const* node) {
+    auto const* const bytes = reinterpret_cast<char const*>(node);
+    for (std::size_t offset = 0; offset < sizeof(dependency::graph::Node); offset += 64) {
+        __builtin_prefetch(bytes + offset);
+    }
+    __builtin_prefetch(bytes + sizeof(dependency::graph::Node) - 1);
+}
 
 std::string toUtf8(std::u16string const& text);
 // The same into `out`, whose memory it reuses.

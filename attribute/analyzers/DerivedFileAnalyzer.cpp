@@ -66,10 +66,10 @@ public:
         }
         std::vector<std::shared_ptr<Attribute>> findings;
         for (auto const& dependency : graph->getDownstreamDependencies(*node)) {
-            auto const source = dependency->getDownstreamNode();
             if (!(dependency->getRelationship() == dependency::graph::Type::DERIVED())) {
                 continue;
             }
+            auto const source = dependency->getDownstreamNode();
             if (!source->isFile() || !detail::isPresentFile(*source)) {
                 continue;
             }

@@ -61,10 +61,11 @@ std::vector<PackageReference> usedPackages(Node const& node, dependency::graph::
                                            ToolboxFinder const& finder) {
     std::vector<PackageReference> used;
     for (auto const& edge : graph.getDownstreamDependencies(node)) {
-        auto const package = edge->getDownstreamNode();
-        if (!(package->getType() == dependency::graph::Type::PACKAGE())) {
+        // The edge knows its node's type: only packages are reached.
+        if (!(edge->getDownstreamType() == dependency::graph::Type::PACKAGE())) {
             continue;
         }
+        auto const package = edge->getDownstreamNode();
         if (finder.findProductsContainingPath(nativeForm(package->getPath())).empty()) {
             continue;
         }

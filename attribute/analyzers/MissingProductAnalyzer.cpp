@@ -69,9 +69,9 @@ public:
         // A product reached through several dependencies is looked up once.
         ProductNodeSet requiredProducts;
         for (auto const& edge : graph->getDownstreamDependencies(*node)) {
-            auto downstream = edge->getDownstreamNode();
-            if (downstream->getType() == dependency::graph::Type::PRODUCT()) {
-                requiredProducts.insert(std::move(downstream));
+            // The edge knows its node's type: only products are reached.
+            if (edge->getDownstreamType() == dependency::graph::Type::PRODUCT()) {
+                requiredProducts.insert(edge->getDownstreamNode());
             }
         }
         std::vector<std::shared_ptr<Attribute>> findings;

@@ -47,15 +47,6 @@ std::string summaryLine(Report const& report, Report::Tally const& tally) {
 }  // namespace
 
 void writeText(std::ostream& out, Report const& report, bool colour) {
-    auto const tally = report.tally();
-    if (tally.nodes == 0) {
-        out << summaryLine(report, tally) << '\n';
-        return;
-    }
-    out << text("TextHeading",
-                {escapeControls(report.graphName), counted("CountNode", report.nodeCount),
-                 counted("CountEdge", report.dependencyCount), counted("CountAnalyzer", report.analyzers.size())})
-        << '\n';
     std::size_t severityWidth = 0;
     std::size_t idWidth = 0;
     for (auto const severity : {Severity::Information, Severity::Warning, Severity::Problem}) {
@@ -72,11 +63,6 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
         }
         return it->second;
     };
-    for (auto const& entry : report.nodes) {
-        for (auto const& finding : entry.findings) {
-            idWidth = std::max(idWidth, displayWidth(shown(finding.attribute->getID())));
-        }
-    }
     std::unordered_map<std::u16string const*, std::string> paddedIds;
     std::array<std::string, 3> paddedSeverities;
     for (auto const severity : {Severity::Information, Severity::Warning, Severity::Problem}) {
@@ -95,16 +81,34 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
     // nodes of one file kept in ID order.
     // A node with a path is placed by a view of it; only the others have
     // their ID converted, once, into `converted`.
+    // One pass over the findings, each a place of its own in memory, counts
+    // the summary, measures the IDs (hidden findings' too) and picks the
+    // entries to show.
     std::vector<std::pair<std::string_view, NodeFindings const*>> byPlace;
     std::deque<std::string> converted;
     byPlace.reserve(report.nodes.size());
+    Report::Tally tally;
     for (auto const& entry : report.nodes) {
-        if (std::any_of(entry.findings.begin(), entry.findings.end(), [](auto const& f) { return !f.suppressed; })) {
+        bool reported = false;
+        for (auto const& finding : entry.findings) {
+            idWidth = std::max(idWidth, displayWidth(shown(finding.attribute->getID())));
+            reported = tally.add(finding) || reported;
+        }
+        if (reported) {
+            ++tally.nodes;
             byPlace.emplace_back(entry.path.empty() ? std::string_view(converted.emplace_back(entry.where()))
                                                     : std::string_view(entry.path),
                                  &entry);
         }
     }
+    if (tally.nodes == 0) {
+        out << summaryLine(report, tally) << '\n';
+        return;
+    }
+    out << text("TextHeading",
+                {escapeControls(report.graphName), counted("CountNode", report.nodeCount),
+                 counted("CountEdge", report.dependencyCount), counted("CountAnalyzer", report.analyzers.size())})
+        << '\n';
     std::stable_sort(byPlace.begin(), byPlace.end(), [](auto const& a, auto const& b) { return a.first < b.first; });
     // The entries lie in ID order and are visited in path order, each at a
     // place of its own in memory: an entry is asked for some entries ahead,
@@ -119,7 +123,7 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
         }
         if (i + ahead < byPlace.size()) {
             NodeFindings const* const later = byPlace[i + ahead].second;
-            __builtin_prefetch(later->node.get());
+            prefetchNode(later->node.get());
             __builtin_prefetch(later->findings.data());
         }
         std::string_view const where = byPlace[i].first;

@@ -124,7 +124,10 @@ bool operator==(Node const& a, Node const& b) noexcept {
 }
 
 Dependency::Dependency(std::shared_ptr<Node> upstream, std::shared_ptr<Node> downstream, Type relationship)
-    : upstream_(nullptr), downstream_(nullptr), relationship_(relationship) {
+    : upstream_(nullptr),
+      downstream_(nullptr),
+      relationship_(relationship),
+      downstreamType_(downstream ? downstream->getType() : Type::FILE()) {
     if (!upstream || !downstream) {
         throw std::invalid_argument("a dependency needs both of its nodes");
     }
@@ -134,8 +137,8 @@ Dependency::Dependency(std::shared_ptr<Node> upstream, std::shared_ptr<Node> dow
 }
 
 Dependency::Dependency(std::shared_ptr<Node> const* upstream, std::shared_ptr<Node> const* downstream,
-                       Type relationship) noexcept
-    : upstream_(upstream), downstream_(downstream), relationship_(relationship) {}
+                       Type relationship, Type downstreamType) noexcept
+    : upstream_(upstream), downstream_(downstream), relationship_(relationship), downstreamType_(downstreamType) {}
 
 Dependency::~Dependency() {
     if (owned_) {
@@ -147,6 +150,7 @@ Dependency::Dependency(Dependency&& other) noexcept
     : upstream_(other.upstream_),
       downstream_(other.downstream_),
       relationship_(other.relationship_),
+      downstreamType_(other.downstreamType_),
       owned_(std::exchange(other.owned_, false)) {}
 
 Graph::Graph() : store_(std::make_shared<detail::GraphStore const>()), firstDependency_{0} {}

@@ -167,17 +167,22 @@ public:
     std::shared_ptr<Node> getUpstreamNode() const { return *upstream_; }
     std::shared_ptr<Node> getDownstreamNode() const { return *downstream_; }
     Type getRelationship() const noexcept { return relationship_; }
+    // The downstream node's type, kept in the edge: an analyzer that follows
+    // only the edges to nodes of one type tells them apart without reaching
+    // each node, which lies at a place of its own in memory.
+    Type getDownstreamType() const noexcept { return downstreamType_; }
 
 private:
     friend class GraphBuilder;
     // An edge of a built graph refers to its nodes' entries in the graph's
     // node table, which lives as long as any of the graph's edges.
-    Dependency(std::shared_ptr<Node> const* upstream, std::shared_ptr<Node> const* downstream,
-               Type relationship) noexcept;
+    Dependency(std::shared_ptr<Node> const* upstream, std::shared_ptr<Node> const* downstream, Type relationship,
+               Type downstreamType) noexcept;
 
     std::shared_ptr<Node> const* upstream_;
     std::shared_ptr<Node> const* downstream_;  // upstream_ + 1 when owned
     Type relationship_;
+    Type downstreamType_;
     bool owned_ = false;  // both nodes held in an array of this edge's own (an edge made on its own)
 };
 

@@ -82,11 +82,13 @@ std::shared_ptr<Node> GraphBuilder::addNode(NodeData data, std::uint64_t idHash)
     }
     added->builtPosition_ = static_cast<std::uint32_t>(nodes_.size());
     nodes_.emplace_back(arena_, added);
+    nodeTypes_.push_back(added->getType());
     return nodes_.back();
 }
 
 void GraphBuilder::reserve(std::size_t nodes) {
     nodes_.reserve(nodes);
+    nodeTypes_.reserve(nodes);
     index_.reserve(nodes);
 }
 
@@ -156,13 +158,16 @@ std::shared_ptr<Graph const> GraphBuilder::build() {
 
     // The edges live in the store, side by side, and refer to their nodes'
     // entries in its node table: making one allocates nothing and touches
-    // neither node. Every edge handed out shares ownership of the store.
+    // neither node (the downstream node's type comes from the builder's own
+    // list of types). Every edge handed out shares ownership of the store.
     auto const& nodes = store->nodes;
     store->dependencies.reserve(edges_.size());
     for (std::size_t k = 0; k < edges_.size(); ++k) {
         Edge const& edge = edges_[grouped ? k : order[k]];
-        store->dependencies.push_back(Dependency(&nodes[edge.upstream], &nodes[edge.downstream], edge.relationship));
+        store->dependencies.push_back(
+            Dependency(&nodes[edge.upstream], &nodes[edge.downstream], edge.relationship, nodeTypes_[edge.downstream]));
     }
+    std::vector<Type>().swap(nodeTypes_);
     edges_.clear();
     edges_.shrink_to_fit();
     std::vector<std::uint32_t>().swap(order);

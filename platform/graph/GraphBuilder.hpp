@@ -75,8 +75,9 @@ private:
     class NodeArena;
     std::shared_ptr<NodeArena> arena_;
     std::vector<std::shared_ptr<Node>> nodes_;
-    detail::NodeIndex index_;  // keys view the node IDs
-    std::vector<Edge> edges_;  // in the order they were added
+    std::vector<Type> nodeTypes_;  // parallel to nodes_, for the edges' downstream types
+    detail::NodeIndex index_;      // keys view the node IDs
+    std::vector<Edge> edges_;      // in the order they were added
 };
 
 }  // namespace dependency::graph

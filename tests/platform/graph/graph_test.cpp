@@ -124,6 +124,7 @@ TEST(GraphTest, NodesInInsertionOrderAndEdgesPerNodeInOrder) {
     std::vector<std::pair<std::u16string, Type>> edges;
     for (auto const& dependency : graph->getDownstreamDependencies(Node(probe))) {
         EXPECT_EQ(dependency->getUpstreamNode()->getID(), u"c");
+        EXPECT_EQ(dependency->getDownstreamType(), dependency->getDownstreamNode()->getType());
         edges.emplace_back(dependency->getDownstreamNode()->getID(), dependency->getRelationship());
     }
     ASSERT_EQ(edges.size(), 2u);
@@ -145,6 +146,8 @@ TEST(GraphTest, NodesInInsertionOrderAndEdgesPerNodeInOrder) {
     auto const fromA = other.getDownstreamDependencies(*a);
     ASSERT_EQ(std::distance(fromA.begin(), fromA.end()), 1);
     EXPECT_EQ((*fromA.begin())->getDownstreamNode()->getID(), u"c");
+    EXPECT_EQ((*fromA.begin())->getDownstreamType(), Type::FILE());
+    EXPECT_EQ(Dependency(c, graph->findNode(u"b"), Type::REQUIREMENT()).getDownstreamType(), Type::PRODUCT());
     auto const fromC = other.getDownstreamDependencies(*c);
     EXPECT_TRUE(fromC.begin() == fromC.end());
     probe.id = u"stranger";
@@ -174,12 +177,24 @@ TEST(GraphTest, BuilderRejectsDuplicateIdsAndDanglingEdges) {
         }
         kept.push_back(builder.addNode(idOf(i), Type::FUNCTION()));
     }
+    // The edges know their downstream nodes' types, the refused nodes' left out.
+    builder.addNode(u"last", Type::PACKAGE());
+    builder.addDependency(idOf(0), u"a", Type::CALL());
+    builder.addDependency(u"a", u"last", Type::CALL());
+    builder.addDependency(u"a", idOf(count - 1), Type::CALL());
     auto graph = builder.build();
-    EXPECT_EQ(graph->nodeCount(), count + 1u);
+    std::vector<Type> downstreamTypes;
+    for (auto const& node : {graph->findNode(idOf(0)), graph->findNode(u"a")}) {
+        for (auto const& dependency : graph->getDownstreamDependencies(*node)) {
+            downstreamTypes.push_back(dependency->getDownstreamType());
+        }
+    }
+    EXPECT_EQ(downstreamTypes, (std::vector<Type>{Type::FILE(), Type::PACKAGE(), Type::FUNCTION()}));
+    EXPECT_EQ(graph->nodeCount(), count + 2u);
     EXPECT_EQ(graph->findNode(u"a")->getType(), Type::FILE());
     int position = -1;
     for (auto const& node : graph->getNodes()) {
-        ASSERT_EQ(node->getID(), position < 0 ? u"a" : idOf(position)) << position;
+        ASSERT_EQ(node->getID(), position < 0 ? u"a" : position == count ? u"last" : idOf(position)) << position;
         ++position;
     }
     graph.reset();
