@@ -100,6 +100,7 @@ TEST(ToolboxFinderTest, PathContainmentIsByWholeComponentsAndInstalledOnly) {
     ToolboxFinder const everything({product(u"ROOT", true, u"/")});
     EXPECT_EQ(everything.findProductsContainingPath(u"/any/where").size(), 1u);
     EXPECT_EQ(everything.findProductsContainingPath(u"/").size(), 1u);
+    EXPECT_EQ(everything.findProductsContainingPath(u"relative/to/here.qx").size(), 1u);
     // A path with a NUL character names no file, so no product holds it: not
     // even the one at the root, nor the one its text up to the NUL would name.
     EXPECT_TRUE(everything.findProductsContainingPath(std::u16string(u"/any\0where", 10)).empty());
