@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <deque>
 #include <unordered_map>
 
@@ -42,6 +43,45 @@ std::string summaryLine(Report const& report, Report::Tally const& tally) {
         line += "; " + counted("CountHiddenByBaseline", report.hiddenByBaseline);
     }
     return line;
+}
+
+// Sorts the entries by where they are, those of one place kept in the order
+// they come. The places of a large report share a long beginning (the
+// project's folder): each is compared first by the eight bytes after it,
+// kept beside it as a number whose order is theirs, and only on a tie by text.
+void sortByPlace(std::vector<std::pair<std::string_view, NodeFindings const*>>& byPlace) {
+    if (byPlace.size() < 2) {
+        return;
+    }
+    std::size_t shared = byPlace.front().first.size();
+    for (auto const& [place, entry] : byPlace) {
+        auto const& first = byPlace.front().first;
+        shared = static_cast<std::size_t>(
+            std::mismatch(first.begin(), first.begin() + static_cast<std::ptrdiff_t>(std::min(shared, place.size())),
+                          place.begin())
+                .first -
+            first.begin());
+    }
+    struct Keyed {
+        std::uint64_t key;  // the bytes after the shared beginning, the first the most significant
+        std::pair<std::string_view, NodeFindings const*> item;
+    };
+    std::vector<Keyed> keyed;
+    keyed.reserve(byPlace.size());
+    for (auto const& item : byPlace) {
+        std::uint64_t key = 0;
+        for (std::size_t i = 0; i < 8; ++i) {
+            std::size_t const at = shared + i;
+            key = key << 8 | (at < item.first.size() ? static_cast<unsigned char>(item.first[at]) : 0u);
+        }
+        keyed.push_back({key, item});
+    }
+    std::stable_sort(keyed.begin(), keyed.end(), [](Keyed const& a, Keyed const& b) {
+        return a.key != b.key ? a.key < b.key : a.item.first < b.item.first;
+    });
+    for (std::size_t i = 0; i < keyed.size(); ++i) {
+        byPlace[i] = keyed[i].item;
+    }
 }
 
 }  // namespace
@@ -109,13 +149,19 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
                 {escapeControls(report.graphName), counted("CountNode", report.nodeCount),
                  counted("CountEdge", report.dependencyCount), counted("CountAnalyzer", report.analyzers.size())})
         << '\n';
-    std::stable_sort(byPlace.begin(), byPlace.end(), [](auto const& a, auto const& b) { return a.first < b.first; });
+    sortByPlace(byPlace);
     // The entries lie in ID order and are visited in path order, each at a
     // place of its own in memory: an entry is asked for some entries ahead,
     // and its node and first finding when it has come in.
     constexpr std::size_t ahead = 8;
     // The entries are written into one buffer, handed to the stream in large pieces.
     std::string block;
+    // Each node's texts, made in the same memory node after node.
+    std::string idText;
+    std::string nameText;
+    std::string escapedWhere;
+    std::string escapedName;
+    std::string escapedId;
     constexpr std::size_t flushSize = 1 << 20;
     for (std::size_t i = 0; i < byPlace.size(); ++i) {
         if (i + 2 * ahead < byPlace.size()) {
@@ -134,8 +180,14 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
             kind->second = kindWord(node.getType());
         }
         block += '\n';
-        heading.append(block, {escapeControls(where), kind->second, escapeControls(displayNameOf(node)),
-                               escapeControls(toUtf8(node.getID()))});
+        toUtf8(node.getID(), idText);
+        if (auto const name = node.getName(); name.empty()) {
+            nameText = idText;
+        } else {
+            toUtf8(name, nameText);
+        }
+        heading.append(block, {escapeControls(where, escapedWhere), kind->second, escapeControls(nameText, escapedName),
+                               escapeControls(idText, escapedId)});
         block += '\n';
         for (auto const& finding : entry.findings) {
             if (finding.suppressed) {

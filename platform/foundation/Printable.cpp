@@ -1,13 +1,29 @@
 #include "platform/foundation/Printable.hpp"
 
+#include <algorithm>
+
 namespace foundation::printable {
+
+namespace {
+
+// Whether a character is written as it stands.
+bool plain(char c) {
+    auto const byte = static_cast<unsigned char>(c);
+    return byte >= 0x20 && byte != 0x7f && c != '\\';
+}
+
+}  // namespace
+
+std::string_view escapeControls(std::string_view text, std::string& storage) {
+    if (std::all_of(text.begin(), text.end(), plain)) {
+        return text;
+    }
+    storage = escapeControls(text);
+    return storage;
+}
 
 std::string escapeControls(std::string_view text) {
     static constexpr char hex[] = "0123456789abcdef";
-    auto const plain = [](char c) {
-        auto const byte = static_cast<unsigned char>(c);
-        return byte >= 0x20 && byte != 0x7f && c != '\\';
-    };
     std::string out;
     out.reserve(text.size());
     // Runs of plain characters, nearly all of any text, are copied whole.

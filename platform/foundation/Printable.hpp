@@ -11,6 +11,9 @@ namespace foundation::printable {
 // `text` with control characters written as escapes (\n, \r, \t, \x1b; a
 // backslash doubled), so that it can neither move the cursor nor ring.
 std::string escapeControls(std::string_view text);
+// The same without a copy where nothing needs an escape: `text` itself, else
+// the escaped text made in `storage`, which the view returned then shows.
+std::string_view escapeControls(std::string_view text, std::string& storage);
 
 // An error whose text is ready to print: control characters that came from
 // outside are escaped already, and its line breaks are meant (an error of host

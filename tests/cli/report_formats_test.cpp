@@ -378,6 +378,12 @@ TEST(ReportTexts, EscapesAndConversionsKeepEveryCharacterInPlace) {
     EXPECT_EQ(escapeControls(""), "");
     EXPECT_EQ(escapeControls(raw), "\"a\\\\b\\n\\r\\t\\x01\\x7f\\x00z \xc3\xa9\"");
     EXPECT_EQ(escapeControls("\x1b"), "\\x1b");
+    // Without a copy where nothing needs an escape.
+    std::string storage;
+    std::string const plain = "caf\xc3\xa9 \"quoted\"";
+    EXPECT_EQ(escapeControls(plain, storage).data(), plain.data());
+    EXPECT_EQ(escapeControls(raw, storage), escapeControls(raw));
+    EXPECT_EQ(escapeControls("\\", storage), "\\\\");
 
     EXPECT_EQ(toUtf8(u""), "");
     EXPECT_EQ(toUtf8(u"/work/src/a.qx"), "/work/src/a.qx");
@@ -444,4 +450,53 @@ TEST(SarifLocations, FilesBelowBesideAndAtTheBaseFolder) {
         }
         EXPECT_EQ(locations, expected) << base;
     }
+}
+
+// The text report lists its nodes by where they are, the nodes of one place
+// in ID order: places that share a long beginning, that tie in the first
+// bytes after it, one that begins another, one with a byte above ASCII, and
+// a node without a path (placed by its ID).
+TEST(TextReportOrder, NodesByPlaceThenById) {
+    std::vector<std::pair<std::u16string, std::u16string>> const nodes{
+        {u"n1", u"/proj/src/b.qx"},
+        {u"n2", u"/proj/src/a.qx"},
+        {u"n3", u"/proj/src/a.qx"},
+        {u"n4", u"/proj/src/aaaaaaaaaaaa2.qx"},
+        {u"n5", u"/proj/src/aaaaaaaaaaaa1.qx"},
+        {u"n6", u"/proj/src/\u00e9.qx"},
+        {u"n7", u"/proj/src/a"},
+    };
+    auto const order = [&](bool withPathless) {
+        GraphBuilder builder;
+        for (auto const& [id, path] : nodes) {
+            builder.addNode(NodeData{.id = id, .type = Type::FILE(), .path = path, .isFile = true});
+        }
+        if (withPathless) {
+            builder.addNode(NodeData{.id = u"n0", .type = Type::PRODUCT()});
+        }
+        auto const graph = builder.build();
+        auto const missing = finding(u"Missing", u"File not found", Severity::Warning);
+        auto const analyzer =
+            std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const&) { return Findings{missing}; });
+        AnalysisSession session;
+        session.select(std::vector<AnalysisSession::NamedAnalyzer>{{"files", analyzer}});
+        FindingSources sources;
+        depattr_test::FindingRecorder recorder(sources);
+        auto const result = session.analyze(graph, recorder);
+        std::ostringstream out;
+        writeText(out, makeReport(*graph, *result, {.sources = &sources}), false);
+        std::vector<std::string> ids;
+        std::istringstream lines(out.str());
+        for (std::string line; std::getline(lines, line);) {
+            if (auto const at = line.find("ID \""); at != std::string::npos) {
+                ids.push_back(line.substr(at + 4, line.find('"', at + 4) - at - 4));
+            }
+        }
+        return ids;
+    };
+    std::vector<std::string> const expected{"n7", "n2", "n3", "n5", "n4", "n1", "n6"};
+    EXPECT_EQ(order(false), expected);
+    auto withPathless = expected;
+    withPathless.push_back("n0");
+    EXPECT_EQ(order(true), withPathless);
 }
