@@ -39,6 +39,35 @@ std::uint64_t hashOfPath(std::u16string const& path) noexcept {
     return hash;
 }
 
+// Whether an absolute path is already what normalising it would make: no
+// empty, "." or ".." component, no separator at the end (but for the root),
+// and no surrogate code unit (which the general conversion treats on its own).
+bool isNormalAbsolute(std::u16string const& path) noexcept {
+    if (path.empty() || path.front() != u'/') {
+        return false;
+    }
+    if (path.size() == 1) {
+        return true;
+    }
+    std::size_t componentStart = 1;
+    for (std::size_t i = 1; i <= path.size(); ++i) {
+        char16_t const unit = i < path.size() ? path[i] : u'/';
+        if (unit >= 0xD800 && unit <= 0xDFFF) {
+            return false;
+        }
+        if (unit != u'/') {
+            continue;
+        }
+        std::size_t const length = i - componentStart;
+        if (length == 0 || (length == 1 && path[componentStart] == u'.') ||
+            (length == 2 && path[componentStart] == u'.' && path[componentStart + 1] == u'.')) {
+            return false;
+        }
+        componentStart = i + 1;
+    }
+    return true;
+}
+
 std::mutex instanceMutex;
 std::shared_ptr<ToolboxFinder> instance;  // guarded by instanceMutex
 
@@ -145,79 +174,43 @@ ToolboxFinder::ProductList ToolboxFinder::findProductsByLocator(std::u16string c
 
 ToolboxFinder::ProductList ToolboxFinder::findProductsContainingPath(std::u16string const& path) const {
     ProductList found;
-    if (path.empty() || folderLengths_.empty()) {
+    // A path with a NUL character names no file: it is in no product's folder.
+    if (path.empty() || folderLengths_.empty() || path.find(u'\0') != std::u16string::npos) {
         return found;
     }
+    // A path that is normal already (the usual case) is taken as it is.
+    std::u16string normalizedPath;
+    if (!isNormalAbsolute(path)) {
+        normalizedPath = detail::normalizedAbsolute(path);
+    }
+    std::u16string const& normal = normalizedPath.empty() ? path : normalizedPath;
     // The folders that may contain the path are the path itself and its
     // prefixes that end before a separator (and the root, "/", whole). Each
     // prefix's hash comes from the one before it; a hash that names products
     // is confirmed by comparing the text. Longer prefixes are inner folders.
     // Only a prefix as long as some installed version folder can be one, so
-    // the path is hashed no further than the longest of them.
+    // the path is read no further than the longest of them.
     struct Prefix {
         std::size_t end;
         std::uint64_t hash;
     };
     boost::container::small_vector<Prefix, 8> prefixes;
-    // One pass over `text` finds its candidate prefixes and says whether it
-    // is what normalising it would make: absolute, with no empty, "." or ".."
-    // component, no separator at the end (but for the root) and no surrogate
-    // code unit (which the general conversion treats on its own). False at a
-    // NUL character.
-    auto const scan = [&](std::u16string const& text, bool& normal) {
-        prefixes.clear();
-        normal = text.front() == u'/';
-        std::size_t const readUpTo = std::min(text.size(), folderLengths_.size() - 1);
-        std::size_t componentStart = 1;
-        auto const component = [&](std::size_t end) {
-            std::size_t const length = end - componentStart;
-            return !(length == 0 || (length == 1 && text[componentStart] == u'.') ||
-                     (length == 2 && text[componentStart] == u'.' && text[componentStart + 1] == u'.'));
-        };
-        std::uint64_t hash = hashStart;
-        for (std::size_t i = 0; i < text.size(); ++i) {
-            char16_t const unit = text[i];
-            if (unit == u'\0') {
-                return false;
-            }
-            if (unit >= 0xD800 && unit <= 0xDFFF) {
-                normal = false;
-            }
-            if (unit == u'/') {
-                if (i > 0) {
-                    normal = normal && component(i);
-                    componentStart = i + 1;
-                }
-                if (std::size_t const end = i == 0 ? 1 : i; i <= readUpTo && folderLengths_[end]) {
-                    prefixes.push_back({end, i == 0 ? extendHash(hash, u'/') : hash});
-                }
-            }
-            if (i < readUpTo) {
-                hash = extendHash(hash, unit);
+    std::size_t const readUpTo = std::min(normal.size(), folderLengths_.size() - 1);
+    std::uint64_t hash = hashStart;
+    for (std::size_t i = 0; i < normal.size() && i <= readUpTo; ++i) {
+        if (normal[i] == u'/') {
+            std::size_t const end = i == 0 ? 1 : i;
+            if (folderLengths_[end]) {
+                prefixes.push_back({end, i == 0 ? extendHash(hash, u'/') : hash});
             }
         }
-        if (text.size() > 1) {
-            normal = normal && component(text.size());
-            if (text.size() == readUpTo && folderLengths_[text.size()]) {
-                prefixes.push_back({text.size(), hash});
-            }
-        }
-        return true;
-    };
-    // A path with a NUL character names no file: it is in no product's
-    // folder. One that is normal already (the usual case) is taken as it is.
-    bool normal = false;
-    if (!scan(path, normal)) {
-        return found;
-    }
-    std::u16string normalizedPath;
-    if (!normal) {
-        normalizedPath = detail::normalizedAbsolute(path);
-        if (!normalizedPath.empty()) {
-            scan(normalizedPath, normal);
+        if (i < readUpTo) {
+            hash = extendHash(hash, normal[i]);
         }
     }
-    std::u16string const& text = normalizedPath.empty() ? path : normalizedPath;
+    if (normal.size() > 1 && normal.size() == readUpTo && folderLengths_[normal.size()]) {
+        prefixes.push_back({normal.size(), hash});
+    }
     for (auto prefix = prefixes.rbegin(); prefix != prefixes.rend(); ++prefix) {
         auto const entry = productsByFolderHash_.find(prefix->hash);
         if (entry == productsByFolderHash_.end()) {
@@ -225,7 +218,7 @@ ToolboxFinder::ProductList ToolboxFinder::findProductsContainingPath(std::u16str
         }
         for (std::size_t const index : entry->second) {
             auto const& folder = normalizedVerDirs_[index];
-            if (folder.size() == prefix->end && text.compare(0, folder.size(), folder) == 0) {
+            if (folder.size() == prefix->end && normal.compare(0, folder.size(), folder) == 0) {
                 found.push_back(products_[index]);
             }
         }
