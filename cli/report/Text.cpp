@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <deque>
 #include <unordered_map>
 
@@ -43,45 +42,6 @@ std::string summaryLine(Report const& report, Report::Tally const& tally) {
         line += "; " + counted("CountHiddenByBaseline", report.hiddenByBaseline);
     }
     return line;
-}
-
-// Sorts the entries by where they are, those of one place kept in the order
-// they come. The places of a large report share a long beginning (the
-// project's folder): each is compared first by the eight bytes after it,
-// kept beside it as a number whose order is theirs, and only on a tie by text.
-void sortByPlace(std::vector<std::pair<std::string_view, NodeFindings const*>>& byPlace) {
-    if (byPlace.size() < 2) {
-        return;
-    }
-    std::size_t shared = byPlace.front().first.size();
-    for (auto const& [place, entry] : byPlace) {
-        auto const& first = byPlace.front().first;
-        shared = static_cast<std::size_t>(
-            std::mismatch(first.begin(), first.begin() + static_cast<std::ptrdiff_t>(std::min(shared, place.size())),
-                          place.begin())
-                .first -
-            first.begin());
-    }
-    struct Keyed {
-        std::uint64_t key;  // the bytes after the shared beginning, the first the most significant
-        std::pair<std::string_view, NodeFindings const*> item;
-    };
-    std::vector<Keyed> keyed;
-    keyed.reserve(byPlace.size());
-    for (auto const& item : byPlace) {
-        std::uint64_t key = 0;
-        for (std::size_t i = 0; i < 8; ++i) {
-            std::size_t const at = shared + i;
-            key = key << 8 | (at < item.first.size() ? static_cast<unsigned char>(item.first[at]) : 0u);
-        }
-        keyed.push_back({key, item});
-    }
-    std::stable_sort(keyed.begin(), keyed.end(), [](Keyed const& a, Keyed const& b) {
-        return a.key != b.key ? a.key < b.key : a.item.first < b.item.first;
-    });
-    for (std::size_t i = 0; i < keyed.size(); ++i) {
-        byPlace[i] = keyed[i].item;
-    }
 }
 
 }  // namespace
@@ -149,7 +109,7 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
                 {escapeControls(report.graphName), counted("CountNode", report.nodeCount),
                  counted("CountEdge", report.dependencyCount), counted("CountAnalyzer", report.analyzers.size())})
         << '\n';
-    sortByPlace(byPlace);
+    std::stable_sort(byPlace.begin(), byPlace.end(), [](auto const& a, auto const& b) { return a.first < b.first; });
     // The entries lie in ID order and are visited in path order, each at a
     // place of its own in memory: an entry is asked for some entries ahead,
     // and its node and first finding when it has come in.
@@ -162,6 +122,7 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
     std::string escapedWhere;
     std::string escapedName;
     std::string escapedId;
+    std::string escapedAnalyzer;
     constexpr std::size_t flushSize = 1 << 20;
     for (std::size_t i = 0; i < byPlace.size(); ++i) {
         if (i + 2 * ahead < byPlace.size()) {
@@ -172,8 +133,8 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
             prefetchNode(later->node.get());
             __builtin_prefetch(later->findings.data());
         }
-        std::string_view const where = byPlace[i].first;
-        auto const& entry = *byPlace[i].second;
+        auto const [where, shownEntry] = byPlace[i];
+        auto const& entry = *shownEntry;
         auto const& node = *entry.node;
         auto [kind, newKind] = kindWords.try_emplace(static_cast<int>(node.getType().kind()));
         if (newKind) {
@@ -213,7 +174,7 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
             block += shown(attribute.getName());
             if (!finding.analyzer.empty()) {
                 block += "  [";
-                block += escapeControls(finding.analyzer);
+                block += escapeControls(finding.analyzer, escapedAnalyzer);
                 block += "]";
             }
             block += '\n';

@@ -1,7 +1,5 @@
 #include "platform/foundation/Printable.hpp"
 
-#include <algorithm>
-
 namespace foundation::printable {
 
 namespace {
@@ -15,7 +13,13 @@ bool plain(char c) {
 }  // namespace
 
 std::string_view escapeControls(std::string_view text, std::string& storage) {
-    if (std::all_of(text.begin(), text.end(), plain)) {
+    // Checked without stopping early, so that the compiler can take many
+    // characters at a time: nearly every text is plain throughout.
+    bool escapes = false;
+    for (char const c : text) {
+        escapes |= !plain(c);
+    }
+    if (!escapes) {
         return text;
     }
     storage = escapeControls(text);
