@@ -28,9 +28,10 @@ std::string toUtf8(std::u16string const& text) {
 }
 
 void toUtf8(std::u16string const& text, std::string& out) {
-    // Nearly every ID, name and path is ASCII: such a text is narrowed as it
-    // stands, and only the others go through the converter, which writes a
-    // lone surrogate as U+FFFD and keeps what follows it.
+    // Nearly every ID, name and path is ASCII: such a text is narrowed into
+    // `out`'s memory as it stands, and only the others go through the
+    // platform's converter, which writes a lone surrogate as U+FFFD and keeps
+    // what follows it.
     out.resize(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (text[i] >= 0x80) {

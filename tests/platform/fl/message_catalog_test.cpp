@@ -206,6 +206,9 @@ TEST(Utf, ConvertsBothWaysAndRepairsIllFormedInput) {
     EXPECT_EQ(to_string(text), "a\xc3\xa9\xe3\x83\x95\xf0\x9f\x98\x80z");
     EXPECT_EQ(to_ustring(to_string(text)), text);
     EXPECT_EQ(fl::i18n::ustring_to_utf8(text), to_string(text));
+    EXPECT_EQ(to_string(u""), "");
+    EXPECT_EQ(to_string(std::u16string(u"/plain\0ascii\x7f", 13)), std::string("/plain\0ascii\x7f", 13));
+    EXPECT_EQ(to_string(u"\u00e9t\u00e9"), "\xc3\xa9t\xc3\xa9");
     EXPECT_EQ(to_string(std::u16string{u'a', char16_t(0xD800), u'b'}), std::string("a\xef\xbf\xbd") + "b");
     EXPECT_EQ(to_string(std::u16string{char16_t(0xDC00)}), "\xef\xbf\xbd");
     EXPECT_EQ(to_ustring(std::string("a\xff") + "b"), u"a\uFFFDb");
