@@ -6,6 +6,7 @@
 #include "platform/fl/MessageCatalog.hpp"
 #include "platform/foundation/JsonReaderErrors.hpp"
 
+#include <fmt/compile.h>
 #include <fmt/format.h>
 #include <simdjson.h>
 
@@ -84,7 +85,7 @@ std::uint64_t fingerprintValueOf(std::uint64_t shared, std::string_view details,
 }
 
 std::string fingerprintText(std::uint64_t fingerprint) {
-    return fmt::format("{:016x}", fingerprint);
+    return fmt::format(FMT_COMPILE("{:016x}"), fingerprint);
 }
 
 std::string fingerprintOf(std::u16string const& nodeId, std::u16string const& findingId,

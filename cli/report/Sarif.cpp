@@ -6,6 +6,7 @@
 
 #include "cli/Texts.hpp"
 
+#include <fmt/compile.h>
 #include <fmt/format.h>
 
 #include <iterator>
@@ -110,9 +111,10 @@ std::string artifactLocation(std::string const& path, BaseFolder const& base) {
         }
     }
     if (file.empty()) {
-        return fmt::format("{{\"uri\": {}, \"uriBaseId\": {}}}", jsonString(uriPath(relative)), jsonString(baseUriId));
+        return fmt::format(FMT_COMPILE("{{\"uri\": {}, \"uriBaseId\": {}}}"), jsonString(uriPath(relative)),
+                           jsonString(baseUriId));
     }
-    return fmt::format("{{\"uri\": {}}}", jsonString("file://" + uriPath(file)));
+    return fmt::format(FMT_COMPILE("{{\"uri\": {}}}"), jsonString("file://" + uriPath(file)));
 }
 
 // One rule per analyzer and kind of finding: "Missing" alone would merge the
@@ -288,21 +290,23 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
         if (!related.empty()) {
             related = "\"relatedLocations\": [" + related + "], ";
         }
-        auto const logical = fmt::format(
-            "{{\"name\": {}, \"fullyQualifiedName\": {}, \"kind\": {}}}", jsonString(displayNameOf(*entry.node)),
-            jsonString(toUtf8(entry.node->getID())), jsonString(logicalKindOf(*entry.node)));
+        auto const logical =
+            fmt::format(FMT_COMPILE("{{\"name\": {}, \"fullyQualifiedName\": {}, \"kind\": {}}}"),
+                        jsonString(displayNameOf(*entry.node)), jsonString(toUtf8(entry.node->getID())),
+                        jsonString(logicalKindOf(*entry.node)));
         auto const nodeKind = jsonString(entry.node->getType().name());
         for (auto const& finding : entry.findings) {
             auto const& attribute = *finding.attribute;
             auto const& rule = ruleOf(finding);
             results += firstResult ? "\n" : ",\n";
             firstResult = false;
-            fmt::format_to(std::back_inserter(results),
-                           "        {{\"ruleId\": {}, \"ruleIndex\": {}, \"level\": \"{}\", \"message\": {}, "
-                           "\"locations\": [{{{}\"logicalLocations\": [{}]}}], {}\"partialFingerprints\": "
-                           "{{\"depattr/v1\": \"{}\"}}, \"properties\": {{\"nodeKind\": {}}}",
-                           rule.id, rule.index, levelOf(attribute.getSeverity()), messageOf(attribute.getName()),
-                           physical, logical, related, fingerprintText(finding.fingerprint), nodeKind);
+            fmt::format_to(
+                std::back_inserter(results),
+                FMT_COMPILE("        {{\"ruleId\": {}, \"ruleIndex\": {}, \"level\": \"{}\", \"message\": {}, "
+                            "\"locations\": [{{{}\"logicalLocations\": [{}]}}], {}\"partialFingerprints\": "
+                            "{{\"depattr/v1\": \"{}\"}}, \"properties\": {{\"nodeKind\": {}}}"),
+                rule.id, rule.index, levelOf(attribute.getSeverity()), messageOf(attribute.getName()), physical,
+                logical, related, fingerprintText(finding.fingerprint), nodeKind);
             if (finding.suppressed) {
                 results +=
                     ", \"suppressions\": [{\"kind\": \"external\", \"status\": \"accepted\", "
