@@ -72,6 +72,8 @@ public:
     bool keeps(std::string_view id, std::filesystem::path const& nodePath) const;
     // The same for a finding of a known analyzer, which selectors "analyzer/ID" may name.
     bool keeps(std::string_view id, std::string_view analyzer, std::filesystem::path const& nodePath) const;
+    // Whether it has no rule at all, so that it keeps every finding.
+    bool keepsEverything() const noexcept { return select_.empty() && ignore_.empty() && pathIgnores_.empty(); }
 
 private:
     std::vector<std::string> select_;

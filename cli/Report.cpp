@@ -393,6 +393,9 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
     auto const nodeAt = [&](std::size_t n) -> std::shared_ptr<dependency::graph::Node> const& {
         return idOrder != nullptr ? graph.nodeAt((*idOrder)[n]) : sorted[n];
     };
+    // A filter without rules keeps every finding: it is not asked.
+    FindingFilter const* const filter =
+        settings.filter != nullptr && !settings.filter->keepsEverything() ? settings.filter : nullptr;
     std::string scratch;  // each path's text, while it is shown
     // The nodes lie in the order they were added and are visited in ID
     // order: each is asked for some nodes ahead.
@@ -408,9 +411,9 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
         }
         NodeFindings entry{node, {}, {}, {}};
         // The path and the IDs as text only for the rules that read them.
-        std::filesystem::path const nodePath(settings.filter != nullptr ? toUtf8(node->getPath()) : std::string());
+        std::filesystem::path const nodePath(filter != nullptr ? toUtf8(node->getPath()) : std::string());
         auto const ignoredHere = inlineIgnores(*node);
-        bool const selecting = settings.filter != nullptr || !ignoredHere.empty();
+        bool const selecting = filter != nullptr || !ignoredHere.empty();
         for (auto const& attribute : attributes) {
             Finding finding{attribute, {}, nullptr, {}, false};
             if (settings.sources != nullptr) {
@@ -418,7 +421,7 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
             }
             if (selecting) {
                 auto const id = toUtf8(attribute->getID());
-                if (settings.filter != nullptr && !settings.filter->keeps(id, finding.analyzer, nodePath)) {
+                if (filter != nullptr && !filter->keeps(id, finding.analyzer, nodePath)) {
                     continue;
                 }
                 if (std::any_of(ignoredHere.begin(), ignoredHere.end(), [&](auto const& selector) {
