@@ -94,6 +94,26 @@ ToolboxFinder::ToolboxFinder(ProductList products) : products_(std::move(product
             folderLengths_[folder.size()] = true;
         }
     }
+    // The beginnings, as long as the shortest folder, that a path inside any
+    // installed product must have. The root folder begins every path: with it
+    // installed there is nothing to tell apart.
+    std::size_t shortest = folderLengths_.size();
+    for (std::size_t length = 1; length < folderLengths_.size(); ++length) {
+        if (folderLengths_[length]) {
+            shortest = length;
+            break;
+        }
+    }
+    if (shortest > 1 && shortest < folderLengths_.size()) {
+        for (auto const& folder : normalizedVerDirs_) {
+            if (!folder.empty()) {
+                folderBeginnings_.push_back(folder.substr(0, shortest));
+            }
+        }
+        std::sort(folderBeginnings_.begin(), folderBeginnings_.end());
+        folderBeginnings_.erase(std::unique(folderBeginnings_.begin(), folderBeginnings_.end()),
+                                folderBeginnings_.end());
+    }
     for (std::size_t i = 0; i < products_.size(); ++i) {
         if (!products_[i]) {
             continue;
@@ -184,6 +204,18 @@ ToolboxFinder::ProductList ToolboxFinder::findProductsContainingPath(std::u16str
         normalizedPath = detail::normalizedAbsolute(path);
     }
     std::u16string const& normal = normalizedPath.empty() ? path : normalizedPath;
+    // Most paths of a graph lie outside every product: a path that does not
+    // begin as some installed folder does lies in none, and is told so after
+    // one comparison of its beginning.
+    if (!folderBeginnings_.empty()) {
+        std::size_t const length = folderBeginnings_.front().size();
+        if (normal.size() < length ||
+            !std::binary_search(folderBeginnings_.begin(), folderBeginnings_.end(),
+                                std::u16string_view(normal).substr(0, length),
+                                [](std::u16string_view a, std::u16string_view b) { return a < b; })) {
+            return found;
+        }
+    }
     // The folders that may contain the path are the path itself and its
     // prefixes that end before a separator (and the root, "/", whole). Each
     // prefix's hash comes from the one before it; a hash that names products

@@ -77,6 +77,9 @@ private:
     // Whether some installed version folder is as long as the index: only
     // prefixes of such a length are looked up. Empty when none is installed.
     std::vector<bool> folderLengths_;
+    // The installed folders' beginnings as long as the shortest of them, sorted;
+    // empty when the root folder is installed or none is.
+    std::vector<std::u16string> folderBeginnings_;
     std::unordered_map<std::u16string, std::vector<std::size_t>> productsByLocator_;  // indexes in finder order
 };
 

@@ -97,6 +97,22 @@ TEST(ToolboxFinderTest, PathContainmentIsByWholeComponentsAndInstalledOnly) {
     for (auto const* path : {u"/ab", u"/", u""}) {
         EXPECT_TRUE(finder.findProductsContainingPath(path).empty());
     }
+    // Folders that begin differently, of different lengths: a path is told
+    // apart by its beginning, and one shorter than every folder lies in none.
+    ToolboxFinder const apart(
+        {product(u"OPT", true, u"/opt/x"), product(u"LIB", true, u"/usr/lib/y"), product(u"OFF", false, u"/home")});
+    for (auto const& [path, codes] : std::vector<std::pair<std::u16string, Codes>>{
+             {u"/opt/x/f.qx", {u"OPT"}},
+             {u"/opt/x", {u"OPT"}},
+             {u"/usr/lib/y", {u"LIB"}},
+             {u"/usr/lib/../lib/y/z", {u"LIB"}},
+             {u"/usr/lib/yy", {}},
+             {u"/home/a", {}},
+             {u"/opt", {}},
+             {u"/op", {}},
+         }) {
+        EXPECT_EQ(baseCodes(apart.findProductsContainingPath(path)), codes) << std::string(path.begin(), path.end());
+    }
     ToolboxFinder const everything({product(u"ROOT", true, u"/")});
     EXPECT_EQ(everything.findProductsContainingPath(u"/any/where").size(), 1u);
     EXPECT_EQ(everything.findProductsContainingPath(u"/").size(), 1u);
