@@ -526,38 +526,27 @@ std::string jsonString(std::string_view text) {
     std::string out;
     out.reserve(text.size() + 2);
     out += '"';
-    // Runs of plain characters, nearly all of any text, are copied whole.
-    for (std::size_t i = 0; i < text.size();) {
-        std::size_t run = i;
-        while (run < text.size() && plain(text[run])) {
-            ++run;
-        }
-        out.append(text.data() + i, run - i);
-        if (run == text.size()) {
-            break;
-        }
-        char const c = text[run];
+    foundation::printable::appendEscaped(out, text, plain, [](std::string& escaped, char c) {
         switch (c) {
         case '"':
-            out += "\\\"";
+            escaped += "\\\"";
             break;
         case '\\':
-            out += "\\\\";
+            escaped += "\\\\";
             break;
         case '\n':
-            out += "\\n";
+            escaped += "\\n";
             break;
         case '\r':
-            out += "\\r";
+            escaped += "\\r";
             break;
         case '\t':
-            out += "\\t";
+            escaped += "\\t";
             break;
         default:
-            out += fmt::format("\\u{:04x}", static_cast<unsigned>(static_cast<unsigned char>(c)));
+            escaped += fmt::format("\\u{:04x}", static_cast<unsigned>(static_cast<unsigned char>(c)));
         }
-        i = run + 1;
-    }
+    });
     out += '"';
     return out;
 }

@@ -30,33 +30,22 @@ std::string escapeControls(std::string_view text) {
     static constexpr char hex[] = "0123456789abcdef";
     std::string out;
     out.reserve(text.size());
-    // Runs of plain characters, nearly all of any text, are copied whole.
-    for (std::size_t i = 0; i < text.size();) {
-        std::size_t run = i;
-        while (run < text.size() && plain(text[run])) {
-            ++run;
-        }
-        out.append(text.data() + i, run - i);
-        if (run == text.size()) {
-            break;
-        }
-        char const c = text[run];
+    appendEscaped(out, text, plain, [](std::string& escaped, char c) {
         auto const byte = static_cast<unsigned char>(c);
         if (c == '\n') {
-            out += "\\n";
+            escaped += "\\n";
         } else if (c == '\r') {
-            out += "\\r";
+            escaped += "\\r";
         } else if (c == '\t') {
-            out += "\\t";
+            escaped += "\\t";
         } else if (c == '\\') {
-            out += "\\\\";
+            escaped += "\\\\";
         } else {
-            out += "\\x";
-            out += hex[byte >> 4];
-            out += hex[byte & 0xf];
+            escaped += "\\x";
+            escaped += hex[byte >> 4];
+            escaped += hex[byte & 0xf];
         }
-        i = run + 1;
-    }
+    });
     return out;
 }
 

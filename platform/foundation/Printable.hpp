@@ -15,6 +15,25 @@ std::string escapeControls(std::string_view text);
 // the escaped text made in `storage`, which the view returned then shows.
 std::string_view escapeControls(std::string_view text, std::string& storage);
 
+// Adds `text` to `out`: runs of characters that `plain` accepts (nearly all
+// of any text) are copied whole, and each other one is written by
+// `escape(out, c)`. The escapes of terminals and of JSON are made with it.
+template <class Plain, class Escape>
+void appendEscaped(std::string& out, std::string_view text, Plain plain, Escape escape) {
+    for (std::size_t i = 0; i < text.size();) {
+        std::size_t run = i;
+        while (run < text.size() && plain(text[run])) {
+            ++run;
+        }
+        out.append(text.data() + i, run - i);
+        if (run == text.size()) {
+            break;
+        }
+        escape(out, text[run]);
+        i = run + 1;
+    }
+}
+
 // An error whose text is ready to print: control characters that came from
 // outside are escaped already, and its line breaks are meant (an error of host
 // code with the calls that led to it, one per line).

@@ -96,6 +96,22 @@ struct TrackedAnalysis : ::testing::Test {
     simdjson::dom::parser parser;
 };
 
+// A report in which one analyzer, "files", finds a missing file on every node.
+struct EveryNodeMissing {
+    explicit EveryNodeMissing(std::shared_ptr<dependency::graph::Graph const> const& graph) {
+        auto const missing = finding(u"Missing", u"File not found", Severity::Warning);
+        session.select(std::vector<AnalysisSession::NamedAnalyzer>{
+            {"files",
+             std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const&) { return Findings{missing}; })}});
+        FindingSources sources;
+        depattr_test::FindingRecorder recorder(sources);
+        report = makeReport(*graph, *session.analyze(graph, recorder), {.sources = &sources});
+    }
+
+    AnalysisSession session;  // names the analyzer for as long as the report is read
+    Report report;
+};
+
 }  // namespace
 
 TEST_F(TrackedAnalysis, EachFindingKnowsItsAnalyzerAndTrackingChangesNoResult) {
@@ -418,16 +434,8 @@ TEST(SarifLocations, FilesBelowBesideAndAtTheBaseFolder) {
                                  .path = cases[i].first,
                                  .isFile = true});
     }
-    auto const graph = builder.build();
-    auto const missing = finding(u"Missing", u"File not found", Severity::Warning);
-    auto const analyzer =
-        std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const&) { return Findings{missing}; });
-    AnalysisSession session;
-    session.select(std::vector<AnalysisSession::NamedAnalyzer>{{"files", analyzer}});
-    FindingSources sources;
-    depattr_test::FindingRecorder recorder(sources);
-    auto const result = session.analyze(graph, recorder);
-    auto const report = makeReport(*graph, *result, {.sources = &sources});
+    EveryNodeMissing const analysis(builder.build());
+    auto const& report = analysis.report;
     for (std::string_view const base : {"/work/proj", "/work/proj/", "/work/./proj"}) {
         std::ostringstream out;
         writeSarif(out, report, "9.9.9", base);
@@ -474,17 +482,8 @@ TEST(TextReportOrder, NodesByPlaceThenById) {
         if (withPathless) {
             builder.addNode(NodeData{.id = u"n0", .type = Type::PRODUCT()});
         }
-        auto const graph = builder.build();
-        auto const missing = finding(u"Missing", u"File not found", Severity::Warning);
-        auto const analyzer =
-            std::make_shared<depattr_test::ScriptedAnalyzer>([=](auto const&) { return Findings{missing}; });
-        AnalysisSession session;
-        session.select(std::vector<AnalysisSession::NamedAnalyzer>{{"files", analyzer}});
-        FindingSources sources;
-        depattr_test::FindingRecorder recorder(sources);
-        auto const result = session.analyze(graph, recorder);
         std::ostringstream out;
-        writeText(out, makeReport(*graph, *result, {.sources = &sources}), false);
+        writeText(out, EveryNodeMissing(builder.build()).report, false);
         std::vector<std::string> ids;
         std::istringstream lines(out.str());
         for (std::string line; std::getline(lines, line);) {
