@@ -72,7 +72,7 @@ bool Report::Tally::add(Finding const& finding) {
     if (finding.suppressed) {
         return false;
     }
-    if (auto const index = static_cast<std::size_t>(finding.attribute->getSeverity()); index < findings.size()) {
+    if (auto const index = static_cast<std::size_t>(finding.identity().getSeverity()); index < findings.size()) {
         ++findings[index];
     }
     return true;
@@ -93,7 +93,7 @@ Report::Tally Report::tally() const {
 bool Report::fails() const {
     for (auto const& entry : nodes) {
         for (auto const& finding : entry.findings) {
-            if (!finding.suppressed && finding.attribute->getSeverity() >= failOn) {
+            if (!finding.suppressed && finding.identity().getSeverity() >= failOn) {
                 return true;
             }
         }
@@ -415,7 +415,7 @@ Report makeReport(dependency::graph::Graph const& graph, dependency::attribute::
         auto const ignoredHere = inlineIgnores(*node);
         bool const selecting = filter != nullptr || !ignoredHere.empty();
         for (auto const& attribute : attributes) {
-            Finding finding{attribute, {}, nullptr, {}, false};
+            Finding finding{attribute, {}, nullptr, {}, false, attribute->getIdentity().get()};
             if (settings.sources != nullptr) {
                 finding.analyzer = settings.sources->analyzerOf(attribute);
             }

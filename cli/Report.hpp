@@ -32,6 +32,15 @@ struct Finding {
     FindingKind const* kind = nullptr;  // its kind, when a built-in analyzer reported it
     std::uint64_t fingerprint = 0;      // stable across runs, machines and languages (fingerprintText writes it)
     bool suppressed = false;            // hidden by the baseline (SARIF keeps it as suppressed)
+    // Its attribute's identity, which the attribute keeps alive; null when
+    // not noted. The writers read the ID, name and severity through it: the
+    // few identities stay in cache, where each attribute lies at a place of
+    // its own in memory.
+    dependency::attribute::AttributeIdentity const* noted = nullptr;
+
+    dependency::attribute::AttributeIdentity const& identity() const {
+        return noted != nullptr ? *noted : *attribute->getIdentity();
+    }
 };
 
 // A place in the code that a node's findings concern, from the properties a

@@ -219,7 +219,7 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
     std::unordered_map<RuleKey, RuleOfResult, RuleKeyHash> ruleOfKey;
     std::vector<std::string> rules;
     auto const ruleOf = [&](Finding const& finding) -> RuleOfResult const& {
-        RuleKey const key{finding.kind, finding.kind != nullptr ? nullptr : &finding.attribute->getID(),
+        RuleKey const key{finding.kind, finding.kind != nullptr ? nullptr : &finding.identity().getID(),
                           finding.analyzer.data(), finding.analyzer.size()};
         auto [known, added] = ruleOfKey.try_emplace(key);
         if (added) {
@@ -296,7 +296,7 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
                         jsonString(logicalKindOf(*entry.node)));
         auto const nodeKind = jsonString(entry.node->getType().name());
         for (auto const& finding : entry.findings) {
-            auto const& attribute = *finding.attribute;
+            auto const& identity = finding.identity();
             auto const& rule = ruleOf(finding);
             results += firstResult ? "\n" : ",\n";
             firstResult = false;
@@ -305,8 +305,8 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
                 FMT_COMPILE("        {{\"ruleId\": {}, \"ruleIndex\": {}, \"level\": \"{}\", \"message\": {}, "
                             "\"locations\": [{{{}\"logicalLocations\": [{}]}}], {}\"partialFingerprints\": "
                             "{{\"depattr/v1\": \"{}\"}}, \"properties\": {{\"nodeKind\": {}}}"),
-                rule.id, rule.index, levelOf(attribute.getSeverity()), messageOf(attribute.getName()), physical,
-                logical, related, fingerprintText(finding.fingerprint), nodeKind);
+                rule.id, rule.index, levelOf(identity.getSeverity()), messageOf(identity.getName()), physical, logical,
+                related, fingerprintText(finding.fingerprint), nodeKind);
             if (finding.suppressed) {
                 results +=
                     ", \"suppressions\": [{\"kind\": \"external\", \"status\": \"accepted\", "

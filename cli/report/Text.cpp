@@ -91,7 +91,7 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
     for (auto const& entry : report.nodes) {
         bool reported = false;
         for (auto const& finding : entry.findings) {
-            idWidth = std::max(idWidth, displayWidth(shown(finding.attribute->getID())));
+            idWidth = std::max(idWidth, displayWidth(shown(finding.identity().getID())));
             reported = tally.add(finding) || reported;
         }
         if (reported) {
@@ -154,11 +154,11 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
             if (finding.suppressed) {
                 continue;
             }
-            auto const& attribute = *finding.attribute;
-            auto const severity = attribute.getSeverity();
-            auto [id, newId] = paddedIds.try_emplace(&attribute.getID());
+            auto const& identity = finding.identity();
+            auto const severity = identity.getSeverity();
+            auto [id, newId] = paddedIds.try_emplace(&identity.getID());
             if (newId) {
-                id->second = padded(shown(attribute.getID()), idWidth);
+                id->second = padded(shown(identity.getID()), idWidth);
             }
             block += "  ";
             if (colour) {
@@ -171,7 +171,7 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
             block += "  ";
             block += id->second;
             block += "  ";
-            block += shown(attribute.getName());
+            block += shown(identity.getName());
             if (!finding.analyzer.empty()) {
                 block += "  [";
                 block += escapeControls(finding.analyzer, escapedAnalyzer);

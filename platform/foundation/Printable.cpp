@@ -13,13 +13,15 @@ bool plain(char c) {
 }  // namespace
 
 std::string_view escapeControls(std::string_view text, std::string& storage) {
-    // Checked without stopping early, so that the compiler can take many
-    // characters at a time: nearly every text is plain throughout.
-    bool escapes = false;
+    // Counted without stopping early and without branches, so that the
+    // compiler takes many characters at a time: nearly every text is plain
+    // throughout.
+    std::size_t escapes = 0;
     for (char const c : text) {
-        escapes |= !plain(c);
+        auto const byte = static_cast<unsigned char>(c);
+        escapes += static_cast<std::size_t>((byte < 0x20) | (byte == 0x7f) | (c == '\\'));
     }
-    if (!escapes) {
+    if (escapes == 0) {
         return text;
     }
     storage = escapeControls(text);
