@@ -9,7 +9,8 @@
 #include <fmt/compile.h>
 #include <fmt/format.h>
 
-#include <iterator>
+#include <array>
+#include <charconv>
 #include <map>
 #include <unordered_map>
 
@@ -110,11 +111,11 @@ std::string artifactLocation(std::string const& path, BaseFolder const& base) {
             file = normal.generic_string();
         }
     }
+    // A percent-encoded path holds nothing that JSON escapes: it is quoted as it stands.
     if (file.empty()) {
-        return fmt::format(FMT_COMPILE("{{\"uri\": {}, \"uriBaseId\": {}}}"), jsonString(uriPath(relative)),
-                           jsonString(baseUriId));
+        return "{\"uri\": \"" + uriPath(relative) + "\", \"uriBaseId\": " + jsonString(baseUriId) + "}";
     }
-    return fmt::format(FMT_COMPILE("{{\"uri\": {}}}"), jsonString("file://" + uriPath(file)));
+    return "{\"uri\": \"file://" + uriPath(file) + "\"}";
 }
 
 // One rule per analyzer and kind of finding: "Missing" alone would merge the
@@ -300,13 +301,29 @@ void writeSarif(std::ostream& out, Report const& report, std::string_view toolVe
             auto const& rule = ruleOf(finding);
             results += firstResult ? "\n" : ",\n";
             firstResult = false;
-            fmt::format_to(
-                std::back_inserter(results),
-                FMT_COMPILE("        {{\"ruleId\": {}, \"ruleIndex\": {}, \"level\": \"{}\", \"message\": {}, "
-                            "\"locations\": [{{{}\"logicalLocations\": [{}]}}], {}\"partialFingerprints\": "
-                            "{{\"depattr/v1\": \"{}\"}}, \"properties\": {{\"nodeKind\": {}}}"),
-                rule.id, rule.index, levelOf(identity.getSeverity()), messageOf(identity.getName()), physical, logical,
-                related, fingerprintText(finding.fingerprint), nodeKind);
+            // Appended piece by piece: a formatted write would zero and copy the
+            // buffer's growth once more for every finding.
+            std::array<char, 24> index{};
+            auto const indexEnd = std::to_chars(index.data(), index.data() + index.size(), rule.index).ptr;
+            results += "        {\"ruleId\": ";
+            results += rule.id;
+            results += ", \"ruleIndex\": ";
+            results.append(index.data(), indexEnd);
+            results += ", \"level\": \"";
+            results += levelOf(identity.getSeverity());
+            results += "\", \"message\": ";
+            results += messageOf(identity.getName());
+            results += ", \"locations\": [{";
+            results += physical;
+            results += "\"logicalLocations\": [";
+            results += logical;
+            results += "]}], ";
+            results += related;
+            results += "\"partialFingerprints\": {\"depattr/v1\": \"";
+            results += fingerprintText(finding.fingerprint);
+            results += "\"}, \"properties\": {\"nodeKind\": ";
+            results += nodeKind;
+            results += "}";
             if (finding.suppressed) {
                 results +=
                     ", \"suppressions\": [{\"kind\": \"external\", \"status\": \"accepted\", "
