@@ -112,7 +112,7 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
     std::stable_sort(byPlace.begin(), byPlace.end(), [](auto const& a, auto const& b) { return a.first < b.first; });
     // The entries lie in ID order and are visited in path order, each at a
     // place of its own in memory: an entry is asked for some entries ahead,
-    // and its node and first finding when it has come in.
+    // and its node, first finding and place's text when it has come in.
     constexpr std::size_t ahead = 8;
     // The entries are written into one buffer, handed to the stream in large pieces.
     std::string block;
@@ -132,6 +132,7 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
             NodeFindings const* const later = byPlace[i + ahead].second;
             prefetchNode(later->node.get());
             __builtin_prefetch(later->findings.data());
+            __builtin_prefetch(byPlace[i + ahead].first.data());
         }
         auto const [where, shownEntry] = byPlace[i];
         auto const& entry = *shownEntry;
