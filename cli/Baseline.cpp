@@ -23,10 +23,14 @@ namespace od = simdjson::ondemand;
 
 constexpr std::u16string_view argumentMark = u"\uE000";
 
+// One byte into an FNV-1a hash.
+constexpr std::uint64_t fnv1aStep(std::uint64_t hash, unsigned char byte) noexcept {
+    return (hash ^ byte) * 0x100000001b3ULL;
+}
+
 std::uint64_t fnv1a(std::uint64_t hash, std::string_view bytes) {
     for (char const c : bytes) {
-        hash ^= static_cast<unsigned char>(c);
-        hash *= 0x100000001b3ULL;
+        hash = fnv1aStep(hash, static_cast<unsigned char>(c));
     }
     return hash;
 }
@@ -38,8 +42,7 @@ std::uint64_t fnv1aOfUtf8(std::uint64_t hash, std::u16string const& text) {
         return fnv1a(hash, toUtf8(text));
     }
     for (char16_t const unit : text) {
-        hash ^= unit;
-        hash *= 0x100000001b3ULL;
+        hash = fnv1aStep(hash, static_cast<unsigned char>(unit));
     }
     return hash;
 }
