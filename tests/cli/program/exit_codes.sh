@@ -51,9 +51,11 @@ for flag in -V --version; do
   expect "${flag} prints the version" has 'depattr ' "$("${depattr}" ${flag} 2>&1)"
 done
 
-# Ctrl-C during the built-in analysis says so and exits 130. The graph is
-# large enough for the analysis to outlast the first signals; a signal that
-# comes while the graph is still read is ignored, as for any background job.
+# Ctrl-C during the built-in analysis says so and exits 130. A signal that
+# comes while the graph is still read is ignored, as for any background job,
+# so the signals come every 20 ms: the analysis of this graph takes some
+# tenths of a second, and several of them fall within it however fast the
+# program reads.
 "${python}" -c '
 import json, sys
 nodes = [{"id": "f%d" % i, "type": "file", "path": "/nonexistent/f%d.qx" % i} for i in range(400000)]
@@ -61,8 +63,8 @@ json.dump({"format": "depattr-graph", "version": 1, "nodes": nodes}, open(sys.ar
 ' big.json
 "${depattr}" analyze big.json -a missing-file -o big.txt 2>interrupted.txt &
 pid=$!
-for _ in $(seq 100); do
-  sleep 0.2
+for _ in $(seq 1000); do
+  sleep 0.02
   kill -INT "${pid}" 2>/dev/null || break
 done
 wait "${pid}"
