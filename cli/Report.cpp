@@ -78,14 +78,19 @@ bool Report::Tally::add(Finding const& finding) {
     return true;
 }
 
+bool Report::Tally::add(NodeFindings const& entry) {
+    bool reported = false;
+    for (auto const& finding : entry.findings) {
+        reported = add(finding) || reported;
+    }
+    nodes += reported ? 1 : 0;
+    return reported;
+}
+
 Report::Tally Report::tally() const {
     Tally tally;
     for (auto const& entry : nodes) {
-        bool reported = false;
-        for (auto const& finding : entry.findings) {
-            reported = tally.add(finding) || reported;
-        }
-        tally.nodes += reported ? 1 : 0;
+        tally.add(entry);
     }
     return tally;
 }

@@ -122,6 +122,9 @@ struct Report {
 
         // Counts `finding` when it is reported; whether it is.
         bool add(Finding const& finding);
+        // Counts the reported findings of `entry`, and the entry when it has
+        // one; whether it has.
+        bool add(NodeFindings const& entry);
 
         std::size_t of(dependency::attribute::Severity severity) const {
             auto const index = static_cast<std::size_t>(severity);

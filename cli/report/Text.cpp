@@ -89,13 +89,10 @@ void writeText(std::ostream& out, Report const& report, bool colour) {
     byPlace.reserve(report.nodes.size());
     Report::Tally tally;
     for (auto const& entry : report.nodes) {
-        bool reported = false;
         for (auto const& finding : entry.findings) {
             idWidth = std::max(idWidth, displayWidth(shown(finding.identity().getID())));
-            reported = tally.add(finding) || reported;
         }
-        if (reported) {
-            ++tally.nodes;
+        if (tally.add(entry)) {
             byPlace.emplace_back(entry.path.empty() ? std::string_view(converted.emplace_back(entry.where()))
                                                     : std::string_view(entry.path),
                                  &entry);
