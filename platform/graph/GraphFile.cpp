@@ -5,6 +5,7 @@
 #include "platform/foundation/Printable.hpp"
 #include "platform/foundation/SourceText.hpp"
 #include "platform/graph/GraphBuilder.hpp"
+#include "platform/graph/detail/ArraySlices.hpp"
 
 #include <boost/locale/encoding_utf.hpp>
 #include <simdjson.h>
@@ -77,6 +78,8 @@ public:
     char* data() noexcept { return data_; }
     char const* data() const noexcept { return data_; }
     std::size_t size() const noexcept { return size_; }
+    // The size with the padding after the text.
+    std::size_t capacity() const noexcept { return capacity_; }
     simdjson::padded_string_view view() const noexcept {
         return data_ == nullptr ? simdjson::padded_string_view("", 0, simdjson::SIMDJSON_PADDING)
                                 : simdjson::padded_string_view(data_, size_, capacity_);
@@ -135,8 +138,31 @@ public:
     }
 
     std::shared_ptr<Graph const> read() {
+        // A UTF-8 byte-order mark, which some editors write, is no JSON: it is
+        // read as the blanks it stands for, so that every offset (and so every
+        // line and column reported) stays that of the file.
+        if (text_.size() >= 3 && text_.data()[0] == '\xef' && text_.data()[1] == '\xbb' && text_.data()[2] == '\xbf') {
+            std::fill_n(text_.data(), 3, ' ');
+        }
         try {
-            readDocument();
+            bool read = false;
+            try {
+                read = readInSlices();
+            } catch (NotInSlices const&) {
+            } catch (GraphFileError const&) {
+                // Reported by the reading of the whole document, where it is
+                // found in the same way whatever the file's shape.
+            }
+            if (read) {
+                auto held = std::move(*heldWarnings_);
+                heldWarnings_.reset();
+                for (auto const& [line, column, message] : held) {
+                    options_.warning(line, column, message);
+                }
+            } else {
+                startAgain();
+                readDocument();
+            }
         } catch (...) {
             checkWhole();  // what the reader made of the zeros is not the file's fault
             throw;
@@ -148,19 +174,209 @@ public:
         document_ = nullptr;
         text_ = GraphText();
         cycleParser_ = od::parser();
+        sliceParser_ = od::parser();
         std::vector<char const*>().swap(nodeStarts_);
         std::vector<PendingEdge>().swap(pendingEdges_);
         return builder_.build();
     }
 
 private:
-    void readDocument() {
-        // A UTF-8 byte-order mark, which some editors write, is no JSON: it is
-        // read as the blanks it stands for, so that every offset (and so every
-        // line and column reported) stays that of the file.
-        if (text_.size() >= 3 && text_.data()[0] == '\xef' && text_.data()[1] == '\xbb' && text_.data()[2] == '\xbf') {
-            std::fill_n(text_.data(), 3, ' ');
+    // Reading a large file as one document would have the JSON reader index
+    // all of it first: four bytes for each of its tens of millions of brackets,
+    // commas, colons and quotes, as much memory again as the file, all of it
+    // fresh. The usual file (an object whose members are "format", "version",
+    // "nodes" and "edges", in any order but edges after nodes) is read in
+    // slices instead: the few bytes between its members are checked here, and
+    // the elements of the two arrays go to the reader a slice at a time, each
+    // slice made an array of its own by turning the commas around it into
+    // brackets for as long as it is read. Every byte of the file is thus
+    // either read by the JSON reader or is one of the exact bytes expected
+    // here. A file of any other shape, or with an error anywhere, is read
+    // again as one document, which reports the error where it is: the slices
+    // never decide what an error is or where it lies.
+    struct NotInSlices {};
+    static constexpr std::size_t sliceBytes = std::size_t{512} << 10;
+
+    // A comma of the text made a bracket while a slice is read, put back when
+    // the slice is done or its reading fails.
+    class Bracket {
+    public:
+        Bracket(char* at, char bracket) noexcept : at_(*at == ',' ? at : nullptr) {
+            if (at_ != nullptr) {
+                *at_ = bracket;
+            }
         }
+        Bracket(Bracket const&) = delete;
+        Bracket& operator=(Bracket const&) = delete;
+        ~Bracket() {
+            if (at_ != nullptr) {
+                *at_ = ',';
+            }
+        }
+
+    private:
+        char* at_;
+    };
+
+    char const* textEnd() const noexcept { return text_.data() + text_.size(); }
+
+    // The text after `p` when it begins with `expected`; else not in slices.
+    char const* expect(char const* p, std::string_view expected) const {
+        if (static_cast<std::size_t>(textEnd() - p) < expected.size() ||
+            std::string_view(p, expected.size()) != expected) {
+            throw NotInSlices{};
+        }
+        return p + expected.size();
+    }
+
+    bool readInSlices() {
+        if (text_.data() == nullptr) {
+            return false;
+        }
+        heldWarnings_.emplace();  // shown once the whole file has been read
+        char const* const end = textEnd();
+        char const* p = detail::skipBlanks(expect(firstNonSpace(), "{"), end);
+        bool sawNodes = false;
+        while (true) {
+            p = expect(p, "\"");
+            char const* const keyEnd = std::find(p, end, '"');
+            std::string_view const key(p, static_cast<std::size_t>(keyEnd - p));
+            p = detail::skipBlanks(expect(detail::skipBlanks(expect(keyEnd, "\""), end), ":"), end);
+            if (key == "nodes" && !sawNodes) {
+                p = readArrayInSlices(p, true);
+                sawNodes = true;
+                nodesRead_ = true;
+            } else if (key == "edges" && sawNodes) {
+                p = readArrayInSlices(p, false);
+            } else if (key == "format") {
+                p = expect(p, "\"depattr-graph\"");
+            } else if (key == "version") {
+                p = expect(p, "1");
+            } else {
+                throw NotInSlices{};
+            }
+            p = detail::skipBlanks(p, end);
+            if (p < end && *p == ',') {
+                p = detail::skipBlanks(p + 1, end);
+                continue;
+            }
+            p = expect(p, "}");
+            break;
+        }
+        if (!sawNodes || detail::skipBlanks(p, end) != end) {
+            throw NotInSlices{};
+        }
+        return true;
+    }
+
+    // Reads the array whose '[' is at `open`; returns where the text after it begins.
+    char const* readArrayInSlices(char const* open, bool nodes) {
+        char const* const end = textEnd();
+        if (open >= end || *open != '[') {
+            throw NotInSlices{};
+        }
+        auto const slice = [&](char const* from) {
+            auto const next = detail::nextSlice(from, end, sliceBytes);
+            if (!next) {
+                throw NotInSlices{};
+            }
+            return *next;
+        };
+        if (nodes) {
+            // The nodes are counted first, so that the tables are made at their size.
+            std::vector<detail::ArraySlice> slices{slice(open)};
+            std::size_t count = slices.back().elements;
+            while (!slices.back().last()) {
+                slices.push_back(slice(slices.back().close));
+                count += slices.back().elements;
+            }
+            builder_.reserve(count);
+            nodeStarts_.reserve(count);
+            if (options_.positions != nullptr) {
+                options_.positions->reset(fileName_, count);
+            }
+            text_.releaseAll();  // the count has touched every page of the array
+            for (auto const& each : slices) {
+                readSlice(each, true);
+            }
+            return slices.back().close + 1;
+        }
+        for (char const* from = open;;) {
+            auto const each = slice(from);
+            readSlice(each, false);
+            if (each.last()) {
+                return each.close + 1;
+            }
+            from = each.close;
+        }
+    }
+
+    void readSlice(detail::ArraySlice const& slice, bool nodes) {
+        if (slice.elements == 0) {
+            return;
+        }
+        char* const open = text_.data() + (slice.open - text_.data());
+        char* const close = text_.data() + (slice.close - text_.data());
+        Bracket const opening(open, '[');
+        Bracket const closing(close, ']');
+        auto const length = static_cast<std::size_t>(close + 1 - open);
+        auto const room = text_.capacity() - static_cast<std::size_t>(open - text_.data());
+        od::document document;
+        od::array array;
+        if (sliceParser_.iterate(simdjson::padded_string_view(open, length, room)).get(document) != simdjson::SUCCESS ||
+            document.get_array().get(array) != simdjson::SUCCESS) {
+            throw NotInSlices{};
+        }
+        document_ = &document;
+        std::size_t read = 0;
+        for (auto elementResult : array) {
+            od::value element;
+            check(std::move(elementResult).get(element), array, nodes ? "a node" : "an edge");
+            if (nodes) {
+                readNode(element);
+            } else {
+                readEdge(element);
+            }
+            elementRead(element);
+            ++read;
+        }
+        // The edges waiting for their ends may view the reader's buffer,
+        // which the next slice overwrites.
+        resolveWaitingEdges();
+        document_ = nullptr;
+        if (char const* rest = nullptr;
+            read != slice.elements || document.current_location().get(rest) == simdjson::SUCCESS) {
+            throw NotInSlices{};  // the reader saw other elements than the cut
+        }
+    }
+
+    // Forgets what reading in slices has made, for the reading of the whole document.
+    void startAgain() {
+        builder_ = GraphBuilder();
+        nodeStarts_.clear();
+        pendingEdges_.clear();
+        nodesRead_ = false;
+        haveLastUpstream_ = false;
+        waitingStart_ = 0;
+        waitingCount_ = 0;
+        sinceProgress_ = 0;
+        document_ = nullptr;
+        heldWarnings_.reset();
+        sliceParser_ = od::parser();
+        if (options_.positions != nullptr) {
+            options_.positions->reset(fileName_, 0);
+        }
+    }
+
+    void warn(std::size_t line, std::size_t column, std::string message) {
+        if (heldWarnings_) {
+            heldWarnings_->push_back({line, column, std::move(message)});
+        } else {
+            options_.warning(line, column, message);
+        }
+    }
+
+    void readDocument() {
         od::parser parser;
         od::document document;
         if (auto const error = parser.iterate(text_.view()).get(document)) {
@@ -704,10 +920,9 @@ private:
                 auto const value = readString(property, key);
                 if (options_.warning && isFlag(key) && value != "true" && value != "false") {
                     auto const [line, column] = position(property.raw_json_token().data());
-                    options_.warning(line, column,
-                                     "property \"" + std::string(key) + "\" is \"" +
-                                         foundation::printable::escapeControls(value) +
-                                         "\", which counts as not set: a flag is \"true\" or \"false\"");
+                    warn(line, column,
+                         "property \"" + std::string(key) + "\" is \"" + foundation::printable::escapeControls(value) +
+                             "\", which counts as not set: a flag is \"true\" or \"false\"");
                 }
                 text = toUtf16(value);
                 break;
@@ -947,6 +1162,13 @@ private:
     std::size_t waitingStart_ = 0;
     std::size_t waitingCount_ = 0;
     od::document* document_ = nullptr;
+    od::parser sliceParser_;
+    struct HeldWarning {
+        std::size_t line;
+        std::size_t column;
+        std::string message;
+    };
+    std::optional<std::vector<HeldWarning>> heldWarnings_;  // while the file is read in slices
 };
 
 }  // namespace

@@ -1,9 +1,12 @@
 #include "platform/graph/GraphFile.hpp"
+#include "platform/graph/GraphWriter.hpp"
 #include "support/Scratch.hpp"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
+#include <sstream>
 
 using namespace dependency::graph;
 namespace fs = std::filesystem;
@@ -352,4 +355,66 @@ TEST(GraphFileTest, ManyEdgesKeepTheirOrderAndTheFirstBadEdgeIsReported) {
     auto const error = parseError(graphText(nodes, fine + broken + fine + dangling));
     EXPECT_EQ(error.line(), static_cast<std::size_t>(firstExtraLine + 2)) << error.what();
     EXPECT_NE(error.reason().find("unknown relationship type"), std::string::npos) << error.what();
+}
+
+// A large file is read a slice of its arrays at a time, and the same text with
+// its edges first is read whole: both give the same graph, each element read
+// once (the progress reports of one pass, in order), and the one warning
+// where it is. The IDs hold escapes, which the reader unescapes into a buffer
+// each slice reuses, and the strings hold brackets and commas.
+TEST(GraphFileTest, ReadingInSlicesGivesTheGraphReadingWholeGives) {
+    depattr_test::ScratchFolder const scratch("depattr_slices");
+    constexpr int count = 30000;
+    auto const id = [](int i) {
+        auto const number = std::to_string(i);
+        return i % 3 == 0 ? "n\\\"" + number : i % 3 == 1 ? "\u00f1" + number : "plain " + number;
+    };
+    std::string nodes;
+    std::string edges;
+    for (int i = 0; i < count; ++i) {
+        nodes += (i ? ",\n" : "") + std::string("{\"id\": \"") + id(i) +
+                 "\", \"type\": \"file\", \"path\": \"src/[x]/f" + std::to_string(i) +
+                 ".qx\", \"properties\": {\"note\": \"a ] b }, {\", \"syntaxError\": \"" +
+                 (i == 12345 ? "yes" : "true") + "\"}}";
+        for (int k = 1; k <= 2; ++k) {
+            edges += (i || k > 1 ? ",\n" : "") + std::string("{\"from\": \"") + id(i) + "\", \"to\": \"" +
+                     id((i * 7 + k) % count) + "\", \"type\": \"call\"}";
+        }
+    }
+    struct Read {
+        std::string written;
+        std::vector<std::size_t> progress;
+        std::vector<std::string> warnings;
+    };
+    auto const read = [&](std::string const& name, std::string const& text) {
+        auto const file = scratch.path() / name;
+        depattr_test::writeBytes(file, text);
+        Read result;
+        auto const graph =
+            loadGraphFile(file, {.progress = [&](std::size_t done, std::size_t) { result.progress.push_back(done); },
+                                 .warning =
+                                     [&](std::size_t line, std::size_t column, std::string const& message) {
+                                         result.warnings.push_back(std::to_string(line) + ":" + std::to_string(column) +
+                                                                   " " + message);
+                                     }});
+        std::ostringstream out;
+        writeGraph(out, *graph, scratch.path());
+        result.written = out.str();
+        EXPECT_EQ(graph->nodeCount(), std::size_t{count});
+        EXPECT_EQ(graph->dependencyCount(), std::size_t{2 * count});
+        EXPECT_EQ(result.progress.size(), std::size_t{3 * count / 4096}) << name;
+        EXPECT_TRUE(std::is_sorted(result.progress.begin(), result.progress.end())) << name;
+        return result;
+    };
+    auto const sliced = read("sliced.json", "{\"format\": \"depattr-graph\", \"version\": 1,\n\"nodes\": [\n" + nodes +
+                                                "\n],\n\"edges\": [" + edges + "]}\n");
+    auto const whole = read("whole.json", "{\"edges\": [" + edges + "], \"nodes\": [\n" + nodes + "]}");
+    EXPECT_EQ(sliced.written, whole.written);
+    // Node 12345 is on line 12348 of the sliced file and on line 72346 of the other.
+    ASSERT_EQ(sliced.warnings.size(), 1u);
+    EXPECT_EQ(sliced.warnings[0].substr(0, 6), "12348:");
+    ASSERT_EQ(whole.warnings.size(), 1u);
+    EXPECT_EQ(whole.warnings[0].substr(0, 6), "72346:");
+    EXPECT_EQ(sliced.warnings[0].substr(sliced.warnings[0].find(' ')),
+              whole.warnings[0].substr(whole.warnings[0].find(' ')));
 }
