@@ -47,12 +47,19 @@ std::shared_ptr<AttributeIdentity> const& missingPackageDependencyIdentity() {
 }
 
 // A path with a NUL character names no file (the system would read it only up
-// to the NUL): like an empty one, it lies in no product.
-std::u16string nativeForm(std::u16string const& path) {
-    if (path.empty() || path.find(u'\0') != std::u16string::npos) {
-        return {};
+// to the NUL): like an empty one, it lies in no product. A path in native form
+// already (the usual case, asked about for every node) is taken as it stands;
+// another is made in `storage`.
+std::u16string const& nativeForm(std::u16string const& path, std::u16string& storage) {
+    if (fl::filesystem::detail::is_native_form(path)) {
+        return path;
     }
-    return fl::filesystem::detail::make_native_form(path, true);
+    if (path.empty() || path.find(u'\0') != std::u16string::npos) {
+        storage.clear();
+    } else {
+        storage = fl::filesystem::detail::make_native_form(path, true);
+    }
+    return storage;
 }
 
 // The packages that `node` uses from installed products, in dependency order,
@@ -66,7 +73,8 @@ std::vector<PackageReference> usedPackages(Node const& node, dependency::graph::
             continue;
         }
         auto const package = edge->getDownstreamNode();
-        if (finder.findProductsContainingPath(nativeForm(package->getPath())).empty()) {
+        std::u16string storage;
+        if (finder.findProductsContainingPath(nativeForm(package->getPath(), storage)).empty()) {
             continue;
         }
         // Checked access and a strict conversion: a short location or an ID that
@@ -105,7 +113,8 @@ private:
     // declares the dependencies. Once read, the list serves every later node of
     // the analysis, whatever product that node lies in; an empty one is read again.
     void readDeclaredDependencies(Node const& node, ToolboxFinder const& finder) const {
-        auto const products = finder.findProductsContainingPath(nativeForm(node.getPath()));
+        std::u16string storage;
+        auto const products = finder.findProductsContainingPath(nativeForm(node.getPath(), storage));
         if (products.empty() || products.front()->getKind() != packagedProductKind) {
             return;
         }

@@ -286,12 +286,10 @@ FileSystemError shrankWhileRead(std::string const& nativePath) {
     return FileSystemError(i18n::to_ustring(nativePath), "it shrank while it was read");
 }
 
-namespace {
-
 // An absolute path that cleaning leaves as it is: no empty or "." component
 // and no separator at the end (but for the root), and no NUL or surrogate
 // code unit (which the conversion below refuses or treats on its own).
-bool isCleanAbsolute(std::u16string const& path) noexcept {
+bool is_native_form(std::u16string const& path) noexcept {
     if (path.empty() || path.front() != u'/') {
         return false;
     }
@@ -316,10 +314,8 @@ bool isCleanAbsolute(std::u16string const& path) noexcept {
     return true;
 }
 
-}  // namespace
-
 std::u16string make_native_form(std::u16string const& path, bool absolute) {
-    if (isCleanAbsolute(path)) {
+    if (is_native_form(path)) {
         return path;  // what the steps below would make of it
     }
     std::filesystem::path native(narrowPath(path));

@@ -155,6 +155,10 @@ FileSystemError shrankWhileRead(std::string const& nativePath);
 // true, made absolute against the current folder. ".." is kept: resolving it
 // lexically would be wrong across symbolic links. Throws std::invalid_argument for a rejected path.
 std::u16string make_native_form(std::u16string const& path, bool absolute);
+// Whether make_native_form(path, true) is `path` as it stands: an absolute
+// path without empty or "." segments, a separator at the end (but for the
+// root), NUL or surrogate code units. Tells so without a copy.
+bool is_native_form(std::u16string const& path) noexcept;
 }  // namespace detail
 
 }  // namespace fl::filesystem

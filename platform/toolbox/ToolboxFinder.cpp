@@ -39,33 +39,43 @@ std::uint64_t hashOfPath(std::u16string const& path) noexcept {
     return hash;
 }
 
-// Whether an absolute path is already what normalising it would make: no
-// empty, "." or ".." component, no separator at the end (but for the root),
-// and no surrogate code unit (which the general conversion treats on its own).
-bool isNormalAbsolute(std::u16string const& path) noexcept {
+// What one pass over a path tells: it holds a NUL character (and so names no
+// file), or it is absolute and already what normalising it would make (no
+// empty, "." or ".." component, no separator at the end but for the root, no
+// surrogate code unit, which the general conversion treats on its own), or
+// neither.
+enum class PathShape { HasNul, Normal, NotNormal };
+
+PathShape shapeOf(std::u16string const& path) noexcept {
+    auto const notNormalFrom = [&](std::size_t i) {
+        return path.find(u'\0', i) == std::u16string::npos ? PathShape::NotNormal : PathShape::HasNul;
+    };
     if (path.empty() || path.front() != u'/') {
-        return false;
-    }
-    if (path.size() == 1) {
-        return true;
+        return notNormalFrom(0);
     }
     std::size_t componentStart = 1;
     for (std::size_t i = 1; i <= path.size(); ++i) {
         char16_t const unit = i < path.size() ? path[i] : u'/';
+        if (unit > u'/' && unit < 0xD800) {
+            continue;  // most code units: no separator, NUL or surrogate
+        }
+        if (unit == 0) {
+            return PathShape::HasNul;
+        }
         if (unit >= 0xD800 && unit <= 0xDFFF) {
-            return false;
+            return notNormalFrom(i);
         }
         if (unit != u'/') {
             continue;
         }
         std::size_t const length = i - componentStart;
-        if (length == 0 || (length == 1 && path[componentStart] == u'.') ||
-            (length == 2 && path[componentStart] == u'.' && path[componentStart + 1] == u'.')) {
-            return false;
+        if (path.size() > 1 && (length == 0 || (length == 1 && path[componentStart] == u'.') ||
+                                (length == 2 && path[componentStart] == u'.' && path[componentStart + 1] == u'.'))) {
+            return notNormalFrom(i);
         }
         componentStart = i + 1;
     }
-    return true;
+    return PathShape::Normal;
 }
 
 std::mutex instanceMutex;
@@ -194,13 +204,17 @@ ToolboxFinder::ProductList ToolboxFinder::findProductsByLocator(std::u16string c
 
 ToolboxFinder::ProductList ToolboxFinder::findProductsContainingPath(std::u16string const& path) const {
     ProductList found;
-    // A path with a NUL character names no file: it is in no product's folder.
-    if (path.empty() || folderLengths_.empty() || path.find(u'\0') != std::u16string::npos) {
+    if (path.empty() || folderLengths_.empty()) {
         return found;
     }
-    // A path that is normal already (the usual case) is taken as it is.
+    // A path with a NUL character names no file: it is in no product's
+    // folder. A path that is normal already (the usual case) is taken as it is.
+    PathShape const shape = shapeOf(path);
+    if (shape == PathShape::HasNul) {
+        return found;
+    }
     std::u16string normalizedPath;
-    if (!isNormalAbsolute(path)) {
+    if (shape == PathShape::NotNormal) {
         normalizedPath = detail::normalizedAbsolute(path);
     }
     std::u16string const& normal = normalizedPath.empty() ? path : normalizedPath;
