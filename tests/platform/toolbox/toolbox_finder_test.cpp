@@ -121,6 +121,10 @@ TEST(ToolboxFinderTest, PathContainmentIsByWholeComponentsAndInstalledOnly) {
     // even the one at the root, nor the one its text up to the NUL would name.
     EXPECT_TRUE(everything.findProductsContainingPath(std::u16string(u"/any\0where", 10)).empty());
     EXPECT_TRUE(finder.findProductsContainingPath(std::u16string(u"/a/b/c\0/f.qx", 12)).empty());
+    // Also after a part that normalising would change, or after a surrogate.
+    EXPECT_TRUE(finder.findProductsContainingPath(std::u16string(u"/a/b/./c/\0f.qx", 14)).empty());
+    EXPECT_TRUE(everything.findProductsContainingPath(std::u16string(u"/a\xD800/\0", 5)).empty());
+    EXPECT_EQ(everything.findProductsContainingPath(std::u16string(u"/a\xD800/b", 5)).size(), 1u);
 }
 
 TEST(ToolboxFinderTest, MalformedDescriptorNamesFileAndPosition) {
