@@ -88,6 +88,8 @@ private:
 class GraphAttributesImpl final : public GraphAttributes {
 public:
     void add(std::shared_ptr<Node> const& node, AttributeList&& list) { entries_.push_back({node, std::move(list)}); }
+    // Room for this many entries, so that a large result is not moved as it grows.
+    void reserve(std::size_t entries) { entries_.reserve(entries); }
 
     // `positions`, when given, holds each added entry's position in the
     // graph's stored nodes, and the graph yields each of them once.
@@ -98,15 +100,24 @@ public:
             for (std::size_t i = 0; i < positions->size(); ++i) {
                 entryAt[(*positions)[i]] = static_cast<std::uint32_t>(i);
             }
-            std::vector<Entry> sorted;
-            sorted.reserve(entries_.size());
+            // Each entry's place in ID order; the entries are then moved there
+            // by following the cycles of that permutation, without a second
+            // array of them.
+            std::vector<std::uint32_t> target(entries_.size());
+            std::uint32_t rank = 0;
             for (auto const position : idOrder) {
                 if (auto& entry = entryAt[position]; entry != none) {
-                    sorted.push_back(std::move(entries_[entry]));
-                    entry = static_cast<std::uint32_t>(sorted.size() - 1);
+                    target[entry] = rank;
+                    entry = rank++;
                 }
             }
-            entries_ = std::move(sorted);
+            for (std::size_t i = 0; i < target.size(); ++i) {
+                while (target[i] != i) {
+                    std::uint32_t const to = target[i];
+                    std::swap(entries_[i], entries_[to]);
+                    std::swap(target[i], target[to]);
+                }
+            }
             // A stored node's entry is then found by its place in the graph:
             // four bytes per node of the graph, against sixteen per slot of
             // an index of node addresses.
@@ -218,6 +229,12 @@ std::shared_ptr<GraphAttributes> analyzeGraph(std::shared_ptr<Graph const> const
     // each once: an entry's position is then the count of nodes before it.
     bool const stored = graph->yieldsStoredNodes();
     std::vector<std::uint32_t> positions;
+    if (stored) {
+        // At most one entry per stored node: the room is asked for once, and
+        // only the part that entries fill takes memory.
+        result->reserve(graph->nodeCount());
+        positions.reserve(graph->nodeCount());
+    }
     std::uint32_t position = 0;
     for (auto const& node : graph->getNodes()) {
         AttributeList list;

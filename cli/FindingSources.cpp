@@ -13,7 +13,6 @@ std::string_view FindingSources::analyzerOf(std::shared_ptr<Attribute const> con
         sources_.erase(std::unique(sources_.begin(), sources_.end(),
                                    [](Source const& a, Source const& b) { return a.attribute == b.attribute; }),
                        sources_.end());
-        sources_.shrink_to_fit();
         sorted_ = sources_.size();
     }
     auto const found = std::lower_bound(sources_.begin(), sources_.end(), Source{attribute, {}}, byAddress);

@@ -27,6 +27,9 @@ public:
     // attributes are kept alive, so that an address is never reused for another.
     // `analyzer` must outlive this object.
     void record(std::shared_ptr<dependency::attribute::Attribute const> attribute, std::string_view analyzer);
+    // Room for about this many records, so that a large analysis's record is
+    // not moved as it grows.
+    void reserve(std::size_t records) { sources_.reserve(records); }
 
 private:
     struct Source {

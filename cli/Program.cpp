@@ -314,6 +314,7 @@ int analyzeAndReport(ProgramOptions const& options, dependency::services::Analys
         }
     });
     auto sources = std::make_unique<FindingSources>();
+    sources->reserve(graph->nodeCount());  // a finding on every node, at a guess
     if (progress) {
         progress->startAnalysis(graph->nodeCount());
     }
