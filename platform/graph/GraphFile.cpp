@@ -301,6 +301,15 @@ private:
             }
             return slices.back().close + 1;
         }
+        // The edges are not counted ahead (that would read their text twice),
+        // but none is shorter than {"from":"a","to":"b","type":"call"} and
+        // its comma: room for as many as the rest of the text could hold is
+        // asked for once, and only the part that edges fill takes memory. A
+        // graph with more than a few edges per node grows its list as it goes.
+        constexpr std::size_t shortestEdge = 36;
+        constexpr std::size_t edgesPerNodeAhead = 8;
+        builder_.reserveDependencies(std::min(static_cast<std::size_t>(end - open) / shortestEdge + 1,
+                                              edgesPerNodeAhead * builder_.nodeCount() + 64));
         for (char const* from = open;;) {
             auto const each = slice(from);
             readSlice(each, false);
