@@ -271,6 +271,7 @@ std::vector<std::uint32_t> sortPositionsById(std::vector<std::shared_ptr<Node>> 
         return key;
     };
     std::vector<Keyed> keyed;
+    keyed.reserve(order.size());  // the first run is every node
     std::vector<Run> runs{{0, order.size(), 0}};
     while (!runs.empty()) {
         Run const run = runs.back();
