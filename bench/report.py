@@ -73,6 +73,7 @@ def program_runs(name):
 
 
 program = program_runs("program.txt")
+program_first = program_runs("program_first.txt")
 program_sarif = program_runs("program_sarif.txt")
 program_silent = program_runs("program_silent.txt")
 program_wall = {n: wall for n, (wall, _, _) in program.items()}
@@ -101,16 +102,17 @@ WHY = {
     "(`clear_page_erms` under `do_huge_pmd_anonymous_page`: this machine's hypervisor backs a fresh page slowly), "
     "so the time follows the memory touched, and its system time swings by a second or more between identical "
     "runs. The graph file is mapped, not read into fresh memory, and the pages the reader has passed are given "
-    "back; what is still touched fresh is the JSON reader's structural index (four bytes for each of about 61 "
-    "million tokens at 10^6 nodes), the nodes and their strings (about 500 MB with the edges), then the findings "
+    "back, and the JSON reader is given the node and edge arrays a slice of about 512 KiB at a time, so that "
+    "its index of the text (four bytes per structural character) is a few megabytes and not as large as the "
+    "file; what is touched fresh is the nodes and their strings (about 500 MB with the edges), then the findings "
     "and the report (about 200 MB more at the peak, 600,000 findings: the findings themselves, the analysis "
     "result, the record of which analyzer made each, and the report's entries). The rest of the profile is flat: writing the text "
     "report, the JSON reader, the ID index, the product and package finders, each a few percent. The peak is "
     "the graph with the findings and the report; loading alone peaks lower (see the run with one analyzer). "
-    "The floor of the peak is the loaded graph: resident alone, once the reader's index is let go, it holds "
-    "about 510,000 kB at 10^6 nodes (where a run with one silent analyzer settles after loading in "
+    "The floor of the peak is the loaded graph: resident alone it holds about 505,000 kB at 10^6 nodes (the "
+    "peak of the run with one silent analyzer, which is its loading; over time in "
     "`bench/memory-timeline -- build/bench/cli/depattr analyze GRAPH --install-root examples/install -a "
-    "invalid-format -s problem`), 87% of the 0.6 GB target (585,938 kB) before a single finding is made: its "
+    "invalid-format -s problem`), 86% of the 0.6 GB target (585,938 kB) before a single finding is made: its "
     "nodes (96 bytes each), each path and location entry a UTF-16 string of its own as the graph's interface "
     "returns them by reference, its edges and their handles, and the index of IDs.",
     "/usr/bin/time depattr analyze -f sarif": "The same road as the text report up to the report: the SARIF "
@@ -119,9 +121,9 @@ WHY = {
     "/usr/bin/time depattr analyze -a invalid-format -s problem": "With one analyzer that reports nothing the "
     "run is the loading of the graph file: the floor beside it (loading alone, in `bench_graph_load`) is most of "
     "it. From `perf record -e cpu-clock` (see bench/README.md): the kernel clearing memory touched for the first "
-    "time (the reader's structural index, the nodes and their strings; see the whole program above), simdjson's "
-    "first pass and the resolution of every edge end in the ID index, a cache miss at a random place. Its peak "
-    "is the structural index beside the nodes and the list of edges, at the end of the edges.",
+    "time (the nodes and their strings; see the whole program above), the JSON reader's reading of each "
+    "slice and the resolution of every edge end in the ID index, a cache miss at a random place. Its peak "
+    "is the loaded graph, at the end of the edges.",
     "bench_parse": "Parsing is bound by the processor; a busy machine lowers its throughput.",
     "bench_script_analyzer": "Every node crosses from the caller's thread to the command thread and back. On an "
     "idle machine both sides poll and the handoff is short; when the machine's processors are busy, the two "
@@ -180,6 +182,10 @@ def floor(n):
 row("whole program (`depattr analyze`, all eight analyzers, text report), 10^6 nodes and 3*10^6 edges",
     "/usr/bin/time depattr analyze", whole(program, 1000000) + f" ({floor(1000000)})", "at most 3 s",
     program[1000000][0] <= 3)
+if 1000000 in program_first:
+    row("whole program, text report, 10^6 nodes, the run of the same command just before each of the above "
+        "(it finds the memory the runs before it freed taken back by the machine)",
+        "/usr/bin/time depattr analyze", whole(program_first, 1000000), "none", None)
 row("whole program, the same at 10^5 nodes", "/usr/bin/time depattr analyze",
     whole(program, 100000) + f" ({floor(100000)})", "at most 0.3 s", program[100000][0] <= 0.3)
 row("whole program, text report, peak memory, 10^6 nodes", "/usr/bin/time depattr analyze",
@@ -278,7 +284,8 @@ print(f"""# Benchmark results
 Written by `bench/run` on {time.strftime('%Y-%m-%d %H:%M %Z')} in {seconds} s (the build before it not counted).
 Every figure is the median of interleaved repetitions (Google Benchmark,
 `--benchmark_enable_random_interleaving=true`, `--benchmark_repetitions`, wall
-clock) or of three whole-program runs taking turns; every ratio is between two
+clock) or of three whole-program runs taking turns, each right after a run of the same
+command; every ratio is between two
 figures of this one run. Reproduce with `bench/run` (see `bench/README.md`).
 
 ## Machine
