@@ -289,7 +289,30 @@ FileSystemError shrankWhileRead(std::string const& nativePath) {
 // An absolute path that cleaning leaves as it is: no empty or "." component
 // and no separator at the end (but for the root), and no NUL or surrogate
 // code unit (which the conversion below refuses or treats on its own).
+bool is_plain_absolute(std::u16string_view path) noexcept {
+    std::size_t const size = path.size();
+    if (size == 0 || path.front() != u'/') {
+        return false;
+    }
+    if (size == 1) {
+        return true;
+    }
+    auto const unfit = [](char16_t unit) {
+        return (unit == 0) | (static_cast<char16_t>(unit - 0xD800) < 0x800);  // NUL, or a surrogate
+    };
+    bool bad = path.back() == u'/' || unfit(path.back());
+    for (std::size_t i = 0; i + 1 < size; ++i) {
+        char16_t const unit = path[i];
+        char16_t const next = path[i + 1];
+        bad |= unfit(unit) | ((unit == u'/') & ((next == u'/') | (next == u'.')));
+    }
+    return !bad;
+}
+
 bool is_native_form(std::u16string const& path) noexcept {
+    if (is_plain_absolute(path)) {
+        return true;
+    }
     if (path.empty() || path.front() != u'/') {
         return false;
     }

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace fl::filesystem {
 
@@ -159,6 +160,12 @@ std::u16string make_native_form(std::u16string const& path, bool absolute);
 // path without empty or "." segments, a separator at the end (but for the
 // root), NUL or surrogate code units. Tells so without a copy.
 bool is_native_form(std::u16string const& path) noexcept;
+// A quick test in one pass without branches, which the compiler widens: true
+// when the path is absolute, no separator is followed by another or by a dot,
+// it does not end in a separator (but for the root), and it holds no NUL or
+// surrogate code unit. Such a path is in native form and has no "." or ".."
+// component; a path for which it is false may still be either.
+bool is_plain_absolute(std::u16string_view path) noexcept;
 }  // namespace detail
 
 }  // namespace fl::filesystem

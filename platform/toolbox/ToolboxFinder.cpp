@@ -1,5 +1,6 @@
 #include "platform/toolbox/ToolboxFinder.hpp"
 
+#include "platform/fl/FileSystem.hpp"
 #include "platform/toolbox/detail/DescriptorReader.hpp"
 #include "platform/toolbox/detail/PathText.hpp"
 
@@ -47,6 +48,9 @@ std::uint64_t hashOfPath(std::u16string const& path) noexcept {
 enum class PathShape { HasNul, Normal, NotNormal };
 
 PathShape shapeOf(std::u16string const& path) noexcept {
+    if (fl::filesystem::detail::is_plain_absolute(path)) {
+        return PathShape::Normal;  // the usual path, told in one pass
+    }
     auto const notNormalFrom = [&](std::size_t i) {
         return path.find(u'\0', i) == std::u16string::npos ? PathShape::NotNormal : PathShape::HasNul;
     };

@@ -239,4 +239,40 @@ TEST(MakeNativeForm, RemovesRedundantPartsAndMakesAbsoluteOnRequest) {
     EXPECT_EQ(make_native_form(u"/a/.b/..c/d", true), u"/a/.b/..c/d");
 }
 
+// The quick test of a path in native form never says yes where the full
+// rules say no: every short path over an alphabet of the characters that
+// matter is tried. A yes is a path that make_native_form returns as it is,
+// with no "." or ".." component.
+TEST(MakeNativeForm, TheQuickTestOfAPlainPathAgreesWithTheRules) {
+    using fl::filesystem::detail::is_native_form;
+    using fl::filesystem::detail::is_plain_absolute;
+    std::u16string const alphabet = {u'/', u'.', u'a', u'\0', char16_t{0xD800}, char16_t{0xE9}};
+    std::size_t plain = 0;
+    for (std::size_t length = 0; length <= 6; ++length) {
+        std::size_t combinations = 1;
+        for (std::size_t i = 0; i < length; ++i) {
+            combinations *= alphabet.size();
+        }
+        for (std::size_t code = 0; code < combinations; ++code) {
+            std::u16string path;
+            for (std::size_t rest = code, i = 0; i < length; ++i, rest /= alphabet.size()) {
+                path += alphabet[rest % alphabet.size()];
+            }
+            if (!is_plain_absolute(path)) {
+                continue;
+            }
+            ++plain;
+            ASSERT_TRUE(is_native_form(path)) << "path of " << path.size() << " units, code " << code;
+            EXPECT_EQ(path.find(u"/."), std::u16string::npos);
+            EXPECT_EQ(fl::filesystem::detail::make_native_form(path, false), path);
+        }
+    }
+    EXPECT_GT(plain, 100u);
+    EXPECT_TRUE(is_plain_absolute(u"/"));
+    EXPECT_TRUE(is_plain_absolute(u"/usr/lib/x.qx"));
+    for (auto const* path : {u"", u"a/b", u"/a/", u"/a//b", u"/a/.b", u"/a/./b", u"/a/../b"}) {
+        EXPECT_FALSE(is_plain_absolute(path)) << std::string(path, path + std::char_traits<char16_t>::length(path));
+    }
+}
+
 }  // namespace
