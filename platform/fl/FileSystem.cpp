@@ -297,16 +297,19 @@ bool is_plain_absolute(std::u16string_view path) noexcept {
     if (size == 1) {
         return true;
     }
-    auto const unfit = [](char16_t unit) {
-        return (unit == 0) | (static_cast<char16_t>(unit - 0xD800) < 0x800);  // NUL, or a surrogate
-    };
-    bool bad = path.back() == u'/' || unfit(path.back());
+    // Counted without stopping early and without branches, so that the
+    // compiler takes many code units at a time. A unit is unfit when it is a
+    // NUL or a surrogate, or a separator followed by another or by a dot.
+    char16_t const* const units = path.data();
+    std::size_t unfit = 0;
     for (std::size_t i = 0; i + 1 < size; ++i) {
-        char16_t const unit = path[i];
-        char16_t const next = path[i + 1];
-        bad |= unfit(unit) | ((unit == u'/') & ((next == u'/') | (next == u'.')));
+        unsigned const unit = units[i];
+        unsigned const next = units[i + 1];
+        unfit += static_cast<std::size_t>((unit == 0) | (unit - 0xD800U < 0x800U) |
+                                          ((unit == u'/') & ((next == u'/') | (next == u'.'))));
     }
-    return !bad;
+    unsigned const last = units[size - 1];
+    return unfit == 0 && last != u'/' && last != 0 && last - 0xD800U >= 0x800U;
 }
 
 bool is_native_form(std::u16string const& path) noexcept {
