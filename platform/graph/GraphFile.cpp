@@ -14,6 +14,8 @@
 #include <array>
 #include <fstream>
 #include <new>
+#include <stop_token>
+#include <thread>
 #include <unordered_map>
 #include <utility>
 
@@ -58,11 +60,21 @@ public:
         std::fill_n(data_ + size_, capacity_ - size_, '\0');
     }
     explicit GraphText(std::string_view text) : GraphText(text.size()) { std::copy(text.begin(), text.end(), data_); }
+    // The same text, not owned: for a reader beside the one that owns it.
+    static GraphText viewOf(GraphText const& text) noexcept {
+        GraphText view;
+        view.data_ = text.data_;
+        view.size_ = text.size_;
+        view.capacity_ = text.capacity_;
+        view.owned_ = false;
+        return view;
+    }
     GraphText(GraphText&& other) noexcept
         : mapped_(std::move(other.mapped_)),
           data_(std::exchange(other.data_, nullptr)),
           size_(std::exchange(other.size_, 0)),
-          capacity_(std::exchange(other.capacity_, 0)) {}
+          capacity_(std::exchange(other.capacity_, 0)),
+          owned_(std::exchange(other.owned_, true)) {}
     GraphText& operator=(GraphText&& other) noexcept {
         if (this != &other) {
             release();
@@ -70,6 +82,7 @@ public:
             data_ = std::exchange(other.data_, nullptr);
             size_ = std::exchange(other.size_, 0);
             capacity_ = std::exchange(other.capacity_, 0);
+            owned_ = std::exchange(other.owned_, true);
         }
         return *this;
     }
@@ -110,15 +123,16 @@ private:
         if (mapped_) {
             mapped_.reset();
             data_ = nullptr;
-        } else if (data_ != nullptr) {
+        } else if (data_ != nullptr && owned_) {
             detail::LargeArrayAllocator<char>().deallocate(data_, capacity_);
-            data_ = nullptr;
         }
+        data_ = nullptr;
     }
     std::unique_ptr<fl::filesystem::MappedFile> mapped_;
     char* data_ = nullptr;
     std::size_t size_ = 0;
     std::size_t capacity_ = 0;
+    bool owned_ = true;  // false for a view
 };
 
 // Reads one graph document. Every error is raised at the place it is found,
@@ -196,6 +210,7 @@ private:
     // never decide what an error is or where it lies.
     struct NotInSlices {};
     static constexpr std::size_t sliceBytes = std::size_t{512} << 10;
+    static constexpr std::size_t slicesBeside = 4;  // the fewest slices of edges read on two threads
 
     // A comma of the text made a bracket while a slice is read, put back when
     // the slice is done or its reading fails.
@@ -310,6 +325,21 @@ private:
         constexpr std::size_t edgesPerNodeAhead = 8;
         builder_.reserveDependencies(std::min(static_cast<std::size_t>(end - open) / shortestEdge + 1,
                                               edgesPerNodeAhead * builder_.nodeCount() + 64));
+        if (static_cast<std::size_t>(end - open) >= slicesBeside * sliceBytes) {
+            // Cut first, so that the two halves are known.
+            std::vector<detail::ArraySlice> slices{slice(open)};
+            while (!slices.back().last()) {
+                slices.push_back(slice(slices.back().close));
+            }
+            if (slices.size() >= slicesBeside) {
+                readEdgeSlicesBeside(slices);
+            } else {
+                for (auto const& each : slices) {
+                    readSlice(each, false);
+                }
+            }
+            return slices.back().close + 1;
+        }
         for (char const* from = open;;) {
             auto const each = slice(from);
             readSlice(each, false);
@@ -320,6 +350,8 @@ private:
         }
     }
 
+    // Reads a slice where it stands in the text, the commas around it made
+    // brackets while it is read.
     void readSlice(detail::ArraySlice const& slice, bool nodes) {
         if (slice.elements == 0) {
             return;
@@ -328,11 +360,30 @@ private:
         char* const close = text_.data() + (slice.close - text_.data());
         Bracket const opening(open, '[');
         Bracket const closing(close, ']');
-        auto const length = static_cast<std::size_t>(close + 1 - open);
-        auto const room = text_.capacity() - static_cast<std::size_t>(open - text_.data());
+        readSliceText(open, static_cast<std::size_t>(close + 1 - open),
+                      text_.capacity() - static_cast<std::size_t>(open - text_.data()), slice.elements, nodes);
+    }
+
+    // Reads the edges of a slice from a copy, brackets around it, without
+    // reading or changing the bytes at its ends: for a reader beside the one
+    // that reads the slices before it in place.
+    void readEdgeSliceCopied(detail::ArraySlice const& slice) {
+        if (slice.elements == 0) {
+            return;
+        }
+        auto const length = static_cast<std::size_t>(slice.close + 1 - slice.open);
+        sliceCopy_.resize(length + simdjson::SIMDJSON_PADDING);
+        sliceCopy_.front() = '[';
+        std::copy(slice.open + 1, slice.close, sliceCopy_.begin() + 1);
+        sliceCopy_[length - 1] = ']';
+        readSliceText(sliceCopy_.data(), length, sliceCopy_.size(), slice.elements, false);
+    }
+
+    // Reads `length` bytes at `text`, an array of `elements` nodes or edges.
+    void readSliceText(char const* text, std::size_t length, std::size_t room, std::size_t elements, bool nodes) {
         od::document document;
         od::array array;
-        if (sliceParser_.iterate(simdjson::padded_string_view(open, length, room)).get(document) != simdjson::SUCCESS ||
+        if (sliceParser_.iterate(simdjson::padded_string_view(text, length, room)).get(document) != simdjson::SUCCESS ||
             document.get_array().get(array) != simdjson::SUCCESS) {
             throw NotInSlices{};
         }
@@ -354,9 +405,48 @@ private:
         resolveWaitingEdges();
         document_ = nullptr;
         if (char const* rest = nullptr;
-            read != slice.elements || document.current_location().get(rest) == simdjson::SUCCESS) {
+            read != elements || document.current_location().get(rest) == simdjson::SUCCESS) {
             throw NotInSlices{};  // the reader saw other elements than the cut
         }
+    }
+
+    // The edges of a large file are read on two threads: this one reads the
+    // first half of the slices in place, a reader beside it reads the other
+    // half from copies and looks their ends up in this reader's ID index
+    // (which no one changes while edges are read); its edges are added after
+    // this one's, so the order is the file's. An error on either side reads
+    // the whole document again, on this thread alone.
+    void readEdgeSlicesBeside(std::vector<detail::ArraySlice> const& slices) {
+        std::size_t const half = slices.size() / 2;
+        std::vector<ResolvedEdge> besideEdges;
+        constexpr std::size_t shortestEdge = 36;  // {"from":"a","to":"b","type":"call"}, and its comma
+        besideEdges.reserve(static_cast<std::size_t>(slices.back().close - slices[half].open) / shortestEdge + 1);
+        bool besideFailed = false;
+        std::jthread beside([&](std::stop_token stop) {
+            try {
+                GraphReader reader(GraphText::viewOf(text_), fileName_, baseFolder_);
+                reader.sharedIndex_ = &builder_.index();
+                reader.collected_ = &besideEdges;
+                reader.quietErrors_ = true;
+                reader.nodesRead_ = true;
+                for (std::size_t k = half; k < slices.size() && !stop.stop_requested(); ++k) {
+                    reader.readEdgeSliceCopied(slices[k]);
+                }
+            } catch (...) {
+                besideFailed = true;
+            }
+        });
+        for (std::size_t k = 0; k < half; ++k) {
+            readSlice(slices[k], false);
+        }
+        beside.join();
+        if (besideFailed) {
+            throw NotInSlices{};
+        }
+        for (auto const& edge : besideEdges) {
+            builder_.addDependency(edge.upstream, edge.downstream, edge.relationship);
+        }
+        textRead(slices.back().close);  // the progress of the half read beside
     }
 
     // Forgets what reading in slices has made, for the reading of the whole document.
@@ -475,8 +565,14 @@ private:
         return {id, where, ascii ? detail::NodeIndex::hashOfAscii(id) : detail::NodeIndex::hashOf(toUtf16(id)), ascii};
     }
 
+    // The ID index the edge ends are looked up in: this reader's, or the one
+    // of the reader it reads edges beside.
+    detail::NodeIndex const& index() const noexcept {
+        return sharedIndex_ != nullptr ? *sharedIndex_ : builder_.index();
+    }
+
     std::optional<std::size_t> find(EdgeEnd const& end) const {
-        auto const& index = builder_.index();
+        auto const& index = this->index();
         return end.ascii ? index.findAscii(end.id, end.hash) : index.find(toUtf16(end.id), end.hash);
     }
     struct PendingEdge {
@@ -510,6 +606,9 @@ private:
     }
 
     [[noreturn]] void failAtPointer(char const* where, std::string const& reason) const {
+        if (quietErrors_) {
+            throw NotInSlices{};  // the reader that reads the whole document tells what and where
+        }
         if (where == nullptr || where < text_.data() || where > text_.data() + text_.size()) {
             fail(0, 0, reason);
         }
@@ -567,6 +666,9 @@ private:
     // finds where the graph's object ends. Text after it is stray; a text that
     // runs out first ended early. Runs only on the way to an error.
     [[noreturn]] void failStructure(std::string const& fallback, char const* fallbackWhere = nullptr) const {
+        if (quietErrors_) {
+            throw NotInSlices{};
+        }
         char const* p = firstNonSpace();
         char const* const end = text_.data() + text_.size();
         if (p == end) {
@@ -874,8 +976,13 @@ private:
             return;
         }
         sinceProgress_ = 0;
-        char const* const where = whereIs(json);
-        if (where == nullptr || where < text_.data()) {
+        textRead(whereIs(json));
+    }
+
+    // The text before `where` is read: most of its memory is let go, and
+    // progress is reported.
+    void textRead(char const* where) {
+        if (where == nullptr || where < text_.data() || where > text_.data() + text_.size()) {
             return;
         }
         auto const offset = static_cast<std::size_t>(where - text_.data());
@@ -1039,7 +1146,7 @@ private:
     WaitingEdge& waiting(std::size_t age) { return waiting_[(waitingStart_ + age) % waitingCapacity]; }
 
     void prefetch(WaitingEdge const& edge, void (detail::NodeIndex::*stage)(std::uint64_t) const noexcept) const {
-        auto const& index = builder_.index();
+        auto const& index = this->index();
         if (!edge.sameUpstream) {
             (index.*stage)(edge.upstream.hash);
         }
@@ -1081,7 +1188,12 @@ private:
             waitingCount_ = 0;
             failDangling(edge.downstream);
         }
-        builder_.addDependency(resolvedUpstream_, *downstream, edge.relationship);
+        if (collected_ != nullptr) {
+            collected_->push_back({static_cast<std::uint32_t>(resolvedUpstream_),
+                                   static_cast<std::uint32_t>(*downstream), edge.relationship});
+        } else {
+            builder_.addDependency(resolvedUpstream_, *downstream, edge.relationship);
+        }
         waitingStart_ = (waitingStart_ + 1) % waitingCapacity;
         --waitingCount_;
     }
@@ -1178,6 +1290,17 @@ private:
         std::string message;
     };
     std::optional<std::vector<HeldWarning>> heldWarnings_;  // while the file is read in slices
+    // For a reader beside another: the index its edge ends are looked up in,
+    // where its edges go, and errors that only end its reading.
+    struct ResolvedEdge {
+        std::uint32_t upstream;
+        std::uint32_t downstream;
+        Type relationship;
+    };
+    detail::NodeIndex const* sharedIndex_ = nullptr;
+    std::vector<ResolvedEdge>* collected_ = nullptr;
+    bool quietErrors_ = false;
+    std::vector<char> sliceCopy_;
 };
 
 }  // namespace
