@@ -400,9 +400,11 @@ private:
             elementRead(element);
             ++read;
         }
-        // The edges waiting for their ends may view the reader's buffer,
-        // which the next slice overwrites.
+        // The edges waiting for their ends, and the upstream end read last,
+        // may view the reader's buffer or the slice's copy, which the next
+        // slice overwrites.
         resolveWaitingEdges();
+        haveLastUpstream_ = false;
         document_ = nullptr;
         if (char const* rest = nullptr;
             read != elements || document.current_location().get(rest) == simdjson::SUCCESS) {
