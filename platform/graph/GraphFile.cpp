@@ -211,6 +211,8 @@ private:
     struct NotInSlices {};
     static constexpr std::size_t sliceBytes = std::size_t{512} << 10;
     static constexpr std::size_t slicesBeside = 4;  // the fewest slices of edges read on two threads
+    // The bytes of the shortest edge, {"from":"a","to":"b","type":"call"}, and its comma.
+    static constexpr std::size_t shortestEdge = 36;
 
     // A comma of the text made a bracket while a slice is read, put back when
     // the slice is done or its reading fails.
@@ -317,16 +319,16 @@ private:
             return slices.back().close + 1;
         }
         // The edges are not counted ahead (that would read their text twice),
-        // but none is shorter than {"from":"a","to":"b","type":"call"} and
-        // its comma: room for as many as the rest of the text could hold is
-        // asked for once, and only the part that edges fill takes memory. A
-        // graph with more than a few edges per node grows its list as it goes.
-        constexpr std::size_t shortestEdge = 36;
+        // but none is shorter than the shortest edge: room for as many as the
+        // rest of the text could hold is asked for once, and only the part
+        // that edges fill takes memory. A graph with more than a few edges per
+        // node grows its list as it goes.
         constexpr std::size_t edgesPerNodeAhead = 8;
         builder_.reserveDependencies(std::min(static_cast<std::size_t>(end - open) / shortestEdge + 1,
                                               edgesPerNodeAhead * builder_.nodeCount() + 64));
         if (static_cast<std::size_t>(end - open) >= slicesBeside * sliceBytes) {
-            // Cut first, so that the two halves are known.
+            // Cut first, so that the two halves are known: the cut reads the
+            // text once more, a small part of the work of reading it.
             std::vector<detail::ArraySlice> slices{slice(open)};
             while (!slices.back().last()) {
                 slices.push_back(slice(slices.back().close));
@@ -421,7 +423,6 @@ private:
     void readEdgeSlicesBeside(std::vector<detail::ArraySlice> const& slices) {
         std::size_t const half = slices.size() / 2;
         std::vector<ResolvedEdge> besideEdges;
-        constexpr std::size_t shortestEdge = 36;  // {"from":"a","to":"b","type":"call"}, and its comma
         besideEdges.reserve(static_cast<std::size_t>(slices.back().close - slices[half].open) / shortestEdge + 1);
         bool besideFailed = false;
         std::jthread beside([&](std::stop_token stop) {
