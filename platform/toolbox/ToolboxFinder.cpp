@@ -40,46 +40,30 @@ std::uint64_t hashOfPath(std::u16string const& path) noexcept {
     return hash;
 }
 
-// What one pass over a path tells: it holds a NUL character (and so names no
-// file), or it is absolute and already what normalising it would make (no
-// empty, "." or ".." component, no separator at the end but for the root, no
-// surrogate code unit, which the general conversion treats on its own), or
-// neither.
+// What a path is to the finder: it holds a NUL character (and so names no
+// file), or it is absolute and already what normalising it would make (in
+// native form, which has no empty or "." component, no separator at the end
+// but for the root and no surrogate code unit, and with no ".." component
+// either), or neither.
 enum class PathShape { HasNul, Normal, NotNormal };
+
+bool hasParentComponent(std::u16string_view path) noexcept {
+    for (auto at = path.find(u"/.."); at != std::u16string_view::npos; at = path.find(u"/..", at + 1)) {
+        if (at + 3 == path.size() || path[at + 3] == u'/') {
+            return true;
+        }
+    }
+    return false;
+}
 
 PathShape shapeOf(std::u16string const& path) noexcept {
     if (fl::filesystem::detail::is_plain_absolute(path)) {
         return PathShape::Normal;  // the usual path, told in one pass
     }
-    auto const notNormalFrom = [&](std::size_t i) {
-        return path.find(u'\0', i) == std::u16string::npos ? PathShape::NotNormal : PathShape::HasNul;
-    };
-    if (path.empty() || path.front() != u'/') {
-        return notNormalFrom(0);
+    if (fl::filesystem::detail::is_native_form(path) && !hasParentComponent(path)) {
+        return PathShape::Normal;
     }
-    std::size_t componentStart = 1;
-    for (std::size_t i = 1; i <= path.size(); ++i) {
-        char16_t const unit = i < path.size() ? path[i] : u'/';
-        if (unit > u'/' && unit < 0xD800) {
-            continue;  // most code units: no separator, NUL or surrogate
-        }
-        if (unit == 0) {
-            return PathShape::HasNul;
-        }
-        if (unit >= 0xD800 && unit <= 0xDFFF) {
-            return notNormalFrom(i);
-        }
-        if (unit != u'/') {
-            continue;
-        }
-        std::size_t const length = i - componentStart;
-        if (path.size() > 1 && (length == 0 || (length == 1 && path[componentStart] == u'.') ||
-                                (length == 2 && path[componentStart] == u'.' && path[componentStart + 1] == u'.'))) {
-            return notNormalFrom(i);
-        }
-        componentStart = i + 1;
-    }
-    return PathShape::Normal;
+    return path.find(u'\0') == std::u16string::npos ? PathShape::NotNormal : PathShape::HasNul;
 }
 
 std::mutex instanceMutex;
