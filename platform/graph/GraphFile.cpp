@@ -14,6 +14,7 @@
 #include <array>
 #include <fstream>
 #include <new>
+#include <numeric>
 #include <stop_token>
 #include <thread>
 #include <unordered_map>
@@ -211,8 +212,6 @@ private:
     struct NotInSlices {};
     static constexpr std::size_t sliceBytes = std::size_t{512} << 10;
     static constexpr std::size_t slicesBeside = 4;  // the fewest slices of edges read on two threads
-    // The bytes of the shortest edge, {"from":"a","to":"b","type":"call"}, and its comma.
-    static constexpr std::size_t shortestEdge = 36;
 
     // A comma of the text made a bracket while a slice is read, put back when
     // the slice is done or its reading fails.
@@ -292,47 +291,31 @@ private:
         if (open >= end || *open != '[') {
             throw NotInSlices{};
         }
-        auto const slice = [&](char const* from) {
+        // The elements are cut and counted first (the cut reads the text once
+        // more, a small part of the work of reading it), so that the tables
+        // are made at their size and the edges of a large file can be halved.
+        std::vector<detail::ArraySlice> slices;
+        std::size_t count = 0;
+        for (char const* from = open; slices.empty() || !slices.back().last(); from = slices.back().close) {
             auto const next = detail::nextSlice(from, end, sliceBytes);
             if (!next) {
                 throw NotInSlices{};
             }
-            return *next;
-        };
+            slices.push_back(*next);
+            count += next->elements;
+        }
+        text_.releaseAll();  // the cut has touched every page of the array
         if (nodes) {
-            // The nodes are counted first, so that the tables are made at their size.
-            std::vector<detail::ArraySlice> slices{slice(open)};
-            std::size_t count = slices.back().elements;
-            while (!slices.back().last()) {
-                slices.push_back(slice(slices.back().close));
-                count += slices.back().elements;
-            }
             builder_.reserve(count);
             nodeStarts_.reserve(count);
             if (options_.positions != nullptr) {
                 options_.positions->reset(fileName_, count);
             }
-            text_.releaseAll();  // the count has touched every page of the array
             for (auto const& each : slices) {
                 readSlice(each, true);
             }
-            return slices.back().close + 1;
-        }
-        // The edges are not counted ahead (that would read their text twice),
-        // but none is shorter than the shortest edge: room for as many as the
-        // rest of the text could hold is asked for once, and only the part
-        // that edges fill takes memory. A graph with more than a few edges per
-        // node grows its list as it goes.
-        constexpr std::size_t edgesPerNodeAhead = 8;
-        builder_.reserveDependencies(std::min(static_cast<std::size_t>(end - open) / shortestEdge + 1,
-                                              edgesPerNodeAhead * builder_.nodeCount() + 64));
-        if (static_cast<std::size_t>(end - open) >= slicesBeside * sliceBytes) {
-            // Cut first, so that the two halves are known: the cut reads the
-            // text once more, a small part of the work of reading it.
-            std::vector<detail::ArraySlice> slices{slice(open)};
-            while (!slices.back().last()) {
-                slices.push_back(slice(slices.back().close));
-            }
+        } else {
+            builder_.reserveDependencies(count);
             if (slices.size() >= slicesBeside) {
                 readEdgeSlicesBeside(slices);
             } else {
@@ -340,16 +323,8 @@ private:
                     readSlice(each, false);
                 }
             }
-            return slices.back().close + 1;
         }
-        for (char const* from = open;;) {
-            auto const each = slice(from);
-            readSlice(each, false);
-            if (each.last()) {
-                return each.close + 1;
-            }
-            from = each.close;
-        }
+        return slices.back().close + 1;
     }
 
     // Reads a slice where it stands in the text, the commas around it made
@@ -423,7 +398,9 @@ private:
     void readEdgeSlicesBeside(std::vector<detail::ArraySlice> const& slices) {
         std::size_t const half = slices.size() / 2;
         std::vector<ResolvedEdge> besideEdges;
-        besideEdges.reserve(static_cast<std::size_t>(slices.back().close - slices[half].open) / shortestEdge + 1);
+        besideEdges.reserve(std::accumulate(slices.begin() + static_cast<std::ptrdiff_t>(half), slices.end(),
+                                            std::size_t{0},
+                                            [](std::size_t sum, auto const& slice) { return sum + slice.elements; }));
         bool besideFailed = false;
         std::jthread beside([&](std::stop_token stop) {
             try {
