@@ -268,10 +268,15 @@ TEST(MakeNativeForm, TheQuickTestOfAPlainPathAgreesWithTheRules) {
         }
     }
     EXPECT_GT(plain, 100u);
-    EXPECT_TRUE(is_plain_absolute(u"/"));
-    EXPECT_TRUE(is_plain_absolute(u"/usr/lib/x.qx"));
-    for (auto const* path : {u"", u"a/b", u"/a/", u"/a//b", u"/a/.b", u"/a/./b", u"/a/../b"}) {
-        EXPECT_FALSE(is_plain_absolute(path)) << std::string(path, path + std::char_traits<char16_t>::length(path));
+    // A path long enough for the widened loop: each unfit piece, put at every
+    // place after the first separator, is seen.
+    std::u16string const plainPath = u"/usr/share/depattr/project/src/pkg/module.qx";
+    EXPECT_TRUE(is_plain_absolute(plainPath));
+    for (std::u16string const& unfit : {std::u16string(u"//"), std::u16string(u"/."), std::u16string(1, u'\0'),
+                                        std::u16string(1, char16_t{0xDC00})}) {
+        for (std::size_t at = 1; at <= plainPath.size(); ++at) {
+            EXPECT_FALSE(is_plain_absolute(std::u16string(plainPath).insert(at, unfit))) << at;
+        }
     }
 }
 
